@@ -1,0 +1,12 @@
+/**
+ * @file
+ * The whole legacy interface (1.x): interfaces by number, IPv4 words. New programs include
+ * <vimbra/vimbra.h>.
+ */
+#ifndef VIMBRA_NET_H
+#define VIMBRA_NET_H
+
+#include <vimbra/net_common.h>
+#include <vimbra/types.h>
+
+#endif

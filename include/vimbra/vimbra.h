@@ -1,0 +1,16 @@
+/**
+ * @file
+ * The whole current interface (2.x). Programs of the 1.x generation include <vimbra/net.h>.
+ */
+#ifndef VIMBRA_VIMBRA_H
+#define VIMBRA_VIMBRA_H
+
+#include <vimbra/addr.h>
+#include <vimbra/common.h>
+#include <vimbra/iface.h>
+#include <vimbra/iface_check.h>
+#include <vimbra/ipc.h>
+#include <vimbra/log.h>
+#include <vimbra/types.h>
+
+#endif

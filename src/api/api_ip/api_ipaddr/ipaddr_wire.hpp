@@ -1,0 +1,95 @@
+// Requests and replies for addresses, MAC address and MTU of an interface.
+#ifndef VIMBRA_API_IPADDR_WIRE_HPP
+#define VIMBRA_API_IPADDR_WIRE_HPP
+
+#include "lib/wire.hpp"
+
+namespace vimbra::wire {
+
+enum : u32 {
+    kIpaddrAdd = 257,
+    kIpaddrDel = 259,
+    kIpaddrFlush = 260,
+    kIpaddrSet = 261,
+    kMacSet = 262,
+    kMacGet = 263,
+    kMtuSet = 273,
+    kMtuGet = 274,
+    kIpaddrGet = 277,
+};
+
+// kMacGet, kMtuGet
+struct IfaceBody {
+    NameField achIfaceName;
+};
+static_assert(sizeof(IfaceBody) == 16);
+
+// kIpaddrAdd, kIpaddrDel
+struct VIMBRA_WIRE IfaceIpBody {
+    NameField achIfaceName;
+    TVimbraIfaceIp tIfaceIp;
+};
+static_assert(sizeof(IfaceIpBody) == 44);
+static_assert(offsetof(IfaceIpBody, tIfaceIp) == 16);
+
+// kIpaddrFlush, kIpaddrGet
+struct VIMBRA_WIRE FamilyIfaceBody {
+    u16 wSinFamily;
+    NameField achIfaceName;
+};
+static_assert(sizeof(FamilyIfaceBody) == 18);
+static_assert(offsetof(FamilyIfaceBody, achIfaceName) == 2);
+
+// kIpaddrSet
+struct VIMBRA_WIRE IfaceAllIpBody {
+    u16 wSinFamily;
+    NameField achIfaceName;
+    TVimbraIfaceAllIp tIfaceAllIp;
+};
+static_assert(sizeof(IfaceAllIpBody) == 470);
+static_assert(offsetof(IfaceAllIpBody, achIfaceName) == 2);
+static_assert(offsetof(IfaceAllIpBody, tIfaceAllIp) == 18);
+
+// kMacSet
+struct IfaceMacBody {
+    NameField achIfaceName;
+    TVimbraIfaceMac tIfaceMac;
+};
+static_assert(sizeof(IfaceMacBody) == 22);
+static_assert(offsetof(IfaceMacBody, tIfaceMac) == 16);
+
+// kMtuSet
+struct IfaceMtuBody {
+    NameField achIfaceName;
+    u32 dwMtu;
+};
+static_assert(sizeof(IfaceMtuBody) == 20);
+static_assert(offsetof(IfaceMtuBody, dwMtu) == 16);
+
+// Reply of kIpaddrGet
+struct TIpcAllIp {
+    s32 nErrid;
+    TVimbraIfaceAllIp tIpcAllIp;
+};
+static_assert(sizeof(TIpcAllIp) == 456);
+static_assert(offsetof(TIpcAllIp, tIpcAllIp) == 4);
+
+// Reply of kMacGet
+struct TIpcMac {
+    s32 nErrid;
+    TVimbraIfaceMac tIpcIfaceMac;
+};
+static_assert(sizeof(TIpcMac) == 12);
+static_assert(offsetof(TIpcMac, tIpcIfaceMac) == 4);
+
+// Reply of kMtuGet
+struct TIpcMtu {
+    s32 nErrid;
+    u32 dwMtu;
+};
+static_assert(sizeof(TIpcMtu) == 8);
+static_assert(offsetof(TIpcMtu, dwMtu) == 4);
+
+}  // namespace vimbra::wire
+
+#endif

@@ -1,0 +1,263 @@
+#include "lib/ipc_api_msg.hpp"
+
+#include <cstdio>
+
+#include "lib/cancel.hpp"
+#include "lib/fd.hpp"
+#include "lib/select_set.hpp"
+
+namespace vimbra {
+
+namespace {
+
+constexpr size_t kPathMax = 102;  // exclusive
+constexpr int kWaitSeconds = 60;
+
+constexpr char kOutOfMemory[] = "XMALLOC error";
+
+// A buffer and its length go together or not at all.
+bool IsPair(const void* buffer, s32 length) {
+    return buffer != nullptr ? length > 0 : length == 0;
+}
+
+// The address of "/tmp/" and the name; a zeroed structure, so that its full size and the path's
+// length name the same file. False when the path is too long.
+bool FillAddress(const char* name, sockaddr_un* address, socklen_t* length) {
+    constexpr char kPrefix[] = "/tmp/";
+    constexpr size_t kNameMax = kPathMax - (sizeof(kPrefix) - 1);
+    const size_t nameLength = strnlen(name, kNameMax);
+    if (nameLength == kNameMax) {
+        return false;
+    }
+    memset(address, 0, sizeof(*address));
+    address->sun_family = AF_UNIX;
+    memcpy(address->sun_path, kPrefix, sizeof(kPrefix) - 1);
+    memcpy(address->sun_path + sizeof(kPrefix) - 1, name, nameLength);
+    *length = static_cast<socklen_t>(sizeof(kPrefix) - 1 + nameLength + 2);
+    return true;
+}
+
+enum class Sent { kWhole, kShort, kTimeout, kFailed };
+
+// One write of the whole message. A peer that has gone is an error of the call, not a signal for
+// the application's process.
+Sent SendWhole(const CallSite& site, int fd, SelectSet& set, timeval* timeout, const u8* data,
+               size_t size) {
+    const int ready = set.WaitWritable(timeout);
+    if (ready < 0) {
+        LogErrnoAt(site, "select error");
+        return Sent::kFailed;
+    }
+    if (ready == 0) {
+        VLOG_ERROR_AT(site, "wait time out for writing!");
+        return Sent::kTimeout;
+    }
+    const ssize_t written = send(fd, data, size, MSG_NOSIGNAL);
+    return written == static_cast<ssize_t>(size) ? Sent::kWhole : Sent::kShort;
+}
+
+// One read of the whole reply: a reply that comes in pieces is no reply.
+s32 ReceiveWhole(const CallSite& site, int fd, SelectSet& set, timeval* timeout, void* reply,
+                 s32 replySize) {
+    const size_t size = sizeof(IpcMsgHead) + static_cast<size_t>(replySize);
+    const Buffer buffer(size);
+    if (!buffer) {
+        LogErrnoAt(site, kOutOfMemory);
+        return VIMBRA_ERR_GENERAL;
+    }
+    const int ready = set.WaitReadable(timeout);
+    if (ready < 0) {
+        LogErrnoAt(site, "select error");
+        return VIMBRA_ERR_GENERAL;
+    }
+    if (ready == 0) {
+        VLOG_ERROR_AT(site, "wait time out for reading!");
+        return VIMBRA_ERR_RECV_TIMEOUT;
+    }
+    const ssize_t count = read(fd, buffer.Get(), size);
+    if (count != static_cast<ssize_t>(size)) {
+        VLOG_ERROR_AT(site, "fail to receive message!");
+        return static_cast<s32>(count);
+    }
+    IpcMsgHead head;
+    memcpy(&head, buffer.Get(), sizeof(head));
+    if (head.size != static_cast<u32>(replySize)) {
+        VLOG_ERROR_AT(site, "received message's head is error!");
+        return static_cast<s32>(count);
+    }
+    memcpy(reply, buffer.Get() + sizeof(head), static_cast<size_t>(replySize));
+    return VIMBRA_OK;
+}
+
+// Body and header in one block, unless the caller has built them so already.
+bool Build(IpcMessage& message, const void* body, s32 bodySize) {
+    if (message) {
+        return true;
+    }
+    if (!message.Allocate(static_cast<u32>(bodySize))) {
+        return false;
+    }
+    if (bodySize > 0) {
+        memcpy(message.Body(), body, static_cast<size_t>(bodySize));
+    }
+    return true;
+}
+
+// The exchange of raw buffers that both public calls are.
+s32 SendAndRecv(const CallSite& site, const IpcPeer& peer, u32 type, const void* body, s32 bodySize,
+                void* reply, s32 replySize) {
+    if (peer.name == nullptr || !IsPair(body, bodySize) || !IsPair(reply, replySize)) {
+        VLOG_ERROR_AT(site, "the parameters is invalid");
+        return VIMBRA_ERR_GENERAL;
+    }
+    IpcMessage message;
+    return IpcExchange(site, peer, type, message, body, bodySize, reply, replySize);
+}
+
+}  // namespace
+
+bool IpcMessage::Allocate(u32 bodySize) {
+    bodySize_ = bodySize;
+    return block_.Allocate(WholeSize());
+}
+
+const u8* IpcMessage::Whole(u32 type, s32 flag) {
+    const IpcMsgHead head = {type, bodySize_, flag};
+    memcpy(block_.Get(), &head, sizeof(head));
+    return block_.Get();
+}
+
+const IpcPeer kDaemonPeer = {"api_daemon", "socket error", "MakeAddrClient error!",
+                             "write message failed"};
+
+s32 IpcExchange(const CallSite& site, const IpcPeer& peer, u32 type, IpcMessage& message,
+                const void* body, s32 bodySize, void* reply, s32 replySize) {
+    if (bodySize > VIMBRA_IPC_BODY_MAX) {
+        VLOG_ERROR_AT(site, "the send buf is too long:%d,the max capacity is %d!", bodySize,
+                      VIMBRA_IPC_BODY_MAX);
+        return VIMBRA_ERR_GENERAL;
+    }
+    const CancelGuard guard;
+    const Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!fd) {
+        LogErrnoAt(site, peer.socketStep);
+        return VIMBRA_ERR_GENERAL;
+    }
+    sockaddr_un address;
+    socklen_t length;
+    if (MakeAddrClient(fd.Get(), peer.name, &address, &length) != 0) {
+        VLOG_ERROR_AT(site, "%s", peer.connectText);
+        return VIMBRA_ERR_GENERAL;
+    }
+    SelectSet set(fd.Get());
+    if (!set || !Build(message, body, bodySize)) {
+        LogErrnoAt(site, kOutOfMemory);
+        return VIMBRA_ERR_GENERAL;
+    }
+    // One budget for both waits: what the first one takes, the second one lacks.
+    timeval timeout = {kWaitSeconds, 0};
+    switch (SendWhole(site, fd.Get(), set, &timeout, message.Whole(type, 0), message.WholeSize())) {
+        case Sent::kFailed:
+            return VIMBRA_ERR_GENERAL;
+        case Sent::kTimeout:
+            return VIMBRA_OK;  // Established: the caller then finds its reply untouched.
+        case Sent::kShort:
+            VLOG_ERROR_AT(site, "%s", peer.writeText);
+            return VIMBRA_ERR_SEND;
+        case Sent::kWhole:
+            break;
+    }
+    if (reply == nullptr) {
+        return VIMBRA_OK;
+    }
+    return ReceiveWhole(site, fd.Get(), set, &timeout, reply, replySize);
+}
+
+}  // namespace vimbra
+
+using namespace vimbra;
+
+s32 MakeAddrClient(s32 nSockfd, const char* pchName, sockaddr_un* ptAddr, socklen_t* len) {
+    if (pchName == nullptr || ptAddr == nullptr || len == nullptr) {
+        return VIMBRA_ERR_GENERAL;
+    }
+    if (!FillAddress(pchName, ptAddr, len)) {
+        VLOG_ERROR("the name is too long!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    if (connect(nSockfd, reinterpret_cast<const sockaddr*>(ptAddr), sizeof(*ptAddr)) != 0) {
+        VLOG_ERRNO("connect error");
+        return VIMBRA_ERR_GENERAL;
+    }
+    return VIMBRA_OK;
+}
+
+s32 MakeAddrServer(s32 nSockfd, const char* pchName, sockaddr_un* ptAddr, socklen_t* len) {
+    if (pchName == nullptr || ptAddr == nullptr || len == nullptr) {
+        return VIMBRA_ERR_GENERAL;
+    }
+    if (!FillAddress(pchName, ptAddr, len)) {
+        VLOG_ERROR("the name is too long!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    // What cannot be removed, such as a directory, shows as a failed bind.
+    const char* path = ptAddr->sun_path;
+    while (access(path, R_OK | W_OK) == 0 && unlink(path) == 0) {
+    }
+    unlink(path);
+    if (bind(nSockfd, reinterpret_cast<const sockaddr*>(ptAddr), *len) != 0) {
+        VLOG_ERRNO("bind error");
+    } else if (listen(nSockfd, 100) != 0) {
+        VLOG_ERRNO("listen error!");
+    } else {
+        return VIMBRA_OK;
+    }
+    unlink(path);
+    close(nSockfd);
+    return VIMBRA_OK;
+}
+
+s32 IpcApiSendAndRecv(u32 dwType, const void* pSendBuf, s32 nSendLen, void* pRecvBuf,
+                      s32 nRecvLen) {
+    return SendAndRecv(VIMBRA_HERE, kDaemonPeer, dwType, pSendBuf, nSendLen, pRecvBuf, nRecvLen);
+}
+
+s32 IpcCallbackSendAndRecv(const char* pchPathName, u32 dwType, const void* pSendBuf, s32 nSendLen,
+                           void* pRecvBuf, s32 nRecvLen) {
+    const IpcPeer peer = {pchPathName, "socket error:", "make_addr_client error!",
+                          "fail to send message!"};
+    return SendAndRecv(VIMBRA_HERE, peer, dwType, pSendBuf, nSendLen, pRecvBuf, nRecvLen);
+}
+
+s32 IpcApiSendMsg(s32 nSockfd, u32 dwType, void* pSendBuf, s32 nSendLen, s32 nFlag) {
+    const CallSite site = VIMBRA_HERE;
+    if (!IsPair(pSendBuf, nSendLen)) {
+        VLOG_ERROR("the parameters is invalid");
+        return VIMBRA_ERR_GENERAL;
+    }
+    const CancelGuard guard;
+    IpcMessage message;
+    SelectSet set(nSockfd);
+    if (!set || !Build(message, pSendBuf, nSendLen)) {
+        VLOG_ERRNO("XMALLOC error");
+        return VIMBRA_ERR_GENERAL;
+    }
+    timeval timeout = {kWaitSeconds, 0};
+    switch (SendWhole(site, nSockfd, set, &timeout, message.Whole(dwType, nFlag),
+                      message.WholeSize())) {
+        case Sent::kWhole:
+            return VIMBRA_OK;
+        case Sent::kTimeout:
+            return VIMBRA_ERR_SEND_TIMEOUT;
+        case Sent::kShort:
+            VLOG_ERROR("fail to send message!");
+            return VIMBRA_ERR_GENERAL;
+        case Sent::kFailed:
+            break;
+    }
+    return VIMBRA_ERR_GENERAL;
+}
+
+s32 IpcApiRecvmsg(s32, u32, void*, s32, s32) {
+    return VIMBRA_ERR_GENERAL;
+}

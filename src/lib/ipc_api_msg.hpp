@@ -1,0 +1,49 @@
+// The socket protocol's moving parts, shared by the transport calls and the request path.
+#ifndef VIMBRA_LIB_IPC_API_MSG_HPP
+#define VIMBRA_LIB_IPC_API_MSG_HPP
+
+#include <vimbra/ipc.h>
+
+#include "lib/log.hpp"
+#include "lib/memory.hpp"
+#include "lib/wire.hpp"
+
+namespace vimbra {
+
+// A message in one block, header and body, so that it goes out with one write.
+class IpcMessage {
+ public:
+    // False when memory is out; the body is zero.
+    bool Allocate(u32 bodySize);
+
+    explicit operator bool() const { return static_cast<bool>(block_); }
+    u8* Body() const { return block_.Get() + sizeof(IpcMsgHead); }
+    u32 BodySize() const { return bodySize_; }
+
+    const u8* Whole(u32 type, s32 flag);
+    size_t WholeSize() const { return sizeof(IpcMsgHead) + bodySize_; }
+
+ private:
+    Buffer block_;
+    u32 bodySize_ = 0;
+};
+
+// Whom an exchange is with, and the words of its log lines, which differ between the two callers.
+struct IpcPeer {
+    const char* name;
+    const char* socketStep;
+    const char* connectText;
+    const char* writeText;
+};
+
+// The network daemon.
+extern const IpcPeer kDaemonPeer;
+
+// One exchange on a connection of its own. The message is already built, or built from body and
+// bodySize once the connection stands. Results as IpcApiSendAndRecv() has them.
+s32 IpcExchange(const CallSite& site, const IpcPeer& peer, u32 type, IpcMessage& message,
+                const void* body, s32 bodySize, void* reply, s32 replySize);
+
+}  // namespace vimbra
+
+#endif

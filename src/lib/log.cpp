@@ -1,0 +1,70 @@
+#include "lib/log.hpp"
+
+#include <syslog.h>
+
+#include <cstdarg>
+#include <cstdio>
+
+#include "lib/cancel.hpp"
+
+u32 g_nVimbraLogSwitch = VIMBRA_LEVEL_DEBUG;
+
+namespace {
+
+// Both destinations lock and may block, so a cancelled thread has to finish its line first.
+void Emit(u32 level, int priority, const char* format, va_list args) {
+    if (!vimbra::Logs(level)) {
+        return;
+    }
+    const int error = errno;
+    const vimbra::CancelGuard guard;
+    va_list copy;
+    va_copy(copy, args);
+    vsyslog(LOG_LOCAL6 | priority, format, copy);
+    va_end(copy);
+    vfprintf(stdout, format, args);
+    errno = error;
+}
+
+}  // namespace
+
+s32 VimbraDebugLevelSet(u32 nSwitch) {
+    __atomic_store_n(&g_nVimbraLogSwitch, nSwitch, __ATOMIC_RELAXED);
+    return VIMBRA_OK;
+}
+
+void VimbraLogError(const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    Emit(VIMBRA_LEVEL_ERR, LOG_ERR, format, args);
+    va_end(args);
+}
+
+void VimbraLogPerror(const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    Emit(VIMBRA_LEVEL_ERR, LOG_ERR, format, args);
+    va_end(args);
+}
+
+void VimbraLogWarn(const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    // Debug priority, not warning priority: what device log filters are set up for.
+    Emit(VIMBRA_LEVEL_WARNING, LOG_DEBUG, format, args);
+    va_end(args);
+}
+
+void VimbraLogPrint(const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    Emit(VIMBRA_LEVEL_INFO, LOG_INFO, format, args);
+    va_end(args);
+}
+
+void VimbraLogDebug(const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    Emit(VIMBRA_LEVEL_DEBUG, LOG_DEBUG, format, args);
+    va_end(args);
+}

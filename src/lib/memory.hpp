@@ -1,0 +1,42 @@
+// Heap memory of the library: zero-filled, exactly as long as asked for, freed by its owner.
+#ifndef VIMBRA_LIB_MEMORY_HPP
+#define VIMBRA_LIB_MEMORY_HPP
+
+#include <vimbra/types.h>
+
+#include <cstddef>
+#include <cstdlib>
+
+namespace vimbra {
+
+class Buffer {
+ public:
+    Buffer() = default;
+    explicit Buffer(size_t size) : data_(static_cast<u8*>(calloc(1, size))) {}
+    Buffer(const Buffer&) = delete;
+    Buffer& operator=(const Buffer&) = delete;
+    ~Buffer() { free(data_); }
+
+    u8* Get() const { return data_; }
+    explicit operator bool() const { return data_ != nullptr; }
+
+    // For the one case that cannot allocate where it declares.
+    bool Allocate(size_t size) {
+        free(data_);
+        data_ = static_cast<u8*>(calloc(1, size));
+        return data_ != nullptr;
+    }
+
+ private:
+    u8* data_ = nullptr;
+};
+
+// A record that outlives the call: zero-filled, given back with free(3) or never.
+template <typename T>
+T* NewZeroed() {
+    return static_cast<T*>(calloc(1, sizeof(T)));
+}
+
+}  // namespace vimbra
+
+#endif

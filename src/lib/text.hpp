@@ -1,0 +1,36 @@
+// Bounded copies of texts.
+#ifndef VIMBRA_LIB_TEXT_HPP
+#define VIMBRA_LIB_TEXT_HPP
+
+#include <vimbra/types.h>
+
+#include <cstddef>
+#include <cstring>
+
+namespace vimbra {
+
+// Fills a zeroed fixed-width field of a record. A text of the field's full width arrives without
+// terminator, a longer one is cut; nothing behind the field is touched.
+template <size_t N>
+void CopyField(char (&field)[N], const char* text) {
+    memcpy(field, text, strnlen(text, N));
+}
+
+// Like strlcpy: always terminated, cut where there is no room.
+inline void CopyText(char* to, size_t size, const char* text) {
+    if (size == 0) {
+        return;
+    }
+    const size_t length = strnlen(text, size - 1);
+    memcpy(to, text, length);
+    to[length] = '\0';
+}
+
+// The check of every call that takes an interface name: there, and at most 16 characters.
+inline bool IsIfaceName(const char* name) {
+    return name != nullptr && strnlen(name, VIMBRA_IFACE_NAME_LEN + 1) <= VIMBRA_IFACE_NAME_LEN;
+}
+
+}  // namespace vimbra
+
+#endif

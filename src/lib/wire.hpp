@@ -1,0 +1,51 @@
+// What every message has in common: header, addresses, name fields, plain results. Both ends of the
+// socket include this header and those of the services; it needs nothing else of the library.
+#ifndef VIMBRA_LIB_WIRE_HPP
+#define VIMBRA_LIB_WIRE_HPP
+
+#include <vimbra/addr.h>
+#include <vimbra/ipc.h>
+
+#include <cstddef>
+#include <type_traits>
+
+// A record on the wire has no padding but what it names.
+#define VIMBRA_WIRE __attribute__((packed))
+
+namespace vimbra::wire {
+
+static_assert(sizeof(IpcMsgHead) == 12);
+static_assert(offsetof(IpcMsgHead, type) == 0);
+static_assert(offsetof(IpcMsgHead, size) == 4);
+static_assert(offsetof(IpcMsgHead, flag) == 8);
+
+static_assert(sizeof(TVimbraAddr) == 20);
+static_assert(offsetof(TVimbraAddr, wSinFamily) == 0);
+static_assert(offsetof(TVimbraAddr, tV4Addr) == 4);
+static_assert(offsetof(TVimbraAddr, tV6Addr) == 4);
+
+static_assert(sizeof(EVimbraScopeType) == 4);
+
+static_assert(sizeof(TVimbraIfaceIp) == 28);
+static_assert(offsetof(TVimbraIfaceIp, eScopeType) == 0);
+static_assert(offsetof(TVimbraIfaceIp, tIpAddr) == 4);
+static_assert(offsetof(TVimbraIfaceIp, dwPrefix) == 24);
+
+static_assert(sizeof(TVimbraIfaceAllIp) == 452);
+static_assert(offsetof(TVimbraIfaceAllIp, dwIpNum) == 0);
+static_assert(offsetof(TVimbraIfaceAllIp, atNetIfaceIp) == 4);
+
+static_assert(sizeof(TVimbraIfaceMac) == 6);
+
+// An interface name: zero-filled, without terminator when all 16 characters are used.
+using NameField = char[VIMBRA_IFACE_NAME_LEN];
+
+// The reply of most requests: 0, or the daemon's number for what went wrong.
+struct PlainResult {
+    s32 nErrid;
+};
+static_assert(sizeof(PlainResult) == 4);
+
+}  // namespace vimbra::wire
+
+#endif
