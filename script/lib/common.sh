@@ -1,0 +1,21 @@
+# Sourced by the scripts: the tree's root is the working directory.
+
+heading() { printf '\n== %s\n' "$*"; }
+
+# build PRESET [TARGET...]: configures and builds quietly; shows the output only when it fails.
+build() {
+    local preset=$1
+    shift
+    local log=build/$preset.log
+    local launchers=()
+    if command -v ccache >/dev/null; then
+        launchers=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+    fi
+    mkdir -p build
+    if ! { cmake --preset "$preset" "${launchers[@]}" &&
+           cmake --build --preset "$preset" ${1:+--target "$@"}; } >"$log" 2>&1; then
+        echo "building $preset failed:"
+        tail -n 60 "$log"
+        return 1
+    fi
+}
