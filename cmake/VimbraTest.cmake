@@ -1,0 +1,60 @@
+# Tests that run each in a machine of its own.
+#
+#     vimbra_add_test(NAME SOURCES FILE... [LIBS TARGET...] [LABELS LABEL...] [TIMEOUT SECONDS]
+#                     [STATIC | BED_ONLY])
+#
+# builds a GoogleTest executable and makes every TEST of it a test of ctest, started by
+# vimbra-sandbox in private namespaces with throw-away /tmp, /etc and /dev/log. It links the bed and
+# the shared library; with STATIC the archive instead, whose internal headers it may include; with
+# BED_ONLY neither. TIMEOUT is 60 seconds unless given. A suite with "Slow" in its name is labelled
+# `slow` and has 300 seconds.
+include_guard()
+include(GoogleTest)
+
+# Sanitized and cross-built tests need a GoogleTest that was built the same way: Debian brings its
+# sources.
+if(VIMBRA_SANITIZE OR CMAKE_CROSSCOMPILING)
+    set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
+    set(BUILD_GMOCK ON CACHE BOOL "" FORCE)
+    add_subdirectory(/usr/src/googletest ${PROJECT_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
+    foreach(target IN ITEMS gtest gtest_main gmock gmock_main)
+        target_compile_options(${target} PRIVATE -w)
+        if(NOT TARGET GTest::${target})
+            add_library(GTest::${target} ALIAS ${target})
+        endif()
+    endforeach()
+else()
+    find_package(GTest REQUIRED)
+endif()
+
+function(vimbra_add_test name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "STATIC;BED_ONLY" "TIMEOUT" "SOURCES;LIBS;LABELS")
+    if(arg_UNPARSED_ARGUMENTS OR NOT arg_SOURCES)
+        message(FATAL_ERROR "vimbra_add_test(${name}): SOURCES missing, or unknown: "
+                            "${arg_UNPARSED_ARGUMENTS}")
+    endif()
+    if(NOT arg_TIMEOUT)
+        set(arg_TIMEOUT 60)
+    endif()
+
+    add_executable(${name} ${arg_SOURCES} ${PROJECT_SOURCE_DIR}/tests/bed/sanitizers.cpp)
+    target_link_libraries(${name} PRIVATE vimbra_bed GTest::gmock GTest::gtest_main ${arg_LIBS})
+    if(arg_STATIC)
+        target_link_libraries(${name} PRIVATE vimbra_static)
+        target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/src)
+    elseif(NOT arg_BED_ONLY)
+        target_link_libraries(${name} PRIVATE vimbra)
+    endif()
+    target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/include)
+    add_dependencies(${name} vimbra-sandbox)
+    set_target_properties(${name} PROPERTIES CROSSCOMPILING_EMULATOR
+        "${VIMBRA_SANDBOX};--keep;${PROJECT_SOURCE_DIR};--keep;${PROJECT_BINARY_DIR};--;${CMAKE_CROSSCOMPILING_EMULATOR}")
+
+    # Asked for when ctest starts, not while building: a build needs no namespaces.
+    set(common DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120 TEST_PREFIX "${VIMBRA_TEST_PREFIX}")
+    gtest_discover_tests(${name} ${common} TEST_FILTER "-*Slow*.*" TEST_LIST ${name}_TESTS
+        PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
+    # Each further property of ctest's file is one word: several labels are not passed on there.
+    gtest_discover_tests(${name} ${common} TEST_FILTER "*Slow*.*" TEST_LIST ${name}_SLOW_TESTS
+        PROPERTIES TIMEOUT 300 LABELS slow)
+endfunction()

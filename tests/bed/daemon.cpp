@@ -1,0 +1,519 @@
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <condition_variable>
+#include <cstdio>
+#include <cstring>
+#include <deque>
+#include <list>
+#include <mutex>
+#include <system_error>
+
+#include "internal.hpp"
+#include "vimbra/bed.hpp"
+
+namespace vimbra::bed {
+
+using internal::Descriptor;
+
+// ---- Gate --------------------------------------------------------------------------------------
+
+struct Gate::State {
+    std::mutex lock;
+    std::condition_variable changed;
+    size_t arrived = 0;
+    bool open = false;
+};
+
+Gate::Gate() : state_(std::make_shared<State>()) {}
+
+bool Gate::Pass() const {
+    std::unique_lock guard(state_->lock);
+    ++state_->arrived;
+    state_->changed.notify_all();
+    if (state_->changed.wait_for(guard, kPatience, [&] { return state_->open; })) {
+        return true;
+    }
+    fprintf(stderr, "vimbra bed: nobody opened a gate\n");
+    return false;
+}
+
+bool Gate::WaitArrived(size_t count) const {
+    std::unique_lock guard(state_->lock);
+    return state_->changed.wait_for(guard, kPatience, [&] { return state_->arrived >= count; });
+}
+
+size_t Gate::Arrived() const {
+    const std::lock_guard guard(state_->lock);
+    return state_->arrived;
+}
+
+void Gate::Open() const {
+    const std::lock_guard guard(state_->lock);
+    state_->open = true;
+    state_->changed.notify_all();
+}
+
+// ---- Answer ------------------------------------------------------------------------------------
+
+Answer Answer::Code(int32_t code) {
+    return Body(AsBytes(code));
+}
+
+Answer Answer::Body(const Bytes& body) {
+    Answer answer;
+    answer.body_ = body;
+    return answer;
+}
+
+Answer Answer::Raw(const Bytes& bytes) {
+    Answer answer = Body(bytes);
+    answer.framed_ = false;
+    return answer;
+}
+
+Answer Answer::Nothing() {
+    Answer answer;
+    answer.act_ = Act::kNothing;
+    return answer;
+}
+
+Answer Answer::Close() {
+    Answer answer;
+    answer.act_ = Act::kClose;
+    return answer;
+}
+
+Answer Answer::CloseUnread() {
+    Answer answer;
+    answer.act_ = Act::kCloseUnread;
+    return answer;
+}
+
+Answer Answer::LeaveUnread() {
+    Answer answer;
+    answer.act_ = Act::kLeaveUnread;
+    return answer;
+}
+
+Answer Answer::By(std::function<Answer(const Request&)> choose) {
+    Answer answer;
+    answer.act_ = Act::kChoose;
+    answer.choose_ = std::move(choose);
+    return answer;
+}
+
+Answer Answer::Size(uint32_t size) const {
+    Answer answer = *this;
+    answer.size_ = size;
+    return answer;
+}
+
+Answer Answer::Type(uint32_t type) const {
+    Answer answer = *this;
+    answer.type_ = type;
+    return answer;
+}
+
+Answer Answer::Flag(int32_t flag) const {
+    Answer answer = *this;
+    answer.flag_ = flag;
+    return answer;
+}
+
+Answer Answer::InPieces(std::initializer_list<size_t> cuts) const {
+    Answer answer = *this;
+    answer.cuts_ = cuts;
+    return answer;
+}
+
+Answer Answer::After(std::function<void(const Request&)> hook) const {
+    Answer answer = *this;
+    answer.hook_ = std::move(hook);
+    return answer;
+}
+
+Answer Answer::Behind(const Gate& gate) const {
+    Answer answer = *this;
+    answer.gate_ = gate;
+    return answer;
+}
+
+// ---- ScriptedDaemon ----------------------------------------------------------------------------
+
+class ScriptedDaemon::Server {
+ public:
+    explicit Server(std::string_view name)
+        : path_(internal::SocketPath(name)),
+          listening_(internal::BindSocket(SOCK_STREAM, path_)),
+          released_(std::make_shared<internal::StopPipe>()) {
+        if (listen(listening_.Get(), 100) != 0) {
+            throw std::system_error(errno, std::generic_category(), "cannot listen on " + path_);
+        }
+        accepting_ = internal::StartThread([this] { AcceptLoop(); });
+    }
+
+    ~Server() {
+        {
+            const std::lock_guard guard(lock_);
+            for (const Gate& gate : gates_) {
+                gate.Open();
+            }
+            stop_.Stop();
+        }
+        accepting_.join();
+        for (std::thread& thread : serving_) {
+            thread.join();
+        }
+        unlink(path_.c_str());
+    }
+
+    void Remember(const Answer& answer) {
+        const std::lock_guard guard(lock_);
+        RememberLocked(answer);
+    }
+
+    void SetDefault(Answer answer) {
+        const std::lock_guard guard(lock_);
+        RememberLocked(answer);
+        default_ = std::move(answer);
+    }
+
+    void SetForType(uint32_t type, Answer answer) {
+        const std::lock_guard guard(lock_);
+        RememberLocked(answer);
+        byType_[type] = std::move(answer);
+    }
+
+    void Queue(Answer answer) {
+        const std::lock_guard guard(lock_);
+        RememberLocked(answer);
+        queue_.push_back(std::move(answer));
+    }
+
+    void QueueForType(uint32_t type, Answer answer) {
+        const std::lock_guard guard(lock_);
+        RememberLocked(answer);
+        queueByType_[type].push_back(std::move(answer));
+    }
+
+    std::vector<Request> Requests() const {
+        const std::lock_guard guard(lock_);
+        return requests_;
+    }
+
+    void Forget() {
+        const std::lock_guard guard(lock_);
+        requests_.clear();
+    }
+
+    bool WaitRequests(size_t count) const {
+        std::unique_lock guard(lock_);
+        return changed_.wait_for(guard, kPatience, [&] { return requests_.size() >= count; });
+    }
+
+    size_t Connections() const {
+        const std::lock_guard guard(lock_);
+        return accepted_;
+    }
+
+    size_t OpenConnections() const {
+        const std::lock_guard guard(lock_);
+        return accepted_ - ended_;
+    }
+
+    bool WaitIdle() const {
+        std::unique_lock guard(lock_);
+        return changed_.wait_for(guard, kPatience, [&] { return accepted_ == ended_; });
+    }
+
+    // Whoever waits keeps the old pipe for as long as he looks at it.
+    void Release() {
+        const std::lock_guard guard(lock_);
+        released_->Stop();
+        released_ = std::make_shared<internal::StopPipe>();
+    }
+
+ private:
+    void RememberLocked(const Answer& answer) {
+        if (answer.gate_) {
+            gates_.push_back(*answer.gate_);
+        }
+    }
+
+    static bool ActsUnread(const Answer& answer) {
+        return answer.act_ == Answer::Act::kCloseUnread || answer.act_ == Answer::Act::kLeaveUnread;
+    }
+
+    void AcceptLoop() {
+        for (;;) {
+            pollfd watched[2] = {{listening_.Get(), POLLIN, 0}, {stop_.Waiter(), POLLIN, 0}};
+            poll(watched, 2, -1);
+            if (watched[1].revents != 0) {
+                return;
+            }
+            if (watched[0].revents == 0) {
+                continue;
+            }
+            Descriptor client = internal::AcceptSocket(listening_.Get());
+            if (client.Get() < 0) {
+                continue;
+            }
+            size_t number = 0;
+            {
+                const std::lock_guard guard(lock_);
+                number = accepted_++;
+                changed_.notify_all();
+            }
+            auto shared = std::make_shared<Descriptor>(std::move(client));
+            serving_.push_back(internal::StartThread([this, shared, number] {
+                Serve(shared->Get(), number);
+                shared->Reset();
+                const std::lock_guard guard(lock_);
+                ++ended_;
+                changed_.notify_all();
+            }));
+        }
+    }
+
+    // The answer that is due before anything is read, if it is of that sort.
+    std::optional<Answer> TakeUnread() {
+        const std::lock_guard guard(lock_);
+        if (!queue_.empty()) {
+            if (!ActsUnread(queue_.front())) {
+                return std::nullopt;
+            }
+            Answer answer = std::move(queue_.front());
+            queue_.pop_front();
+            return answer;
+        }
+        return ActsUnread(default_) ? std::optional(default_) : std::nullopt;
+    }
+
+    Answer Take(const Request& request) {
+        const std::lock_guard guard(lock_);
+        if (std::deque<Answer>& queue = queueByType_[request.type]; !queue.empty()) {
+            Answer answer = std::move(queue.front());
+            queue.pop_front();
+            return answer;
+        }
+        if (!queue_.empty()) {
+            Answer answer = std::move(queue_.front());
+            queue_.pop_front();
+            return answer;
+        }
+        const auto own = byType_.find(request.type);
+        return own != byType_.end() ? own->second : default_;
+    }
+
+    // Waits until there is something to read; false when the daemon ends.
+    bool AwaitInput(int client) const {
+        for (;;) {
+            pollfd watched[2] = {{client, POLLIN, 0}, {stop_.Waiter(), POLLIN, 0}};
+            poll(watched, 2, -1);
+            if (watched[1].revents != 0) {
+                return false;
+            }
+            if (watched[0].revents != 0) {
+                return true;
+            }
+        }
+    }
+
+    // Keeps the connection until the client closes it or somebody lets go.
+    void Hold(int client) const {
+        std::shared_ptr<internal::StopPipe> released;
+        {
+            const std::lock_guard guard(lock_);
+            released = released_;
+        }
+        pollfd watched[3] = {
+            {client, 0, 0}, {stop_.Waiter(), POLLIN, 0}, {released->Waiter(), POLLIN, 0}};
+        while (poll(watched, 3, -1) < 0 && errno == EINTR) {
+        }
+    }
+
+    // Reads one message to its end; false when not a single byte came.
+    bool Read(int client, Request& request) const {
+        constexpr size_t kHeader = 12;
+        // No service comes near this: a larger size is a mistake or a lie.
+        constexpr size_t kLargest = size_t{1} << 20;
+        size_t wanted = kHeader;
+        while (request.raw.size() < wanted) {
+            const size_t have = request.raw.size();
+            if (!AwaitInput(client)) {
+                break;
+            }
+            request.raw.resize(wanted);
+            const ssize_t got =
+                recv(client, request.raw.data() + have, wanted - have, MSG_DONTWAIT);
+            request.raw.resize(have + (got > 0 ? static_cast<size_t>(got) : 0));
+            if (got > 0) {
+                ++request.reads;
+            } else if (got == 0 || (errno != EAGAIN && errno != EINTR)) {
+                break;
+            }
+            if (wanted == kHeader && request.raw.size() == kHeader) {
+                wanted += std::min<size_t>(request.raw.U32(4), kLargest);
+                // The header is looked at apart, but came with whatever is there already.
+                if (wanted > kHeader && HasInput(client)) {
+                    --request.reads;
+                }
+            }
+        }
+        request.type = request.raw.U32(0);
+        request.size = request.raw.U32(4);
+        request.flag = request.raw.S32(8);
+        request.body = request.raw.Slice(kHeader, request.raw.size());
+        request.complete = request.raw.size() >= kHeader && request.body.size() == request.size;
+        return !request.raw.empty();
+    }
+
+    static bool HasInput(int client) {
+        pollfd watched{client, POLLIN, 0};
+        return poll(&watched, 1, 0) > 0 && (watched.revents & POLLIN) != 0;
+    }
+
+    // False when the connection is over.
+    bool Reply(int client, const Request& request, const Answer& answer) {
+        if (answer.hook_) {
+            answer.hook_(request);
+        }
+        if (answer.gate_) {
+            answer.gate_->Pass();
+        }
+        switch (answer.act_) {
+            case Answer::Act::kChoose: {
+                const Answer chosen = answer.choose_(request);
+                Remember(chosen);
+                return Reply(client, request, chosen);
+            }
+            case Answer::Act::kNothing:
+            case Answer::Act::kLeaveUnread:
+                Hold(client);
+                return false;
+            case Answer::Act::kClose:
+            case Answer::Act::kCloseUnread:
+                return false;
+            case Answer::Act::kReply:
+                break;
+        }
+        const auto size = answer.size_.value_or(static_cast<uint32_t>(answer.body_.size()));
+        Bytes reply = answer.body_;
+        if (answer.framed_) {
+            reply = Pack()
+                        .U32(answer.type_.value_or(request.type))
+                        .U32(size)
+                        .S32(answer.flag_)
+                        .Add(answer.body_);
+        }
+        size_t start = 0;
+        for (const size_t cut : answer.cuts_) {
+            const Bytes piece = reply.Slice(start, cut - start);
+            if (!internal::SendAll(client, piece.data(), piece.size()) ||
+                !internal::AwaitRead(client, stop_.Waiter())) {
+                return false;
+            }
+            start = cut;
+        }
+        const Bytes rest = reply.Slice(start, reply.size());
+        return internal::SendAll(client, rest.data(), rest.size());
+    }
+
+    void Serve(int client, size_t number) {
+        if (const std::optional<Answer> answer = TakeUnread()) {
+            Reply(client, Request(), *answer);
+            return;
+        }
+        for (;;) {
+            Request request;
+            request.connection = number;
+            if (!Read(client, request)) {
+                return;
+            }
+            {
+                const std::lock_guard guard(lock_);
+                requests_.push_back(request);
+                changed_.notify_all();
+            }
+            if (!request.complete || !Reply(client, request, Take(request))) {
+                return;
+            }
+        }
+    }
+
+    const std::string path_;
+    Descriptor listening_;
+    internal::StopPipe stop_;
+    std::thread accepting_;
+    std::list<std::thread> serving_;  // the accepting thread's, until it has ended
+
+    mutable std::mutex lock_;
+    mutable std::condition_variable changed_;
+    Answer default_ = Answer::Code(0);
+    std::map<uint32_t, Answer> byType_;
+    std::map<uint32_t, std::deque<Answer>> queueByType_;
+    std::deque<Answer> queue_;
+    std::vector<Gate> gates_;
+    std::shared_ptr<internal::StopPipe> released_;
+    std::vector<Request> requests_;
+    size_t accepted_ = 0;
+    size_t ended_ = 0;
+};
+
+ScriptedDaemon::ScriptedDaemon(std::string_view name) : server_(std::make_unique<Server>(name)) {}
+
+ScriptedDaemon::~ScriptedDaemon() = default;
+
+ScriptedDaemon& ScriptedDaemon::Default(Answer answer) {
+    server_->SetDefault(std::move(answer));
+    return *this;
+}
+
+ScriptedDaemon& ScriptedDaemon::On(uint32_t type, Answer answer) {
+    server_->SetForType(type, std::move(answer));
+    return *this;
+}
+
+ScriptedDaemon& ScriptedDaemon::Next(Answer answer) {
+    server_->Queue(std::move(answer));
+    return *this;
+}
+
+ScriptedDaemon& ScriptedDaemon::Next(uint32_t type, Answer answer) {
+    server_->QueueForType(type, std::move(answer));
+    return *this;
+}
+
+std::vector<Request> ScriptedDaemon::Requests() const {
+    return server_->Requests();
+}
+
+std::vector<Request> ScriptedDaemon::Requests(uint32_t type) const {
+    std::vector<Request> requests = server_->Requests();
+    std::erase_if(requests, [&](const Request& request) { return request.type != type; });
+    return requests;
+}
+
+bool ScriptedDaemon::WaitRequests(size_t count) const {
+    return server_->WaitRequests(count);
+}
+void ScriptedDaemon::Forget() {
+    server_->Forget();
+}
+size_t ScriptedDaemon::Connections() const {
+    return server_->Connections();
+}
+size_t ScriptedDaemon::OpenConnections() const {
+    return server_->OpenConnections();
+}
+bool ScriptedDaemon::WaitIdle() const {
+    return server_->WaitIdle();
+}
+void ScriptedDaemon::Release() {
+    server_->Release();
+}
+
+}  // namespace vimbra::bed
