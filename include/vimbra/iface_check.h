@@ -6,7 +6,6 @@
 #ifndef VIMBRA_IFACE_CHECK_H
 #define VIMBRA_IFACE_CHECK_H
 
-#include <sys/types.h>
 #include <vimbra/types.h>
 
 VIMBRA_BEGIN_DECLS
@@ -70,11 +69,11 @@ VIMBRA_API s32 interface_name(u32 ethid, char* devname, s32 name_len);
  * One ioctl(2) on an IPv4 datagram socket of its own.
  *
  * @param dwRequest  request code, such as SIOCGIFFLAGS.
- * @param buffer     the request's record, as the code defines it.
+ * @param buffer     the request's record, as the code defines it, cast to char* (caddr_t).
  * @retval 0         done.
  * @retval -1        socket(2) or ioctl(2) failed; errno says why.
  */
-VIMBRA_API s32 SocketIoctl(u32 dwRequest, caddr_t buffer);
+VIMBRA_API s32 SocketIoctl(u32 dwRequest, char* buffer);
 
 /**
  * Reads an interface's flags, SIOCGIFFLAGS.

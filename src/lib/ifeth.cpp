@@ -22,7 +22,7 @@ ifreq RequestFor(const char* name, size_t most) {
 }
 
 s32 Ioctl(u32 code, ifreq& request) {
-    return SocketIoctl(code, reinterpret_cast<caddr_t>(&request));
+    return SocketIoctl(code, reinterpret_cast<char*>(&request));
 }
 
 }  // namespace

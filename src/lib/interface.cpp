@@ -65,13 +65,13 @@ s32 check_intranet_ip(u32 ip, u32 mask) {
 }
 
 s32 interface_name(u32 ethid, char* devname, s32 name_len) {
-    if (devname == nullptr || name_len < 0) {
-        return VIMBRA_ERR_GENERAL;
-    }
     if (ethid > kLastEthernet) {
         VLOG_ERROR("Eth:%d does not exist and max interface NO:%d", static_cast<int>(ethid),
                    static_cast<int>(kLastEthernet));
         return VIMBRA_ERR_IFACE_NUMBER;
+    }
+    if (devname == nullptr || name_len < 0) {
+        return VIMBRA_ERR_GENERAL;
     }
     char name[16];
     snprintf(name, sizeof(name), "%s%d", "eth", static_cast<int>(ethid));

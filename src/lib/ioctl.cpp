@@ -5,7 +5,7 @@
 #include "lib/fd.hpp"
 #include "lib/log.hpp"
 
-s32 SocketIoctl(u32 dwRequest, caddr_t buffer) {
+s32 SocketIoctl(u32 dwRequest, char* buffer) {
     const vimbra::Fd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (!fd) {
         VLOG_ERRNO("socket error");

@@ -5,6 +5,8 @@
 
 #include <sys/select.h>
 
+#include <cerrno>
+#include <climits>
 #include <cstring>
 
 #include "lib/memory.hpp"
@@ -14,7 +16,7 @@ namespace vimbra {
 class SelectSet {
  public:
     explicit SelectSet(int fd) : fd_(fd) {
-        if (fd >= FD_SETSIZE) {
+        if (fd >= FD_SETSIZE && IsNumber()) {
             large_.Allocate(Words() * sizeof(fd_mask));
             bits_ = reinterpret_cast<fd_mask*>(large_.Get());
         }
@@ -27,14 +29,22 @@ class SelectSet {
 
     // Both return what select(2) does; the time that is left is written back where the system does.
     int WaitReadable(timeval* timeout) {
-        return select(fd_ + 1, Only(), nullptr, nullptr, timeout);
+        return IsNumber() ? select(fd_ + 1, Only(), nullptr, nullptr, timeout) : NoSuchDescriptor();
     }
     int WaitWritable(timeval* timeout) {
-        return select(fd_ + 1, nullptr, Only(), nullptr, timeout);
+        return IsNumber() ? select(fd_ + 1, nullptr, Only(), nullptr, timeout) : NoSuchDescriptor();
     }
 
  private:
     static constexpr int kBits = 8 * sizeof(fd_mask);
+
+    // A set has a bit for numbers from 0 on, and select(2) takes the number after the last.
+    bool IsNumber() const { return fd_ >= 0 && fd_ < INT_MAX; }
+
+    static int NoSuchDescriptor() {
+        errno = EBADF;
+        return -1;
+    }
 
     size_t Words() const { return static_cast<size_t>(fd_) / kBits + 1; }
 

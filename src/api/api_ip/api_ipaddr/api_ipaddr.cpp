@@ -3,6 +3,8 @@
 #include <arpa/inet.h>
 #include <vimbra/iface_check.h>
 
+#include <algorithm>
+
 #include "api/api_ip/api_ipaddr/ipaddr_wire.hpp"
 #include "lib/request.hpp"
 #include "lib/text.hpp"
@@ -178,10 +180,12 @@ s32 ApicIpaddrSet(const char* pchIfaceName, u16 wSinFamily, const TVimbraIfaceAl
     }
     request->wSinFamily = wSinFamily;
     CopyField(request->achIfaceName, pchIfaceName);
-    request->tIfaceAllIp.dwIpNum = ptNetIfaceIp->dwIpNum;
+    // Read once: the copy stays in bounds whatever another thread writes into the caller's record.
+    const u32 count = std::min<u32>(u32{ptNetIfaceIp->dwIpNum}, VIMBRA_IFACE_IP_MAX);
+    request->tIfaceAllIp.dwIpNum = count;
     // What lies past the count may be anything; it stays here and goes out as zero.
     memcpy(&request->tIfaceAllIp.atNetIfaceIp, ptNetIfaceIp->atNetIfaceIp,
-           ptNetIfaceIp->dwIpNum * sizeof(TVimbraIfaceIp));
+           count * sizeof(TVimbraIfaceIp));
     return request.Send(kIpaddrSet);
 }
 
