@@ -6,7 +6,9 @@
 #ifndef VIMBRA_NET_H
 #define VIMBRA_NET_H
 
+#include <vimbra/net_bond.h>
 #include <vimbra/net_common.h>
+#include <vimbra/net_webs.h>
 #include <vimbra/types.h>
 
 #endif

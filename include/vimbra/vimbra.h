@@ -6,11 +6,13 @@
 #define VIMBRA_VIMBRA_H
 
 #include <vimbra/addr.h>
+#include <vimbra/bond.h>
 #include <vimbra/common.h>
 #include <vimbra/iface.h>
 #include <vimbra/iface_check.h>
 #include <vimbra/ipc.h>
 #include <vimbra/log.h>
 #include <vimbra/types.h>
+#include <vimbra/webs.h>
 
 #endif
