@@ -1,0 +1,132 @@
+#include "netlink.hpp"
+
+#include <net/if.h>
+#include <netlink/errno.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace vimbrad {
+
+namespace {
+
+constexpr unsigned kIpv4Bits = 32;
+constexpr unsigned kIpv6Bits = 128;
+
+}  // namespace
+
+Netlink::Netlink() : socket_(Allocated<NlSocket>(nl_socket_alloc())) {
+    if (const int result = nl_connect(socket_.get(), NETLINK_ROUTE); result < 0)
+        throw Refusal(ErrnoOf(result), nl_geterror(result));
+}
+
+void Netlink::Change(NlMessage message) {
+    if (const int result = nl_send_auto(socket_.get(), message.get()); result < 0)
+        throw Refusal(ErrnoOf(result), nl_geterror(result));
+
+    // The library folds several error numbers into one of its own; the client is owed the kernel's.
+    struct Outcome {
+        bool known = false;
+        int error = 0;
+    } outcome;
+    const NlCallbacks callbacks(nl_cb_alloc(NL_CB_DEFAULT));
+    if (!callbacks)
+        throw std::bad_alloc();
+    nl_cb_err(
+        callbacks.get(), NL_CB_CUSTOM,
+        [](sockaddr_nl*, nlmsgerr* refusal, void* arg) {
+            *static_cast<Outcome*>(arg) = {true, -refusal->error};
+            return static_cast<int>(NL_STOP);
+        },
+        &outcome);
+    nl_cb_set(
+        callbacks.get(), NL_CB_ACK, NL_CB_CUSTOM,
+        [](nl_msg*, void* arg) {
+            *static_cast<Outcome*>(arg) = {true, 0};
+            return static_cast<int>(NL_STOP);
+        },
+        &outcome);
+    while (!outcome.known) {
+        if (const int result = nl_recvmsgs(socket_.get(), callbacks.get());
+            result < 0 && !outcome.known)
+            throw Refusal(ErrnoOf(result), nl_geterror(result));
+    }
+    if (outcome.error != 0)
+        throw Refusal(outcome.error);
+}
+
+Link Netlink::FindLink(const std::string& name) {
+    if (name.empty() || name.size() >= IFNAMSIZ)
+        throw Refusal(ENODEV, "no interface " + name);
+    rtnl_link* raw = nullptr;
+    if (rtnl_link_get_kernel(socket_.get(), 0, name.c_str(), &raw) < 0)
+        throw Refusal(ENODEV, "no interface " + name);
+    return Link(raw);
+}
+
+int Netlink::ErrnoOf(int library_error) {
+    switch (-library_error) {
+        case NLE_NOMEM:
+            return ENOMEM;
+        case NLE_PERM:
+            return EPERM;
+        case NLE_NODEV:
+            return ENODEV;
+        case NLE_OBJ_NOTFOUND:
+            return ENOENT;
+        case NLE_EXIST:
+            return EEXIST;
+        case NLE_BUSY:
+            return EBUSY;
+        case NLE_OPNOTSUPP:
+        case NLE_AF_NOSUPPORT:
+            return EOPNOTSUPP;
+        case NLE_INVAL:
+        case NLE_RANGE:
+            return EINVAL;
+        default:
+            return EIO;
+    }
+}
+
+std::string NameOf(const char (&field)[VIMBRA_IFACE_NAME_LEN]) {
+    return {field, strnlen(field, sizeof(field))};
+}
+
+NlAddr MakeNlAddr(const TVimbraAddr& address, u32 prefix) {
+    const bool v4 = address.wSinFamily == VIMBRA_FAMILY_IPV4;
+    if (!v4 && address.wSinFamily != VIMBRA_FAMILY_IPV6)
+        throw Refusal(EINVAL, "no such address family");
+    if (prefix > (v4 ? kIpv4Bits : kIpv6Bits))
+        throw Refusal(EINVAL, "prefix longer than the address");
+    const void* bytes = v4 ? static_cast<const void*>(&address.tV4Addr) : &address.tV6Addr;
+    auto made = Allocated<NlAddr>(nl_addr_build(
+        address.wSinFamily, bytes, v4 ? sizeof(address.tV4Addr) : sizeof(address.tV6Addr)));
+    nl_addr_set_prefixlen(made.get(), static_cast<int>(prefix));
+    return made;
+}
+
+TVimbraAddr MakeAddr(const nl_addr* address) {
+    TVimbraAddr made{};
+    if (address == nullptr)
+        return made;
+    made.wSinFamily = static_cast<u16>(nl_addr_get_family(address));
+    std::memcpy(&made.tV6Addr, nl_addr_get_binary_addr(address),
+                std::min<std::size_t>(nl_addr_get_len(address), sizeof(made.tV6Addr)));
+    return made;
+}
+
+bool Covers(u16 wanted, int family) {
+    switch (wanted) {
+        case VIMBRA_FAMILY_IPV4:
+        case VIMBRA_FAMILY_IPV6:
+            return family == wanted;
+        case VIMBRA_FAMILY_BOTH:
+            return family == VIMBRA_FAMILY_IPV4 || family == VIMBRA_FAMILY_IPV6;
+        default:
+            throw Refusal(EINVAL, "no such address family");
+    }
+}
+
+}  // namespace vimbrad

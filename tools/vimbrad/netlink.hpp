@@ -1,0 +1,110 @@
+// The kernel's routing netlink, as the services use it: owned objects of the netlink library, and
+// requests whose refusal carries the kernel's own error number.
+#ifndef VIMBRAD_NETLINK_HPP
+#define VIMBRAD_NETLINK_HPP
+
+#include <netlink/addr.h>
+#include <netlink/cache.h>
+#include <netlink/msg.h>
+#include <netlink/netlink.h>
+#include <netlink/route/addr.h>
+#include <netlink/route/link.h>
+#include <vimbra/addr.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "refusal.hpp"
+
+namespace vimbrad {
+
+template <auto Free>
+struct FreeWith {
+    template <class Object>
+    void operator()(Object* object) const {
+        Free(object);
+    }
+};
+
+using NlSocket = std::unique_ptr<nl_sock, FreeWith<nl_socket_free>>;
+using NlCallbacks = std::unique_ptr<nl_cb, FreeWith<nl_cb_put>>;
+using NlMessage = std::unique_ptr<nl_msg, FreeWith<nlmsg_free>>;
+using NlCache = std::unique_ptr<nl_cache, FreeWith<nl_cache_free>>;
+using NlAddr = std::unique_ptr<nl_addr, FreeWith<nl_addr_put>>;
+using Link = std::unique_ptr<rtnl_link, FreeWith<rtnl_link_put>>;
+using IfaceAddr = std::unique_ptr<rtnl_addr, FreeWith<rtnl_addr_put>>;
+
+// For the library's builders: they fill in a pointer and return a negative number of their own.
+template <class Owner, class Builder>
+Owner Build(Builder build) {
+    typename Owner::pointer raw = nullptr;
+    const int result = build(&raw);
+    if (result < 0 || raw == nullptr)
+        throw Refusal(result == -NLE_NOMEM ? ENOMEM : EINVAL, nl_geterror(result));
+    return Owner(raw);
+}
+
+// For its allocators.
+template <class Owner>
+Owner Allocated(typename Owner::pointer raw) {
+    if (raw == nullptr)
+        throw std::bad_alloc();
+    return Owner(raw);
+}
+
+// A connection to the kernel. Each request uses one of its own: nothing that went wrong with one
+// can be taken for the answer to the next.
+class Netlink {
+ public:
+    Netlink();
+
+    // Carries out a change and waits for the kernel's word. Throws Refusal.
+    void Change(NlMessage message);
+
+    // The interface of this name. Throws Refusal(ENODEV).
+    Link FindLink(const std::string& name);
+
+    // Dump of a kind of object, as the library's cache of it.
+    template <class Alloc>
+    NlCache Dump(Alloc alloc) {
+        nl_cache* raw = nullptr;
+        const int result = alloc(socket_.get(), &raw);
+        if (result < 0)
+            throw Refusal(ErrnoOf(result), nl_geterror(result));
+        return NlCache(raw);
+    }
+
+    // The error number behind one of the library's own.
+    static int ErrnoOf(int library_error);
+
+ private:
+    NlSocket socket_;
+};
+
+// Calls visit(Object*) for every object of a cache.
+template <class Object, class Visit>
+void ForEach(const NlCache& cache, Visit visit) {
+    for (nl_object* each = nl_cache_get_first(cache.get()); each != nullptr;
+         each = nl_cache_get_next(each))
+        visit(reinterpret_cast<Object*>(each));
+}
+
+// Text of a name field; it need not be terminated.
+std::string NameOf(const char (&field)[VIMBRA_IFACE_NAME_LEN]);
+
+// An address as the netlink library wants it. Throws Refusal(EINVAL) for another family than 2 and
+// 10 and for a prefix beyond the address.
+NlAddr MakeNlAddr(const TVimbraAddr& address, u32 prefix);
+
+// The other way round; zero for no address.
+TVimbraAddr MakeAddr(const nl_addr* address);
+
+// True when a request for `wanted` (2, 10, or 11 for both) speaks of `family`. Throws
+// Refusal(EINVAL) when `wanted` is none of them.
+bool Covers(u16 wanted, int family);
+
+}  // namespace vimbrad
+
+#endif

@@ -1,0 +1,187 @@
+#include "server.hpp"
+
+#include <algorithm>
+#include <array>
+#include <vector>
+
+#include "log.hpp"
+
+namespace vimbrad {
+namespace {
+
+constexpr std::size_t kConnectionsMax = 64;
+constexpr int kBacklog = 128;
+// A client writes its request in one piece and reads its reply at once.
+constexpr std::uint64_t kReceiveMs = 5'000;
+constexpr std::uint64_t kSendMs = 5'000;
+// No client waits longer than this for its reply.
+constexpr std::uint64_t kAnswerMs = 65'000;
+
+}  // namespace
+
+// One request and its reply. Lives until it is dropped by the server; an answer that comes later
+// finds it gone.
+class Connection : public std::enable_shared_from_this<Connection> {
+ public:
+    Connection(Server& server, uv_loop_t* loop)
+        : server_(server), pipe_(MakePipe(loop, this)), timer_(MakeTimer(loop, this)) {}
+
+    bool Open(uv_stream_t* listener) {
+        if (uv_accept(listener, AsStream(pipe_)) != 0)
+            return false;
+        SetTimeLimit(kReceiveMs);
+        return uv_read_start(AsStream(pipe_), GiveBuffer, OnRead) == 0;
+    }
+
+    bool AwaitsRequest() const { return state_ == State::kRequest; }
+
+ private:
+    enum class State { kRequest, kAnswer, kReply };
+
+    // Owns its bytes: the loop may hold on to it longer than the connection lives.
+    struct Reply {
+        uv_write_t write{};
+        std::vector<char> bytes;
+        std::weak_ptr<Connection> connection;
+    };
+
+    void SetTimeLimit(std::uint64_t milliseconds) {
+        uv_timer_start(timer_.get(), OnTimeLimit, milliseconds, 0);
+    }
+
+    static void OnTimeLimit(uv_timer_t* timer) {
+        auto* self = static_cast<Connection*>(timer->data);
+        LogWarning("a client %s: closed", self->AwaitsRequest() ? "sent no whole request in time"
+                                          : self->state_ == State::kAnswer
+                                              ? "got no answer in time"
+                                              : "took no reply in time");
+        self->server_.Drop(self);
+    }
+
+    static void GiveBuffer(uv_handle_t* handle, std::size_t, uv_buf_t* buffer) {
+        auto* self = static_cast<Connection*>(handle->data);
+        *buffer = uv_buf_init(self->buffer_.data() + self->received_,
+                              static_cast<unsigned>(self->buffer_.size() - self->received_));
+    }
+
+    static void OnRead(uv_stream_t* stream, ssize_t count, const uv_buf_t*) {
+        auto* self = static_cast<Connection*>(stream->data);
+        if (count < 0) {
+            if (self->received_ != 0)
+                LogWarning("a client closed after %zu bytes of a request", self->received_);
+            self->server_.Drop(self);
+            return;
+        }
+        self->received_ += static_cast<std::size_t>(count);
+        self->Examine();
+    }
+
+    void Examine() {
+        if (received_ < sizeof(head_))
+            return;
+        std::memcpy(&head_, buffer_.data(), sizeof(head_));
+        if (head_.size > VIMBRA_IPC_BODY_MAX) {
+            LogWarning("request 0x%04x with %u bytes: too long", head_.type, head_.size);
+            FinishRequest();
+            const wire::PlainResult refusal{EMSGSIZE};
+            Send(std::as_bytes(std::span(&refusal, 1)));
+            return;
+        }
+        if (received_ < sizeof(head_) + head_.size)
+            return;
+        FinishRequest();
+        // The handler may answer at once and so end this connection.
+        const auto alive = shared_from_this();
+        const std::weak_ptr<Connection> weak = alive;
+        server_.Requests().Dispatch(
+            head_.type, std::as_bytes(std::span(buffer_)).subspan(sizeof(head_), head_.size),
+            [weak](Bytes reply) {
+                if (const auto connection = weak.lock())
+                    connection->Send(reply);
+            });
+    }
+
+    void FinishRequest() {
+        state_ = State::kAnswer;
+        uv_read_stop(AsStream(pipe_));
+        SetTimeLimit(kAnswerMs);
+    }
+
+    // The whole message goes out in one write: clients read it in one piece.
+    void Send(Bytes body) {
+        state_ = State::kReply;
+        SetTimeLimit(kSendMs);
+        auto reply = std::make_unique<Reply>();
+        const IpcMsgHead head{head_.type, static_cast<u32>(body.size()), 0};
+        reply->bytes.resize(sizeof(head) + body.size());
+        std::memcpy(reply->bytes.data(), &head, sizeof(head));
+        std::copy(body.begin(), body.end(),
+                  reinterpret_cast<std::byte*>(reply->bytes.data()) + sizeof(head));
+        reply->connection = weak_from_this();
+        reply->write.data = reply.get();
+        const uv_buf_t buffer =
+            uv_buf_init(reply->bytes.data(), static_cast<unsigned>(reply->bytes.size()));
+        if (uv_write(&reply->write, AsStream(pipe_), &buffer, 1, OnSent) == 0)
+            static_cast<void>(reply.release());
+        else
+            server_.Drop(this);
+    }
+
+    static void OnSent(uv_write_t* write, int) {
+        const std::unique_ptr<Reply> reply(static_cast<Reply*>(write->data));
+        if (const auto connection = reply->connection.lock())
+            connection->server_.Drop(connection.get());
+    }
+
+    Server& server_;
+    State state_ = State::kRequest;
+    IpcMsgHead head_{};
+    std::size_t received_ = 0;
+    std::array<char, sizeof(IpcMsgHead) + VIMBRA_IPC_BODY_MAX> buffer_{};
+    UvHandle<uv_pipe_t> pipe_;
+    UvHandle<uv_timer_t> timer_;
+};
+
+Server::Server(uv_loop_t* loop, Registry& registry, int listening_socket)
+    : loop_(loop), registry_(registry), listener_(MakePipe(loop, this)) {
+    UvCheck(uv_pipe_open(listener_.get(), listening_socket), "socket");
+    UvCheck(uv_listen(AsStream(listener_), kBacklog,
+                      [](uv_stream_t* stream, int status) {
+                          if (status < 0)
+                              LogWarning("accept: %s", uv_strerror(status));
+                          else
+                              static_cast<Server*>(stream->data)->Accept();
+                      }),
+            "listen");
+}
+
+Server::~Server() = default;
+
+void Server::Accept() {
+    const bool room = MakeRoom();
+    // A client for whom there is no room is accepted all the same and closed at once: left in the
+    // queue it would keep the loop busy.
+    auto connection = std::make_shared<Connection>(*this, loop_);
+    if (!connection->Open(AsStream(listener_)) || !room)
+        return;
+    connections_.push_back(std::move(connection));
+}
+
+bool Server::MakeRoom() {
+    if (connections_.size() < kConnectionsMax)
+        return true;
+    const auto silent = std::find_if(connections_.begin(), connections_.end(),
+                                     [](const auto& each) { return each->AwaitsRequest(); });
+    if (silent == connections_.end()) {
+        LogWarning("%zu clients wait for answers: one more turned away", connections_.size());
+        return false;
+    }
+    connections_.erase(silent);
+    return true;
+}
+
+void Server::Drop(const Connection* connection) {
+    connections_.remove_if([connection](const auto& each) { return each.get() == connection; });
+}
+
+}  // namespace vimbrad

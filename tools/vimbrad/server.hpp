@@ -1,0 +1,41 @@
+// Takes requests from the socket and hands them to the registry, one per connection.
+#ifndef VIMBRAD_SERVER_HPP
+#define VIMBRAD_SERVER_HPP
+
+#include <list>
+#include <memory>
+
+#include "service.hpp"
+#include "uv.hpp"
+
+namespace vimbrad {
+
+class Connection;
+
+// No client can hold up another: a connection has a fixed buffer and a time limit for each of its
+// steps, their number is limited, and when all are taken the oldest that has not yet sent its
+// request makes room.
+class Server {
+ public:
+    // Owns the listening socket from now on. The registry must outlive the server.
+    Server(uv_loop_t* loop, Registry& registry, int listening_socket);
+    ~Server();
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+
+    Registry& Requests() { return registry_; }
+    void Drop(const Connection* connection);
+
+ private:
+    void Accept();
+    bool MakeRoom();
+
+    uv_loop_t* loop_;
+    Registry& registry_;
+    std::list<std::shared_ptr<Connection>> connections_;
+    UvHandle<uv_pipe_t> listener_;
+};
+
+}  // namespace vimbrad
+
+#endif

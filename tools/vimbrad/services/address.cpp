@@ -1,0 +1,332 @@
+// Addresses of an interface: add, delete, flush, replace, list.
+#include <linux/if_addr.h>
+#include <linux/ip.h>
+#include <linux/rtnetlink.h>
+#include <netlink/route/link.h>
+#include <netlink/route/link/inet.h>
+
+#include <algorithm>
+#include <optional>
+
+#include "api/api_ip/api_ipaddr/ipaddr_wire.hpp"
+#include "log.hpp"
+#include "netlink.hpp"
+#include "services/services.hpp"
+
+namespace vimbrad {
+namespace {
+
+std::optional<int> KernelScope(EVimbraScopeType scope) {
+    switch (scope) {
+        case VIMBRA_SCOPE_TYPE_DEF:
+            return std::nullopt;
+        case VIMBRA_SCOPE_TYPE_HOST:
+            return RT_SCOPE_HOST;
+        case VIMBRA_SCOPE_TYPE_LINK:
+            return RT_SCOPE_LINK;
+        case VIMBRA_SCOPE_TYPE_SITE:
+            return RT_SCOPE_SITE;
+        case VIMBRA_SCOPE_TYPE_GLOBAL:
+            return RT_SCOPE_UNIVERSE;
+    }
+    throw Refusal(EINVAL, "no such scope");
+}
+
+EVimbraScopeType ScopeOf(int kernel_scope) {
+    switch (kernel_scope) {
+        case RT_SCOPE_HOST:
+            return VIMBRA_SCOPE_TYPE_HOST;
+        case RT_SCOPE_LINK:
+            return VIMBRA_SCOPE_TYPE_LINK;
+        case RT_SCOPE_SITE:
+            return VIMBRA_SCOPE_TYPE_SITE;
+        case RT_SCOPE_UNIVERSE:
+            return VIMBRA_SCOPE_TYPE_GLOBAL;
+        default:
+            return VIMBRA_SCOPE_TYPE_DEF;
+    }
+}
+
+TVimbraIfaceIp RecordOf(rtnl_addr* address) {
+    return {ScopeOf(rtnl_addr_get_scope(address)), MakeAddr(rtnl_addr_get_local(address)),
+            static_cast<u32>(rtnl_addr_get_prefixlen(address))};
+}
+
+bool SameAddress(const TVimbraIfaceIp& one, const TVimbraIfaceIp& other) {
+    return one.tIpAddr.wSinFamily == other.tIpAddr.wSinFamily &&
+           std::memcmp(&one.tIpAddr.tV6Addr, &other.tIpAddr.tV6Addr,
+                       one.tIpAddr.wSinFamily == VIMBRA_FAMILY_IPV4 ? sizeof(in_addr)
+                                                                    : sizeof(in6_addr)) == 0;
+}
+
+// True when what the kernel holds is what was asked for. The kernel gives an IPv6 address its scope
+// by itself, and the default is whatever the kernel chose.
+bool Fulfils(const TVimbraIfaceIp& held, const TVimbraIfaceIp& wanted) {
+    return SameAddress(held, wanted) && held.dwPrefix == wanted.dwPrefix &&
+           (wanted.eScopeType == VIMBRA_SCOPE_TYPE_DEF || held.eScopeType == wanted.eScopeType ||
+            wanted.tIpAddr.wSinFamily == VIMBRA_FAMILY_IPV6);
+}
+
+// The link-local address that the kernel gives every IPv6 interface: neighbour discovery lives on
+// it, and the kernel does not make it again before the interface goes down and up. It is made from
+// the MAC address, recognisable by ff:fe in its middle, or from a secret, and then marked so.
+bool MadeByKernel(rtnl_addr* address) {
+    const TVimbraIfaceIp held = RecordOf(address);
+    if (held.tIpAddr.wSinFamily != VIMBRA_FAMILY_IPV6 ||
+        !IN6_IS_ADDR_LINKLOCAL(&held.tIpAddr.tV6Addr))
+        return false;
+    const u8* bytes = held.tIpAddr.tV6Addr.s6_addr;
+    return (bytes[11] == 0xff && bytes[12] == 0xfe) ||
+           (rtnl_addr_get_flags(address) & IFA_F_STABLE_PRIVACY) != 0;
+}
+
+// One interface and its addresses.
+class Iface {
+ public:
+    explicit Iface(const std::string& name) : link_(kernel_.FindLink(name)) {}
+
+    // What the interface has of these families, IPv4 first, each in the kernel's order.
+    std::vector<IfaceAddr> Addresses(u16 wanted_family) {
+        const NlCache all = kernel_.Dump(rtnl_addr_alloc_cache);
+        std::vector<IfaceAddr> found;
+        ForEach<rtnl_addr>(all, [&](rtnl_addr* each) {
+            if (rtnl_addr_get_ifindex(each) == Index() &&
+                Covers(wanted_family, rtnl_addr_get_family(each))) {
+                nl_object_get(OBJ_CAST(each));
+                found.emplace_back(each);
+            }
+        });
+        std::stable_sort(found.begin(), found.end(), [](const auto& one, const auto& other) {
+            return rtnl_addr_get_family(one.get()) < rtnl_addr_get_family(other.get());
+        });
+        return found;
+    }
+
+    // Addresses that a flush or a replacement may take away.
+    std::vector<IfaceAddr> Configured(u16 wanted_family) {
+        std::vector<IfaceAddr> found = Addresses(wanted_family);
+        std::erase_if(found, [](const auto& each) { return MadeByKernel(each.get()); });
+        return found;
+    }
+
+    void Add(const TVimbraIfaceIp& wanted, unsigned flags = 0) {
+        const IfaceAddr address = Make(wanted);
+        if (const auto scope = KernelScope(wanted.eScopeType))
+            rtnl_addr_set_scope(address.get(), *scope);
+        if (flags != 0)
+            rtnl_addr_set_flags(address.get(), flags);
+        SetBroadcast(address.get(), wanted);
+        kernel_.Change(Build<NlMessage>([&](nl_msg** message) {
+            return rtnl_addr_build_add_request(address.get(), NLM_F_EXCL, message);
+        }));
+    }
+
+    void Delete(const TVimbraIfaceIp& unwanted) {
+        const IfaceAddr address = Make(unwanted);
+        Delete(address.get());
+    }
+
+    void Delete(rtnl_addr* address) {
+        if (rtnl_addr_get_family(address) == VIMBRA_FAMILY_IPV4)
+            KeepSecondaries();
+        kernel_.Change(Build<NlMessage>(
+            [&](nl_msg** message) { return rtnl_addr_build_delete_request(address, 0, message); }));
+    }
+
+ private:
+    int Index() const { return rtnl_link_get_ifindex(link_.get()); }
+
+    IfaceAddr Make(const TVimbraIfaceIp& record) const {
+        const NlAddr local = MakeNlAddr(record.tIpAddr, record.dwPrefix);
+        auto address = Allocated<IfaceAddr>(rtnl_addr_alloc());
+        rtnl_addr_set_ifindex(address.get(), Index());
+        if (rtnl_addr_set_local(address.get(), local.get()) < 0)
+            throw Refusal(EINVAL);
+        return address;
+    }
+
+    // Programs that broadcast ask the interface for the address to use. A net of one or two
+    // addresses has none.
+    static void SetBroadcast(rtnl_addr* address, const TVimbraIfaceIp& record) {
+        if (record.tIpAddr.wSinFamily != VIMBRA_FAMILY_IPV4 || record.dwPrefix == 0 ||
+            record.dwPrefix > 30)
+            return;
+        TVimbraAddr broadcast = record.tIpAddr;
+        broadcast.tV4Addr.s_addr |= htonl(~u32{0} >> record.dwPrefix);
+        const NlAddr made = MakeNlAddr(broadcast, 32);
+        rtnl_addr_set_broadcast(address, made.get());
+    }
+
+    // Unless told otherwise the kernel takes every other address of a subnet away with the first.
+    void KeepSecondaries() {
+        if (keeps_secondaries_)
+            return;
+        const auto changes = Allocated<Link>(rtnl_link_alloc());
+        rtnl_link_inet_set_conf(changes.get(), IPV4_DEVCONF_PROMOTE_SECONDARIES, 1);
+        kernel_.Change(Build<NlMessage>([&](nl_msg** message) {
+            return rtnl_link_build_change_request(link_.get(), changes.get(), 0, message);
+        }));
+        keeps_secondaries_ = true;
+    }
+
+    Netlink kernel_;
+    Link link_;
+    bool keeps_secondaries_ = false;
+};
+
+wire::PlainResult Add(const wire::IfaceIpBody& body) {
+    Iface(NameOf(body.achIfaceName)).Add(body.tIfaceIp);
+    return {0};
+}
+
+wire::PlainResult Delete(const wire::IfaceIpBody& body) {
+    Iface(NameOf(body.achIfaceName)).Delete(TVimbraIfaceIp(body.tIfaceIp));
+    return {0};
+}
+
+wire::PlainResult Flush(const wire::FamilyIfaceBody& body) {
+    Iface iface(NameOf(body.achIfaceName));
+    for (const IfaceAddr& each : iface.Configured(body.wSinFamily))
+        iface.Delete(each.get());
+    return {0};
+}
+
+wire::TIpcAllIp Get(const wire::FamilyIfaceBody& body) {
+    wire::TIpcAllIp reply{};
+    TVimbraIfaceAllIp& list = reply.tIpcAllIp;
+    for (const IfaceAddr& each : Iface(NameOf(body.achIfaceName)).Addresses(body.wSinFamily)) {
+        if (list.dwIpNum == VIMBRA_IFACE_IP_MAX)
+            break;
+        list.atNetIfaceIp[list.dwIpNum++] = RecordOf(each.get());
+    }
+    return reply;
+}
+
+// What was asked for, each entry once. Nothing is changed before all of it is known to make sense.
+std::vector<TVimbraIfaceIp> WantedOf(const TVimbraIfaceAllIp& list, u16 family) {
+    if (list.dwIpNum > VIMBRA_IFACE_IP_MAX)
+        throw Refusal(EINVAL, "more addresses than the list can hold");
+    std::vector<TVimbraIfaceIp> wanted;
+    for (u32 i = 0; i < list.dwIpNum; ++i) {
+        const TVimbraIfaceIp& entry = list.atNetIfaceIp[i];
+        if (!Covers(family, entry.tIpAddr.wSinFamily))
+            throw Refusal(EINVAL, "an address of another family than the request's");
+        MakeNlAddr(entry.tIpAddr, entry.dwPrefix);
+        KernelScope(entry.eScopeType);
+        if (std::none_of(wanted.begin(), wanted.end(),
+                         [&entry](const auto& each) { return Fulfils(each, entry); }))
+            wanted.push_back(entry);
+    }
+    return wanted;
+}
+
+// Replaces the addresses of an interface. New ones come before old ones go, and one that stays is
+// never touched; if the kernel refuses a new one, those that came with it go again.
+class Replacement {
+ public:
+    Replacement(Iface& iface, u16 family) : iface_(iface), held_(iface.Configured(family)) {}
+
+    void Run(const std::vector<TVimbraIfaceIp>& wanted) {
+        std::vector<TVimbraIfaceIp> missing;
+        for (const TVimbraIfaceIp& each : wanted) {
+            if (!Keep(each))
+                missing.push_back(each);
+        }
+        try {
+            for (const TVimbraIfaceIp& each : missing)
+                AddNew(each);
+        } catch (...) {
+            Undo();
+            throw;
+        }
+        for (const IfaceAddr& each : held_)
+            iface_.Delete(each.get());
+    }
+
+ private:
+    // Takes a held address that fulfils the wish out of those that go.
+    bool Keep(const TVimbraIfaceIp& wanted) {
+        return std::erase_if(held_, [&wanted](const auto& each) {
+                   return Fulfils(RecordOf(each.get()), wanted);
+               }) != 0;
+    }
+
+    void AddNew(const TVimbraIfaceIp& wanted) {
+        try {
+            iface_.Add(wanted);
+        } catch (const Refusal& refusal) {
+            if (refusal.Error() != EEXIST)
+                throw;
+            Exchange(wanted);
+        }
+        added_.push_back(wanted);
+    }
+
+    // The kernel cannot hold an address twice, with two scopes or (IPv6) two prefixes, and cannot
+    // change them: the old one goes just before the new one comes. It was in use, so there is no
+    // need to ask the network again whether it is free.
+    void Exchange(const TVimbraIfaceIp& wanted) {
+        const auto old = std::find_if(held_.begin(), held_.end(), [&wanted](const auto& each) {
+            return SameAddress(RecordOf(each.get()), wanted);
+        });
+        if (old == held_.end())
+            throw Refusal(EEXIST);
+        iface_.Delete(old->get());
+        exchanged_.push_back(RecordOf(old->get()));
+        held_.erase(old);
+        iface_.Add(wanted, NoDetection(wanted));
+    }
+
+    static unsigned NoDetection(const TVimbraIfaceIp& address) {
+        return address.tIpAddr.wSinFamily == VIMBRA_FAMILY_IPV6 ? IFA_F_NODAD : 0;
+    }
+
+    void Undo() {
+        Try(added_, [this](const TVimbraIfaceIp& each) { iface_.Delete(each); });
+        Try(exchanged_,
+            [this](const TVimbraIfaceIp& each) { iface_.Add(each, NoDetection(each)); });
+    }
+
+    template <class Step>
+    static void Try(const std::vector<TVimbraIfaceIp>& addresses, Step step) {
+        for (const TVimbraIfaceIp& each : addresses) {
+            try {
+                step(each);
+            } catch (const Refusal& refusal) {
+                LogError("could not go back to the addresses before: %s", refusal.what());
+            }
+        }
+    }
+
+    Iface& iface_;
+    std::vector<IfaceAddr> held_;
+    std::vector<TVimbraIfaceIp> added_;
+    std::vector<TVimbraIfaceIp> exchanged_;
+};
+
+wire::PlainResult Set(const wire::IfaceAllIpBody& body) {
+    const std::vector<TVimbraIfaceIp> wanted = WantedOf(body.tIfaceAllIp, body.wSinFamily);
+    Iface iface(NameOf(body.achIfaceName));
+    Replacement(iface, body.wSinFamily).Run(wanted);
+    return {0};
+}
+
+class AddressService : public Service {
+ public:
+    void Attach(Registry& registry) override {
+        using wire::PlainResult;
+        registry.On<wire::IfaceIpBody, PlainResult>(wire::kIpaddrAdd, "address add", Add);
+        registry.On<wire::IfaceIpBody, PlainResult>(wire::kIpaddrDel, "address delete", Delete);
+        registry.On<wire::FamilyIfaceBody, PlainResult>(wire::kIpaddrFlush, "address flush", Flush);
+        registry.On<wire::IfaceAllIpBody, PlainResult>(wire::kIpaddrSet, "address set", Set);
+        registry.On<wire::FamilyIfaceBody, wire::TIpcAllIp>(wire::kIpaddrGet, "address get", Get);
+    }
+};
+
+}  // namespace
+
+std::unique_ptr<Service> MakeAddressService(const Context&) {
+    return std::make_unique<AddressService>();
+}
+
+}  // namespace vimbrad

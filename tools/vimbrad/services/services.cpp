@@ -1,0 +1,12 @@
+#include "services/services.hpp"
+
+namespace vimbrad {
+
+std::vector<std::unique_ptr<Service>> AllServices(const Context& context) {
+    std::vector<std::unique_ptr<Service>> services;
+    for (const auto make : {MakeAddressService, MakeLinkService, MakeLogLevelService})
+        services.push_back(make(context));
+    return services;
+}
+
+}  // namespace vimbrad

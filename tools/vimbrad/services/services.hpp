@@ -1,0 +1,21 @@
+// Every service of the daemon. A new one is a file beside this, a line here and a line in
+// AllServices().
+#ifndef VIMBRAD_SERVICES_SERVICES_HPP
+#define VIMBRAD_SERVICES_SERVICES_HPP
+
+#include <memory>
+#include <vector>
+
+#include "service.hpp"
+
+namespace vimbrad {
+
+std::unique_ptr<Service> MakeAddressService(const Context& context);
+std::unique_ptr<Service> MakeLinkService(const Context& context);
+std::unique_ptr<Service> MakeLogLevelService(const Context& context);
+
+std::vector<std::unique_ptr<Service>> AllServices(const Context& context);
+
+}  // namespace vimbrad
+
+#endif
