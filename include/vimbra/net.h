@@ -8,6 +8,8 @@
 
 #include <vimbra/net_bond.h>
 #include <vimbra/net_common.h>
+#include <vimbra/net_ip.h>
+#include <vimbra/net_route.h>
 #include <vimbra/net_webs.h>
 #include <vimbra/types.h>
 

@@ -12,6 +12,7 @@
 #include <vimbra/iface_check.h>
 #include <vimbra/ipc.h>
 #include <vimbra/log.h>
+#include <vimbra/route.h>
 #include <vimbra/types.h>
 #include <vimbra/webs.h>
 

@@ -40,6 +40,20 @@ static_assert(sizeof(TVimbraIfaceMac) == 6);
 // An interface name: zero-filled, without terminator when all 16 characters are used.
 using NameField = char[VIMBRA_IFACE_NAME_LEN];
 
+// An interface alone.
+struct IfaceBody {
+    NameField achIfaceName;
+};
+static_assert(sizeof(IfaceBody) == 16);
+
+// One family of an interface.
+struct VIMBRA_WIRE FamilyIfaceBody {
+    u16 wSinFamily;
+    NameField achIfaceName;
+};
+static_assert(sizeof(FamilyIfaceBody) == 18);
+static_assert(offsetof(FamilyIfaceBody, achIfaceName) == 2);
+
 // The reply of most requests: 0, or the daemon's number for what went wrong.
 struct PlainResult {
     s32 nErrid;

@@ -18,11 +18,7 @@ enum : u32 {
     kIpaddrGet = 277,
 };
 
-// kMacGet, kMtuGet
-struct IfaceBody {
-    NameField achIfaceName;
-};
-static_assert(sizeof(IfaceBody) == 16);
+// kMacGet, kMtuGet: IfaceBody
 
 // kIpaddrAdd, kIpaddrDel
 struct VIMBRA_WIRE IfaceIpBody {
@@ -32,13 +28,7 @@ struct VIMBRA_WIRE IfaceIpBody {
 static_assert(sizeof(IfaceIpBody) == 44);
 static_assert(offsetof(IfaceIpBody, tIfaceIp) == 16);
 
-// kIpaddrFlush, kIpaddrGet
-struct VIMBRA_WIRE FamilyIfaceBody {
-    u16 wSinFamily;
-    NameField achIfaceName;
-};
-static_assert(sizeof(FamilyIfaceBody) == 18);
-static_assert(offsetof(FamilyIfaceBody, achIfaceName) == 2);
+// kIpaddrFlush, kIpaddrGet: FamilyIfaceBody
 
 // kIpaddrSet
 struct VIMBRA_WIRE IfaceAllIpBody {
