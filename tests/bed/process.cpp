@@ -41,6 +41,13 @@ Registry& TheRegistry() {
     return registry;
 }
 
+// A sanitizer starts a thread of its own with the program's first one: it is brought about before
+// anything is counted.
+void WakeHelperThreads() {
+    static std::once_flag once;
+    std::call_once(once, [] { std::thread([] {}).join(); });
+}
+
 std::vector<std::string> Entries(const char* path) {
     std::vector<std::string> names;
     if (DIR* directory = opendir(path)) {
@@ -86,6 +93,7 @@ std::map<int, std::string> OpenDescriptors() {
 }
 
 std::vector<std::string> ThreadNames() {
+    WakeHelperThreads();
     const std::lock_guard guard(TheRegistry().lock);
     std::vector<std::string> names;
     for (const std::string& task : Entries("/proc/self/task")) {

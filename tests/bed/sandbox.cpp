@@ -253,12 +253,6 @@ void RaiseLoopback() {
     close(probe);
 }
 
-// A directory to keep: its real path, and a descriptor from before anything was covered.
-struct Kept {
-    std::string path;
-    int descriptor;
-};
-
 bool Lies(const std::string& path, const std::string& under) {
     return path.size() > under.size() && path.compare(0, under.size(), under) == 0 &&
            path[under.size()] == '/';
@@ -278,22 +272,19 @@ std::string RealPath(const std::string& path) {
     return realpath(path.c_str(), resolved) != nullptr ? resolved : "";
 }
 
-void Keep(std::vector<Kept>& kept, const std::string& given) {
+// Notes a directory that the throw-away ones would hide, by its real path.
+void Keep(std::vector<std::string>& kept, const std::string& given) {
     const std::string path = RealPath(given);
     // The system's own programs are there anyway, and are better left read-only.
     if (path.empty() || !IsReplaced(path) || path == "/usr/bin" || path == "/usr/sbin") {
         return;
     }
-    for (const Kept& other : kept) {
-        if (path == other.path || Lies(path, other.path)) {
+    for (const std::string& other : kept) {
+        if (path == other || Lies(path, other)) {
             return;
         }
     }
-    const int descriptor = OpenPath(path);
-    if (descriptor < 0) {
-        Die("cannot open %s", path.c_str());
-    }
-    kept.push_back({path, descriptor});
+    kept.push_back(path);
 }
 
 std::string DirectoryOf(const std::string& path) {
@@ -301,8 +292,15 @@ std::string DirectoryOf(const std::string& path) {
     return slash == std::string::npos ? "" : path.substr(0, slash + 1);
 }
 
-void BuildWorld(const std::vector<Kept>& kept) {
+void BuildWorld(const std::vector<std::string>& kept) {
     Mount("", "/", nullptr, MS_REC | MS_PRIVATE);
+    std::vector<int> keptDescriptors;
+    for (const std::string& path : kept) {
+        keptDescriptors.push_back(OpenPath(path));
+        if (keptDescriptors.back() < 0) {
+            Die("cannot open %s", path.c_str());
+        }
+    }
     Mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC);
     MountTmpfs("/tmp", "mode=1777");
     MountTmpfs("/run", "mode=0755");
@@ -313,15 +311,15 @@ void BuildWorld(const std::vector<Kept>& kept) {
     Recompose("/usr", {"etc", "config"});
     Recompose("/etc", {});
     MakeDev();
-    for (const Kept& directory : kept) {
-        MakeDirectories(directory.path);
-        Mount(PathOf(directory.descriptor), directory.path, nullptr, MS_BIND | MS_REC);
-        close(directory.descriptor);
+    for (size_t i = 0; i < kept.size(); ++i) {
+        MakeDirectories(kept[i]);
+        Mount(PathOf(keptDescriptors[i]), kept[i], nullptr, MS_BIND | MS_REC);
+        close(keptDescriptors[i]);
     }
     RaiseLoopback();
 }
 
-// True when the caller ended up in a new user namespace.
+// Root enters them as he is, unless he may not (in a container) and has to become root of his own.
 void EnterNamespaces() {
     constexpr int kPrivate =
         CLONE_NEWNS | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWPID | CLONE_NEWUTS;
@@ -362,7 +360,7 @@ void DieWithLauncher(int launcherAlive) {
 
 // The first process of the new world: builds it, starts the command, buries whatever dies, and ends
 // with the command, which ends everything that is still left.
-[[noreturn]] void RunFirstProcess(const std::vector<Kept>& kept, const std::string& current,
+[[noreturn]] void RunFirstProcess(const std::vector<std::string>& kept, const std::string& current,
                                   int launcherAlive, int report, char** command) {
     DieWithLauncher(launcherAlive);
     BuildWorld(kept);
@@ -408,7 +406,7 @@ void DieWithLauncher(int launcherAlive) {
 }  // namespace
 
 int main(int count, char** arguments) {
-    std::vector<Kept> kept;
+    std::vector<std::string> kept;
     int next = 1;
     for (; next < count && arguments[next][0] == '-'; ++next) {
         const std::string_view option = arguments[next];
