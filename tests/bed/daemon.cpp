@@ -261,51 +261,71 @@ class ScriptedDaemon::Server {
             if (client.Get() < 0) {
                 continue;
             }
-            size_t number = 0;
-            {
-                const std::lock_guard guard(lock_);
-                number = accepted_++;
-                changed_.notify_all();
-            }
-            auto shared = std::make_shared<Descriptor>(std::move(client));
-            serving_.push_back(internal::StartThread([this, shared, number] {
-                Serve(shared->Get(), number);
-                shared->Reset();
-                const std::lock_guard guard(lock_);
-                ++ended_;
-                changed_.notify_all();
-            }));
+            const auto shared = std::make_shared<Descriptor>(std::move(client));
+            const auto [number, unread] = Enter();
+            serving_.push_back(
+                internal::StartThread([this, shared, number = number, unread = unread] {
+                    if (unread) {
+                        Act(shared->Get(), Request(), *unread);
+                    } else {
+                        Serve(shared->Get(), number);
+                    }
+                    shared->Reset();
+                    const std::lock_guard guard(lock_);
+                    ++ended_;
+                    changed_.notify_all();
+                }));
         }
     }
 
-    // The answer that is due before anything is read, if it is of that sort.
-    std::optional<Answer> TakeUnread() {
+    // What is due, and the pipe that ends it if it is to be held: both belong to the moment at
+    // which the request, or the connection, becomes known to the test.
+    struct Due {
+        Answer answer;
+        std::shared_ptr<internal::StopPipe> released;
+    };
+
+    // Counts a new connection, and decides whether it is to be treated unread.
+    std::pair<size_t, std::optional<Due>> Enter() {
         const std::lock_guard guard(lock_);
+        std::optional<Due> unread;
         if (!queue_.empty()) {
-            if (!ActsUnread(queue_.front())) {
-                return std::nullopt;
+            if (ActsUnread(queue_.front())) {
+                unread = Due{TakeFrom(queue_), released_};
             }
-            Answer answer = std::move(queue_.front());
-            queue_.pop_front();
-            return answer;
+        } else if (ActsUnread(default_)) {
+            unread = Due{default_, released_};
         }
-        return ActsUnread(default_) ? std::optional(default_) : std::nullopt;
+        changed_.notify_all();
+        return {accepted_++, unread};
     }
 
-    Answer Take(const Request& request) {
+    // Records a request and chooses its answer.
+    Due Record(const Request& request) {
         const std::lock_guard guard(lock_);
+        requests_.push_back(request);
+        changed_.notify_all();
+        return {Choose(request), released_};
+    }
+
+    Answer Choose(const Request& request) {
+        if (!request.complete) {
+            return Answer::Close();
+        }
         if (std::deque<Answer>& queue = queueByType_[request.type]; !queue.empty()) {
-            Answer answer = std::move(queue.front());
-            queue.pop_front();
-            return answer;
+            return TakeFrom(queue);
         }
         if (!queue_.empty()) {
-            Answer answer = std::move(queue_.front());
-            queue_.pop_front();
-            return answer;
+            return TakeFrom(queue_);
         }
         const auto own = byType_.find(request.type);
         return own != byType_.end() ? own->second : default_;
+    }
+
+    static Answer TakeFrom(std::deque<Answer>& queue) {
+        Answer answer = std::move(queue.front());
+        queue.pop_front();
+        return answer;
     }
 
     // Waits until there is something to read; false when the daemon ends.
@@ -323,14 +343,9 @@ class ScriptedDaemon::Server {
     }
 
     // Keeps the connection until the client closes it or somebody lets go.
-    void Hold(int client) const {
-        std::shared_ptr<internal::StopPipe> released;
-        {
-            const std::lock_guard guard(lock_);
-            released = released_;
-        }
+    void Hold(int client, const internal::StopPipe& released) const {
         pollfd watched[3] = {
-            {client, 0, 0}, {stop_.Waiter(), POLLIN, 0}, {released->Waiter(), POLLIN, 0}};
+            {client, 0, 0}, {stop_.Waiter(), POLLIN, 0}, {released.Waiter(), POLLIN, 0}};
         while (poll(watched, 3, -1) < 0 && errno == EINTR) {
         }
     }
@@ -377,7 +392,8 @@ class ScriptedDaemon::Server {
     }
 
     // False when the connection is over.
-    bool Reply(int client, const Request& request, const Answer& answer) {
+    bool Act(int client, const Request& request, const Due& due) {
+        const Answer& answer = due.answer;
         if (answer.hook_) {
             answer.hook_(request);
         }
@@ -388,11 +404,11 @@ class ScriptedDaemon::Server {
             case Answer::Act::kChoose: {
                 const Answer chosen = answer.choose_(request);
                 Remember(chosen);
-                return Reply(client, request, chosen);
+                return Act(client, request, {chosen, due.released});
             }
             case Answer::Act::kNothing:
             case Answer::Act::kLeaveUnread:
-                Hold(client);
+                Hold(client, *due.released);
                 return false;
             case Answer::Act::kClose:
             case Answer::Act::kCloseUnread:
@@ -400,6 +416,10 @@ class ScriptedDaemon::Server {
             case Answer::Act::kReply:
                 break;
         }
+        return Reply(client, request, answer);
+    }
+
+    bool Reply(int client, const Request& request, const Answer& answer) const {
         const auto size = answer.size_.value_or(static_cast<uint32_t>(answer.body_.size()));
         Bytes reply = answer.body_;
         if (answer.framed_) {
@@ -423,22 +443,10 @@ class ScriptedDaemon::Server {
     }
 
     void Serve(int client, size_t number) {
-        if (const std::optional<Answer> answer = TakeUnread()) {
-            Reply(client, Request(), *answer);
-            return;
-        }
         for (;;) {
             Request request;
             request.connection = number;
-            if (!Read(client, request)) {
-                return;
-            }
-            {
-                const std::lock_guard guard(lock_);
-                requests_.push_back(request);
-                changed_.notify_all();
-            }
-            if (!request.complete || !Reply(client, request, Take(request))) {
+            if (!Read(client, request) || !Act(client, request, Record(request))) {
                 return;
             }
         }

@@ -194,13 +194,10 @@ TEST(ScriptedDaemon, SaysNothingUntilReleased) {
     Connection second("api_daemon");
     ASSERT_TRUE(second.Send(Message(kType, {})));
     EXPECT_FALSE(first.WaitPeerClosed(std::chrono::milliseconds(50)));
-    EXPECT_EQ(2u, daemon.OpenConnections());
+    EXPECT_TRUE(WaitFor([&] { return daemon.OpenConnections() == 2; }));
     EXPECT_EQ(1u, daemon.Requests().size());
-    // Who is answered with nothing is only held once his request has been dealt with.
-    EXPECT_TRUE(WaitFor([&] {
-        daemon.Release();
-        return daemon.OpenConnections() == 0;
-    }));
+    daemon.Release();
+    EXPECT_TRUE(daemon.WaitIdle());
     EXPECT_TRUE(first.WaitPeerClosed());
     EXPECT_TRUE(second.WaitPeerClosed());
 }

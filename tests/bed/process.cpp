@@ -41,25 +41,40 @@ Registry& TheRegistry() {
     return registry;
 }
 
-// A sanitizer starts a thread of its own with the program's first one: it is brought about before
-// anything is counted.
-void WakeHelperThreads() {
-    static std::once_flag once;
-    std::call_once(once, [] { std::thread([] {}).join(); });
-}
-
 std::vector<std::string> Entries(const char* path) {
     std::vector<std::string> names;
     if (DIR* directory = opendir(path)) {
-        const std::string own = std::to_string(dirfd(directory));
         while (const dirent* entry = readdir(directory)) {
-            if (entry->d_name[0] != '.' && entry->d_name != own) {
+            if (entry->d_name[0] != '.') {
                 names.emplace_back(entry->d_name);
             }
         }
         closedir(directory);
     }
     return names;
+}
+
+// The kernel's list of threads breaks off at one that ends while it is being read; the next reading
+// no longer meets that one. Two alike are true.
+std::vector<std::string> Tasks() {
+    std::vector<std::string> before;
+    std::vector<std::string> now = Entries("/proc/self/task");
+    while (now != before) {
+        before = std::move(now);
+        now = Entries("/proc/self/task");
+    }
+    return now;
+}
+
+// A sanitizer starts a thread of its own with the program's first one: it is brought about before
+// anything is counted.
+void WakeHelperThreads() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        std::string path;
+        std::thread([&] { path = "/proc/self/task/" + std::to_string(gettid()); }).join();
+        WaitFor([&] { return access(path.c_str(), F_OK) != 0; });
+    });
 }
 
 }  // namespace
@@ -85,6 +100,7 @@ std::map<int, std::string> OpenDescriptors() {
         }
         char target[512];
         const ssize_t length = readlink(("/proc/self/fd/" + name).c_str(), target, sizeof target);
+        // The descriptor that the list was read with is no longer there.
         if (length > 0) {
             open[number] = std::string(target, static_cast<size_t>(length));
         }
@@ -96,7 +112,7 @@ std::vector<std::string> ThreadNames() {
     WakeHelperThreads();
     const std::lock_guard guard(TheRegistry().lock);
     std::vector<std::string> names;
-    for (const std::string& task : Entries("/proc/self/task")) {
+    for (const std::string& task : Tasks()) {
         std::string name = ReadFile("/proc/self/task/" + task + "/comm");
         if (!name.empty() && name.back() == '\n') {
             name.pop_back();
