@@ -1,0 +1,191 @@
+// vimbractl: every operation of the library from a command line.
+#include <vimbra/log.h>
+
+#include <cctype>
+#include <cstdio>
+#include <exception>
+#include <sstream>
+
+#include "commands.hpp"
+#include "exit_status.hpp"
+#include "tool.hpp"
+
+namespace {
+
+using namespace ctl;
+
+constexpr const char* kAbout =
+    "Shows and sets the networking of this device, through the Vimbra library.";
+
+// Help for a console of 80 columns.
+class HelpFormat : public CLI::Formatter {
+ public:
+    HelpFormat() {
+        label("Positionals", "Arguments");
+        label("OPTIONS", "options");
+        label("SUBCOMMAND", "COMMAND");
+    }
+
+    std::string make_option(const CLI::Option* option, bool isPositional) const override {
+        std::string name = isPositional ? option->get_name(true) : option->get_name(false, true);
+        const size_t comma = name.find(',');
+        if (comma != std::string::npos) {
+            name.insert(comma + 1, " ");
+        }
+        const bool takesValue = option->get_items_expected_max() > 0;
+        if (!isPositional && takesValue) {
+            name += " " + Upper(name.substr(name.find_first_not_of('-')));
+        }
+        return Entry(name, option->get_description());
+    }
+
+    std::string make_subcommand(const CLI::App* command) const override {
+        return Entry(command->get_name(), command->get_description());
+    }
+
+ private:
+    static constexpr size_t kNameWidth = 22;
+    static constexpr size_t kWidth = 79;
+
+    static std::string Upper(std::string text) {
+        for (char& c : text) {
+            c = c == '-' ? '_' : static_cast<char>(toupper(static_cast<unsigned char>(c)));
+        }
+        return text;
+    }
+
+    // A name, and beside it what it means in as many lines as it takes.
+    static std::string Entry(const std::string& name, const std::string& about) {
+        std::string text = "  " + name;
+        size_t column = text.size();
+        std::istringstream words(about);
+        std::string word;
+        bool isFirst = true;
+        while (words >> word) {
+            if (isFirst && column < kNameWidth) {
+                text.append(kNameWidth - column, ' ');
+                column = kNameWidth;
+            } else if (isFirst || column + 1 + word.size() > kWidth) {
+                text += "\n" + std::string(kNameWidth, ' ');
+                column = kNameWidth;
+            } else {
+                text += ' ';
+                column++;
+            }
+            text += word;
+            column += word.size();
+            isFirst = false;
+        }
+        return text + "\n";
+    }
+};
+
+// The command that the line got to, such as "addr add".
+const CLI::App& Deepest(const CLI::App& root) {
+    const CLI::App* app = &root;
+    while (!app->get_subcommands().empty()) {
+        app = app->get_subcommands().front();
+    }
+    return *app;
+}
+
+std::string CommandName(const CLI::App& app) {
+    std::string name;
+    for (const CLI::App* at = &app; at->get_parent() != nullptr; at = at->get_parent()) {
+        name = at->get_name() + (name.empty() ? "" : " ") + name;
+    }
+    return name;
+}
+
+std::string Joined(const std::string& program, const std::string& command) {
+    return command.empty() ? program : program + " " + command;
+}
+
+Failure UsageFailure(const CLI::App& root, const CLI::ParseError& error) {
+    const CLI::App& command = Deepest(root);
+    const auto following = command.get_subcommands([](const CLI::App*) { return true; });
+    std::string message = error.what();
+    if (!following.empty() && error.get_name() != "ValidationError") {
+        const std::vector<std::string> rest = command.remaining();
+        message =
+            rest.empty() ? "a command is missing" : "\"" + rest.front() + "\" is not a command";
+        const char* separator = "; accepted: ";
+        for (const CLI::App* one : following) {
+            message += separator + one->get_name();
+            separator = ", ";
+        }
+    }
+    return {ExitStatus::kUsage, message, std::nullopt, std::nullopt};
+}
+
+void Report(const Failure& failure, const std::string& command, bool json) {
+    if (!json) {
+        fprintf(stderr, "%s: %s\n", Joined("vimbractl", command).c_str(), failure.message.c_str());
+        return;
+    }
+    Json error = {{"command", command},
+                  {"status", static_cast<int>(failure.status)},
+                  {"message", failure.message}};
+    if (failure.result) {
+        error["result"] = *failure.result;
+    }
+    if (failure.daemon) {
+        error["daemon"] = *failure.daemon;
+    }
+    fprintf(stderr, "%s\n", Json{{"error", error}}.dump(2).c_str());
+}
+
+int Run(int argc, char** argv, LibraryLog& log) {
+    Tool tool(log);
+    CLI::App root(kAbout, "vimbractl");
+    root.formatter(std::make_shared<HelpFormat>());
+    root.set_help_flag("-h,--help", "Print this help");
+    root.add_flag("-j,--json", tool.json, "Print JSON, errors included");
+    root.add_flag("-v,--verbose", tool.verbose, "Show the library's log on standard error");
+    for (const AddGroup add : Groups()) {
+        add(root, tool);
+    }
+    root.require_subcommand(1);
+    for (CLI::App* group : root.get_subcommands([](const CLI::App*) { return true; })) {
+        if (!group->get_subcommands([](const CLI::App*) { return true; }).empty()) {
+            group->require_subcommand(1);
+        }
+    }
+    root.footer("'vimbractl COMMAND --help' explains a command, with an example.\n\n" +
+                ExitStatusHelp());
+    try {
+        root.parse(argc, argv);
+        tool.Finish();
+        return static_cast<int>(ExitStatus::kDone);
+    } catch (const CLI::CallForHelp&) {
+        fputs(root.help().c_str(), log.Output());
+        tool.Finish();
+        return static_cast<int>(ExitStatus::kDone);
+    } catch (const CLI::ParseError& error) {
+        const Failure failure = UsageFailure(root, error);
+        const std::string command = CommandName(Deepest(root));
+        Report(failure, command, tool.json);
+        if (!tool.json) {
+            fprintf(stderr, "Try '%s --help'.\n", Joined("vimbractl", command).c_str());
+        }
+        return static_cast<int>(failure.status);
+    } catch (const CommandFailed& failed) {
+        Report(failed.Why(), CommandName(Deepest(root)), tool.json);
+        return static_cast<int>(failed.Why().status);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // The library logs everything from the start. This is about this process alone; the daemon's
+    // level is left as it is.
+    VimbraDebugLevelSet(VIMBRA_LEVEL_NONE);
+    try {
+        LibraryLog log;
+        return Run(argc, argv, log);
+    } catch (const std::exception& error) {
+        fprintf(stderr, "vimbractl: %s\n", error.what());
+        return static_cast<int>(ExitStatus::kFailed);
+    }
+}

@@ -1,0 +1,47 @@
+#include "tool.hpp"
+
+#include <vimbra/log.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace ctl {
+
+std::optional<Failure> Tool::Try(const std::function<s32()>& call, std::string_view accepted) {
+    log_.Show(verbose);
+    // The error texts tell what most results do not: whether the daemon was reached, and its code.
+    VimbraDebugLevelSet(verbose ? VIMBRA_LEVEL_DEBUG : VIMBRA_LEVEL_ERR);
+    const s32 result = call();
+    VimbraDebugLevelSet(verbose ? VIMBRA_LEVEL_DEBUG : VIMBRA_LEVEL_NONE);
+    return Judge(result, log_.TakeErrors(), accepted);
+}
+
+void Tool::Call(const std::function<s32()>& call, std::string_view accepted,
+                std::string_view subject) {
+    if (auto failure = Try(call, accepted)) {
+        if (failure->status == ExitStatus::kNotSo && !subject.empty()) {
+            failure->message = std::string(subject) + ": " + failure->message;
+        }
+        throw CommandFailed(std::move(*failure));
+    }
+}
+
+void Tool::Show(const std::string& text, const Json& record) {
+    const std::string whole = json ? record.dump(2) : text;
+    fprintf(log_.Output(), "%s%s", whole.c_str(), whole.ends_with('\n') ? "" : "\n");
+}
+
+void Tool::Done() {
+    if (json) {
+        Show("", Json{{"result", VIMBRA_OK}});
+    }
+}
+
+void Tool::Finish() {
+    if (fflush(log_.Output()) != 0 || ferror(log_.Output()) != 0) {
+        throw CommandFailed(ExitStatus::kFailed,
+                            std::string("the output cannot be written: ") + strerror(errno));
+    }
+}
+
+}  // namespace ctl

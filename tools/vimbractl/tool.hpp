@@ -1,0 +1,64 @@
+// What every command works with: the way to the library, and the way out for what it found.
+#ifndef VIMBRACTL_TOOL_HPP
+#define VIMBRACTL_TOOL_HPP
+
+#include <vimbra/types.h>
+
+#include <cstdio>
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+
+#include "library_log.hpp"
+#include "results.hpp"
+
+namespace ctl {
+
+// Keeps the order in which a command names its fields.
+using Json = nlohmann::ordered_json;
+
+// Thrown where a command cannot go on.
+class CommandFailed : public std::exception {
+ public:
+    explicit CommandFailed(Failure failure) : failure_(std::move(failure)) {}
+    CommandFailed(ExitStatus status, std::string message)
+        : failure_{status, std::move(message), std::nullopt, std::nullopt} {}
+
+    const char* what() const noexcept override { return failure_.message.c_str(); }
+    const Failure& Why() const { return failure_; }
+
+ private:
+    Failure failure_;
+};
+
+class Tool {
+ public:
+    explicit Tool(LibraryLog& log) : log_(log) {}
+
+    bool json = false;
+    bool verbose = false;
+
+    // One call of the library; throws CommandFailed unless it did what it was asked. `accepted`
+    // says what the command's arguments may be, for a call that refuses one; `subject` names what
+    // may turn out not to exist.
+    void Call(const std::function<s32()>& call, std::string_view accepted = {},
+              std::string_view subject = {});
+    // The same for a caller that deals with a failure itself.
+    std::optional<Failure> Try(const std::function<s32()>& call, std::string_view accepted = {});
+
+    // The command's output, in the form that was asked for.
+    void Show(const std::string& text, const Json& record);
+    // A command that only changes something says nothing, or so in JSON.
+    void Done();
+
+    // Writes out what was shown; throws CommandFailed when it cannot be written.
+    void Finish();
+
+ private:
+    LibraryLog& log_;
+};
+
+}  // namespace ctl
+
+#endif
