@@ -8,6 +8,7 @@
 
 #include <vimbra/net_bond.h>
 #include <vimbra/net_common.h>
+#include <vimbra/net_dns.h>
 #include <vimbra/net_ip.h>
 #include <vimbra/net_route.h>
 #include <vimbra/net_webs.h>

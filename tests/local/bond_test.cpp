@@ -177,8 +177,8 @@ TEST_F(Bond, WithoutActiveInterfaceNothingIsSent) {
     EXPECT_TRUE(log_.Has(Kind::kPrint, "ApicBondStart", "nSendLen : 59"));
     EXPECT_TRUE(log_.Has(Kind::kPrint, "ApicBondStart", "active iface [0] len : 5"));
     EXPECT_TRUE(log_.Has(Kind::kPrint, "ApicBondStart", "active iface [0] : eth5"));
-    EXPECT_TRUE(log_.Has(Kind::kError, "ApicBondStart",
-                         "the used len and the send len are diffent!"));
+    EXPECT_TRUE(
+        log_.Has(Kind::kError, "ApicBondStart", "the used len and the send len are diffent!"));
     EXPECT_TRUE(log_.Has(Kind::kError, "VimbraBondStart", "ApicBondStart error"));
     EXPECT_EQ(0u, daemon_.Connections());
     EXPECT_EQ(0u, g_dwBondIsStarted);

@@ -137,8 +137,8 @@ bool WaitFor(const std::function<bool()>& condition,
 [[nodiscard]] std::map<int, std::string> OpenDescriptors();
 
 // The process's threads by name, and their number; the bed's own do not count. An emulator or a
-// sanitizer has threads too: compare with the state before, not with 1. A thread that was joined may
-// still be seen for a moment: use WaitFor.
+// sanitizer has threads too: compare with the state before, not with 1. A thread that was joined
+// may still be seen for a moment: use WaitFor.
 [[nodiscard]] std::vector<std::string> ThreadNames();
 [[nodiscard]] size_t Threads();
 

@@ -1,0 +1,306 @@
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "api/api_dhcpc/dns_node.hpp"
+#include "lib/cancel.hpp"
+#include "lib/line_file.hpp"
+#include "lib/log.hpp"
+#include "lib/text.hpp"
+
+using namespace vimbra;
+
+namespace {
+
+constexpr char kResolvConf[] = "/etc/resolv.conf";
+constexpr char kMarker[] = "####";
+constexpr std::string_view kServer = "nameserver";
+constexpr std::string_view kIpv6 = "v6";
+constexpr char kOutOfMemory[] = "XMALLOC error";
+
+// The longest line that is taken in one piece, its newline included.
+constexpr size_t kLineMax = 99;
+
+class List {
+ public:
+    explicit List(DnsNode* head) : head_(head) {}
+    List(const List&) = delete;
+    List& operator=(const List&) = delete;
+    ~List() {
+        if (head_ != nullptr) {
+            FreeList(head_);
+        }
+    }
+
+    explicit operator bool() const { return head_ != nullptr; }
+    DnsNode* Head() const { return head_; }
+    DnsNode* Release() {
+        DnsNode* head = head_;
+        head_ = nullptr;
+        return head;
+    }
+
+ private:
+    DnsNode* head_;
+};
+
+bool Contains(std::string_view text, std::string_view part) {
+    return text.find(part) != std::string_view::npos;
+}
+
+// What a line says. The last character goes, newline or not, as it always has.
+std::string_view Content(std::string_view line) {
+    line = line.substr(0, line.find('\0'));
+    return line.substr(0, line.size() - (line.empty() ? 0 : 1));
+}
+
+// A section of this name: a marker line as it stands, or the parts of one.
+DnsNode* NewSection(std::initializer_list<std::string_view> name) {
+    size_t length = 0;
+    for (const std::string_view part : name) {
+        length += part.size();
+    }
+    DnsNode* node = NewZeroed<DnsNode>();
+    char* to = static_cast<char*>(calloc(1, length + 1));
+    if (node == nullptr || to == nullptr) {
+        free(node);
+        free(to);
+        return nullptr;
+    }
+    node->pchIfaceName = to;
+    for (const std::string_view part : name) {
+        memcpy(to, part.data(), part.size());
+        to += part.size();
+    }
+    return node;
+}
+
+// Text that is no address leaves the entry at zero; the entry counts all the same.
+void AddServer(DnsNode& section, std::string_view line) {
+    if (section.nDnsNum >= VIMBRA_DNS_MAX) {
+        return;
+    }
+    TVimbraAddr& server = section.atDnsServerIP[section.nDnsNum++];
+    NextToken(line, " ");
+    const std::string_view address = NextToken(line, " ");
+    char text[kLineMax + 1] = {};
+    memcpy(text, address.data(), address.size());
+    if (Contains(section.pchIfaceName, kIpv6)) {
+        server.wSinFamily = VIMBRA_FAMILY_IPV6;
+        inet_pton(AF_INET6, text, &server.tV6Addr);
+    } else {
+        server.wSinFamily = VIMBRA_FAMILY_IPV4;
+        inet_pton(AF_INET, text, &server.tV4Addr);
+    }
+}
+
+u32 ServerCount(const DnsNode& section) {
+    return static_cast<u32>(std::clamp(section.nDnsNum, 0, VIMBRA_DNS_MAX));
+}
+
+LineNode* NewServerLine(const TVimbraAddr& server) {
+    char text[INET6_ADDRSTRLEN] = {};
+    if (server.wSinFamily == VIMBRA_FAMILY_IPV4) {
+        inet_ntop(AF_INET, &server.tV4Addr, text, sizeof(text));
+    } else {
+        inet_ntop(AF_INET6, &server.tV6Addr, text, sizeof(text));
+    }
+    return NewLine({kServer, " ", text, "\n"});
+}
+
+// The lines of a list of sections.
+class Lines {
+ public:
+    Lines() = default;
+    Lines(const Lines&) = delete;
+    Lines& operator=(const Lines&) = delete;
+    ~Lines() { FreeLines(first_); }
+
+    const LineNode* First() const { return first_; }
+
+    // False when memory is out.
+    bool Add(const DnsNode& section) {
+        if (section.pchIfaceName != nullptr && !Add(NewLine({section.pchIfaceName, "\n"}))) {
+            return false;
+        }
+        for (u32 i = 0; i < ServerCount(section); i++) {
+            if (!Add(NewServerLine(section.atDnsServerIP[i]))) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+ private:
+    bool Add(LineNode* line) {
+        *end_ = line;
+        if (line == nullptr) {
+            return false;
+        }
+        end_ = &line->next;
+        return true;
+    }
+
+    LineNode* first_ = nullptr;
+    LineNode** end_ = &first_;
+};
+
+}  // namespace
+
+TNetDnsParam* ReadFromReslovconf() {
+    const CancelGuard guard;
+    LineReader reader;
+    const Fd file = OpenLines(kResolvConf, Open::kRead);
+    if (!file || !reader.Load(file)) {
+        VLOG_ERRNO("fopen error");
+        return nullptr;
+    }
+    List list(NewZeroed<DnsNode>());
+    if (!list) {
+        VLOG_ERROR("%s", kOutOfMemory);
+        return nullptr;
+    }
+    DnsNode* section = list.Head();
+    std::string_view line;
+    while (reader.Next(line, kLineMax)) {
+        const std::string_view content = Content(line);
+        if (Contains(content, kMarker)) {
+            section->next = NewSection({content});
+            section = section->next;
+            if (section == nullptr) {
+                VLOG_ERROR("%s", kOutOfMemory);
+                return nullptr;
+            }
+        } else if (Contains(content, kServer) && section != list.Head()) {
+            AddServer(*section, content);
+        }
+    }
+    return list.Release();
+}
+
+s32 SetDnsToList(TNetDnsParam* ptDnsList, char* pchIfaceName, TVimbraAddr* atDnsIP, u32 dwNum) {
+    if (ptDnsList == nullptr || pchIfaceName == nullptr || (atDnsIP == nullptr && dwNum > 0)) {
+        VLOG_ERROR("the parameters is invalid");
+        return VIMBRA_ERR_GENERAL;
+    }
+    const CancelGuard guard;
+    const bool isIpv6 = dwNum > 0 && atDnsIP[0].wSinFamily == VIMBRA_FAMILY_IPV6;
+    DnsNode* section = NewSection({kMarker, pchIfaceName, isIpv6 ? kIpv6 : ""});
+    if (section == nullptr) {
+        VLOG_ERROR("%s", kOutOfMemory);
+        return VIMBRA_ERR_GENERAL;
+    }
+    const u32 count = std::min<u32>(dwNum, VIMBRA_DNS_MAX);
+    section->nDnsNum = static_cast<s32>(count);
+    std::copy_n(atDnsIP, count, section->atDnsServerIP);
+    for (DnsNode* before = ptDnsList; before->next != nullptr; before = before->next) {
+        DnsNode* old = before->next;
+        if (old->pchIfaceName != nullptr && strcmp(old->pchIfaceName, section->pchIfaceName) == 0) {
+            section->next = old->next;
+            before->next = section;
+            old->next = nullptr;
+            FreeList(old);
+            return VIMBRA_OK;
+        }
+    }
+    section->next = ptDnsList->next;
+    ptDnsList->next = section;
+    return VIMBRA_OK;
+}
+
+s32 WriteToReslovconf(TNetDnsParam* ptDnsList) {
+    if (ptDnsList == nullptr) {
+        VLOG_ERROR("ptDnsList is NULL!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    const CancelGuard guard;
+    const Fd file = OpenLines(kResolvConf, Open::kRewrite);
+    if (!file) {
+        VLOG_ERROR("fopen error");
+        return VIMBRA_ERR_GENERAL;
+    }
+    Lines lines;
+    for (const DnsNode* section = ptDnsList->next; section != nullptr; section = section->next) {
+        if (!lines.Add(*section)) {
+            VLOG_ERROR("%s", kOutOfMemory);
+            return VIMBRA_ERR_GENERAL;
+        }
+    }
+    if (!RewriteLines(file, lines.First())) {
+        VLOG_ERRNO("write error");
+        return VIMBRA_ERR_GENERAL;
+    }
+    return VIMBRA_OK;
+}
+
+s32 WriteToDnsConf(char* pchIfaceName, TVimbraAddr* atDnsIP, u32 dwNum) {
+    const CancelGuard guard;
+    VLOG_PRINT("ReadFromReslovconf start...!");
+    const List list(ReadFromReslovconf());
+    if (!list) {
+        VLOG_ERROR("ReadFromReslovconf error!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    VLOG_PRINT("SetDnsToList start...!");
+    if (SetDnsToList(list.Head(), pchIfaceName, atDnsIP, dwNum) != VIMBRA_OK) {
+        VLOG_ERROR("SetDnsToList error!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    VLOG_PRINT("WriteToReslovconf start...!");
+    if (WriteToReslovconf(list.Head()) != VIMBRA_OK) {
+        VLOG_ERROR("WriteToReslovconf error");
+        return VIMBRA_ERR_GENERAL;
+    }
+    return VIMBRA_OK;
+}
+
+s32 VimbraDNSSet(char* pchIfaceName, u16 wSinFamily, TVimbraAddr* atDnsIP, u32 dwNum) {
+    // A newline in a name would make lines of its own.
+    if (!IsIfaceName(pchIfaceName) || HasControl(pchIfaceName)) {
+        VLOG_ERROR("pchIfaceName is invalid!");
+        return VIMBRA_ERR_PARAM;
+    }
+    VLOG_PRINT("pchIfaceName : %s", pchIfaceName);
+    if (atDnsIP == nullptr && dwNum > 0) {
+        VLOG_ERROR("atDnsIP is NULL!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    for (u32 i = 0; i < dwNum; i++) {
+        if (atDnsIP[i].wSinFamily != wSinFamily) {
+            VLOG_ERROR("all the atDnsIP wSinFamily value must be same!");
+            return VIMBRA_ERR_GENERAL;
+        }
+    }
+    if (wSinFamily != VIMBRA_FAMILY_IPV4 && wSinFamily != VIMBRA_FAMILY_IPV6) {
+        VLOG_ERROR("all the atDnsIP wSinFamily %d value must be AF_INET or AF_INET6!", wSinFamily);
+        return VIMBRA_ERR_GENERAL;
+    }
+    VLOG_PRINT("wSinFamily : %d", wSinFamily);
+    const s32 result = WriteToDnsConf(pchIfaceName, atDnsIP, dwNum);
+    if (result != VIMBRA_OK) {
+        VLOG_ERROR("WriteToReslovconf error!");
+    }
+    return result;
+}
+
+s32 VimbraDNSGet(TVimbraDnsAddrInfo* atDnsIP) {
+    if (atDnsIP == nullptr) {
+        VLOG_ERROR("atDnsIP is NULL!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    const CancelGuard guard;
+    const List list(ReadFromReslovconf());
+    if (!list) {
+        VLOG_ERROR("ReadFromReslovconf error!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    u32 total = 0;
+    for (const DnsNode* section = list.Head(); section != nullptr; section = section->next) {
+        const u32 count = std::min(ServerCount(*section), VIMBRA_DNS_MAX - total);
+        std::copy_n(section->atDnsServerIP, count, atDnsIP->atDnsServer + total);
+        total += count;
+    }
+    atDnsIP->dwDnsNum = total;
+    return VIMBRA_OK;
+}

@@ -1,0 +1,85 @@
+// Files that are edited line by line: read whole, changed as a list of lines, written back in
+// place. Name, mode, owner and inode stay, a symbolic link stays one, and what a line means is the
+// service's affair.
+#ifndef VIMBRA_LIB_LINE_FILE_HPP
+#define VIMBRA_LIB_LINE_FILE_HPP
+
+#include <vimbra/types.h>
+
+#include <initializer_list>
+#include <span>
+#include <string_view>
+
+#include "lib/fd.hpp"
+#include "lib/memory.hpp"
+
+namespace vimbra {
+
+// A larger file is refused: it is none of those that a device keeps.
+inline constexpr size_t kLineFileMax = 256 * 1024;
+
+enum class Open {
+    kRead,     // as "r"
+    kUpdate,   // as "r+"
+    kRewrite,  // as "w+", but the old content stays until the new one is written
+    kAppend,   // as "a+"
+};
+
+// The first of the paths that can be opened; errno is that of the last one.
+Fd OpenLines(std::span<const char* const> paths, Open how);
+Fd OpenLines(const char* path, Open how);
+
+// The content of a file, line by line. A line may hold any byte, zero included.
+class LineReader {
+ public:
+    static constexpr size_t kWhole = kLineFileMax;
+
+    // False, with errno, for what cannot be read, for a directory or a device, and for a file of
+    // more than kLineFileMax bytes.
+    bool Load(const Fd& fd);
+
+    // For a content that is in memory.
+    void Set(std::string_view content) { rest_ = content; }
+
+    // The next line with its newline, which the last one may lack. A line longer than most bytes
+    // comes in pieces. False at the end.
+    bool Next(std::string_view& line, size_t most = kWhole);
+
+ private:
+    Buffer content_;
+    std::string_view rest_;
+};
+
+// One line of a list; the text follows in the same block and ends with a zero byte of its own.
+struct LineNode {
+    LineNode* next;
+    u32 flag;  // the service's
+    u32 length;
+
+    std::string_view Text() const { return {reinterpret_cast<const char*>(this + 1), length}; }
+};
+
+// A line made of the parts. Null when memory is out.
+LineNode* NewLine(std::initializer_list<std::string_view> parts, u32 flag = 0);
+void FreeLines(LineNode* first);
+
+// Replaces a file's content by the lines. False with errno; on a full disk or where there is no
+// room for more the file is as it was.
+bool RewriteLines(const Fd& fd, const LineNode* first);
+
+// Appends a line, after a newline where the file lacks its last one. False with errno.
+bool AppendLine(const Fd& fd, std::initializer_list<std::string_view> parts);
+
+// Cuts the next piece off the text, as strtok(3) does: separators before it are skipped, the one
+// after it goes. Empty when there is none.
+std::string_view NextToken(std::string_view& text, std::string_view separators);
+
+// A byte that ends a line, or that no field of one should hold.
+inline bool IsControl(char character) {
+    return static_cast<unsigned char>(character) < ' ' || character == 0x7f;
+}
+bool HasControl(std::string_view text);
+
+}  // namespace vimbra
+
+#endif
