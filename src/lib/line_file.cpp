@@ -131,7 +131,7 @@ bool LineReader::Next(std::string_view& line, size_t most) {
     }
     const size_t end = rest_.find('\n');
     const size_t length = end == std::string_view::npos ? rest_.size() : end + 1;
-    line = rest_.substr(0, std::min(length, most));
+    line = Front(rest_, std::min(length, most));
     rest_.remove_prefix(line.size());
     return true;
 }
@@ -213,9 +213,8 @@ bool AppendLine(const Fd& fd, std::initializer_list<std::string_view> parts) {
 
 std::string_view NextToken(std::string_view& text, std::string_view separators) {
     text.remove_prefix(std::min(text.find_first_not_of(separators), text.size()));
-    const size_t end = std::min(text.find_first_of(separators), text.size());
-    const std::string_view token = text.substr(0, end);
-    text.remove_prefix(std::min(end + 1, text.size()));
+    const std::string_view token = Front(text, text.find_first_of(separators));
+    text.remove_prefix(std::min(token.size() + 1, text.size()));
     return token;
 }
 

@@ -70,6 +70,11 @@ bool RewriteLines(const Fd& fd, const LineNode* first);
 // Appends a line, after a newline where the file lacks its last one. False with errno.
 bool AppendLine(const Fd& fd, std::initializer_list<std::string_view> parts);
 
+// The text's first count characters, or all of it. (substr() would need the C++ library.)
+inline std::string_view Front(std::string_view text, size_t count) {
+    return {text.data(), count < text.size() ? count : text.size()};
+}
+
 // Cuts the next piece off the text, as strtok(3) does: separators before it are skipped, the one
 // after it goes. Empty when there is none.
 std::string_view NextToken(std::string_view& text, std::string_view separators);

@@ -51,8 +51,8 @@ bool Contains(std::string_view text, std::string_view part) {
 
 // What a line says. The last character goes, newline or not, as it always has.
 std::string_view Content(std::string_view line) {
-    line = line.substr(0, line.find('\0'));
-    return line.substr(0, line.size() - (line.empty() ? 0 : 1));
+    line = Front(line, line.find('\0'));
+    return Front(line, line.size() - (line.empty() ? 0 : 1));
 }
 
 // A section of this name: a marker line as it stands, or the parts of one.
