@@ -1,6 +1,6 @@
 # Tests that run each in a machine of its own.
 #
-#     vimbra_add_test(NAME SOURCES FILE... [LIBS TARGET...] [LABELS LABEL...] [TIMEOUT SECONDS]
+#     vimbra_add_test(NAME SOURCES FILE... [LIBS TARGET...] [LABELS LABEL] [TIMEOUT SECONDS]
 #                     [STATIC | BED_ONLY])
 #
 # builds a GoogleTest executable and makes every TEST of it a test of ctest, started by
@@ -28,7 +28,8 @@ else()
 endif()
 
 function(vimbra_add_test name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "STATIC;BED_ONLY" "TIMEOUT" "SOURCES;LIBS;LABELS")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "STATIC;BED_ONLY" "TIMEOUT;LABELS"
+                          "SOURCES;LIBS")
     if(arg_UNPARSED_ARGUMENTS OR NOT arg_SOURCES)
         message(FATAL_ERROR "vimbra_add_test(${name}): SOURCES missing, or unknown: "
                             "${arg_UNPARSED_ARGUMENTS}")
@@ -54,7 +55,6 @@ function(vimbra_add_test name)
     set(common DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120 TEST_PREFIX "${VIMBRA_TEST_PREFIX}")
     gtest_discover_tests(${name} ${common} TEST_FILTER "-*Slow*.*" TEST_LIST ${name}_TESTS
         PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
-    # Each further property of ctest's file is one word: several labels are not passed on there.
     gtest_discover_tests(${name} ${common} TEST_FILTER "*Slow*.*" TEST_LIST ${name}_SLOW_TESTS
         PROPERTIES TIMEOUT 300 LABELS slow)
 endfunction()

@@ -11,6 +11,7 @@
 #include <sys/sem.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -136,8 +137,9 @@ TEST(Sandbox, HasTheDevicesDirectoriesInUsr) {
         EXPECT_EQ("mine", ReadFile(directory + "/system/file"));
     }
     EXPECT_EQ(0, access("/usr/bin/env", X_OK));
-    EXPECT_NE(0, access("/usr/bin", W_OK));
-    EXPECT_EQ(EROFS, errno);
+    struct statvfs status {};
+    ASSERT_EQ(0, statvfs("/usr/bin", &status));
+    EXPECT_NE(0u, status.f_flag & ST_RDONLY);
 }
 
 TEST(Sandbox, HasANetworkWithOnlyALoopback) {
