@@ -9,13 +9,6 @@
 
 namespace vimbrad {
 
-namespace {
-
-constexpr unsigned kIpv4Bits = 32;
-constexpr unsigned kIpv6Bits = 128;
-
-}  // namespace
-
 Netlink::Netlink() : socket_(Allocated<NlSocket>(nl_socket_alloc())) {
     if (const int result = nl_connect(socket_.get(), NETLINK_ROUTE); result < 0)
         throw Refusal(ErrnoOf(result), nl_geterror(result));
@@ -65,6 +58,21 @@ Link Netlink::FindLink(const std::string& name) {
     return Link(raw);
 }
 
+std::vector<IfaceAddr> Netlink::Addresses(int iface, u16 family) {
+    const NlCache all = Dump(rtnl_addr_alloc_cache);
+    std::vector<IfaceAddr> found;
+    ForEach<rtnl_addr>(all, [&](rtnl_addr* each) {
+        if (rtnl_addr_get_ifindex(each) == iface && Covers(family, rtnl_addr_get_family(each))) {
+            nl_object_get(OBJ_CAST(each));
+            found.emplace_back(each);
+        }
+    });
+    std::stable_sort(found.begin(), found.end(), [](const auto& one, const auto& other) {
+        return rtnl_addr_get_family(one.get()) < rtnl_addr_get_family(other.get());
+    });
+    return found;
+}
+
 int Netlink::ErrnoOf(int library_error) {
     switch (-library_error) {
         case NLE_NOMEM:
@@ -94,15 +102,30 @@ std::string NameOf(const char (&field)[VIMBRA_IFACE_NAME_LEN]) {
     return {field, strnlen(field, sizeof(field))};
 }
 
+std::span<const u8> BytesOf(const TVimbraAddr& address) {
+    switch (address.wSinFamily) {
+        case VIMBRA_FAMILY_IPV4:
+            return {address.tV6Addr.s6_addr, sizeof(address.tV4Addr)};
+        case VIMBRA_FAMILY_IPV6:
+            return {address.tV6Addr.s6_addr, sizeof(address.tV6Addr)};
+        default:
+            throw Refusal(EINVAL, "no such address family");
+    }
+}
+
+bool IsZero(const TVimbraAddr& address) {
+    return std::ranges::all_of(BytesOf(address), [](u8 byte) { return byte == 0; });
+}
+
+bool Same(const TVimbraAddr& one, const TVimbraAddr& other) {
+    return one.wSinFamily == other.wSinFamily && std::ranges::equal(BytesOf(one), BytesOf(other));
+}
+
 NlAddr MakeNlAddr(const TVimbraAddr& address, u32 prefix) {
-    const bool v4 = address.wSinFamily == VIMBRA_FAMILY_IPV4;
-    if (!v4 && address.wSinFamily != VIMBRA_FAMILY_IPV6)
-        throw Refusal(EINVAL, "no such address family");
-    if (prefix > (v4 ? kIpv4Bits : kIpv6Bits))
+    const std::span<const u8> bytes = BytesOf(address);
+    if (prefix > bytes.size() * 8)
         throw Refusal(EINVAL, "prefix longer than the address");
-    const void* bytes = v4 ? static_cast<const void*>(&address.tV4Addr) : &address.tV6Addr;
-    auto made = Allocated<NlAddr>(nl_addr_build(
-        address.wSinFamily, bytes, v4 ? sizeof(address.tV4Addr) : sizeof(address.tV6Addr)));
+    auto made = Allocated<NlAddr>(nl_addr_build(address.wSinFamily, bytes.data(), bytes.size()));
     nl_addr_set_prefixlen(made.get(), static_cast<int>(prefix));
     return made;
 }

@@ -13,6 +13,7 @@
 
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -66,6 +67,10 @@ class Netlink {
     // The interface of this name. Throws Refusal(ENODEV).
     Link FindLink(const std::string& name);
 
+    // What an interface has of a family (2, 10, or 11 for both), IPv4 first, each in the kernel's
+    // order.
+    std::vector<IfaceAddr> Addresses(int iface, u16 family);
+
     // Dump of a kind of object, as the library's cache of it.
     template <class Alloc>
     NlCache Dump(Alloc alloc) {
@@ -75,6 +80,8 @@ class Netlink {
             throw Refusal(ErrnoOf(result), nl_geterror(result));
         return NlCache(raw);
     }
+
+    nl_sock* Socket() const { return socket_.get(); }
 
     // The error number behind one of the library's own.
     static int ErrnoOf(int library_error);
@@ -93,6 +100,12 @@ void ForEach(const NlCache& cache, Visit visit) {
 
 // Text of a name field; it need not be terminated.
 std::string NameOf(const char (&field)[VIMBRA_IFACE_NAME_LEN]);
+
+// The bytes of an address that its family uses; what a client leaves in the others has no meaning.
+// Throws Refusal(EINVAL) for another family than 2 and 10.
+std::span<const u8> BytesOf(const TVimbraAddr& address);
+bool IsZero(const TVimbraAddr& address);
+bool Same(const TVimbraAddr& one, const TVimbraAddr& other);
 
 // An address as the netlink library wants it. Throws Refusal(EINVAL) for another family than 2 and
 // 10 and for a prefix beyond the address.

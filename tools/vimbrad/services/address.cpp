@@ -52,17 +52,10 @@ TVimbraIfaceIp RecordOf(rtnl_addr* address) {
             static_cast<u32>(rtnl_addr_get_prefixlen(address))};
 }
 
-bool SameAddress(const TVimbraIfaceIp& one, const TVimbraIfaceIp& other) {
-    return one.tIpAddr.wSinFamily == other.tIpAddr.wSinFamily &&
-           std::memcmp(&one.tIpAddr.tV6Addr, &other.tIpAddr.tV6Addr,
-                       one.tIpAddr.wSinFamily == VIMBRA_FAMILY_IPV4 ? sizeof(in_addr)
-                                                                    : sizeof(in6_addr)) == 0;
-}
-
 // True when what the kernel holds is what was asked for. The kernel gives an IPv6 address its scope
 // by itself, and the default is whatever the kernel chose.
 bool Fulfils(const TVimbraIfaceIp& held, const TVimbraIfaceIp& wanted) {
-    return SameAddress(held, wanted) && held.dwPrefix == wanted.dwPrefix &&
+    return Same(held.tIpAddr, wanted.tIpAddr) && held.dwPrefix == wanted.dwPrefix &&
            (wanted.eScopeType == VIMBRA_SCOPE_TYPE_DEF || held.eScopeType == wanted.eScopeType ||
             wanted.tIpAddr.wSinFamily == VIMBRA_FAMILY_IPV6);
 }
@@ -86,21 +79,7 @@ class Iface {
     explicit Iface(const std::string& name) : link_(kernel_.FindLink(name)) {}
 
     // What the interface has of these families, IPv4 first, each in the kernel's order.
-    std::vector<IfaceAddr> Addresses(u16 wanted_family) {
-        const NlCache all = kernel_.Dump(rtnl_addr_alloc_cache);
-        std::vector<IfaceAddr> found;
-        ForEach<rtnl_addr>(all, [&](rtnl_addr* each) {
-            if (rtnl_addr_get_ifindex(each) == Index() &&
-                Covers(wanted_family, rtnl_addr_get_family(each))) {
-                nl_object_get(OBJ_CAST(each));
-                found.emplace_back(each);
-            }
-        });
-        std::stable_sort(found.begin(), found.end(), [](const auto& one, const auto& other) {
-            return rtnl_addr_get_family(one.get()) < rtnl_addr_get_family(other.get());
-        });
-        return found;
-    }
+    std::vector<IfaceAddr> Addresses(u16 family) { return kernel_.Addresses(Index(), family); }
 
     // Addresses that a flush or a replacement may take away.
     std::vector<IfaceAddr> Configured(u16 wanted_family) {
@@ -267,7 +246,7 @@ class Replacement {
     // need to ask the network again whether it is free.
     void Exchange(const TVimbraIfaceIp& wanted) {
         const auto old = std::find_if(held_.begin(), held_.end(), [&wanted](const auto& each) {
-            return SameAddress(RecordOf(each.get()), wanted);
+            return Same(RecordOf(each.get()).tIpAddr, wanted.tIpAddr);
         });
         if (old == held_.end())
             throw Refusal(EEXIST);

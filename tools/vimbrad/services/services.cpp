@@ -4,7 +4,9 @@ namespace vimbrad {
 
 std::vector<std::unique_ptr<Service>> AllServices(const Context& context) {
     std::vector<std::unique_ptr<Service>> services;
-    for (const auto make : {MakeAddressService, MakeLinkService, MakeLogLevelService})
+    for (const auto make :
+         {MakeAddressService, MakeGatewayService, MakeLinkService, MakeLogLevelService,
+          MakeReportService, MakeRouteService, MakeRuleService})
         services.push_back(make(context));
     return services;
 }

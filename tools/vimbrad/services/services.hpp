@@ -11,8 +11,12 @@
 namespace vimbrad {
 
 std::unique_ptr<Service> MakeAddressService(const Context& context);
+std::unique_ptr<Service> MakeGatewayService(const Context& context);
 std::unique_ptr<Service> MakeLinkService(const Context& context);
 std::unique_ptr<Service> MakeLogLevelService(const Context& context);
+std::unique_ptr<Service> MakeReportService(const Context& context);
+std::unique_ptr<Service> MakeRouteService(const Context& context);
+std::unique_ptr<Service> MakeRuleService(const Context& context);
 
 std::vector<std::unique_ptr<Service>> AllServices(const Context& context);
 

@@ -1,0 +1,117 @@
+#include "kernel_route.hpp"
+
+#include <linux/rtnetlink.h>
+
+#include <cstring>
+
+namespace vimbrad {
+namespace {
+
+constexpr u32 kIpv6DefaultMetric = 1024;
+
+using NextHop = std::unique_ptr<rtnl_nexthop, FreeWith<rtnl_route_nh_free>>;
+
+u32 FullPrefix(const TVimbraAddr& address) {
+    return static_cast<u32>(BytesOf(address).size() * 8);
+}
+
+Route MakeRoute(const RouteSpec& spec) {
+    const NlAddr destination = MakeNlAddr(spec.destination, spec.prefix);
+    auto route = Allocated<Route>(rtnl_route_alloc());
+    rtnl_route_set_family(route.get(), static_cast<u8>(spec.destination.wSinFamily));
+    rtnl_route_set_table(route.get(), spec.table);
+    rtnl_route_set_type(route.get(), RTN_UNICAST);
+    rtnl_route_set_protocol(route.get(), RTPROT_STATIC);
+    rtnl_route_set_priority(route.get(), spec.metric);
+    rtnl_route_set_dst(route.get(), destination.get());
+
+    auto hop = Allocated<NextHop>(rtnl_route_nh_alloc());
+    if (spec.iface != 0)
+        rtnl_route_nh_set_ifindex(hop.get(), spec.iface);
+    if (!IsZero(spec.gateway)) {
+        const NlAddr gateway = MakeNlAddr(spec.gateway, FullPrefix(spec.gateway));
+        rtnl_route_nh_set_gateway(hop.get(), gateway.get());
+    }
+    rtnl_route_add_nexthop(route.get(), hop.release());
+    return route;
+}
+
+void Install(rtnl_route* route, int flags) {
+    Netlink().Change(Build<NlMessage>([route, flags](nl_msg** message) {
+        return rtnl_route_build_add_request(route, flags, message);
+    }));
+}
+
+}  // namespace
+
+RouteSpec SpecOf(rtnl_route* route) {
+    RouteSpec spec;
+    const nl_addr* destination = rtnl_route_get_dst(route);
+    spec.destination = MakeAddr(destination);
+    spec.destination.wSinFamily = rtnl_route_get_family(route);
+    spec.prefix = destination != nullptr ? nl_addr_get_prefixlen(destination) : 0;
+    spec.gateway.wSinFamily = spec.destination.wSinFamily;
+    if (rtnl_nexthop* hop = rtnl_route_nexthop_n(route, 0)) {
+        spec.iface = rtnl_route_nh_get_ifindex(hop);
+        if (const nl_addr* gateway = rtnl_route_nh_get_gateway(hop))
+            spec.gateway = MakeAddr(gateway);
+    }
+    spec.metric = rtnl_route_get_priority(route);
+    // The kernel has no IPv6 route of metric 0: it makes 1024 of it.
+    if (spec.destination.wSinFamily == VIMBRA_FAMILY_IPV6 && spec.metric == kIpv6DefaultMetric)
+        spec.metric = 0;
+    spec.table = rtnl_route_get_table(route);
+    return spec;
+}
+
+std::vector<Route> ListRoutes(u16 family, u32 table) {
+    Netlink kernel;
+    const NlCache all = kernel.Dump([family](nl_sock* socket, nl_cache** cache) {
+        return rtnl_route_alloc_cache(socket, family, 0, cache);
+    });
+    std::vector<Route> found;
+    ForEach<rtnl_route>(all, [&](rtnl_route* each) {
+        if (rtnl_route_get_table(each) == table && rtnl_route_get_type(each) == RTN_UNICAST &&
+            rtnl_route_get_family(each) == family) {
+            nl_object_get(OBJ_CAST(each));
+            found.emplace_back(each);
+        }
+    });
+    return found;
+}
+
+void AddRoute(const RouteSpec& spec) {
+    Install(MakeRoute(spec).get(), NLM_F_EXCL);
+}
+
+void ReplaceRoute(const RouteSpec& spec) {
+    Install(MakeRoute(spec).get(), NLM_F_REPLACE);
+}
+
+void AppendWithMetric(rtnl_route* route, u32 metric) {
+    const auto copy =
+        Allocated<Route>(reinterpret_cast<rtnl_route*>(nl_object_clone(OBJ_CAST(route))));
+    rtnl_route_set_priority(copy.get(), metric);
+    Install(copy.get(), NLM_F_APPEND);
+}
+
+void DeleteRoute(rtnl_route* route) {
+    Netlink().Change(Build<NlMessage>(
+        [route](nl_msg** message) { return rtnl_route_build_del_request(route, 0, message); }));
+}
+
+int IfaceTowards(const TVimbraAddr& address) {
+    const NlAddr destination = MakeNlAddr(address, FullPrefix(address));
+    Netlink kernel;
+    rtnl_route* raw = nullptr;
+    if (rtnl_route_lookup(kernel.Socket(), destination.get(), &raw) < 0 || raw == nullptr)
+        throw Refusal(ENETUNREACH);
+    const Route route(raw);
+    return SpecOf(route.get()).iface;
+}
+
+int IfaceNumber(const std::string& name) {
+    return name.empty() ? 0 : rtnl_link_get_ifindex(Netlink().FindLink(name).get());
+}
+
+}  // namespace vimbrad

@@ -1,0 +1,240 @@
+// Default gateways, one for each interface, and the network priority: which of them is used.
+//
+// Every interface may have a default route in every table; the smaller metric wins. Without a
+// priority list the first to be set gets metric 0, the next 1, and so on. With one, the interfaces
+// of priority 1 come first in the main table, then those of 2 to 5, then those of the default
+// priority and last those that the list does not name; interfaces of one priority follow the list's
+// order.
+#include <linux/rtnetlink.h>
+
+#include <algorithm>
+#include <optional>
+#include <set>
+
+#include "api/api_ip/api_ipaddr/ipaddr_wire.hpp"
+#include "api/api_route/api_route/route_wire.hpp"
+#include "kernel_route.hpp"
+#include "log.hpp"
+#include "services/services.hpp"
+
+namespace vimbrad {
+namespace {
+
+constexpr u32 kMetricsPerPriority = 10;
+static_assert(VIMBRA_NETWORK_PRIORITY_MAX <= kMetricsPerPriority);
+constexpr u32 kMetricOfDefaultPriority = 6 * kMetricsPerPriority;
+constexpr u32 kMetricOfUnnamed = 7 * kMetricsPerPriority;
+
+std::vector<Route> DefaultRoutes(u16 family, u32 table) {
+    std::vector<Route> routes = ListRoutes(family, table);
+    std::erase_if(routes, [](const Route& each) { return SpecOf(each.get()).prefix != 0; });
+    std::stable_sort(routes.begin(), routes.end(), [](const Route& one, const Route& other) {
+        return rtnl_route_get_priority(one.get()) < rtnl_route_get_priority(other.get());
+    });
+    return routes;
+}
+
+std::vector<Route> DefaultRoutesOf(const std::string& name, u16 family, u32 table) {
+    if (family != VIMBRA_FAMILY_IPV4 && family != VIMBRA_FAMILY_IPV6)
+        throw Refusal(EINVAL, "no such address family");
+    const int iface = IfaceNumber(name);
+    std::vector<Route> routes = DefaultRoutes(family, table);
+    std::erase_if(routes, [iface](const Route& each) {
+        return iface != 0 && SpecOf(each.get()).iface != iface;
+    });
+    if (routes.empty())
+        throw Refusal(ESRCH, "no default gateway");
+    return routes;
+}
+
+wire::TIpcGateWay Get(const wire::FamilyIfaceBody& body, u32 table) {
+    const std::vector<Route> routes =
+        DefaultRoutesOf(NameOf(body.achIfaceName), body.wSinFamily, TableNumber(table));
+    return {0, SpecOf(routes.front().get()).gateway};
+}
+
+wire::PlainResult Delete(const wire::FamilyIfaceBody& body, u32 table) {
+    for (const Route& each :
+         DefaultRoutesOf(NameOf(body.achIfaceName), body.wSinFamily, TableNumber(table)))
+        DeleteRoute(each.get());
+    return {0};
+}
+
+// Routers announce themselves again and again, with a metric that is not for us to change.
+bool IsAnnounced(const Route& route) {
+    return rtnl_route_get_protocol(route.get()) == RTPROT_RA;
+}
+
+class GatewayService : public Service {
+ public:
+    void Attach(Registry& registry) override {
+        using wire::PlainResult;
+        AttachBoth<wire::GatewayBody, PlainResult>(
+            registry, wire::kGatewaySet, "gateway set",
+            [this](const wire::GatewayBody& body, u32 table) { return Set(body, table); });
+        AttachBoth<wire::FamilyIfaceBody, wire::TIpcGateWay>(registry, wire::kGatewayGet,
+                                                             "gateway get", Get);
+        AttachBoth<wire::FamilyIfaceBody, PlainResult>(registry, wire::kGatewayDel,
+                                                       "gateway delete", Delete);
+        registry.On<TVimbraNetworkPrioInfo, PlainResult>(
+            wire::kPrioritySet, "priority set",
+            [this](const TVimbraNetworkPrioInfo& list) { return SetPriority(list); });
+        registry.On<NoBody, TVimbraNetworkPrioInfo>(wire::kPriorityGet, "priority get",
+                                                    [this](const NoBody&) { return priority_; });
+    }
+
+ private:
+    // A request for the main table and the same one for a numbered table.
+    template <class Body, class Reply, class Handler>
+    static void AttachBoth(Registry& registry, u32 type, const char* what, Handler handler) {
+        registry.On<Body, Reply>(
+            type, what, [handler](const Body& body) { return handler(body, RT_TABLE_MAIN); });
+        registry.On<wire::InTable<Body>, Reply>(
+            type, what, [handler](const wire::InTable<Body>& body) {
+                return handler(Body(body.tMain), body.dwTableId);
+            });
+    }
+
+    // Replaces the gateway of one interface: the new route is there before an old one goes.
+    wire::PlainResult Set(const wire::GatewayBody& body, u32 table) {
+        RouteSpec wanted;
+        wanted.destination.wSinFamily = body.tGateWay.wSinFamily;
+        wanted.gateway = body.tGateWay;
+        wanted.table = TableNumber(table);
+        MakeNlAddr(wanted.gateway, 0);
+        wanted.iface = IfaceNumber(NameOf(body.achIfaceName));
+        if (wanted.iface == 0) {
+            if (IsZero(wanted.gateway))
+                throw Refusal(EINVAL, "neither interface nor gateway");
+            wanted.iface = IfaceTowards(wanted.gateway);
+        }
+
+        std::vector<Route> own = DefaultRoutes(wanted.destination.wSinFamily, wanted.table);
+        std::set<u32> taken;
+        std::erase_if(own, [&](const Route& each) {
+            const RouteSpec held = SpecOf(each.get());
+            if (held.iface == wanted.iface && !IsAnnounced(each))
+                return false;
+            taken.insert(held.metric);
+            return true;
+        });
+        wanted.metric = FirstFree(taken, BaseMetric(wanted.iface, wanted.table));
+        if (!Keep(own, wanted))
+            Install(own, wanted);
+        for (const Route& each : own)
+            DeleteRoute(each.get());
+        return {0};
+    }
+
+    // Takes the wanted route out of those that go, if it is there already.
+    static bool Keep(std::vector<Route>& own, const RouteSpec& wanted) {
+        return std::erase_if(own, [&wanted](const Route& each) {
+                   const RouteSpec held = SpecOf(each.get());
+                   return held.metric == wanted.metric && Same(held.gateway, wanted.gateway);
+               }) != 0;
+    }
+
+    static void Install(std::vector<Route>& own, const RouteSpec& wanted) {
+        const bool replaces = std::erase_if(own, [&wanted](const Route& each) {
+                                  return SpecOf(each.get()).metric == wanted.metric;
+                              }) != 0;
+        if (replaces)
+            ReplaceRoute(wanted);
+        else
+            AddRoute(wanted);
+    }
+
+    static u32 FirstFree(const std::set<u32>& taken, u32 metric) {
+        while (taken.contains(metric))
+            ++metric;
+        return metric;
+    }
+
+    // Where the metric of an interface's default route starts.
+    u32 BaseMetric(int iface, u32 table) const {
+        if (priority_.dwNetNum == 0 || table != RT_TABLE_MAIN)
+            return 0;
+        for (u32 place = 0; place < priority_.dwNetNum; ++place) {
+            const TVimbraNetworkPriority& entry = priority_.tNetPrioParam[place];
+            if (Number(entry) != iface)
+                continue;
+            return (entry.ePrio == VIMBRA_NETWORK_PRIORITY_DEF
+                        ? kMetricOfDefaultPriority
+                        : entry.ePrio * kMetricsPerPriority) +
+                   place;
+        }
+        return kMetricOfUnnamed;
+    }
+
+    // 0 for an interface that is not there: it may come later.
+    static int Number(const TVimbraNetworkPriority& entry) {
+        try {
+            return IfaceNumber(NameOf(entry.achIfaceName));
+        } catch (const Refusal&) {
+            return 0;
+        }
+    }
+
+    wire::PlainResult SetPriority(const TVimbraNetworkPrioInfo& list) {
+        CheckPriority(list);
+        priority_ = list;
+        for (const u16 family : {VIMBRA_FAMILY_IPV4, VIMBRA_FAMILY_IPV6})
+            Reorder(family);
+        return {0};
+    }
+
+    static void CheckPriority(const TVimbraNetworkPrioInfo& list) {
+        if (list.dwNetNum > VIMBRA_NETWORK_PRIORITY_MAX)
+            throw Refusal(EINVAL, "more interfaces than the list can hold");
+        std::set<std::string> names;
+        for (u32 i = 0; i < list.dwNetNum; ++i) {
+            const TVimbraNetworkPriority& entry = list.tNetPrioParam[i];
+            if (entry.ePrio > VIMBRA_NETWORK_PRIORITY_5)
+                throw Refusal(EINVAL, "no such priority");
+            const std::string name = NameOf(entry.achIfaceName);
+            if (name.empty() || !names.insert(name).second)
+                throw Refusal(EINVAL, "an interface without a name, or named twice");
+        }
+    }
+
+    // Gives the default routes of the main table the metrics that the list asks for. Each route is
+    // there with its new metric before it goes with its old one.
+    void Reorder(u16 family) {
+        struct Move {
+            Route route;
+            u32 metric;
+        };
+        std::vector<Move> moves;
+        std::set<u32> taken;
+        for (Route& each : DefaultRoutes(family, RT_TABLE_MAIN)) {
+            const RouteSpec held = SpecOf(each.get());
+            if (IsAnnounced(each))
+                taken.insert(held.metric);
+            else
+                moves.push_back({std::move(each), BaseMetric(held.iface, RT_TABLE_MAIN)});
+        }
+        std::stable_sort(moves.begin(), moves.end(), [](const Move& one, const Move& other) {
+            return one.metric < other.metric;
+        });
+        for (Move& each : moves) {
+            each.metric = FirstFree(taken, each.metric);
+            taken.insert(each.metric);
+        }
+        std::erase_if(
+            moves, [](const Move& each) { return SpecOf(each.route.get()).metric == each.metric; });
+        for (const Move& each : moves) {
+            AppendWithMetric(each.route.get(), each.metric);
+            DeleteRoute(each.route.get());
+        }
+    }
+
+    TVimbraNetworkPrioInfo priority_{};
+};
+
+}  // namespace
+
+std::unique_ptr<Service> MakeGatewayService(const Context&) {
+    return std::make_unique<GatewayService>();
+}
+
+}  // namespace vimbrad

@@ -1,0 +1,193 @@
+// Static routes and the tables that hold them.
+//
+// The kernel makes a table when the first route enters it, so creating one only notes its number;
+// that note is kept as long as the daemon runs. Removing a table removes its routes.
+#include <linux/rtnetlink.h>
+#include <net/if.h>
+
+#include <algorithm>
+#include <set>
+
+#include "api/api_route/api_route/route_wire.hpp"
+#include "kernel_route.hpp"
+#include "services/services.hpp"
+
+namespace vimbrad {
+namespace {
+
+// The numbers above are the kernel's own: default, main, local.
+constexpr u32 kTableMax = 252;
+
+RouteSpec Wanted(const TVimbraIpRouteParam& record, u32 table) {
+    RouteSpec spec;
+    spec.destination = record.tDestIpNet;
+    spec.prefix = record.dwPrefix;
+    spec.gateway = record.tDestGateWay;
+    spec.iface = IfaceNumber(NameOf(record.achIfaceName));
+    spec.metric = record.dwRoutePri;
+    spec.table = TableNumber(table);
+    return spec;
+}
+
+// The kernel's routes to the same destination that do not contradict the record: a name or a
+// gateway that is not given does not matter. The one with the smallest metric comes first.
+std::vector<Route> Matching(const RouteSpec& wanted) {
+    MakeNlAddr(wanted.destination, wanted.prefix);
+    std::vector<Route> found = ListRoutes(wanted.destination.wSinFamily, wanted.table);
+    std::erase_if(found, [&wanted](const Route& each) {
+        const RouteSpec held = SpecOf(each.get());
+        return !Same(held.destination, wanted.destination) || held.prefix != wanted.prefix ||
+               (wanted.iface != 0 && held.iface != wanted.iface) ||
+               (!IsZero(wanted.gateway) && !Same(held.gateway, wanted.gateway));
+    });
+    std::stable_sort(found.begin(), found.end(), [](const Route& one, const Route& other) {
+        return rtnl_route_get_priority(one.get()) < rtnl_route_get_priority(other.get());
+    });
+    return found;
+}
+
+auto WithMetric(std::vector<Route>& routes, u32 metric) {
+    return std::find_if(routes.begin(), routes.end(), [metric](const Route& each) {
+        return SpecOf(each.get()).metric == metric;
+    });
+}
+
+wire::PlainResult Add(const TVimbraIpRouteParam& record, u32 table) {
+    AddRoute(Wanted(record, table));
+    return {0};
+}
+
+// Metric 0 stands for any metric where no route has it.
+wire::PlainResult Delete(const TVimbraIpRouteParam& record, u32 table) {
+    std::vector<Route> routes = Matching(Wanted(record, table));
+    auto route = WithMetric(routes, record.dwRoutePri);
+    if (route == routes.end() && record.dwRoutePri == 0)
+        route = routes.begin();
+    if (route == routes.end())
+        throw Refusal(ESRCH, "no such route");
+    DeleteRoute(route->get());
+    return {0};
+}
+
+// The route with the new metric comes before the one with the old goes.
+wire::PlainResult ModifyMetric(const TVimbraIpRouteParam& record) {
+    std::vector<Route> routes = Matching(Wanted(record, RT_TABLE_MAIN));
+    if (routes.empty())
+        throw Refusal(ESRCH, "no such route");
+    if (WithMetric(routes, record.dwRoutePri) != routes.end())
+        return {0};
+    RouteSpec occupied = Wanted(record, RT_TABLE_MAIN);
+    occupied.iface = 0;
+    occupied.gateway = {occupied.destination.wSinFamily, {}};
+    std::vector<Route> rivals = Matching(occupied);
+    if (WithMetric(rivals, record.dwRoutePri) != rivals.end())
+        throw Refusal(EEXIST, "another route to the destination has this metric");
+    AppendWithMetric(routes.front().get(), record.dwRoutePri);
+    DeleteRoute(routes.front().get());
+    return {0};
+}
+
+TVimbraIpRouteParam RecordOf(rtnl_route* route) {
+    const RouteSpec spec = SpecOf(route);
+    TVimbraIpRouteParam record{};
+    char name[IF_NAMESIZE] = "";
+    if (if_indextoname(static_cast<unsigned>(spec.iface), name) != nullptr)
+        std::memcpy(record.achIfaceName, name, sizeof(record.achIfaceName));
+    record.tDestIpNet = spec.destination;
+    record.tDestGateWay = spec.gateway;
+    record.dwPrefix = spec.prefix;
+    record.dwRoutePri = spec.metric;
+    return record;
+}
+
+// The main table. What somebody configured goes before what the kernel made by itself for the
+// interfaces' own subnets, so that the latter is what a full list leaves out; then IPv4 first.
+wire::TIpcAllRoute List(const wire::FamilyBody& body) {
+    std::vector<Route> routes;
+    for (const u16 family : {VIMBRA_FAMILY_IPV4, VIMBRA_FAMILY_IPV6}) {
+        if (!Covers(body.wSinFamily, family))
+            continue;
+        for (Route& each : ListRoutes(family, RT_TABLE_MAIN))
+            routes.push_back(std::move(each));
+    }
+    std::stable_partition(routes.begin(), routes.end(), [](const Route& each) {
+        return rtnl_route_get_protocol(each.get()) != RTPROT_KERNEL;
+    });
+    wire::TIpcAllRoute reply{};
+    TVimbraAllIpRouteInfo& list = reply.tAllRouteInfo;
+    for (const Route& each : routes) {
+        if (list.dwIpRouteNum == VIMBRA_ROUTE_MAX)
+            break;
+        list.tNetIpRouteParam[list.dwIpRouteNum++] = RecordOf(each.get());
+    }
+    return reply;
+}
+
+class RouteService : public Service {
+ public:
+    void Attach(Registry& registry) override {
+        using wire::PlainResult;
+        AttachRoute(registry, wire::kRouteAdd, "route add", Add);
+        AttachRoute(registry, wire::kRouteDel, "route delete", Delete);
+        registry.On<TVimbraIpRouteParam, PlainResult>(wire::kRouteMetricModify, "route metric",
+                                                      ModifyMetric);
+        registry.On<wire::FamilyBody, wire::TIpcAllRoute>(wire::kAllRouteGet, "route list", List);
+        registry.On<wire::TableBody, PlainResult>(
+            wire::kRouteTableAdd, "table add",
+            [this](const wire::TableBody& body) { return AddTable(body.dwTableId); });
+        registry.On<wire::TableBody, PlainResult>(
+            wire::kRouteTableDel, "table delete",
+            [this](const wire::TableBody& body) { return DeleteTable(body.dwTableId); });
+    }
+
+ private:
+    using RouteHandler = wire::PlainResult (*)(const TVimbraIpRouteParam&, u32 table);
+
+    static void AttachRoute(Registry& registry, u32 type, const char* what, RouteHandler handler) {
+        registry.On<wire::RouteBody, wire::PlainResult>(
+            type, what,
+            [handler](const wire::RouteBody& body) { return handler(body.tRoute, RT_TABLE_MAIN); });
+        registry.On<wire::InTable<wire::RouteBody>, wire::PlainResult>(
+            type, what, [handler](const wire::InTable<wire::RouteBody>& body) {
+                return handler(wire::RouteBody(body.tMain).tRoute, body.dwTableId);
+            });
+    }
+
+    static void CheckTable(u32 table) {
+        if (table == 0 || table > kTableMax)
+            throw Refusal(EINVAL, "not a number for a table");
+    }
+
+    wire::PlainResult AddTable(u32 table) {
+        CheckTable(table);
+        if (!created_.insert(table).second)
+            throw Refusal(EEXIST, "the table was created before");
+        return {0};
+    }
+
+    // Also one that was created before the daemon started, which shows in its routes only.
+    wire::PlainResult DeleteTable(u32 table) {
+        CheckTable(table);
+        bool existed = created_.contains(table);
+        for (const u16 family : {VIMBRA_FAMILY_IPV4, VIMBRA_FAMILY_IPV6}) {
+            for (const Route& each : ListRoutes(family, table)) {
+                existed = true;
+                DeleteRoute(each.get());
+            }
+        }
+        created_.erase(table);
+        if (!existed)
+            throw Refusal(ENOENT, "no such table");
+        return {0};
+    }
+
+    std::set<u32> created_;
+};
+
+}  // namespace
+
+std::unique_ptr<Service> MakeRouteService(const Context&) {
+    return std::make_unique<RouteService>();
+}
+
+}  // namespace vimbrad
