@@ -1,13 +1,14 @@
 #include "kernel_route.hpp"
 
 #include <linux/rtnetlink.h>
+#include <netlink/errno.h>
 
 #include <cstring>
 
 namespace vimbrad {
 namespace {
 
-constexpr u32 kIpv6DefaultMetric = 1024;
+constexpr int kDumpAttempts = 8;
 
 using NextHop = std::unique_ptr<rtnl_nexthop, FreeWith<rtnl_route_nh_free>>;
 
@@ -34,6 +35,49 @@ Route MakeRoute(const RouteSpec& spec) {
     }
     rtnl_route_add_nexthop(route.get(), hop.release());
     return route;
+}
+
+// What a dump brings. The library's callbacks are C: no exception may leave them.
+struct DumpTarget {
+    std::vector<Route> routes;
+    bool complete = true;
+};
+
+int TakeRoute(nl_msg* message, void* arg) noexcept {
+    auto* target = static_cast<DumpTarget*>(arg);
+    rtnl_route* raw = nullptr;
+    if (rtnl_route_parse(nlmsg_hdr(message), &raw) < 0)
+        return NL_SKIP;
+    Route route(raw);
+    try {
+        target->routes.push_back(std::move(route));
+    } catch (const std::bad_alloc&) {
+        target->complete = false;
+    }
+    return NL_OK;
+}
+
+// Every route of a family. The library's own cache would not do: of several routes with one
+// destination and one metric it keeps the first.
+std::vector<Route> Dump(u16 family) {
+    BytesOf({family, {}});
+    for (int attempt = 0; attempt < kDumpAttempts; ++attempt) {
+        Netlink kernel;
+        DumpTarget target;
+        const NlCallbacks callbacks = Allocated<NlCallbacks>(nl_cb_alloc(NL_CB_DEFAULT));
+        nl_cb_set(callbacks.get(), NL_CB_VALID, NL_CB_CUSTOM, TakeRoute, &target);
+        int result = nl_rtgen_request(kernel.Socket(), RTM_GETROUTE, family, NLM_F_DUMP);
+        if (result >= 0)
+            result = nl_recvmsgs(kernel.Socket(), callbacks.get());
+        if (!target.complete)
+            throw std::bad_alloc();
+        if (result >= 0)
+            return std::move(target.routes);
+        // The tables changed while they were read.
+        if (result != -NLE_DUMP_INTR)
+            throw Refusal(Netlink::ErrnoOf(result), nl_geterror(result));
+    }
+    throw Refusal(EAGAIN, "the routes change faster than they can be read");
 }
 
 void Install(rtnl_route* route, int flags) {
@@ -65,19 +109,12 @@ RouteSpec SpecOf(rtnl_route* route) {
 }
 
 std::vector<Route> ListRoutes(u16 family, u32 table) {
-    Netlink kernel;
-    const NlCache all = kernel.Dump([family](nl_sock* socket, nl_cache** cache) {
-        return rtnl_route_alloc_cache(socket, family, 0, cache);
+    std::vector<Route> routes = Dump(family);
+    std::erase_if(routes, [table](const Route& each) {
+        return rtnl_route_get_table(each.get()) != table ||
+               rtnl_route_get_type(each.get()) != RTN_UNICAST;
     });
-    std::vector<Route> found;
-    ForEach<rtnl_route>(all, [&](rtnl_route* each) {
-        if (rtnl_route_get_table(each) == table && rtnl_route_get_type(each) == RTN_UNICAST &&
-            rtnl_route_get_family(each) == family) {
-            nl_object_get(OBJ_CAST(each));
-            found.emplace_back(each);
-        }
-    });
-    return found;
+    return routes;
 }
 
 void AddRoute(const RouteSpec& spec) {

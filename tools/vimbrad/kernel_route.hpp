@@ -13,6 +13,9 @@ namespace vimbrad {
 
 using Route = std::unique_ptr<rtnl_route, FreeWith<rtnl_route_put>>;
 
+// What the kernel makes of metric 0 in an IPv6 route: it has none of that metric.
+inline constexpr u32 kIpv6DefaultMetric = 1024;
+
 // A unicast route. Interface and gateway may be missing (0, all zero): then the kernel finds the
 // interface, or the destination is on the link.
 struct RouteSpec {

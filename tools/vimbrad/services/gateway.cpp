@@ -25,11 +25,16 @@ static_assert(VIMBRA_NETWORK_PRIORITY_MAX <= kMetricsPerPriority);
 constexpr u32 kMetricOfDefaultPriority = 6 * kMetricsPerPriority;
 constexpr u32 kMetricOfUnnamed = 7 * kMetricsPerPriority;
 
+// As the kernel holds it.
+u32 MetricOf(const Route& route) {
+    return rtnl_route_get_priority(route.get());
+}
+
 std::vector<Route> DefaultRoutes(u16 family, u32 table) {
     std::vector<Route> routes = ListRoutes(family, table);
     std::erase_if(routes, [](const Route& each) { return SpecOf(each.get()).prefix != 0; });
     std::stable_sort(routes.begin(), routes.end(), [](const Route& one, const Route& other) {
-        return rtnl_route_get_priority(one.get()) < rtnl_route_get_priority(other.get());
+        return MetricOf(one) < MetricOf(other);
     });
     return routes;
 }
@@ -115,10 +120,11 @@ class GatewayService : public Service {
             const RouteSpec held = SpecOf(each.get());
             if (held.iface == wanted.iface && !IsAnnounced(each))
                 return false;
-            taken.insert(held.metric);
+            taken.insert(MetricOf(each));
             return true;
         });
-        wanted.metric = FirstFree(taken, BaseMetric(wanted.iface, wanted.table));
+        wanted.metric =
+            FirstFree(taken, BaseMetric(wanted.iface, wanted.destination.wSinFamily, wanted.table));
         if (!Keep(own, wanted))
             Install(own, wanted);
         for (const Route& each : own)
@@ -129,14 +135,14 @@ class GatewayService : public Service {
     // Takes the wanted route out of those that go, if it is there already.
     static bool Keep(std::vector<Route>& own, const RouteSpec& wanted) {
         return std::erase_if(own, [&wanted](const Route& each) {
-                   const RouteSpec held = SpecOf(each.get());
-                   return held.metric == wanted.metric && Same(held.gateway, wanted.gateway);
+                   return MetricOf(each) == wanted.metric &&
+                          Same(SpecOf(each.get()).gateway, wanted.gateway);
                }) != 0;
     }
 
     static void Install(std::vector<Route>& own, const RouteSpec& wanted) {
         const bool replaces = std::erase_if(own, [&wanted](const Route& each) {
-                                  return SpecOf(each.get()).metric == wanted.metric;
+                                  return MetricOf(each) == wanted.metric;
                               }) != 0;
         if (replaces)
             ReplaceRoute(wanted);
@@ -151,9 +157,9 @@ class GatewayService : public Service {
     }
 
     // Where the metric of an interface's default route starts.
-    u32 BaseMetric(int iface, u32 table) const {
+    u32 BaseMetric(int iface, u16 family, u32 table) const {
         if (priority_.dwNetNum == 0 || table != RT_TABLE_MAIN)
-            return 0;
+            return family == VIMBRA_FAMILY_IPV6 ? kIpv6DefaultMetric : 0;
         for (u32 place = 0; place < priority_.dwNetNum; ++place) {
             const TVimbraNetworkPriority& entry = priority_.tNetPrioParam[place];
             if (Number(entry) != iface)
@@ -209,9 +215,9 @@ class GatewayService : public Service {
         for (Route& each : DefaultRoutes(family, RT_TABLE_MAIN)) {
             const RouteSpec held = SpecOf(each.get());
             if (IsAnnounced(each))
-                taken.insert(held.metric);
+                taken.insert(MetricOf(each));
             else
-                moves.push_back({std::move(each), BaseMetric(held.iface, RT_TABLE_MAIN)});
+                moves.push_back({std::move(each), BaseMetric(held.iface, family, RT_TABLE_MAIN)});
         }
         std::stable_sort(moves.begin(), moves.end(), [](const Move& one, const Move& other) {
             return one.metric < other.metric;
@@ -220,8 +226,7 @@ class GatewayService : public Service {
             each.metric = FirstFree(taken, each.metric);
             taken.insert(each.metric);
         }
-        std::erase_if(
-            moves, [](const Move& each) { return SpecOf(each.route.get()).metric == each.metric; });
+        std::erase_if(moves, [](const Move& each) { return MetricOf(each.route) == each.metric; });
         for (const Move& each : moves) {
             AppendWithMetric(each.route.get(), each.metric);
             DeleteRoute(each.route.get());
