@@ -8,11 +8,14 @@
 #include <vimbra/addr.h>
 #include <vimbra/bond.h>
 #include <vimbra/common.h>
+#include <vimbra/dhcpc.h>
 #include <vimbra/dns.h>
 #include <vimbra/iface.h>
 #include <vimbra/iface_check.h>
 #include <vimbra/ipc.h>
 #include <vimbra/log.h>
+#include <vimbra/ntpc.h>
+#include <vimbra/pppoe.h>
 #include <vimbra/route.h>
 #include <vimbra/types.h>
 #include <vimbra/webs.h>
