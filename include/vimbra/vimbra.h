@@ -16,6 +16,7 @@
 #include <vimbra/log.h>
 #include <vimbra/ntpc.h>
 #include <vimbra/pppoe.h>
+#include <vimbra/process.h>
 #include <vimbra/route.h>
 #include <vimbra/types.h>
 #include <vimbra/webs.h>

@@ -45,6 +45,8 @@ inline bool Logs(u32 level) {
     VIMBRA_LOG_TAGGED(VIMBRA_LEVEL_ERR, VimbraLogError, VIMBRA_TAG_ERR, site, __VA_ARGS__)
 #define VLOG_PRINT_AT(site, ...) \
     VIMBRA_LOG_TAGGED(VIMBRA_LEVEL_INFO, VimbraLogPrint, VIMBRA_TAG_PRT, site, __VA_ARGS__)
+#define VLOG_DEBUG_AT(site, ...) \
+    VIMBRA_LOG_TAGGED(VIMBRA_LEVEL_DEBUG, VimbraLogDebug, VIMBRA_TAG_PRT, site, __VA_ARGS__)
 
 // For the function at hand.
 #define VLOG_ERROR(...) VLOG_ERROR_AT(VIMBRA_HERE, __VA_ARGS__)
@@ -52,8 +54,7 @@ inline bool Logs(u32 level) {
 #define VLOG_WARN(...)                                                                   \
     VIMBRA_LOG_TAGGED(VIMBRA_LEVEL_WARNING, VimbraLogWarn, VIMBRA_TAG_WARN, VIMBRA_HERE, \
                       __VA_ARGS__)
-#define VLOG_DEBUG(...) \
-    VIMBRA_LOG_TAGGED(VIMBRA_LEVEL_DEBUG, VimbraLogDebug, VIMBRA_TAG_PRT, VIMBRA_HERE, __VA_ARGS__)
+#define VLOG_DEBUG(...) VLOG_DEBUG_AT(VIMBRA_HERE, __VA_ARGS__)
 
 namespace vimbra {
 

@@ -1,0 +1,471 @@
+// Running programs, and the text conversions that go with it.
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <vimbra/process.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+
+#include "lib/cancel.hpp"
+#include "lib/directory.hpp"
+#include "lib/fd.hpp"
+#include "lib/log.hpp"
+#include "lib/memory.hpp"
+
+using namespace vimbra;
+
+namespace {
+
+constexpr s32 kLoggedOutput = 2000;
+constexpr int kExecFailed = 255;
+
+// The default disposition of SIGCHLD for a scope. An application that ignores it or reaps in a
+// handler would take the exit status away.
+class DefaultChildSignal {
+ public:
+    DefaultChildSignal() {
+        struct sigaction action = {};
+        action.sa_handler = SIG_DFL;
+        sigaction(SIGCHLD, &action, &previous_);
+    }
+    ~DefaultChildSignal() { sigaction(SIGCHLD, &previous_, nullptr); }
+    DefaultChildSignal(const DefaultChildSignal&) = delete;
+    DefaultChildSignal& operator=(const DefaultChildSignal&) = delete;
+
+ private:
+    struct sigaction previous_ = {};
+};
+
+// No signal for this thread in a scope.
+class BlockedSignals {
+ public:
+    BlockedSignals() {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &previous_);
+    }
+    ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &previous_, nullptr); }
+    BlockedSignals(const BlockedSignals&) = delete;
+    BlockedSignals& operator=(const BlockedSignals&) = delete;
+
+    const sigset_t& Previous() const { return previous_; }
+
+ private:
+    sigset_t previous_;
+};
+
+struct Pipe {
+    Fd read;
+    Fd write;
+
+    // Both ends are closed by exec, and neither takes the place of a closed standard descriptor:
+    // there the child puts its output.
+    bool Open() {
+        int ends[2];
+        if (pipe2(ends, O_CLOEXEC) != 0) {
+            return false;
+        }
+        read = Above(ends[0]);
+        write = Above(ends[1]);
+        return read && write;
+    }
+
+ private:
+    static Fd Above(int fd) {
+        if (fd > STDERR_FILENO) {
+            return Fd(fd);
+        }
+        const Fd low(fd);
+        return Fd(fcntl(low.Get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    }
+};
+
+// exec sets them back anyway; until then a handler would run on the memory of the parent.
+void DropSignalHandlers() {
+    struct sigaction unset = {};
+    unset.sa_handler = SIG_DFL;
+    for (int number = 1; number < NSIG; number++) {
+        struct sigaction action;
+        if (sigaction(number, nullptr, &action) == 0 && action.sa_handler != SIG_DFL &&
+            action.sa_handler != SIG_IGN) {
+            sigaction(number, &unset, nullptr);
+        }
+    }
+}
+
+// The child. It borrows the memory of its parent, whose other threads go on meanwhile: no log line
+// (syslog would leave its socket's number behind, in a process that has no such descriptor), no
+// exit handlers, no buffers written out. Why it failed goes to the parent, which tells it.
+[[noreturn]] void BecomeProgram(const char* file, char** argv, int output, int failure,
+                                const sigset_t& signals) {
+    DropSignalHandlers();
+    pthread_sigmask(SIG_SETMASK, &signals, nullptr);
+    NewProcessSafe();
+    if (output >= 0) {
+        dup2(output, STDOUT_FILENO);
+        dup2(output, STDERR_FILENO);
+    }
+    execvp(file, argv);
+    const int error = errno;
+    if (write(failure, &error, sizeof(error)) < 0) {
+        _exit(kExecFailed);
+    }
+    _exit(kExecFailed);
+}
+
+// Starts the program; its output goes where that of this process goes, unless output is a
+// descriptor. -1 when there is no child.
+pid_t Start(const char* file, char** argv, int output, int failure) {
+    const BlockedSignals blocked;
+    const pid_t pid = vfork();
+    if (pid == 0) {
+        BecomeProgram(file, argv, output, failure, blocked.Previous());
+    }
+    return pid;
+}
+
+// The log line of a program that could not be started, under its process id. It goes to the
+// program's output too, where that is collected: to standard output is where log lines go.
+void TellExecFailure(const CallSite& site, pid_t pid, const Pipe& failure, int output) {
+    int error = 0;
+    if (!failure.read || fcntl(failure.read.Get(), F_SETFL, O_NONBLOCK) != 0 ||
+        read(failure.read.Get(), &error, sizeof(error)) != sizeof(error) ||
+        !Logs(VIMBRA_LEVEL_ERR)) {
+        return;
+    }
+    constexpr char kStep[] = "exec error:";
+    const char* reason = strerror(error);
+    VimbraLogPerror(VIMBRA_FORMAT_PERROR, pid, site.function, site.line, kStep, error, reason);
+    if (output >= 0) {
+        dprintf(output, VIMBRA_FORMAT_PERROR, pid, site.function, site.line, kStep, error, reason);
+    }
+}
+
+// -1 waits for any child.
+pid_t Wait(pid_t pid, int* status) {
+    pid_t result;
+    do {
+        result = waitpid(pid, status, 0);
+    } while (result < 0 && errno == EINTR);
+    return result;
+}
+
+s32 ExitCode(int status) {
+    return (status & 0xff00) >> 8;
+}
+
+ssize_t ReadOnce(int fd, char* buf, size_t size) {
+    ssize_t count;
+    do {
+        count = read(fd, buf, size);
+    } while (count < 0 && errno == EINTR);
+    return count;
+}
+
+// The words of a command; false is logged.
+bool SplitCommand(const CallSite& site, char* command, s32 size,
+                  char* (&argv)[VIMBRA_EXEC_ARG_MAX + 1]) {
+    if (VimbraBufToArgv(command, argv, VIMBRA_EXEC_ARG_MAX, size, ' ') != VIMBRA_OK) {
+        VLOG_ERROR_AT(site, "%s", command);
+        return false;
+    }
+    return true;
+}
+
+bool IsHexDigit(char c) {
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+
+// The first place from which on a field is not hexadecimal, or its length.
+size_t FindNoHexDigit(const char* field, size_t from, size_t length) {
+    while (from < length && IsHexDigit(field[from])) {
+        from++;
+    }
+    return from;
+}
+
+struct ByteSink {
+    char* data;
+    s32 size;
+    s32 count;
+};
+
+bool StoreHexField(const CallSite& site, const char* field, ByteSink& sink) {
+    const unsigned long value = strtoul(field, nullptr, 16);
+    if (value > 255) {
+        VLOG_ERROR_AT(site, "is  not an hex char: %u", static_cast<unsigned>(value));
+        return false;
+    }
+    if (sink.count >= sink.size) {
+        VLOG_ERROR_AT(site, "dst is too small: size_dst=%d,dst_count =%d", sink.size, sink.count);
+        return false;
+    }
+    sink.data[sink.count++] = static_cast<char>(value);
+    return true;
+}
+
+// The next separator. A terminator separates nothing: there the text ends.
+char* FindSeparator(char* text, char separator) {
+    return separator == '\0' ? nullptr : strchr(text, separator);
+}
+
+// A descriptor's number, or -1 for a name that is none.
+int DescriptorNumber(const char* name, int bound) {
+    int number = 0;
+    const char* digit = name;
+    for (; *digit >= '0' && *digit <= '9' && number < bound; digit++) {
+        number = number * 10 + (*digit - '0');
+    }
+    return digit != name && *digit == '\0' ? number : -1;
+}
+
+}  // namespace
+
+void NewProcessSafe() {}
+
+s32 VimbraExecShellProcess(const char* file, char** argv, s32* child_pid) {
+    if (file == nullptr || argv == nullptr) {
+        return VIMBRA_ERR_GENERAL;
+    }
+    const CancelGuard guard;
+    const DefaultChildSignal childSignal;
+    Pipe failure;
+    failure.Open();  // Without it only the reason of a failure is not told.
+    const pid_t pid = Start(file, argv, -1, failure.write.Get());
+    if (pid < 0) {
+        VLOG_ERROR("vfork error");
+        return VIMBRA_ERR_GENERAL;
+    }
+    if (child_pid != nullptr) {
+        *child_pid = pid;
+    }
+    int status = 0;
+    const pid_t ended = Wait(-1, &status);
+    TellExecFailure(VIMBRA_HERE, pid, failure, -1);
+    if (ended < 0) {
+        VLOG_ERROR("wait error");
+        return VIMBRA_ERR_GENERAL;
+    }
+    return ExitCode(status);
+}
+
+s32 VimbraExecShellPrcPipe(const char* file, char** argv, char* buf, s32 max_size, s32* length) {
+    if (file == nullptr || argv == nullptr || buf == nullptr || max_size < 0) {
+        return VIMBRA_ERR_GENERAL;
+    }
+    const CancelGuard guard;
+    const DefaultChildSignal childSignal;
+    Pipe output;
+    if (!output.Open()) {
+        VLOG_ERROR("pipe error!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    Pipe failure;
+    failure.Open();
+    const pid_t pid = Start(file, argv, output.write.Get(), failure.write.Get());
+    if (pid < 0) {
+        return VIMBRA_ERR_GENERAL;
+    }
+    // Wait, then read: what is read is what the program has left in the pipe.
+    int status = 0;
+    if (Wait(pid, &status) < 0) {
+        VLOG_ERROR("wait error");
+        return VIMBRA_ERR_GENERAL;
+    }
+    TellExecFailure(VIMBRA_HERE, pid, failure, output.write.Get());
+    output.write.Reset();
+    const ssize_t count = ReadOnce(output.read.Get(), buf, static_cast<size_t>(max_size));
+    if (length != nullptr) {
+        *length = static_cast<s32>(std::max<ssize_t>(count, 0));
+    }
+    return ExitCode(status);
+}
+
+s32 ExecCmd(char* pchCmdBuf, s32 nBufLen, s32) {
+    if (pchCmdBuf == nullptr) {
+        VLOG_ERROR("ExecCmd pchCmd is NULL!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    char* argv[VIMBRA_EXEC_ARG_MAX + 1];
+    if (!SplitCommand(VIMBRA_HERE, pchCmdBuf, nBufLen, argv)) {
+        return VIMBRA_ERR_GENERAL;
+    }
+    const Buffer output(kLoggedOutput);
+    if (!output) {
+        VLOG_ERRNO("malloc error!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    char* text = reinterpret_cast<char*>(output.Get());
+    s32 length = 0;
+    if (VimbraExecShellPrcPipe(argv[0], argv, text, kLoggedOutput, &length) == 0) {
+        return VIMBRA_OK;
+    }
+    VLOG_ERROR("%s", pchCmdBuf);
+    VLOG_ERROR("%.*s", length, text);
+    return VIMBRA_ERR_GENERAL;
+}
+
+s32 VimbraExecCmdAndGetOutput(char* pchCmdBuf, s32 nBufLen, char* child_stdout_buf,
+                              s32 nStdoutBufLen) {
+    if (pchCmdBuf == nullptr || child_stdout_buf == nullptr) {
+        VLOG_ERROR("ExecCmd pchCmd is NULL!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    char* argv[VIMBRA_EXEC_ARG_MAX + 1];
+    if (!SplitCommand(VIMBRA_HERE, pchCmdBuf, nBufLen, argv)) {
+        return VIMBRA_ERR_GENERAL;
+    }
+    if (nStdoutBufLen > 0) {
+        memset(child_stdout_buf, 0, static_cast<size_t>(nStdoutBufLen));
+    }
+    const s32 code =
+        VimbraExecShellPrcPipe(argv[0], argv, child_stdout_buf, nStdoutBufLen, nullptr);
+    return code == 0 ? VIMBRA_OK : VIMBRA_ERR_GENERAL;
+}
+
+void CloseInheritFatherProcessFd(int lowfd) {
+    constexpr int kEnd = 1024;
+    rlimit limit;
+    const int end = getrlimit(RLIMIT_NOFILE, &limit) == 0 ? kEnd : 0;  // Whatever the limit says.
+    const int first = std::max(lowfd, 0);
+    char path[256];
+    snprintf(path, sizeof(path), "/proc/%d/fd", getpid());
+    Directory directory(path);
+    if (!directory) {
+        for (int fd = first; fd < end; fd++) {
+            close(fd);
+        }
+        return;
+    }
+    while (const dirent* entry = directory.Next()) {
+        const int fd = DescriptorNumber(entry->d_name, end);
+        if (fd >= first && fd < end && fd != directory.Fd()) {
+            close(fd);
+        }
+    }
+}
+
+s32 VimbraBufToArgv(char* cmd, char** argv, s32 max_param, s32 max_length, char sepchar) {
+    if (cmd == nullptr || argv == nullptr || max_param < 0) {
+        return VIMBRA_ERR_GENERAL;
+    }
+    const size_t length = strlen(cmd);
+    if (max_length <= 0 || length > static_cast<size_t>(max_length) - 1) {
+        VLOG_ERROR("cmd length=%d,the max length is %d", static_cast<int>(length), max_length);
+        return VIMBRA_ERR_GENERAL;
+    }
+    const char* const end = cmd + max_length;
+    s32 count = 0;
+    char* position = cmd;
+    while (position != nullptr && *position != '\0' && count < max_param && position < end) {
+        argv[count++] = position;
+        position = FindSeparator(position, sepchar);
+        while (position != nullptr && *position == sepchar) {
+            *position++ = '\0';
+        }
+    }
+    argv[count] = nullptr;
+    if (count >= max_param) {
+        VLOG_ERROR("argc=%d,the max parame is %d", count, max_param);
+        return VIMBRA_ERR_GENERAL;
+    }
+    if (position == end) {
+        VLOG_ERROR("the buffer is overrun");
+        return VIMBRA_ERR_GENERAL;
+    }
+    return VIMBRA_OK;
+}
+
+s32 VimbraFindStrMatchHead(char* buf, char* str_head, char sepchar, char* buf_ret, s32 size) {
+    if (buf == nullptr) {
+        VLOG_ERROR("buf is null");
+        return VIMBRA_ERR_GENERAL;
+    }
+    const char* value = str_head == nullptr ? buf : strstr(buf, str_head);
+    if (value == nullptr || buf_ret == nullptr) {
+        return VIMBRA_ERR_GENERAL;
+    }
+    value += str_head == nullptr ? 0 : strlen(str_head);
+    if (*value == sepchar && *value != '\0') {
+        value++;
+    }
+    const char* valueEnd = strchr(value, sepchar);
+    const size_t length =
+        valueEnd == nullptr ? strlen(value) : static_cast<size_t>(valueEnd - value);
+    if (size < 0 || static_cast<size_t>(size) < length) {
+        VLOG_ERROR("the buf is too long:%d,%d", size, static_cast<int>(length));
+        return VIMBRA_ERR_GENERAL;
+    }
+    memcpy(buf_ret, value, length);
+    buf_ret[length] = '\0';
+    return VIMBRA_OK;
+}
+
+s32 StrToU8WitchoutSepchar(char* str, char sepchar, char* dst, s32 size_dst) {
+    if (str == nullptr) {
+        VLOG_ERROR("the source address is unvalid!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    if (dst == nullptr) {
+        return VIMBRA_ERR_GENERAL;
+    }
+    ByteSink sink = {dst, size_dst, 0};
+    char* field = str;
+    size_t length = 0;
+    while (char* separator = FindSeparator(field, sepchar)) {
+        *separator = '\0';
+        length = static_cast<size_t>(separator - field);
+        const size_t bad = FindNoHexDigit(field, 0, length);
+        if (bad < length) {
+            VLOG_ERROR("is not an hex char: %s:%d:%d", field, static_cast<int>(bad),
+                       static_cast<int>(length));
+            return VIMBRA_ERR_GENERAL;
+        }
+        if (!StoreHexField(VIMBRA_HERE, field, sink)) {
+            return VIMBRA_ERR_GENERAL;
+        }
+        field = separator + 1;
+    }
+    // Looked at only from where the field before it ended; callers rely on it.
+    const size_t lastLength = strlen(field);
+    const size_t bad = FindNoHexDigit(field, length, lastLength);
+    if (bad < lastLength) {
+        VLOG_ERROR("is not an hex char: [%s]:%d:%d", field, static_cast<int>(bad),
+                   static_cast<int>(lastLength));
+        return VIMBRA_ERR_GENERAL;
+    }
+    return StoreHexField(VIMBRA_HERE, field, sink) ? VIMBRA_OK : VIMBRA_ERR_GENERAL;
+}
+
+s32 MaskConvertIpv4(u32* p_net_byte_order, u32* p_bit_count, u32 flag) {
+    constexpr u32 kBits = 32;
+    if (p_net_byte_order == nullptr || p_bit_count == nullptr) {
+        return VIMBRA_ERR_GENERAL;
+    }
+    const u32 mask = ntohl(*p_net_byte_order);
+    if (mask == 0xffffffff) {  // Before the flag is looked at, kept so.
+        *p_bit_count = kBits;
+        return VIMBRA_OK;
+    }
+    switch (flag) {
+        case 0:
+            *p_bit_count = static_cast<u32>(__builtin_clz(~mask));
+            return VIMBRA_OK;
+        case 1:
+            if (*p_bit_count > kBits) {
+                VLOG_ERROR("the network mask(%d) must be less than 32",
+                           static_cast<int>(*p_bit_count));
+                return VIMBRA_ERR_GENERAL;
+            }
+            *p_net_byte_order =
+                *p_bit_count == 0 ? 0 : htonl(0xffffffffU << (kBits - *p_bit_count));
+            return VIMBRA_OK;
+        default:
+            VLOG_ERROR("don't support the flag(%d)", static_cast<int>(flag));
+            return VIMBRA_ERR_GENERAL;
+    }
+}
