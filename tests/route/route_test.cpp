@@ -373,6 +373,10 @@ struct RouteCall {
     s32 (*run)(TVimbraIpRouteParam*);
 };
 
+void PrintTo(const RouteCall& call, std::ostream* out) {
+    *out << call.name;
+}
+
 const RouteCall kRouteCalls[] = {
     {"VimbraAddOneIpRoute", VimbraAddOneIpRoute},
     {"VimbraAddOneIpRouteToTable",
@@ -634,6 +638,10 @@ struct GatewayCall {
     s32 (*run)(char* iface, u16 family, TVimbraAddr* gateway, u32 table);
 };
 
+void PrintTo(const GatewayCall& call, std::ostream* out) {
+    *out << call.name;
+}
+
 TVimbraAddr WithFamily(u16 family) {
     TVimbraAddr addr = Ipv4("10.0.0.1");
     addr.wSinFamily = family;
@@ -774,6 +782,10 @@ struct RuleCall {
     const char* name;
     s32 (*run)(TVimbraIpRuleParam*);
 };
+
+void PrintTo(const RuleCall& call, std::ostream* out) {
+    *out << call.name;
+}
 const RuleCall kRuleCalls[] = {{"VimbraAddIpRule", VimbraAddIpRule},
                                {"VimbraDelIpRule", VimbraDelIpRule}};
 
