@@ -1,0 +1,52 @@
+// Loading the library has no effect but that it is there.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <set>
+#include <string>
+#include <vimbra/bed.hpp>
+
+using namespace vimbra::bed;
+
+namespace {
+
+std::set<std::string> FilesInTmp() {
+    std::set<std::string> names;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator("/tmp")) {
+        names.insert(entry.path());
+    }
+    return names;
+}
+
+TEST(Load, WritesNothingStartsNothingOpensNothing) {
+    Capture log;
+    const auto descriptors = OpenDescriptors();
+    const auto threads = Threads();
+    const auto files = FilesInTmp();
+    const std::string semaphores = ReadFile("/proc/sysvipc/sem");
+    sigset_t before;
+    sigprocmask(SIG_BLOCK, nullptr, &before);
+
+    void* library = dlopen(VIMBRA_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(nullptr, library) << dlerror();
+
+    EXPECT_TRUE(log.IsSilent());
+    EXPECT_EQ(descriptors, OpenDescriptors());
+    EXPECT_EQ(threads, Threads());
+    EXPECT_EQ(files, FilesInTmp());
+    EXPECT_EQ(semaphores, ReadFile("/proc/sysvipc/sem"));
+    sigset_t after;
+    sigprocmask(SIG_BLOCK, nullptr, &after);
+    for (int number = 1; number < 32; number++) {
+        EXPECT_EQ(sigismember(&before, number), sigismember(&after, number)) << number;
+    }
+    const auto* level = static_cast<const uint32_t*>(dlsym(library, "g_nVimbraLogSwitch"));
+    ASSERT_NE(nullptr, level);
+    EXPECT_EQ(5u, *level);
+    EXPECT_EQ(nullptr, dlsym(library, "ApicIpaddrSet")) << "what is inside stays inside";
+}
+
+}  // namespace
