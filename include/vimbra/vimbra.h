@@ -8,16 +8,21 @@
 #include <vimbra/addr.h>
 #include <vimbra/bond.h>
 #include <vimbra/common.h>
-#include <vimbra/dhcpc.h>
 #include <vimbra/dns.h>
 #include <vimbra/iface.h>
 #include <vimbra/iface_check.h>
 #include <vimbra/ipc.h>
+#include <vimbra/list.h>
 #include <vimbra/log.h>
+#include <vimbra/msg_queue.h>
 #include <vimbra/ntpc.h>
 #include <vimbra/pppoe.h>
 #include <vimbra/process.h>
+#include <vimbra/queue.h>
 #include <vimbra/route.h>
+#include <vimbra/semaphore.h>
+#include <vimbra/stat.h>
+#include <vimbra/thread.h>
 #include <vimbra/types.h>
 #include <vimbra/webs.h>
 

@@ -173,6 +173,29 @@ s32 IpcExchange(const CallSite& site, const IpcPeer& peer, u32 type, IpcMessage&
     return ReceiveWhole(site, fd.Get(), set, &timeout, reply, replySize);
 }
 
+Server MakeServer(s32 fd, const char* name, sockaddr_un* address, socklen_t* length) {
+    constexpr char kFunction[] = "MakeAddrServer";
+    if (!FillAddress(name, address, length)) {
+        VLOG_ERROR_AT((CallSite{kFunction, __LINE__}), "the name is too long!");
+        return Server::kNameTooLong;
+    }
+    // What cannot be removed, such as a directory, shows as a failed bind.
+    const char* path = address->sun_path;
+    while (access(path, R_OK | W_OK) == 0 && unlink(path) == 0) {
+    }
+    unlink(path);
+    if (bind(fd, reinterpret_cast<const sockaddr*>(address), *length) != 0) {
+        LogErrnoAt({kFunction, __LINE__}, "bind error");
+    } else if (listen(fd, 100) != 0) {
+        LogErrnoAt({kFunction, __LINE__}, "listen error!");
+    } else {
+        return Server::kListening;
+    }
+    unlink(path);
+    close(fd);
+    return Server::kFailed;
+}
+
 }  // namespace vimbra
 
 using namespace vimbra;
@@ -196,25 +219,9 @@ s32 MakeAddrServer(s32 nSockfd, const char* pchName, sockaddr_un* ptAddr, sockle
     if (pchName == nullptr || ptAddr == nullptr || len == nullptr) {
         return VIMBRA_ERR_GENERAL;
     }
-    if (!FillAddress(pchName, ptAddr, len)) {
-        VLOG_ERROR("the name is too long!");
-        return VIMBRA_ERR_GENERAL;
-    }
-    // What cannot be removed, such as a directory, shows as a failed bind.
-    const char* path = ptAddr->sun_path;
-    while (access(path, R_OK | W_OK) == 0 && unlink(path) == 0) {
-    }
-    unlink(path);
-    if (bind(nSockfd, reinterpret_cast<const sockaddr*>(ptAddr), *len) != 0) {
-        VLOG_ERRNO("bind error");
-    } else if (listen(nSockfd, 100) != 0) {
-        VLOG_ERRNO("listen error!");
-    } else {
-        return VIMBRA_OK;
-    }
-    unlink(path);
-    close(nSockfd);
-    return VIMBRA_OK;
+    // A failed bind is a success: established, the caller finds out when it accepts.
+    return MakeServer(nSockfd, pchName, ptAddr, len) == Server::kNameTooLong ? VIMBRA_ERR_GENERAL
+                                                                             : VIMBRA_OK;
 }
 
 s32 IpcApiSendAndRecv(u32 dwType, const void* pSendBuf, s32 nSendLen, void* pRecvBuf,

@@ -44,6 +44,16 @@ extern const IpcPeer kDaemonPeer;
 s32 IpcExchange(const CallSite& site, const IpcPeer& peer, u32 type, IpcMessage& message,
                 const void* body, s32 bodySize, void* reply, s32 replySize);
 
+// How a socket fared that was to become a server.
+enum class Server {
+    kListening,
+    kNameTooLong,  // the socket stays open
+    kFailed,       // bind or listen; the socket is closed
+};
+
+// MakeAddrServer() with its whole result.
+Server MakeServer(s32 fd, const char* name, sockaddr_un* address, socklen_t* length);
+
 }  // namespace vimbra
 
 #endif

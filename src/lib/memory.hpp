@@ -20,11 +20,16 @@ class Buffer {
     u8* Get() const { return data_; }
     explicit operator bool() const { return data_ != nullptr; }
 
-    // For the one case that cannot allocate where it declares.
+    // For who cannot allocate where it declares.
     bool Allocate(size_t size) {
-        free(data_);
+        Free();
         data_ = static_cast<u8*>(calloc(1, size));
         return data_ != nullptr;
+    }
+
+    void Free() {
+        free(data_);
+        data_ = nullptr;
     }
 
  private:

@@ -15,17 +15,24 @@ namespace vimbra {
 
 class SelectSet {
  public:
-    explicit SelectSet(int fd) : fd_(fd) {
-        if (fd >= FD_SETSIZE && IsNumber()) {
-            large_.Allocate(Words() * sizeof(fd_mask));
-            bits_ = reinterpret_cast<fd_mask*>(large_.Get());
-        }
-    }
+    SelectSet() = default;
+    explicit SelectSet(int fd) { Watch(fd); }
     SelectSet(const SelectSet&) = delete;
     SelectSet& operator=(const SelectSet&) = delete;
 
     // False when a large set found no memory.
     explicit operator bool() const { return bits_ != nullptr; }
+
+    // Turns to another descriptor; false when a large set found no memory.
+    bool Watch(int fd) {
+        fd_ = fd;
+        if (IsNumber() && (bits_ == nullptr || Words() > words_)) {
+            words_ = Words();
+            large_.Allocate(words_ * sizeof(fd_mask));
+            bits_ = reinterpret_cast<fd_mask*>(large_.Get());
+        }
+        return bits_ != nullptr;
+    }
 
     // Both return what select(2) does; the time that is left is written back where the system does.
     int WaitReadable(timeval* timeout) {
@@ -55,7 +62,8 @@ class SelectSet {
         return reinterpret_cast<fd_set*>(bits_);
     }
 
-    int fd_;
+    int fd_ = -1;
+    size_t words_ = FD_SETSIZE / kBits;
     fd_set small_;
     Buffer large_;
     fd_mask* bits_ = reinterpret_cast<fd_mask*>(&small_);

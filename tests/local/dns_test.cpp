@@ -39,8 +39,8 @@ std::vector<TVimbraAddr> Addresses(const std::vector<std::string>& texts) {
 std::vector<TVimbraAddr> ManyAddresses(size_t count) {
     std::vector<TVimbraAddr> addresses;
     for (size_t i = 0; i < count; i++) {
-        addresses.push_back(Address("10.0." + std::to_string(i / 256) + "." +
-                                    std::to_string(i % 256)));
+        addresses.push_back(
+            Address("10.0." + std::to_string(i / 256) + "." + std::to_string(i % 256)));
     }
     return addresses;
 }
@@ -48,8 +48,8 @@ std::vector<TVimbraAddr> ManyAddresses(size_t count) {
 std::string ServerLines(size_t from, size_t to) {
     std::string lines;
     for (size_t i = from; i < to; i++) {
-        lines += "nameserver 10.0." + std::to_string(i / 256) + "." + std::to_string(i % 256) +
-                 "\n";
+        lines +=
+            "nameserver 10.0." + std::to_string(i / 256) + "." + std::to_string(i % 256) + "\n";
     }
     return lines;
 }

@@ -1,0 +1,49 @@
+/**
+ * @file
+ * A doubly linked list of untyped pointers. The library itself does not use it. Nodes come from one
+ * pool of the process, which has no lock: the calls must not be made from two threads at once, and
+ * not from a callback while another thread makes them.
+ */
+#ifndef VIMBRA_LIST_H
+#define VIMBRA_LIST_H
+
+#include <vimbra/types.h>
+
+VIMBRA_BEGIN_DECLS
+
+/** An element. */
+typedef void* gpointer;
+
+/** A node. Any node stands for its list, normally the first; null is the empty list. */
+typedef struct GList GList;
+struct GList {
+    gpointer data; /**< the caller's; never followed */
+    GList* next;
+    GList* prev;
+};
+
+/**
+ * Appends an element. Walks to the last node: the cost grows with the list.
+ *
+ * @param list  the list, or null.
+ * @param data  the element.
+ * @return `list`, or the new node when `list` was null. Without memory the list as it was.
+ */
+VIMBRA_API GList* vimbra_g_list_append(GList* list, gpointer data);
+
+/**
+ * Removes the first element from `list` onwards that is this pointer. Its node is used again for a
+ * later append; memory is never given back to the system.
+ *
+ * @param list  the list, or null.
+ * @param data  the element.
+ * @return `list`, or its successor when `list` itself was removed.
+ */
+VIMBRA_API GList* vimbra_g_list_remove(GList* list, gpointer data);
+
+/** The first node of a node's list; null for null. */
+VIMBRA_API GList* vimbra_g_list_first(GList* list);
+
+VIMBRA_END_DECLS
+
+#endif

@@ -1,0 +1,51 @@
+#include <sys/sem.h>
+#include <vimbra/semaphore.h>
+
+#include "lib/log.hpp"
+
+using namespace vimbra;
+
+namespace {
+
+// The third argument of semctl(2), which the C library leaves to its callers to declare.
+union Semun {
+    int val;
+    semid_ds* buf;
+    unsigned short* array;
+};
+
+int Check(const CallSite& site, int result, const char* failed, int sem_id) {
+    if (result != -1) {
+        return 0;
+    }
+    VLOG_ERROR_AT(site, "%s", failed);
+    VLOG_ERROR_AT(site, "sem_id:%d", sem_id);
+    return -1;
+}
+
+int Operate(int sem_id, short change) {
+    sembuf operation = {};
+    operation.sem_op = change;
+    operation.sem_flg = SEM_UNDO;
+    return semop(sem_id, &operation, 1);
+}
+
+}  // namespace
+
+int set_semvalue(int sem_id) {
+    Semun value = {};
+    value.val = 1;
+    return Check(VIMBRA_HERE, semctl(sem_id, 0, SETVAL, value), "set_semvalue error", sem_id);
+}
+
+int del_semvalue(int sem_id) {
+    return Check(VIMBRA_HERE, semctl(sem_id, 0, IPC_RMID), "del_semvalue error", sem_id);
+}
+
+int semaphore_p(int sem_id) {
+    return Check(VIMBRA_HERE, Operate(sem_id, -1), "semaphore_p error", sem_id);
+}
+
+int semaphore_v(int sem_id) {
+    return Check(VIMBRA_HERE, Operate(sem_id, 1), "semaphore_v error", sem_id);
+}
