@@ -8,8 +8,11 @@
 
 #include <vimbra/net_bond.h>
 #include <vimbra/net_common.h>
+#include <vimbra/net_dhcpc.h>
 #include <vimbra/net_dns.h>
 #include <vimbra/net_ip.h>
+#include <vimbra/net_ntpc.h>
+#include <vimbra/net_pppoe.h>
 #include <vimbra/net_route.h>
 #include <vimbra/net_stat.h>
 #include <vimbra/net_webs.h>

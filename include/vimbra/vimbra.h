@@ -8,6 +8,7 @@
 #include <vimbra/addr.h>
 #include <vimbra/bond.h>
 #include <vimbra/common.h>
+#include <vimbra/dhcpc.h>
 #include <vimbra/dns.h>
 #include <vimbra/iface.h>
 #include <vimbra/iface_check.h>

@@ -1,0 +1,41 @@
+// Requests and notifications of the NTP client.
+#ifndef VIMBRA_API_NTPC_WIRE_HPP
+#define VIMBRA_API_NTPC_WIRE_HPP
+
+#include "lib/wire.hpp"
+
+namespace vimbra::wire {
+
+enum : u32 {
+    kNtpcStart = 2305,
+    kNtpcStop = 2306,
+    kNtpcCheck = 2307,  // the server's TVimbraAddr
+
+    // Notifications: the body is the daemon's, at most VIMBRA_NTPC_REPORT_MAX bytes.
+    kNtpcReport1 = 1,
+    kNtpcReport2 = 2,
+};
+
+// The notification sockets.
+inline constexpr char kNtpcSocketIpv4[] = "ipc_ntp";
+inline constexpr char kNtpcSocketIpv6[] = "ipc_ntpv6";
+
+// kNtpcStart
+struct VIMBRA_WIRE NtpcStartBody {
+    u16 wSinFamily;  // the server's
+    TVimbraAddr tServerIp;
+    u32 dwSyncTimeInterval;
+};
+static_assert(sizeof(NtpcStartBody) == 26);
+static_assert(offsetof(NtpcStartBody, tServerIp) == 2);
+static_assert(offsetof(NtpcStartBody, dwSyncTimeInterval) == 22);
+
+// kNtpcStop
+struct NtpcStopBody {
+    u16 wSinFamily;
+};
+static_assert(sizeof(NtpcStopBody) == 2);
+
+}  // namespace vimbra::wire
+
+#endif
