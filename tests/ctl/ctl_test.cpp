@@ -28,9 +28,12 @@ constexpr uint32_t kLogSwitch = 0x0702;
 
 // All commands, groups without their own.
 constexpr const char* kCommands[] = {
-    "link up",  "link down", "link show",  "addr show", "addr set",
-    "addr add", "addr del",  "addr flush", "mac show",  "mac set",
-    "mtu show", "mtu set",   "log-level",  "version",   "codes",
+    "link up",      "link down",      "link show",  "addr show",    "addr set",     "addr add",
+    "addr del",     "addr flush",     "mac show",   "mac set",      "mtu show",     "mtu set",
+    "route show",   "route add",      "route del",  "route metric", "gateway show", "gateway set",
+    "gateway del",  "table add",      "table del",  "rule add",     "rule del",     "priority show",
+    "priority set", "check same-net", "check host", "check mask",   "check class",  "log-level",
+    "version",      "codes",
 };
 
 }  // namespace
@@ -346,6 +349,34 @@ TEST(CtlLink, ShowsAndChangesTheState) {
     EXPECT_EQ("down", one["links"][0]["state"]);
     EXPECT_EQ("00:00:00:00:00:00", one["links"][0]["mac"]);
     EXPECT_TRUE(one["links"][0].contains("link"));
+}
+
+TEST(CtlCheck, SameNetTellsByTheExitStatus) {
+    EXPECT_EQ(0, Ctl("check same-net 192.168.1.10/16 192.168.2.1").status);
+    const Outcome no = Ctl("check same-net 192.168.1.10/24 192.168.2.1");
+    EXPECT_EQ(5, no.status);
+    EXPECT_EQ(
+        "vimbractl check same-net: 1111 (address and gateway are not in the same subnet): not "
+        "the same subnet\n",
+        no.err);
+    EXPECT_EQ(0, Ctl("check same-net 2001:db8::1/64 2001:db8::2").status);
+    EXPECT_EQ(5, Ctl("check same-net 2001:db8::1/64 2001:db8:0:1::2").status);
+    EXPECT_EQ(2, Ctl("check same-net 192.168.1.10/24 2001:db8::1").status);
+    EXPECT_EQ(2, Ctl("check same-net 192.168.1.10/0 192.168.1.1").status);
+    EXPECT_EQ((Expected{{"result", 0}, {"meaning", "the same subnet"}}),
+              Ctl("check same-net 192.0.2.10/24 192.0.2.1 --json").Json());
+}
+
+TEST(CtlCheck, HostMaskAndClass) {
+    EXPECT_EQ(0, Ctl("check host 192.168.1.1/24").status);
+    EXPECT_EQ(5, Ctl("check host 192.168.1.255/24").status);
+    EXPECT_EQ(5, Ctl("check host 192.168.1.1/32").status);
+    EXPECT_EQ(0, Ctl("check mask 255.255.255.0").status);
+    EXPECT_EQ(5, Ctl("check mask 255.0.255.0").status);
+    EXPECT_EQ("C (1303)\n", Ctl("check class 192.0.2.1").out);
+    EXPECT_EQ((Expected{{"class", "none"}, {"code", 1305}}),
+              Ctl("check class 127.0.0.1 --json").Json());
+    EXPECT_EQ(2, Ctl("check class 2001:db8::1").status);
 }
 
 TEST(CtlLink, ShowsAllInterfacesWithoutAName) {

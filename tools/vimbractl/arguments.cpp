@@ -14,16 +14,6 @@ namespace ctl {
 
 namespace {
 
-// Digits alone, no sign, no blank, within 32 bits.
-bool ParseNumber(std::string_view text, u32& value) {
-    const auto [end, error] = std::from_chars(text.begin(), text.end(), value);
-    return error == std::errc() && end == text.end();
-}
-
-bool ParseNumberText(const std::string& text, u32& value) {
-    return ParseNumber(text, value);
-}
-
 // What the kernel would refuse as a name of an interface; the library takes one character more than
 // the kernel, and would reach another interface with it.
 bool ParseInterface(const std::string& text, InterfaceName& name) {
@@ -36,6 +26,10 @@ bool ParseInterface(const std::string& text, InterfaceName& name) {
         memcpy(name.text, text.data(), text.size());
     }
     return valid;
+}
+
+bool ParseInterfaceOrAny(const std::string& text, InterfaceName& name) {
+    return text == "-" || ParseInterface(text, name);
 }
 
 bool ParseMac(const std::string& text, TVimbraIfaceMac& mac) {
@@ -74,13 +68,13 @@ bool ParseIpv4Address(const std::string& text, TVimbraAddr& address) {
 bool ParsePrefixed(const std::string& text, Prefixed& prefixed) {
     const size_t slash = text.find('/');
     if (slash == std::string::npos || !ParseAddress(text.substr(0, slash), prefixed.address) ||
-        !ParseNumber(std::string_view(text).substr(slash + 1), prefixed.prefix)) {
+        !ParseNumber(text.substr(slash + 1), prefixed.prefix)) {
         return false;
     }
     return prefixed.prefix <= (prefixed.address.wSinFamily == VIMBRA_FAMILY_IPV4 ? 32U : 128U);
 }
 
-bool ParseIpv4Prefixed(const std::string& text, Prefixed& prefixed) {
+bool ParseIpv4Network(const std::string& text, Prefixed& prefixed) {
     return ParsePrefixed(text, prefixed) && prefixed.address.wSinFamily == VIMBRA_FAMILY_IPV4;
 }
 
@@ -125,18 +119,29 @@ bool ParseScope(const std::string& text, EVimbraScopeType& scope) {
 
 const Kind<InterfaceName> kInterface = {"a name of 1 to 15 characters such as eth0",
                                         ParseInterface};
+const Kind<InterfaceName> kInterfaceOrAny = {
+    "a name of 1 to 15 characters such as eth0, or - to leave it to the daemon",
+    ParseInterfaceOrAny};
 const Kind<TVimbraIfaceMac> kMac = {"six hexadecimal pairs such as 02:00:00:00:00:01", ParseMac};
 const Kind<TVimbraAddr> kAddress = {"an address such as 192.0.2.1 or 2001:db8::1", ParseAddress};
 const Kind<TVimbraAddr> kIpv4Address = {"an IPv4 address such as 192.0.2.1", ParseIpv4Address};
 const Kind<Prefixed> kPrefixed = {
     "an address and its prefix length such as 192.0.2.1/24 or 2001:db8::1/64", ParsePrefixed};
-const Kind<Prefixed> kIpv4Prefixed = {"an IPv4 address and its prefix length such as 192.0.2.0/24",
-                                      ParseIpv4Prefixed};
+const Kind<Prefixed> kNetwork = {"a network such as 198.51.100.0/24, 2001:db8:1::/48 or 0.0.0.0/0",
+                                 ParsePrefixed};
+const Kind<Prefixed> kIpv4Network = {"IPv4 with a prefix length such as 192.0.2.0/24",
+                                     ParseIpv4Network};
 const Kind<u16> kFamily = {"ipv4 or ipv6", ParseFamily};
 const Kind<u16> kFamilyOrBoth = {"ipv4, ipv6 or both", ParseFamilyOrBoth};
 const Kind<EVimbraScopeType> kScopeOfOne = {"default or global", ParseScope};
 const Kind<EVimbraScopeType> kScopeOfSet = {"default, link or global", ParseScope};
-const Kind<u32> kNumber = {"a number from 0 to 4294967295", ParseNumberText};
+const Kind<u32> kNumber = {"a number from 0 to 4294967295", ParseNumber};
+
+bool ParseNumber(const std::string& text, u32& value) {
+    const char* end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, value);
+    return error == std::errc() && stop == end;
+}
 
 void RefuseArgument(const std::string& name, const std::string& text, const std::string& accepted) {
     throw CLI::ValidationError(name, "\"" + text + "\" is refused; accepted: " + accepted);
@@ -168,6 +173,15 @@ std::string AddressText(const TVimbraAddr& address) {
         return "family " + std::to_string(family);
     }
     return text;
+}
+
+bool IsZero(const TVimbraAddr& address) {
+    return address.wSinFamily == VIMBRA_FAMILY_IPV4 ? address.tV4Addr.s_addr == INADDR_ANY
+                                                    : IN6_IS_ADDR_UNSPECIFIED(&address.tV6Addr);
+}
+
+std::string FieldText(const char (&field)[VIMBRA_IFACE_NAME_LEN]) {
+    return {field, strnlen(field, sizeof(field))};
 }
 
 std::string MacText(const TVimbraIfaceMac& mac) {

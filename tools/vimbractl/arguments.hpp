@@ -7,6 +7,7 @@
 
 #include <CLI/CLI.hpp>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,17 +31,23 @@ struct Prefixed {
 };
 
 extern const Kind<InterfaceName> kInterface;
+extern const Kind<InterfaceName> kInterfaceOrAny;  // "-" is the empty name
 extern const Kind<TVimbraIfaceMac> kMac;
 extern const Kind<TVimbraAddr> kAddress;
 extern const Kind<TVimbraAddr> kIpv4Address;
 extern const Kind<Prefixed> kPrefixed;
-extern const Kind<Prefixed> kIpv4Prefixed;
+extern const Kind<Prefixed> kNetwork;
+extern const Kind<Prefixed> kIpv4Network;
 extern const Kind<u16> kFamily;        // ipv4, ipv6
 extern const Kind<u16> kFamilyOrBoth;  // ipv4, ipv6, both
 // All scopes are read, and the library says which it takes: what it takes is what is told.
 extern const Kind<EVimbraScopeType> kScopeOfOne;
 extern const Kind<EVimbraScopeType> kScopeOfSet;
 extern const Kind<u32> kNumber;
+
+// Digits alone: no sign, no blank, within 32 bits. For numbers of which the library says itself
+// which it takes.
+bool ParseNumber(const std::string& text, u32& value);
 
 [[noreturn]] void RefuseArgument(const std::string& name, const std::string& text,
                                  const std::string& accepted);
@@ -68,6 +75,18 @@ CLI::Option* AddArgument(CLI::App& command, const std::string& name, Value& targ
         about + ": " + kind.accepted);
 }
 
+// The same for one whose absence means something.
+template <typename Value>
+CLI::Option* AddArgument(CLI::App& command, const std::string& name, std::optional<Value>& target,
+                         const Kind<Value>& kind, const std::string& about) {
+    return command.add_option_function<std::string>(
+        name,
+        [name, &target, &kind](const std::string& text) {
+            target = ParseArgument(name, text, kind);
+        },
+        about + ": " + kind.accepted);
+}
+
 // The same for an argument that may be repeated.
 template <typename Value>
 CLI::Option* AddArguments(CLI::App& command, const std::string& name, std::vector<Value>& target,
@@ -86,6 +105,9 @@ CLI::Option* AddArguments(CLI::App& command, const std::string& name, std::vecto
 std::string FamilyText(u16 family);
 std::string ScopeText(u32 scope);
 std::string AddressText(const TVimbraAddr& address);
+bool IsZero(const TVimbraAddr& address);
+// A name field, terminated or not.
+std::string FieldText(const char (&field)[VIMBRA_IFACE_NAME_LEN]);
 std::string MacText(const TVimbraIfaceMac& mac);
 
 }  // namespace ctl

@@ -117,12 +117,7 @@ void Flush(Tool& tool, Arguments& arguments) {
 }
 
 void AddFamily(CLI::App& command, Arguments& arguments, const char* about) {
-    command.add_option_function<std::string>(
-        "--family",
-        [&arguments](const std::string& text) {
-            arguments.family = ParseArgument("--family", text, kFamilyOrBoth);
-        },
-        std::string(about) + ": " + kFamilyOrBoth.accepted);
+    AddArgument(command, "--family", arguments.family, kFamilyOrBoth, about);
 }
 
 }  // namespace

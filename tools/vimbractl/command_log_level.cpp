@@ -21,7 +21,7 @@ bool ParseLevel(const std::string& text, u32& level) {
             return true;
         }
     }
-    return kNumber.parse(text, level) && level <= VIMBRA_LEVEL_DEBUG;
+    return ParseNumber(text, level) && level <= VIMBRA_LEVEL_DEBUG;
 }
 
 const Kind<u32> kLevel = {kAccepted, ParseLevel};

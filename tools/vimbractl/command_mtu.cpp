@@ -6,13 +6,9 @@ namespace ctl {
 
 namespace {
 
-bool ParseMtu(const std::string& text, u32& mtu) {
-    return kNumber.parse(text, mtu);
-}
-
 // The library says which numbers are too small.
 const Kind<u32> kMtu = {"a number of bytes, 500 or more, with --family ipv6 1280 or more",
-                        ParseMtu};
+                        ParseNumber};
 
 struct Arguments {
     InterfaceName interface;

@@ -7,7 +7,8 @@ namespace ctl {
 namespace {
 
 constexpr AddGroup kGroups[] = {
-    AddLinkCommands,    AddAddrCommands,   AddMacCommands,  AddMtuCommands,
+    AddLinkCommands,    AddAddrCommands,   AddMacCommands,  AddMtuCommands,      AddRouteCommands,
+    AddGatewayCommands, AddTableCommands,  AddRuleCommands, AddPriorityCommands, AddCheckCommands,
     AddLogLevelCommand, AddVersionCommand, AddCodesCommand,
 };
 

@@ -38,10 +38,16 @@ void AddInterfaceArgument(CLI::App& command, InterfaceName& name);
 void AddVersionCommand(CLI::App& root, Tool& tool);
 void AddLogLevelCommand(CLI::App& root, Tool& tool);
 void AddCodesCommand(CLI::App& root, Tool& tool);
+void AddCheckCommands(CLI::App& root, Tool& tool);
 void AddLinkCommands(CLI::App& root, Tool& tool);
 void AddAddrCommands(CLI::App& root, Tool& tool);
 void AddMacCommands(CLI::App& root, Tool& tool);
 void AddMtuCommands(CLI::App& root, Tool& tool);
+void AddRouteCommands(CLI::App& root, Tool& tool);
+void AddGatewayCommands(CLI::App& root, Tool& tool);
+void AddTableCommands(CLI::App& root, Tool& tool);
+void AddRuleCommands(CLI::App& root, Tool& tool);
+void AddPriorityCommands(CLI::App& root, Tool& tool);
 
 }  // namespace ctl
 

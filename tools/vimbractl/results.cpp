@@ -202,9 +202,6 @@ std::optional<Failure> Judge(s32 result, const std::vector<std::string>& errors,
         }
         return std::nullopt;
     }
-    if (result == VIMBRA_ERR_PARAM) {
-        return Local(result, errors, accepted);
-    }
     if (Holds(errors, "connect error{")) {
         return Make(ExitStatus::kUnreachable, Unreachable(errors), result);
     }

@@ -1,0 +1,137 @@
+#include <vimbra/route.h>
+
+#include "commands.hpp"
+
+namespace ctl {
+
+namespace {
+
+struct Arguments {
+    Prefixed destination;
+    TVimbraAddr gateway = {};
+    InterfaceName interface;
+    u32 metric = 0;
+    std::optional<u32> table;
+    u16 family = VIMBRA_FAMILY_BOTH;
+};
+
+constexpr const char* kAccepted = "a destination and a gateway of one family, a metric of 0 to 255";
+
+// The library says which numbers are too large.
+const Kind<u32> kMetric = {"a number, 0 to 255", ParseNumber};
+
+TVimbraIpRouteParam Record(const Arguments& arguments) {
+    TVimbraIpRouteParam record = {};
+    // The field is not terminated where the name fills it.
+    std::copy_n(arguments.interface.text, sizeof(record.achIfaceName), record.achIfaceName);
+    record.tDestIpNet = arguments.destination.address;
+    record.dwPrefix = arguments.destination.prefix;
+    record.tDestGateWay = arguments.gateway;
+    // No gateway is an all-zero one, of the destination's family.
+    if (record.tDestGateWay.wSinFamily == 0) {
+        record.tDestGateWay.wSinFamily = record.tDestIpNet.wSinFamily;
+    }
+    record.dwRoutePri = arguments.metric;
+    return record;
+}
+
+void Add(Tool& tool, Arguments& arguments) {
+    TVimbraIpRouteParam record = Record(arguments);
+    tool.Call(
+        [&] {
+            return arguments.table ? VimbraAddOneIpRouteToTable(&record, *arguments.table)
+                                   : VimbraAddOneIpRoute(&record);
+        },
+        kAccepted);
+    tool.Done();
+}
+
+void Delete(Tool& tool, Arguments& arguments) {
+    TVimbraIpRouteParam record = Record(arguments);
+    tool.Call(
+        [&] {
+            return arguments.table ? VimbraDelOneIpRouteFromTable(&record, *arguments.table)
+                                   : VimbraDelOneIpRoute(&record);
+        },
+        kAccepted);
+    tool.Done();
+}
+
+void ChangeMetric(Tool& tool, Arguments& arguments) {
+    TVimbraIpRouteParam record = Record(arguments);
+    tool.Call([&] { return VimbraModifyIpRouteMetric(&record); }, kAccepted);
+    tool.Done();
+}
+
+void Show(Tool& tool, Arguments& arguments) {
+    TVimbraAllIpRouteInfo all = {};
+    tool.Call([&] { return VimbraGetAllIpRoute(arguments.family, &all); });
+    std::string text;
+    Json routes = Json::array();
+    for (u32 i = 0; i < std::min<u32>(all.dwIpRouteNum, VIMBRA_ROUTE_MAX); i++) {
+        const TVimbraIpRouteParam& one = all.tNetIpRouteParam[i];
+        const std::string destination = AddressText(one.tDestIpNet);
+        const std::string interface = FieldText(one.achIfaceName);
+        Json route = {{"family", FamilyText(one.tDestIpNet.wSinFamily)},
+                      {"destination", destination},
+                      {"prefix", one.dwPrefix},
+                      {"gateway", nullptr},
+                      {"interface", interface},
+                      {"metric", one.dwRoutePri}};
+        text += destination + "/" + std::to_string(one.dwPrefix);
+        if (!IsZero(one.tDestGateWay)) {
+            route["gateway"] = AddressText(one.tDestGateWay);
+            text += "  via " + AddressText(one.tDestGateWay);
+        }
+        text += "  " + (interface.empty() ? "-" : interface) + "  metric " +
+                std::to_string(one.dwRoutePri) + "\n";
+        routes.push_back(std::move(route));
+    }
+    tool.Show(text.empty() ? "no routes\n" : text, Json{{"routes", routes}});
+}
+
+}  // namespace
+
+void AddRouteCommands(CLI::App& root, Tool& tool) {
+    CLI::App& group = AddGroupCommand(root, "route", "Routes to networks.");
+    auto arguments = std::make_shared<Arguments>();
+    const auto command = [&](const CommandText& text, void (*run)(Tool&, Arguments&)) -> CLI::App& {
+        return AddCommand(group, tool, text, [&tool, arguments, run] { run(tool, *arguments); });
+    };
+    // What names a route.
+    const auto route = [&](CLI::App& added) {
+        AddArgument(added, "destination", arguments->destination, kNetwork,
+                    "The network that the route leads to")
+            ->required();
+        AddArgument(added, "--via", arguments->gateway, kAddress, "The gateway; none by default");
+        AddArgument(added, "--interface", arguments->interface, kInterface,
+                    "The interface that it leaves by; left to the daemon by default");
+    };
+
+    CLI::App& show = command({"show", "Show the routes of the main table, 10 of them at most.",
+                              "route show\nroute show --family ipv6 --json"},
+                             Show);
+    AddArgument(show, "--family", arguments->family, kFamilyOrBoth, "Which ones, both by default");
+
+    CLI::App& add = command({"add", "Add a route.",
+                             "route add 198.51.100.0/24 --via 192.0.2.1\n"
+                             "route add 2001:db8:1::/48 --interface eth0 --metric 10 --table 100"},
+                            Add);
+    route(add);
+    AddArgument(add, "--metric", arguments->metric, kMetric, "Its metric, 0 by default");
+    AddArgument(add, "--table", arguments->table, kNumber, "The table; the main one by default");
+
+    CLI::App& del =
+        command({"del", "Delete a route.", "route del 198.51.100.0/24 --via 192.0.2.1"}, Delete);
+    route(del);
+    AddArgument(del, "--metric", arguments->metric, kMetric, "Its metric, 0 by default");
+    AddArgument(del, "--table", arguments->table, kNumber, "The table; the main one by default");
+
+    CLI::App& metric = command({"metric", "Change the metric of a route in the main table.",
+                                "route metric 198.51.100.0/24 20 --interface eth0"},
+                               ChangeMetric);
+    route(metric);
+    AddArgument(metric, "metric", arguments->metric, kMetric, "The new metric")->required();
+}
+
+}  // namespace ctl
