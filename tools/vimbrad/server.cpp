@@ -1,5 +1,7 @@
 #include "server.hpp"
 
+#include <sys/ioctl.h>
+
 #include <algorithm>
 #include <array>
 #include <vector>
@@ -9,7 +11,7 @@
 namespace vimbrad {
 namespace {
 
-constexpr std::size_t kConnectionsMax = 64;
+constexpr std::size_t kConnectionsMax = 128;
 constexpr int kBacklog = 128;
 // A client writes its request in one piece and reads its reply at once.
 constexpr std::uint64_t kReceiveMs = 5'000;
@@ -34,6 +36,15 @@ class Connection : public std::enable_shared_from_this<Connection> {
     }
 
     bool AwaitsRequest() const { return state_ == State::kRequest; }
+
+    // The request is not complete, and nothing of it waits to be read.
+    bool IsSilent() const {
+        uv_os_fd_t fd = -1;
+        int waiting = 0;
+        return AwaitsRequest() &&
+               (uv_fileno(reinterpret_cast<const uv_handle_t*>(pipe_.get()), &fd) != 0 ||
+                ioctl(fd, FIONREAD, &waiting) != 0 || waiting == 0);
+    }
 
  private:
     enum class State { kRequest, kAnswer, kReply };
@@ -143,7 +154,12 @@ class Connection : public std::enable_shared_from_this<Connection> {
 };
 
 Server::Server(uv_loop_t* loop, Registry& registry, int listening_socket)
-    : loop_(loop), registry_(registry), listener_(MakePipe(loop, this)) {
+    : loop_(loop),
+      registry_(registry),
+      listener_(MakePipe(loop, this)),
+      next_(MakeHandle<uv_idle_t>([loop](uv_idle_t* raw) { return uv_idle_init(loop, raw); },
+                                  "idle")) {
+    next_->data = this;
     UvCheck(uv_pipe_open(listener_.get(), listening_socket), "socket");
     UvCheck(uv_listen(AsStream(listener_), kBacklog,
                       [](uv_stream_t* stream, int status) {
@@ -157,31 +173,34 @@ Server::Server(uv_loop_t* loop, Registry& registry, int listening_socket)
 
 Server::~Server() = default;
 
+// A client that is not accepted stays in the socket's queue, and the loop asks for no other.
 void Server::Accept() {
-    const bool room = MakeRoom();
-    // A client for whom there is no room is accepted all the same and closed at once: left in the
-    // queue it would keep the loop busy.
-    auto connection = std::make_shared<Connection>(*this, loop_);
-    if (!connection->Open(AsStream(listener_)) || !room)
+    client_waits_ = !MakeRoom();
+    if (client_waits_)
         return;
-    connections_.push_back(std::move(connection));
+    auto connection = std::make_shared<Connection>(*this, loop_);
+    if (connection->Open(AsStream(listener_)))
+        connections_.push_back(std::move(connection));
 }
 
 bool Server::MakeRoom() {
     if (connections_.size() < kConnectionsMax)
         return true;
     const auto silent = std::find_if(connections_.begin(), connections_.end(),
-                                     [](const auto& each) { return each->AwaitsRequest(); });
-    if (silent == connections_.end()) {
-        LogWarning("%zu clients wait for answers: one more turned away", connections_.size());
+                                     [](const auto& each) { return each->IsSilent(); });
+    if (silent == connections_.end())
         return false;
-    }
     connections_.erase(silent);
     return true;
 }
 
 void Server::Drop(const Connection* connection) {
     connections_.remove_if([connection](const auto& each) { return each.get() == connection; });
+    if (client_waits_)
+        uv_idle_start(next_.get(), [](uv_idle_t* idle) {
+            uv_idle_stop(idle);
+            static_cast<Server*>(idle->data)->Accept();
+        });
 }
 
 }  // namespace vimbrad

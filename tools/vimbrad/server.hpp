@@ -34,6 +34,9 @@ class Server {
     Registry& registry_;
     std::list<std::shared_ptr<Connection>> connections_;
     UvHandle<uv_pipe_t> listener_;
+    // Runs when a connection has ended and a client waits for its place.
+    UvHandle<uv_idle_t> next_;
+    bool client_waits_ = false;
 };
 
 }  // namespace vimbrad

@@ -234,26 +234,42 @@ class Replacement {
         try {
             iface_.Add(wanted);
         } catch (const Refusal& refusal) {
-            if (refusal.Error() != EEXIST)
+            if (!MakeWay(wanted))
                 throw;
-            Exchange(wanted);
+            iface_.Add(wanted, NoDetection(wanted));
         }
         added_.push_back(wanted);
     }
 
-    // The kernel cannot hold an address twice, with two scopes or (IPv6) two prefixes, and cannot
-    // change them: the old one goes just before the new one comes. It was in use, so there is no
-    // need to ask the network again whether it is free.
-    void Exchange(const TVimbraIfaceIp& wanted) {
-        const auto old = std::find_if(held_.begin(), held_.end(), [&wanted](const auto& each) {
-            return Same(RecordOf(each.get()).tIpAddr, wanted.tIpAddr);
-        });
-        if (old == held_.end())
-            throw Refusal(EEXIST);
-        iface_.Delete(old->get());
-        exchanged_.push_back(RecordOf(old->get()));
-        held_.erase(old);
-        iface_.Add(wanted, NoDetection(wanted));
+    // The kernel cannot hold an address twice, with two scopes or (IPv6) two prefixes, nor change
+    // them, and has one scope for an IPv4 subnet: what is in the way goes just before the new
+    // address comes. Where that was in use there is no need to ask the network again whether it is
+    // free.
+    bool MakeWay(const TVimbraIfaceIp& wanted) {
+        bool made = false;
+        for (auto each = held_.begin(); each != held_.end();) {
+            const TVimbraIfaceIp held = RecordOf(each->get());
+            if (!IsInTheWay(held, wanted)) {
+                ++each;
+                continue;
+            }
+            iface_.Delete(each->get());
+            each = held_.erase(each);
+            exchanged_.push_back(held);
+            made = true;
+        }
+        return made;
+    }
+
+    static bool IsInTheWay(const TVimbraIfaceIp& held, const TVimbraIfaceIp& wanted) {
+        if (Same(held.tIpAddr, wanted.tIpAddr))
+            return true;
+        if (held.tIpAddr.wSinFamily != VIMBRA_FAMILY_IPV4 ||
+            wanted.tIpAddr.wSinFamily != VIMBRA_FAMILY_IPV4 || held.dwPrefix != wanted.dwPrefix)
+            return false;
+        const NlAddr one = MakeNlAddr(held.tIpAddr, held.dwPrefix);
+        const NlAddr other = MakeNlAddr(wanted.tIpAddr, wanted.dwPrefix);
+        return nl_addr_cmp_prefix(one.get(), other.get()) == 0;
     }
 
     static unsigned NoDetection(const TVimbraIfaceIp& address) {
