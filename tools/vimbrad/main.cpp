@@ -67,10 +67,11 @@ UvHandle<uv_signal_t> StopOn(uv_loop_t* loop, int signal) {
 void Run() {
     // A client may be gone when its reply is written.
     signal(SIGPIPE, SIG_IGN);
-    Rendezvous rendezvous;
     Loop loop;
     const auto terminate = StopOn(loop.Get(), SIGTERM);
     const auto interrupt = StopOn(loop.Get(), SIGINT);
+    // Not before the signals are taken: whichever comes from now on, the socket is removed.
+    Rendezvous rendezvous;
     Registry registry;
     const auto services = AllServices({loop.Get()});
     for (const auto& service : services)
