@@ -6,6 +6,7 @@
 #ifndef VIMBRA_NET_H
 #define VIMBRA_NET_H
 
+#include <vimbra/net_account.h>
 #include <vimbra/net_bond.h>
 #include <vimbra/net_common.h>
 #include <vimbra/net_dhcpc.h>

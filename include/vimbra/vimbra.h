@@ -5,6 +5,7 @@
 #ifndef VIMBRA_VIMBRA_H
 #define VIMBRA_VIMBRA_H
 
+#include <vimbra/account.h>
 #include <vimbra/addr.h>
 #include <vimbra/bond.h>
 #include <vimbra/common.h>

@@ -21,6 +21,8 @@ int Flags(Open how) {
             return O_RDWR | O_CREAT;
         case Open::kAppend:
             return O_RDWR | O_CREAT | O_APPEND;
+        case Open::kAppendExisting:
+            return O_RDWR | O_APPEND;
     }
     return O_RDONLY;
 }

@@ -23,6 +23,7 @@ enum class Open {
     kUpdate,   // as "r+"
     kRewrite,  // as "w+", but the old content stays until the new one is written
     kAppend,   // as "a+"
+    kAppendExisting,
 };
 
 // The first of the paths that can be opened; errno is that of the last one.
@@ -62,6 +63,31 @@ struct LineNode {
 // A line made of the parts. Null when memory is out.
 LineNode* NewLine(std::initializer_list<std::string_view> parts, u32 flag = 0);
 void FreeLines(LineNode* first);
+
+// Lines in the order in which they were added.
+class LineList {
+ public:
+    LineList() = default;
+    LineList(const LineList&) = delete;
+    LineList& operator=(const LineList&) = delete;
+    ~LineList() { FreeLines(first_); }
+
+    // Takes the line; false for none.
+    bool Add(LineNode* line) {
+        *end_ = line;
+        if (line == nullptr) {
+            return false;
+        }
+        end_ = &line->next;
+        return true;
+    }
+
+    const LineNode* First() const { return first_; }
+
+ private:
+    LineNode* first_ = nullptr;
+    LineNode** end_ = &first_;
+};
 
 // Replaces a file's content by the lines. False with errno; on a full disk or where there is no
 // room for more the file is as it was.

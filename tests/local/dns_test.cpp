@@ -11,6 +11,7 @@
 
 #include "files.hpp"
 
+using namespace std::string_literals;
 using namespace vimbra::bed;
 
 namespace {
@@ -353,14 +354,14 @@ TEST(DnsGet, LastLineWithoutNewlineLosesACharacter) {
 TEST(DnsGet, NothingButLinesOfNothing) {
     for (const std::string& content :
          {std::string(), std::string("\n"), std::string("\n\n\n"), std::string("x"),
-          std::string(5000, '\0'), std::string(5000, ' '), std::string("\0\n\0####\n", 8)}) {
+          std::string(5000, '\0'), std::string(5000, ' '), "\0\n\0####\n"s}) {
         WriteFile(kConf, content);
         EXPECT_EQ(Texts{}, Get());
     }
 }
 
 TEST(DnsGet, ZeroBytesEndALineWhereTheyStand) {
-    WriteFile(kConf, std::string("####eth0\n\0####eth1\nnameserver 1.1.1.1x\0garbage\n", 46));
+    WriteFile(kConf, "####eth0\n\0####eth1\nnameserver 1.1.1.1x\0garbage\n"s);
     EXPECT_EQ((Texts{"1.1.1.1"}), Get());
 }
 

@@ -109,42 +109,18 @@ LineNode* NewServerLine(const TVimbraAddr& server) {
     return NewLine({kServer, " ", text, "\n"});
 }
 
-// The lines of a list of sections.
-class Lines {
- public:
-    Lines() = default;
-    Lines(const Lines&) = delete;
-    Lines& operator=(const Lines&) = delete;
-    ~Lines() { FreeLines(first_); }
-
-    const LineNode* First() const { return first_; }
-
-    // False when memory is out.
-    bool Add(const DnsNode& section) {
-        if (section.pchIfaceName != nullptr && !Add(NewLine({section.pchIfaceName, "\n"}))) {
+// False when memory is out.
+bool AddLines(LineList& lines, const DnsNode& section) {
+    if (section.pchIfaceName != nullptr && !lines.Add(NewLine({section.pchIfaceName, "\n"}))) {
+        return false;
+    }
+    for (u32 i = 0; i < ServerCount(section); i++) {
+        if (!lines.Add(NewServerLine(section.atDnsServerIP[i]))) {
             return false;
         }
-        for (u32 i = 0; i < ServerCount(section); i++) {
-            if (!Add(NewServerLine(section.atDnsServerIP[i]))) {
-                return false;
-            }
-        }
-        return true;
     }
-
- private:
-    bool Add(LineNode* line) {
-        *end_ = line;
-        if (line == nullptr) {
-            return false;
-        }
-        end_ = &line->next;
-        return true;
-    }
-
-    LineNode* first_ = nullptr;
-    LineNode** end_ = &first_;
-};
+    return true;
+}
 
 }  // namespace
 
@@ -220,9 +196,9 @@ s32 WriteToReslovconf(TNetDnsParam* ptDnsList) {
         VLOG_ERROR("fopen error");
         return VIMBRA_ERR_GENERAL;
     }
-    Lines lines;
+    LineList lines;
     for (const DnsNode* section = ptDnsList->next; section != nullptr; section = section->next) {
-        if (!lines.Add(*section)) {
+        if (!AddLines(lines, *section)) {
             VLOG_ERROR("%s", kOutOfMemory);
             return VIMBRA_ERR_GENERAL;
         }

@@ -1,0 +1,36 @@
+#include "lib/inetd.hpp"
+
+#include <signal.h>
+#include <vimbra/process.h>
+
+namespace vimbra {
+
+FILE* OpenInetdStream(const char* mode) {
+    if (mode == nullptr) {
+        errno = EINVAL;
+        return nullptr;
+    }
+    FILE* stream = nullptr;
+    for (const char* path : kInetdPaths) {
+        stream = fopen(path, mode);
+        if (stream != nullptr) {
+            break;
+        }
+    }
+    return stream;
+}
+
+s32 ReloadInetd(const CallSite& site) {
+    char directory[] = "/proc/";
+    char name[] = "inetd";
+    const s32 pid = GetServicePid(directory, name);
+    if (pid <= 0) {
+        VLOG_ERROR_AT(site, "can't get the pid of Inetd");
+        return VIMBRA_ERR_GENERAL;
+    }
+    VLOG_PRINT_AT(site, "Inetd Pid:%d", pid);
+    kill(pid, SIGHUP);
+    return VIMBRA_OK;
+}
+
+}  // namespace vimbra

@@ -1,0 +1,70 @@
+#include "lib/pw_salt.hpp"
+
+#include <crypt.h>
+#include <sys/time.h>
+#include <vimbra/account.h>
+
+#include <cstring>
+
+using namespace vimbra;
+
+s32 i64c(s32 nValue) {
+    return "./0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"[nValue & 63];
+}
+
+u64 monotonic_us() {
+    timeval now;
+    gettimeofday(&now, nullptr);
+    return static_cast<u64>(now.tv_sec) * 1000000 + static_cast<u64>(now.tv_usec);
+}
+
+u32 crypt_make_salt(char* pchSalt, s32 nSteps) {
+    u32 state = static_cast<u32>(getpid()) + static_cast<u32>(monotonic_us());
+    if (pchSalt == nullptr) {
+        return state;
+    }
+    for (s32 i = 0; i < nSteps; i++) {
+        state = state * 1664525 + 1013904223;
+        *pchSalt++ = static_cast<char>(i64c(static_cast<s32>(state >> 16)));
+        *pchSalt++ = static_cast<char>(i64c(static_cast<s32>(state >> 22)));
+    }
+    *pchSalt = '\0';
+    return state;
+}
+
+char* crypt_make_pw_salt(char* pchSalt, const char* pchAlgo) {
+    constexpr char kMd5Prefix[] = "$1$";
+    if (pchSalt == nullptr || pchAlgo == nullptr) {
+        return nullptr;
+    }
+    s32 steps = 1;
+    if (pchAlgo[0] != 'd') {
+        memcpy(pchSalt, kMd5Prefix, sizeof(kMd5Prefix) - 1);
+        pchSalt += sizeof(kMd5Prefix) - 1;
+        steps = 4;
+    }
+    crypt_make_salt(pchSalt, steps);
+    return pchSalt;
+}
+
+bool vimbra::HashPassword(const CallSite& site, const char* password, Buffer& hash) {
+    char salt[VIMBRA_SALT_SIZE];
+    crypt_make_pw_salt(salt, "md5");
+    const Buffer work(sizeof(crypt_data));
+    const char* text =
+        work ? crypt_r(password, salt, reinterpret_cast<crypt_data*>(work.Get())) : nullptr;
+    // Some C libraries say no with a text that no hash can be.
+    const bool isHash = text != nullptr && text[0] != '*';
+    if (!isHash) {
+        VLOG_ERROR_AT(site, "NetSetNetPwd error");
+    } else if (!hash.Allocate(strlen(text) + 1)) {
+        VLOG_ERROR_AT(site, "xstrdup error");
+    } else {
+        memcpy(hash.Get(), text, strlen(text));
+        VLOG_PRINT_AT(site, "password: [%s]", text);
+    }
+    if (work) {
+        explicit_bzero(work.Get(), sizeof(crypt_data));
+    }
+    return isHash && hash;
+}
