@@ -15,6 +15,7 @@
 #include <vimbra/net_ntpc.h>
 #include <vimbra/net_pppoe.h>
 #include <vimbra/net_route.h>
+#include <vimbra/net_service.h>
 #include <vimbra/net_stat.h>
 #include <vimbra/net_webs.h>
 #include <vimbra/types.h>

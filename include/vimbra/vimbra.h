@@ -23,6 +23,7 @@
 #include <vimbra/queue.h>
 #include <vimbra/route.h>
 #include <vimbra/semaphore.h>
+#include <vimbra/service.h>
 #include <vimbra/stat.h>
 #include <vimbra/thread.h>
 #include <vimbra/types.h>

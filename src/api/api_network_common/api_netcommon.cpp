@@ -5,6 +5,7 @@
 #include <vimbra/common.h>
 #include <vimbra/iface_check.h>
 #include <vimbra/net_common.h>
+#include <vimbra/service.h>
 
 #include <array>
 
@@ -28,7 +29,7 @@ constexpr RequestRule kRule = {
 
 // The initialisers of the services, in the order in which they have always run.
 using Initialiser = void (*)();
-constexpr std::array<Initialiser, 0> kInitialisers = {};
+constexpr std::array<Initialiser, 1> kInitialisers = {ServiceInit};
 
 pthread_mutex_t g_tInitMutex = PTHREAD_MUTEX_INITIALIZER;
 bool g_bVimbraInit = false;
