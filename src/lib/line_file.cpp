@@ -81,8 +81,10 @@ size_t Length(std::initializer_list<std::string_view> parts) {
 
 void Join(u8* to, std::initializer_list<std::string_view> parts) {
     for (const std::string_view part : parts) {
-        memcpy(to, part.data(), part.size());
-        to += part.size();
+        if (!part.empty()) {
+            memcpy(to, part.data(), part.size());
+            to += part.size();
+        }
     }
 }
 

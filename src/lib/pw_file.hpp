@@ -17,14 +17,14 @@ struct PasswdLine {
     // User and group id begin with "0".
     bool IsRoot() const;
 
-    std::string_view name;
-    std::string_view password;
-    std::string_view userId;
-    std::string_view groupId;
-    std::string_view comment;
-    std::string_view home;
-    std::string_view shell;  // the rest of the line, newline included
-    u32 fields = 0;          // how many there are, at most 7
+    std::string_view name = "";
+    std::string_view password = "";
+    std::string_view userId = "";
+    std::string_view groupId = "";
+    std::string_view comment = "";
+    std::string_view home = "";
+    std::string_view shell = "";  // the rest of the line, newline included
+    u32 fields = 0;               // how many there are, at most 7
 };
 
 // Does a name fit between the blanks of a line of inetd's configuration?
