@@ -49,6 +49,14 @@ inline UvHandle<uv_pipe_t> MakePipe(uv_loop_t* loop, void* data) {
     return pipe;
 }
 
+// Watches a descriptor, which its owner closes after the handle.
+inline UvHandle<uv_poll_t> MakePoll(uv_loop_t* loop, int fd, void* data) {
+    auto poll = MakeHandle<uv_poll_t>(
+        [loop, fd](uv_poll_t* raw) { return uv_poll_init(loop, raw, fd); }, "poll");
+    poll->data = data;
+    return poll;
+}
+
 template <class Handle>
 uv_stream_t* AsStream(const UvHandle<Handle>& handle) {
     return reinterpret_cast<uv_stream_t*>(handle.get());

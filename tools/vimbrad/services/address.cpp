@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <optional>
 
+#include "address_record.hpp"
 #include "api/api_ip/api_ipaddr/ipaddr_wire.hpp"
 #include "log.hpp"
 #include "netlink.hpp"
@@ -30,26 +31,6 @@ std::optional<int> KernelScope(EVimbraScopeType scope) {
             return RT_SCOPE_UNIVERSE;
     }
     throw Refusal(EINVAL, "no such scope");
-}
-
-EVimbraScopeType ScopeOf(int kernel_scope) {
-    switch (kernel_scope) {
-        case RT_SCOPE_HOST:
-            return VIMBRA_SCOPE_TYPE_HOST;
-        case RT_SCOPE_LINK:
-            return VIMBRA_SCOPE_TYPE_LINK;
-        case RT_SCOPE_SITE:
-            return VIMBRA_SCOPE_TYPE_SITE;
-        case RT_SCOPE_UNIVERSE:
-            return VIMBRA_SCOPE_TYPE_GLOBAL;
-        default:
-            return VIMBRA_SCOPE_TYPE_DEF;
-    }
-}
-
-TVimbraIfaceIp RecordOf(rtnl_addr* address) {
-    return {ScopeOf(rtnl_addr_get_scope(address)), MakeAddr(rtnl_addr_get_local(address)),
-            static_cast<u32>(rtnl_addr_get_prefixlen(address))};
 }
 
 // True when what the kernel holds is what was asked for. The kernel gives an IPv6 address its scope
@@ -171,14 +152,7 @@ wire::PlainResult Flush(const wire::FamilyIfaceBody& body) {
 }
 
 wire::TIpcAllIp Get(const wire::FamilyIfaceBody& body) {
-    wire::TIpcAllIp reply{};
-    TVimbraIfaceAllIp& list = reply.tIpcAllIp;
-    for (const IfaceAddr& each : Iface(NameOf(body.achIfaceName)).Addresses(body.wSinFamily)) {
-        if (list.dwIpNum == VIMBRA_IFACE_IP_MAX)
-            break;
-        list.atNetIfaceIp[list.dwIpNum++] = RecordOf(each.get());
-    }
-    return reply;
+    return {0, RecordsOf(Iface(NameOf(body.achIfaceName)).Addresses(body.wSinFamily))};
 }
 
 // What was asked for, each entry once. Nothing is changed before all of it is known to make sense.

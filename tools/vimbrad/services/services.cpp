@@ -5,8 +5,9 @@ namespace vimbrad {
 std::vector<std::unique_ptr<Service>> AllServices(const Context& context) {
     std::vector<std::unique_ptr<Service>> services;
     for (const auto make :
-         {MakeAddressService, MakeGatewayService, MakeLinkService, MakeLogLevelService,
-          MakeReportService, MakeRouteService, MakeRuleService})
+         {MakeAddressService, MakeConflictService, MakeGatewayService, MakeLinkService,
+          MakeLogLevelService, MakeReportService, MakeRouteService, MakeRouterAdvertisementService,
+          MakeRuleService, MakeStatisticsService})
         services.push_back(make(context));
     return services;
 }

@@ -1,0 +1,125 @@
+#include "notifier.hpp"
+
+#include <vimbra/ipc.h>
+
+#include "log.hpp"
+
+namespace vimbrad {
+namespace {
+
+constexpr std::size_t kQueueMax = 256;
+constexpr std::uint64_t kRetryMs = 10;
+// For an application that has just asked and is about to listen.
+constexpr std::uint64_t kNobodyMs = 1'000;
+// For one that listens, but whose callback takes its time.
+constexpr std::uint64_t kBusyMs = 30'000;
+
+}  // namespace
+
+// One connection's requests to the loop and the bytes they point to: the loop may hold on to them
+// longer than the notifier lives, and ends them in any case.
+struct Notifier::Attempt {
+    Notifier* notifier;
+    std::vector<char> bytes;
+    uv_connect_t connect{};
+    uv_write_t write{};
+
+    void Connected(uv_stream_t* stream, int status) {
+        if (status == 0 && notifier != nullptr) {
+            const uv_buf_t buffer = uv_buf_init(bytes.data(), static_cast<unsigned>(bytes.size()));
+            status = uv_write(&write, stream, &buffer, 1, [](uv_write_t* written, int result) {
+                static_cast<Attempt*>(written->data)->End(result);
+            });
+            if (status == 0)
+                return;
+        }
+        End(status);
+    }
+
+    void End(int status) {
+        const std::unique_ptr<Attempt> self(this);
+        if (notifier != nullptr)
+            notifier->Finished(status);
+    }
+};
+
+Notifier::Notifier(uv_loop_t* loop, const char* name, std::function<void()> on_nobody)
+    : loop_(loop),
+      path_(std::string("/tmp/") + name),
+      on_nobody_(std::move(on_nobody)),
+      timer_(MakeTimer(loop, this)) {}
+
+Notifier::~Notifier() {
+    Clear();
+}
+
+void Notifier::Clear() {
+    queue_.clear();
+    uv_timer_stop(timer_.get());
+    if (attempt_ != nullptr)
+        attempt_->notifier = nullptr;
+    attempt_ = nullptr;
+    pipe_.reset();
+    failing_since_ = 0;
+}
+
+void Notifier::Enqueue(std::uint32_t type, Bytes body) {
+    if (queue_.size() == kQueueMax) {
+        LogWarning("%s: nobody takes the messages: the oldest is dropped", path_.c_str());
+        // The first is on its way.
+        queue_.erase(queue_.begin() + 1);
+    }
+    const IpcMsgHead head{type, static_cast<u32>(body.size()), 0};
+    const Bytes head_bytes = std::as_bytes(std::span(&head, 1));
+    std::vector<char>& message = queue_.emplace_back();
+    for (const Bytes part : {head_bytes, body}) {
+        const auto* bytes = reinterpret_cast<const char*>(part.data());
+        message.insert(message.end(), bytes, bytes + part.size());
+    }
+    if (queue_.size() == 1)
+        Deliver();
+}
+
+void Notifier::Deliver() {
+    pipe_ = MakePipe(loop_, nullptr);
+    attempt_ = new Attempt{this, queue_.front()};
+    attempt_->connect.data = attempt_;
+    attempt_->write.data = attempt_;
+    uv_pipe_connect(&attempt_->connect, pipe_.get(), path_.c_str(),
+                    [](uv_connect_t* connect, int status) {
+                        static_cast<Attempt*>(connect->data)->Connected(connect->handle, status);
+                    });
+}
+
+void Notifier::Finished(int status) {
+    attempt_ = nullptr;
+    pipe_.reset();
+    if (status < 0) {
+        TryLater(status);
+        return;
+    }
+    failing_since_ = 0;
+    queue_.pop_front();
+    if (!queue_.empty())
+        Deliver();
+}
+
+void Notifier::TryLater(int status) {
+    const std::uint64_t now = uv_now(loop_);
+    if (failing_since_ == 0)
+        failing_since_ = now;
+    const bool listens = status == UV_EAGAIN;
+    if (now - failing_since_ < (listens ? kBusyMs : kNobodyMs)) {
+        uv_timer_start(
+            timer_.get(), [](uv_timer_t* timer) { static_cast<Notifier*>(timer->data)->Deliver(); },
+            kRetryMs, 0);
+        return;
+    }
+    LogInfo("%s: %s: %zu messages dropped", path_.c_str(), uv_strerror(status), queue_.size());
+    Clear();
+    // The service may end with this call, and its notifier too.
+    const std::function<void()> on_nobody = on_nobody_;
+    on_nobody();
+}
+
+}  // namespace vimbrad

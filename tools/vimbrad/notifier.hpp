@@ -1,0 +1,61 @@
+// Tells an application what happened: one message, one connection to the socket on which the
+// application listens.
+#ifndef VIMBRAD_NOTIFIER_HPP
+#define VIMBRAD_NOTIFIER_HPP
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <span>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "service.hpp"
+#include "uv.hpp"
+
+namespace vimbrad {
+
+// Messages to one socket, in order and without ever waiting for the application. An application
+// that asked for messages may need a moment before it listens: until then they are kept, a limited
+// number of them. When nobody listens for a second, or nobody takes what was sent for a while, all
+// are dropped and the service is told.
+class Notifier {
+ public:
+    // `name` is the socket's in /tmp. `on_nobody` is called from the loop, never from Post(); it
+    // may post again, and it may destroy the notifier.
+    Notifier(uv_loop_t* loop, const char* name, std::function<void()> on_nobody);
+    ~Notifier();
+    Notifier(const Notifier&) = delete;
+    Notifier& operator=(const Notifier&) = delete;
+
+    template <class Body>
+    void Post(std::uint32_t type, const Body& body) {
+        static_assert(std::is_trivially_copyable_v<Body>);
+        Enqueue(type, std::as_bytes(std::span(&body, 1)));
+    }
+
+    // Forgets what has not been sent.
+    void Clear();
+
+ private:
+    struct Attempt;
+
+    void Enqueue(std::uint32_t type, Bytes body);
+    void Deliver();
+    void Finished(int status);
+    void TryLater(int status);
+
+    uv_loop_t* loop_;
+    std::string path_;
+    std::function<void()> on_nobody_;
+    std::deque<std::vector<char>> queue_;
+    UvHandle<uv_timer_t> timer_;
+    UvHandle<uv_pipe_t> pipe_;
+    Attempt* attempt_ = nullptr;
+    std::uint64_t failing_since_ = 0;
+};
+
+}  // namespace vimbrad
+
+#endif
