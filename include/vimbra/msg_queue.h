@@ -12,7 +12,7 @@
 VIMBRA_BEGIN_DECLS
 
 /** Opens no queue; logs that it failed. @retval -1 always. */
-VIMBRA_API int CreateMsgQueue(key_t key, int nMsgFlag);
+VIMBRA_API int CreateMsgQueue(s32 key, int nMsgFlag);
 
 /** Without effect. @retval 0 always. */
 VIMBRA_API int DestroyMsgQueue(int nMsgId);
@@ -28,7 +28,7 @@ VIMBRA_API int SendtoQueue(int nMsgId, long MsgType, const void* msg, int nMsgSi
  *
  * @retval -1  always.
  */
-VIMBRA_API int IpcSendMsgToQueue(key_t key, int type, long MsgType, void* msg, int nMsgSize,
+VIMBRA_API int IpcSendMsgToQueue(s32 key, int type, long MsgType, void* msg, int nMsgSize,
                                  int nMsgFlag);
 
 VIMBRA_END_DECLS
