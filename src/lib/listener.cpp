@@ -112,6 +112,10 @@ void WaitListener(const ListenerStop& stop) {
     }
 }
 
+bool OnListenerThread() {
+    return t_isListener;
+}
+
 void AbandonListener(ListenerSlot& slot) {
     const Lock lock(g_tListenerMutex);
     if (slot.current != nullptr) {

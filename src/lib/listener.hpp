@@ -192,6 +192,9 @@ void WaitListener(const ListenerStop& stop);
 // and else goes on until one of its hooks ends it.
 void AbandonListener(ListenerSlot& slot);
 
+// Is the calling thread a listener's? It must not wait for anybody who may be waiting for it.
+bool OnListenerThread();
+
 // A listener as its hooks see it.
 class Listener {
  public:

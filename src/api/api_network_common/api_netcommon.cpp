@@ -3,13 +3,14 @@
 #include <pthread.h>
 #include <syslog.h>
 #include <vimbra/common.h>
+#include <vimbra/dhcpc.h>
 #include <vimbra/iface_check.h>
 #include <vimbra/net_common.h>
+#include <vimbra/pppoe.h>
 #include <vimbra/service.h>
 
-#include <array>
-
 #include "api/api_network_common/netcommon_wire.hpp"
+#include "api/api_ntpc/api_ntpc.hpp"
 #include "build_info.h"
 #include "lib/lock.hpp"
 #include "lib/request.hpp"
@@ -29,7 +30,12 @@ constexpr RequestRule kRule = {
 
 // The initialisers of the services, in the order in which they have always run.
 using Initialiser = void (*)();
-constexpr std::array<Initialiser, 1> kInitialisers = {ServiceInit};
+constexpr Initialiser kInitialisers[] = {
+    DhcpcInit,
+    NtpcInit,
+    PppoeInit,
+    ServiceInit,
+};
 
 pthread_mutex_t g_tInitMutex = PTHREAD_MUTEX_INITIALIZER;
 bool g_bVimbraInit = false;

@@ -1,0 +1,76 @@
+#include <vimbra/net_dhcpc.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "api/api_1x/legacy.hpp"
+
+using namespace vimbra;
+
+namespace {
+
+constexpr char kNamingFailed[] = "NetDhcpcRenew interface_name failed";  // Of all three calls.
+
+NetDhcpcNotifyCallBack g_NetDhcpcNotifyCallBack = nullptr;
+
+static_assert(sizeof(TNetDhcpcNotify) == 276);
+static_assert(sizeof(TNetDhcpcState) == sizeof(TVimbraDhcpcState));
+static_assert(sizeof(TNetDhcpcLeaseBuffer) >= sizeof(TVimbraDhcpcAddrInfo));
+
+// Starting and stopping know interfaces by numbers without end.
+struct EthName {
+    explicit EthName(u32 number) {
+        snprintf(text, sizeof(text), "eth%d", static_cast<s32>(number));
+    }
+    char text[VIMBRA_IFACE_NAME_LEN];
+};
+
+int PrivateDhcpcNotifyCallBack(u32 dwMsgID, VimbraDhcpcAddrInfo* ptInfo) {
+    const NetDhcpcNotifyCallBack callback =
+        __atomic_load_n(&g_NetDhcpcNotifyCallBack, __ATOMIC_ACQUIRE);
+    if (callback == nullptr ||
+        (dwMsgID != VIMBRA_DHCPC_EVENT_LEASE && dwMsgID != VIMBRA_DHCPC_EVENT_FAIL)) {
+        return 0;
+    }
+    TNetDhcpcNotify notify = {};  // byEthId stays 0: the application never learnt the interface.
+    notify.dwIpAddrs = ptInfo->tIpAddrs.tV4Addr.s_addr;
+    notify.dwMask = ptInfo->dwIpPrefix;
+    notify.dwGateWay = ptInfo->tGateWay.tV4Addr.s_addr;
+    notify.dwDnsNum = std::min<u32>(u32{ptInfo->dwDnsNum}, VIMBRA_DHCPC_DNS_MAX);
+    for (u32 i = 0; i < notify.dwDnsNum; i++) {
+        notify.dwDnsServer[i] = ptInfo->atDnsServer[i].tV4Addr.s_addr;
+    }
+    callback(dwMsgID, &notify);
+    return 0;
+}
+
+}  // namespace
+
+s32 NetDhcpcStart(u32 byEthId, NetDhcpcNotifyCallBack ptDhcpcCallBack, vimbra_bool) {
+    __atomic_store_n(&g_NetDhcpcNotifyCallBack, ptDhcpcCallBack, __ATOMIC_RELEASE);
+    return VimbraDhcpcStart(EthName(byEthId).text, VIMBRA_FAMILY_IPV4, PrivateDhcpcNotifyCallBack);
+}
+
+s32 NetDhcpcStop(u32 byEthId) {
+    return VimbraDhcpcStop(EthName(byEthId).text, VIMBRA_FAMILY_IPV4);
+}
+
+s32 NetDhcpcRenew(u32 byEthId) {
+    return OnInterface(VIMBRA_HERE, byEthId, kNamingFailed,
+                       [](char* name) { return VimbraDhcpcRenew(name, VIMBRA_FAMILY_IPV4); });
+}
+
+s32 NetDhcpcGetLeaseInfo(u32 byEthId, TNetDhcpcLeaseInfo* ptNetDhcpcLeaseInfo) {
+    // Not converted: applications find the current record in their memory.
+    return OnInterface(VIMBRA_HERE, byEthId, kNamingFailed, [=](char* name) {
+        return VimbraDhcpcGetLeaseInfo(
+            name, VIMBRA_FAMILY_IPV4, reinterpret_cast<TVimbraDhcpcAddrInfo*>(ptNetDhcpcLeaseInfo));
+    });
+}
+
+s32 NetDhcpcGetIfstate(u32 byEthId, TNetDhcpcState* ptNetdhcpcIfState) {
+    return OnInterface(VIMBRA_HERE, byEthId, kNamingFailed, [=](char* name) {
+        return VimbraDhcpcGetIfstate(name, VIMBRA_FAMILY_IPV4,
+                                     reinterpret_cast<TVimbraDhcpcState*>(ptNetdhcpcIfState));
+    });
+}

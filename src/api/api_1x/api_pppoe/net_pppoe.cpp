@@ -1,0 +1,98 @@
+#include <vimbra/iface_check.h>
+#include <vimbra/net_pppoe.h>
+#include <vimbra/pppoe.h>
+
+#include "lib/log.hpp"
+#include "lib/text.hpp"
+
+using namespace vimbra;
+
+namespace {
+
+static_assert(sizeof(TConnNotify) == 16);
+
+TPppoeCallBack g_tNetPppoeNotifyCallBack = nullptr;
+
+void StoreCallback(TPppoeCallBack callback) {
+    __atomic_store_n(&g_tNetPppoeNotifyCallBack, callback, __ATOMIC_RELEASE);
+}
+
+TConnNotify ToNotify(const TVimbraPppoeAddr& addr) {
+    return {addr.tOurIpaddr.tV4Addr.s_addr, addr.tPeerIpAddr.tV4Addr.s_addr,
+            addr.tDnsServer1.tV4Addr.s_addr, addr.tDnsServer2.tV4Addr.s_addr};
+}
+
+void PrivatePppoeCallBack(u32 dwMsgID, void* msg, u32) {
+    const TPppoeCallBack callback = __atomic_load_n(&g_tNetPppoeNotifyCallBack, __ATOMIC_ACQUIRE);
+    if (callback == nullptr) {
+        return;
+    }
+    switch (dwMsgID) {
+        case VIMBRA_PPPOE_EVENT_CONNECTED: {
+            TConnNotify notify = ToNotify(*static_cast<const TVimbraPppoeAddr*>(msg));
+            callback(NET_PPPOE_EVENT_CONNECTED, &notify, sizeof(notify));
+            break;
+        }
+        case VIMBRA_PPPOE_EVENT_2:
+            callback(NET_PPPOE_EVENT_2, nullptr, 0);
+            break;
+        case VIMBRA_PPPOE_EVENT_3:
+            callback(NET_PPPOE_EVENT_3, nullptr, 0);
+            break;
+        case VIMBRA_PPPOE_EVENT_4:
+            callback(NET_PPPOE_EVENT_4, nullptr, 0);
+            break;
+        case VIMBRA_PPPOE_EVENT_STOPPED:
+            callback(NET_PPPOE_EVENT_STOPPED, nullptr, 0);
+            break;
+        default:
+            break;
+    }
+}
+
+TVimbraPppoeParam ToParam(const TPppoeInitParam& init) {
+    TVimbraPppoeParam param = {};
+    CopyText(param.achUserName, sizeof(param.achUserName), init.abyUserName);
+    CopyText(param.achPassword, sizeof(param.achPassword), init.abyPassword);
+    CopyText(param.achServerName, sizeof(param.achServerName), init.abyServerName);
+    param.bAutoDialEnable = init.bAutoDialEnable;
+    param.bDefaultRouteEnable = init.bDefaultRouteEnable;
+    param.bDebug = init.bDebug;
+    param.dwAutoDialInterval = init.dwAutoDialInterval;
+    param.wDialRetryTimes = init.wDialRetryTimes;
+    param.wLcpEchoSendInterval = init.wLcpEchoSendInterval;
+    param.wLcpEchoRetryTimes = init.wLcpEchoRetryTimes;
+    // Without such an interface the name stays empty, which the start refuses.
+    interface_name(init.dwEthID, param.achDevName, sizeof(param.achDevName));
+    return param;
+}
+
+}  // namespace
+
+s32 NetPppoeStart(TPppoeInitParam* ptPppoeInitParam, TPppoeCallBack ptNotifyCallBack) {
+    TVimbraPppoeParam param = {};
+    if (ptPppoeInitParam != nullptr) {
+        param = ToParam(*ptPppoeInitParam);
+    }
+    StoreCallback(ptNotifyCallBack);
+    if (VimbraPppoeStart(ptPppoeInitParam != nullptr ? &param : nullptr, VIMBRA_FAMILY_IPV4,
+                         PrivatePppoeCallBack) != VIMBRA_OK) {
+        VLOG_ERROR("VimbraPppoeStart error!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    return VIMBRA_OK;
+}
+
+s32 NetPppoeStop() {
+    StoreCallback(nullptr);  // First: an application is not told of its own stop.
+    return VimbraPppoeStop("", VIMBRA_FAMILY_IPV4);
+}
+
+s32 NetPppoeVer(TVersion* ptVersion) {
+    TVimbraVersion version = {};
+    const s32 result = VimbraPppoeVer(ptVersion != nullptr ? &version : nullptr);
+    if (result == VIMBRA_OK) {
+        CopyText(ptVersion->abyVersion, sizeof(ptVersion->abyVersion), version.achVersion);
+    }
+    return result;
+}

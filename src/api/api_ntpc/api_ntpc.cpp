@@ -1,0 +1,285 @@
+#include "api/api_ntpc/api_ntpc.hpp"
+
+#include <sys/sem.h>
+#include <vimbra/iface_check.h>
+#include <vimbra/ntpc.h>
+#include <vimbra/semaphore.h>
+
+#include "api/api_ntpc/ntpc_wire.hpp"
+#include "lib/listener.hpp"
+#include "lib/lock.hpp"
+#include "lib/memory.hpp"
+#include "lib/request.hpp"
+
+using namespace vimbra;
+using namespace vimbra::wire;
+
+TNtpcInfo* g_ptApiNtpCInfo = nullptr;
+
+namespace {
+
+constexpr RequestRule kRule = {
+    VIMBRA_TAG_ERR "send and recv msg error, nRet : %d!",
+    VIMBRA_TAG_ERR "send and recv msg error, nErrid : %d!",
+    Failure::kPassOn,
+    Failure::kPassOn,
+};
+
+constexpr RequestRule kStopRule = {
+    VIMBRA_TAG_ERR "send and recv msg error:%d!",
+    VIMBRA_TAG_ERR "send and recv msg error:%d!",
+    Failure::kPassOn,
+    Failure::kMinusOne,
+};
+
+// One family's client with what only the library knows of it.
+struct Client {
+    TNtpcInfo info;
+    ListenerSlot listener;
+    bool isEnding;  // its listener is being waited for
+};
+static_assert(offsetof(Client, info) == 0);
+
+// Both clients, which live as long as the process: NtpcInit() makes them in one piece.
+struct Clients {
+    Client of[2];
+};
+Clients* g_ptClients = nullptr;
+
+// Held by start and stop all the time, but for the wait for a listener's end: its callback may be
+// in a call that wants it.
+pthread_mutex_t g_tNtpcMutex = PTHREAD_MUTEX_INITIALIZER;
+pthread_cond_t g_tEnded = PTHREAD_COND_INITIALIZER;
+
+constexpr key_t kSemaphoreKey = 7783;
+int ntpc_sem_id = -1;
+
+bool IsIpv4(const Client& client) {
+    return client.info.wSinFamiy == VIMBRA_FAMILY_IPV4;
+}
+
+// With the lock held.
+Client* FamilyMapNtpcInfo(u16 wSinFamily) {
+    if (g_ptClients == nullptr) {
+        VLOG_ERROR("the vimbra is not init!");
+        return nullptr;
+    }
+    for (Client& client : g_ptClients->of) {
+        if (client.info.wSinFamiy == wSinFamily) {
+            return &client;
+        }
+    }
+    VLOG_ERROR("the sinfamily %d is invalid!", wSinFamily);
+    return nullptr;
+}
+
+// With the lock held: the client of a family when no stop of it is under way any more. A callback
+// cannot wait for that, since it may be what the stop waits for.
+Client* AwaitClient(u16 family) {
+    Client* const client = FamilyMapNtpcInfo(family);
+    while (client != nullptr && client->isEnding && !OnListenerThread()) {
+        pthread_cond_wait(&g_tEnded, &g_tNtpcMutex);
+    }
+    return client;
+}
+
+// ---- The listening thread ----------------------------------------------------------------------
+
+void BoundTo(Listener&, Bound bound) {
+    // From here the starter may go on. A refused name has never let it.
+    if (bound != Bound::kNameRefused) {
+        semaphore_v(ntpc_sem_id);
+    }
+}
+
+Next TakeReport(Listener& listener, Message& message) {
+    const u32 type = message.head.type;
+    if (type != kNtpcReport1 && type != kNtpcReport2) {
+        VLOG_ERROR_AT(listener.At(__LINE__), "the unkonwn type = 0x%x", type);
+        return Next::kGoOn;
+    }
+    // The application is not told the size: behind a report that is shorter than it thinks there is
+    // room.
+    alignas(8) u8 report[VIMBRA_NTPC_REPORT_MAX] = {};
+    memcpy(report, message.body, message.bodySize);
+    const auto& info = static_cast<Client*>(listener.Argument())->info;
+    const VimBraNtpcSyncTimeCallBack callback =
+        __atomic_load_n(&info.pfNtpcNotifyCallBack, __ATOMIC_ACQUIRE);
+    callback(type == kNtpcReport1 ? VIMBRA_NTPC_EVENT_1 : VIMBRA_NTPC_EVENT_2, report);
+    return Next::kGoOn;
+}
+
+constexpr Trouble kShortHead = {"read ntpc message head error", Trouble::kErrno, Next::kEnd};
+constexpr Trouble kShortBody = {"read ntpc message body error", Trouble::kErrno, Next::kEnd};
+constexpr Trouble kBodyTooLong = {"the ntpc message body is too long!", Trouble::kPlain,
+                                  Next::kGoOn};
+
+constexpr ListenerService kIpv4 = {
+    .function = "NtpcCBThread",
+    .threadName = "VimbraNtpcCBThread",
+    .socketName = kNtpcSocketIpv4,
+    .detached = false,
+    .bodySize = VIMBRA_NTPC_REPORT_MAX,
+    .reading = Reading::kHeadThenBody,
+    .acceptFailure = AcceptFailure::kMayBePassing,
+    .outOfMemory = {"XMALLOC MTYPE_API_NTPC", Trouble::kErrno, Next::kEnd},
+    .shortRead = kShortHead,
+    .shortBody = kShortBody,
+    .bodyTooLong = kBodyTooLong,
+    .bound = BoundTo,
+    .message = TakeReport,
+};
+
+constexpr ListenerService kIpv6 = {
+    .function = "NtpcCBThreadV6",
+    .threadName = "VimbraNtpcCBThreadV6",
+    .socketName = kNtpcSocketIpv6,
+    .detached = false,
+    .bodySize = VIMBRA_NTPC_REPORT_MAX,
+    .reading = Reading::kHeadThenBody,
+    .acceptFailure = AcceptFailure::kMayBePassing,
+    .outOfMemory = {nullptr, Trouble::kErrno, Next::kEnd},
+    .shortRead = kShortHead,
+    .shortBody = kShortBody,
+    .bodyTooLong = kBodyTooLong,
+    .bound = BoundTo,
+    .message = TakeReport,
+};
+
+// Ends the client's listener; the lock is given up while it is waited for.
+void EndListener(const CallSite& site, Client& client) {
+    const ListenerStop stop = KillListener(client.listener);
+    if (stop.result != 0) {
+        VLOG_ERROR_AT(site, "ntpc ThreadKill error!");
+    }
+    client.isEnding = true;
+    pthread_mutex_unlock(&g_tNtpcMutex);
+    WaitListener(stop);
+    pthread_mutex_lock(&g_tNtpcMutex);
+    client.isEnding = false;
+    pthread_cond_broadcast(&g_tEnded);
+}
+
+// ---- Requests ----------------------------------------------------------------------------------
+
+s32 ApicNtpcStart(const TVimbraAddr& server, u32 interval) {
+    Request<NtpcStartBody> request(VIMBRA_HERE, kRule);
+    if (!request) {
+        return VIMBRA_ERR_GENERAL;
+    }
+    request->wSinFamily = server.wSinFamily;
+    request->tServerIp = server;
+    request->dwSyncTimeInterval = interval;
+    return request.Send(kNtpcStart);
+}
+
+s32 ApicNtpcStop(u16 family) {
+    Request<NtpcStopBody> request(VIMBRA_HERE, kStopRule);
+    if (!request) {
+        return VIMBRA_ERR_GENERAL;
+    }
+    request->wSinFamily = family;
+    return request.Send(kNtpcStop);
+}
+
+s32 ApicNtpcSerCheck(const TVimbraAddr& server) {
+    Request<TVimbraAddr> request(VIMBRA_HERE, kRule);
+    if (!request) {
+        return VIMBRA_ERR_GENERAL;
+    }
+    *request = server;
+    return request.Send(kNtpcCheck);
+}
+
+}  // namespace
+
+void NtpcInit() {
+    const Lock lock(g_tNtpcMutex);
+    if (g_ptClients != nullptr) {
+        return;
+    }
+    g_ptClients = NewZeroed<Clients>();
+    if (g_ptClients == nullptr) {
+        VLOG_ERRNO("XMALLOC error");
+        return;
+    }
+    Client& ipv4 = g_ptClients->of[0];
+    Client& ipv6 = g_ptClients->of[1];
+    ipv4.info.wSinFamiy = VIMBRA_FAMILY_IPV4;
+    ipv4.info.ptNext = &ipv6.info;
+    ipv6.info.wSinFamiy = VIMBRA_FAMILY_IPV6;
+    g_ptApiNtpCInfo = &ipv4.info;
+    ntpc_sem_id = semget(kSemaphoreKey, 1, IPC_CREAT | 0666);
+    set_semvalue(ntpc_sem_id);
+}
+
+s32 VimbraNtpcStart(TVimbraAddr tServerIp, u32 dwSyncTimeInterval,
+                    VimBraNtpcSyncTimeCallBack ptCallBack) {
+    if (ptCallBack == nullptr) {
+        VLOG_ERROR("the ntpc callback function is null!");
+        return VIMBRA_ERR_CALLBACK;
+    }
+    const Lock lock(g_tNtpcMutex);
+    Client* const client = AwaitClient(tServerIp.wSinFamily);
+    if (client == nullptr) {
+        VLOG_ERROR("FamilyMapNtpcInfo error!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    if (client->info.bNtpcStarted != 0) {
+        VLOG_ERROR("ntpc-Client is already started");
+        return VIMBRA_ERR_GENERAL;
+    }
+    if (IsIpv4(*client) && check_ip(tServerIp.tV4Addr.s_addr) == VIMBRA_IP_CLASS_OTHER) {
+        VLOG_ERROR("tServerIp ip is invaild");
+        return VIMBRA_ERR_GENERAL;
+    }
+    __atomic_store_n(&client->info.pfNtpcNotifyCallBack, ptCallBack, __ATOMIC_RELEASE);
+    semaphore_p(ntpc_sem_id);
+    if (StartListener(IsIpv4(*client) ? kIpv4 : kIpv6, client->listener,
+                      {.argument = client, .handle = &client->info.tNtpcThreadID}) == 0) {
+        // The semaphore stays taken; the test is Ntpc.SemaphoreStaysTakenWithoutThread.
+        VLOG_ERROR("create ntpc callback thread failed!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    semaphore_p(ntpc_sem_id);
+    semaphore_v(ntpc_sem_id);
+    if (ApicNtpcStart(tServerIp, dwSyncTimeInterval) != VIMBRA_OK) {
+        VLOG_ERROR("ntpc client start error!");
+        EndListener(VIMBRA_HERE, *client);
+        return VIMBRA_ERR_GENERAL;
+    }
+    client->info.bNtpcStarted = 1;
+    return VIMBRA_OK;
+}
+
+s32 VimbraNtpcStop(u16 wSinFamily) {
+    const Lock lock(g_tNtpcMutex);
+    Client* const client = AwaitClient(wSinFamily);
+    if (client == nullptr) {
+        VLOG_ERROR("FamilyMapNtpcInfo error!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    if (client->info.bNtpcStarted == 0) {
+        VLOG_PRINT("ntpc-Client is already stoped");
+        return VIMBRA_OK;
+    }
+    if (ApicNtpcStop(wSinFamily) != VIMBRA_OK) {
+        VLOG_ERROR("ntpc client stop error!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    client->info.bNtpcStarted = 0;
+    EndListener(VIMBRA_HERE, *client);
+    return VIMBRA_OK;
+}
+
+s32 VimbraNtpcSerCheck(TVimbraAddr tServerIp) {
+    if (tServerIp.wSinFamily != VIMBRA_FAMILY_IPV4 && tServerIp.wSinFamily != VIMBRA_FAMILY_IPV6) {
+        VLOG_ERROR("sinFamily  %d is not support !", tServerIp.wSinFamily);
+        return VIMBRA_ERR_GENERAL;
+    }
+    if (ApicNtpcSerCheck(tServerIp) != VIMBRA_OK) {
+        VLOG_ERROR("ntpc check error!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    return VIMBRA_OK;
+}

@@ -1,0 +1,389 @@
+#include <vimbra/pppoe.h>
+#include <vimbra/thread.h>
+
+#include "api/api_pppoe/pppoe_wire.hpp"
+#include "lib/listener.hpp"
+#include "lib/lock.hpp"
+#include "lib/memory.hpp"
+#include "lib/request.hpp"
+#include "lib/text.hpp"
+
+using namespace vimbra;
+using namespace vimbra::wire;
+
+TPppoeInfo* g_ptApiPppoeInfo = nullptr;
+
+namespace {
+
+constexpr RequestRule kStartRule = {
+    VIMBRA_TAG_ERR "send and recv msg error, nRet : %d!",
+    VIMBRA_TAG_ERR "send and recv msg error, nErrid : %d!",
+    Failure::kPassOn,
+    Failure::kMinusOne,
+};
+
+constexpr RequestRule kStopRule = {
+    VIMBRA_TAG_ERR "send and recv msg error, nRet = %d!",
+    VIMBRA_TAG_ERR "send and recv msg error, nErrid = %d!",
+    Failure::kPassOn,
+    Failure::kMinusOne,
+};
+
+// One family's link with what only the library knows of it.
+struct Link {
+    TPppoeInfo info;
+    ListenerSlot listener;
+    // A start or stop is under way, on another thread or further up on this one.
+    bool isStarting;
+    bool isStopping;
+};
+static_assert(offsetof(Link, info) == 0);
+
+// All links, which live as long as the process: PppoeInit() makes them in one piece.
+constexpr u16 kFamilies[] = {VIMBRA_FAMILY_IPV4, VIMBRA_FAMILY_IPV6, VIMBRA_FAMILY_BOTH};
+struct Links {
+    Link of[3];
+};
+Links* g_ptLinks = nullptr;
+
+// Guards the links. Not held while the daemon or a thread is waited for, nor in a callback, which
+// may start and stop.
+pthread_mutex_t g_tPppoeMutex = PTHREAD_MUTEX_INITIALIZER;
+
+bool IsIpv4(const Link& link) {
+    return link.info.wSinFamily == VIMBRA_FAMILY_IPV4;
+}
+
+// ---- The links, with the lock held -------------------------------------------------------------
+
+bool Runs(int index) {
+    return g_ptLinks->of[index].info.bPppoeStarted != 0;
+}
+
+void Mark(Link& link, s32 started) {
+    if (link.info.wSinFamily == VIMBRA_FAMILY_BOTH) {
+        g_ptLinks->of[0].info.bPppoeStarted = started;
+        g_ptLinks->of[1].info.bPppoeStarted = started;
+    }
+    link.info.bPppoeStarted = started;
+}
+
+// Where one half runs, starting both is starting the other half and stopping both is stopping that
+// one.
+u16 Narrow(u16 family, u16 ifOnlyIpv4Runs, u16 ifOnlyIpv6Runs) {
+    if (family != VIMBRA_FAMILY_BOTH || g_ptLinks == nullptr || Runs(0) == Runs(1)) {
+        return family;
+    }
+    return Runs(0) ? ifOnlyIpv4Runs : ifOnlyIpv6Runs;
+}
+
+Link* FamilyMapPppoeInfo(u16 wSinFamily) {
+    if (g_ptLinks == nullptr) {
+        VLOG_ERROR("the vimbra is not init!");
+        return nullptr;
+    }
+    for (Link& link : g_ptLinks->of) {
+        if (link.info.wSinFamily == wSinFamily) {
+            return &link;
+        }
+    }
+    VLOG_ERROR("the sinfamily %d is invalid!", wSinFamily);
+    return nullptr;
+}
+
+// ---- The listening thread ----------------------------------------------------------------------
+
+void Call(Link& link, u32 event, void* data, u32 length) {
+    Lock lock(g_tPppoeMutex);
+    const TVimbraPppoeCallBack callback = link.info.pfPppoeNotifyCallBack;
+    lock.Unlock();
+    if (callback != nullptr) {
+        callback(event, data, length);
+    }
+}
+
+Next TakeEvent(Listener& listener, Message& message) {
+    Link& link = *static_cast<Link*>(listener.Argument());
+    const u32 type = message.head.type;
+    switch (type) {
+        case kPppoeConnected:
+            Call(link, type, message.body, sizeof(TVimbraPppoeAddr));
+            break;
+        case kPppoeEvent2:
+        case kPppoeEvent3:
+        case kPppoeEvent4:
+        case kPppoeStopped:
+            Call(link, type, nullptr, 0);
+            break;
+        default:
+            VLOG_ERROR_AT(listener.At(__LINE__), "the unkonwn type = 0x%x", type);
+            break;
+    }
+    return Next::kGoOn;
+}
+
+// An IPv4 peer that says nothing is taken for one that says 0, which is unknown.
+Next TakeEventIpv6(Listener& listener, Message& message) {
+    if (message.count == 0) {
+        VLOG_ERROR_AT(listener.At(__LINE__), "the peer connection has been closed!");
+        return Next::kGoOn;
+    }
+    return TakeEvent(listener, message);
+}
+
+constexpr ListenerService kIpv4 = {
+    .function = "PppoeCBThread",
+    .threadName = "VimbraPppoeCBThread",
+    .socketName = kPppoeSocketIpv4,
+    .detached = false,
+    .bodySize = sizeof(TVimbraPppoeAddr),
+    .reading = Reading::kUpTo,
+    .acceptFailure = AcceptFailure::kMayBePassing,
+    .serverText = "MakeAddrServer error!",
+    .outOfMemory = {"XMALLOC error", Trouble::kErrno, Next::kEnd},
+    .shortRead = {"read error", Trouble::kErrno, Next::kGoOn},
+    .message = TakeEvent,
+};
+
+constexpr ListenerService kIpv6 = {
+    .function = "PppoeCBThread6",
+    .threadName = "VimbraPppoeCBThread6",
+    .socketName = kPppoeSocketIpv6,
+    .detached = false,
+    .bodySize = sizeof(TVimbraPppoeAddr),
+    .reading = Reading::kUpTo,
+    .acceptFailure = AcceptFailure::kMayBePassing,
+    .serverText = "MakeAddrServer error!",
+    .outOfMemory = {"XMALLOC error", Trouble::kErrno, Next::kEnd},
+    .shortRead = {"read error", Trouble::kErrno, Next::kGoOn},
+    .message = TakeEventIpv6,
+};
+
+// ---- Requests ----------------------------------------------------------------------------------
+
+s32 ApicPppoeStart(const TPppoeInfo& info) {
+    Request<PppoeStartBody> request(VIMBRA_HERE, kStartRule);
+    if (!request) {
+        return VIMBRA_ERR_GENERAL;
+    }
+    request->wSinFamily = info.wSinFamily;
+    request->tConfig = info.tConfig;
+    return request.Send(kPppoeStart);
+}
+
+s32 ApicPppoeStop(u16 wSinFamily) {
+    Request<PppoeStopBody> request(VIMBRA_HERE, kStopRule);
+    if (!request) {
+        return VIMBRA_ERR_GENERAL;
+    }
+    request->wSinFamily = wSinFamily;
+    return request.Send(kPppoeStop);
+}
+
+// ---- Parameters --------------------------------------------------------------------------------
+
+// Neither empty nor without terminator.
+template <size_t N>
+bool IsText(const char (&field)[N]) {
+    const size_t length = strnlen(field, N);
+    return length > 0 && length < N;
+}
+
+s32 CheckPppoeParam(const TVimbraPppoeParam* ptPppoeParam, u16 wSinFamily,
+                    TVimbraPppoeCallBack ptNotifyCallBack) {
+    if (ptPppoeParam == nullptr || ptNotifyCallBack == nullptr) {
+        VLOG_ERROR("the ptPppoeParam or ptNotifyCallBack is invalid!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    // Only 0: other families that there are not have always been told apart by a later failure.
+    if (wSinFamily == 0) {
+        VLOG_ERROR("wSinFamily is not VIMBRA_PROTO_TYPE_IPV4 and is not AF_INET6!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    if (!IsText(ptPppoeParam->achUserName)) {
+        VLOG_ERROR("the user name is invalid!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    if (!IsText(ptPppoeParam->achPassword)) {
+        VLOG_ERROR("the password is invalid!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    if (!IsText(ptPppoeParam->achDevName)) {
+        VLOG_ERROR("the device name is invalid!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    return VIMBRA_OK;
+}
+
+bool IsEchoCount(u16 value) {
+    return value >= 1 && value <= 255;
+}
+
+// A text field that was filled before.
+template <size_t N>
+void Refill(char (&field)[N], const char (&text)[N]) {
+    memset(field, 0, N);
+    CopyField(field, text);
+}
+
+void FillConfig(const CallSite& site, const TVimbraPppoeParam& param, PppoeConfig& config) {
+    constexpr u32 kEchoInterval = 20;
+    constexpr u32 kEchoFailures = 3;
+    Refill(config.username, param.achUserName);
+    Refill(config.password, param.achPassword);
+    config.auto_dial_enable = param.bAutoDialEnable;
+    config.default_route_enable = param.bDefaultRouteEnable;
+    if (param.bDebug != 0) {
+        config.debug = 1;  // Never cleared; the test is Pppoe.DebugStays.
+    }
+    config.dial_retry_seconds = param.dwAutoDialInterval;
+    config.lcp_echo_interval = param.wLcpEchoSendInterval;
+    if (!IsEchoCount(param.wLcpEchoSendInterval)) {
+        VLOG_PRINT_AT(site, "the lcp echo interval is :%d, use default : %d",
+                      param.wLcpEchoSendInterval, static_cast<int>(kEchoInterval));
+        config.lcp_echo_interval = kEchoInterval;
+    }
+    config.lcp_echo_failure = param.wLcpEchoRetryTimes;
+    if (!IsEchoCount(param.wLcpEchoRetryTimes)) {
+        VLOG_PRINT_AT(site,
+                      "the lcp echo timeout times is :%d, use default :", param.wLcpEchoRetryTimes);
+        config.lcp_echo_failure = kEchoFailures;
+    }
+    config.maxfail = param.wDialRetryTimes;
+    Refill(config.devname, param.achDevName);
+}
+
+// ---- Starting and stopping ---------------------------------------------------------------------
+
+// Everything between taking the link and marking it as started.
+s32 Dial(const CallSite& site, Link& link) {
+    if (StartListener(IsIpv4(link) ? kIpv4 : kIpv6, link.listener,
+                      {.argument = &link, .handle = &link.info.tPppoeThreadId}) == 0) {
+        VLOG_ERROR_AT(site, "pppoe ThreadSpawn error!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    if (ApicPppoeStart(link.info) != VIMBRA_OK) {
+        VLOG_ERROR_AT(site, "ApicPppoeStart start error!");
+        // Not waited for: its callback may be in a call that waits for this one.
+        ThreadDetach(KillListener(link.listener).join);
+        return VIMBRA_ERR_REFUSED;
+    }
+    return VIMBRA_OK;
+}
+
+void HangUp(const CallSite& site, Link& link) {
+    const ListenerStop stop = KillListener(link.listener);
+    if (stop.result != 0) {
+        errno = ESRCH;
+        LogErrnoAt(site, "pthread_cancel error");
+    }
+    WaitListener(stop);
+}
+
+}  // namespace
+
+void PppoeInit() {
+    const Lock lock(g_tPppoeMutex);
+    if (g_ptLinks != nullptr) {
+        return;
+    }
+    g_ptLinks = NewZeroed<Links>();
+    if (g_ptLinks == nullptr) {
+        VLOG_ERRNO("XMALLOC error");
+        return;
+    }
+    for (size_t i = 0; i < 3; i++) {
+        TPppoeInfo& info = g_ptLinks->of[i].info;
+        info.wSinFamily = kFamilies[i];
+        info.ptNext = i < 2 ? &g_ptLinks->of[i + 1].info : nullptr;
+    }
+    g_ptApiPppoeInfo = &g_ptLinks->of[0].info;
+}
+
+s32 VimbraPppoeStart(TVimbraPppoeParam* ptPppoeParam, u16 wSinFamily,
+                     TVimbraPppoeCallBack ptNotifyCallBack) {
+    if (CheckPppoeParam(ptPppoeParam, wSinFamily, ptNotifyCallBack) != VIMBRA_OK) {
+        VLOG_ERROR("CheckPppoeParam error!");
+        return VIMBRA_ERR_PARAM;
+    }
+    const CancelGuard guard;
+    Lock lock(g_tPppoeMutex);
+    wSinFamily = Narrow(wSinFamily, VIMBRA_FAMILY_IPV6, VIMBRA_FAMILY_IPV4);
+    Link* const link = FamilyMapPppoeInfo(wSinFamily);
+    if (link == nullptr) {
+        VLOG_ERROR("FamilyMapPppoeInfo error!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    if (link->info.bPppoeStarted != 0 || link->isStarting) {
+        VLOG_ERROR("the wSinFamily %d ppppe has been started!", wSinFamily);
+        return VIMBRA_ERR_GENERAL;
+    }
+    link->isStarting = true;
+    FillConfig(VIMBRA_HERE, *ptPppoeParam, link->info.tConfig);
+    link->info.pfPppoeNotifyCallBack = ptNotifyCallBack;
+    lock.Unlock();
+
+    const s32 result = Dial(VIMBRA_HERE, *link);
+
+    const Lock again(g_tPppoeMutex);
+    link->isStarting = false;
+    if (result == VIMBRA_OK) {
+        Mark(*link, 1);
+    }
+    return result;
+}
+
+s32 VimbraPppoeStop(const char*, u16 wSinFamily) {
+    const CancelGuard guard;
+    Lock lock(g_tPppoeMutex);
+    wSinFamily = Narrow(wSinFamily, VIMBRA_FAMILY_IPV4, VIMBRA_FAMILY_IPV6);
+    Link* const link = FamilyMapPppoeInfo(wSinFamily);
+    if (link == nullptr) {
+        VLOG_ERROR("FamilyMapPppoeInfo error!");
+        return VIMBRA_ERR_PARAM;
+    }
+    const auto isStoppable = [link] {
+        return link->info.bPppoeStarted != 0 && !link->isStarting && !link->isStopping;
+    };
+    if (!isStoppable()) {
+        VLOG_PRINT("pppoe already stopped!");
+        return VIMBRA_OK;
+    }
+    lock.Unlock();
+
+    if (ApicPppoeStop(wSinFamily) != VIMBRA_OK) {
+        VLOG_ERROR("ApicPppoeStop error!");
+        return VIMBRA_ERR_GENERAL;
+    }
+
+    Lock taking(g_tPppoeMutex);
+    if (!isStoppable()) {
+        return VIMBRA_OK;  // Another thread was faster.
+    }
+    link->isStopping = true;
+    taking.Unlock();
+
+    HangUp(VIMBRA_HERE, *link);
+
+    Lock marking(g_tPppoeMutex);
+    link->isStopping = false;
+    Mark(*link, 0);
+    const TVimbraPppoeCallBack callback = link->info.pfPppoeNotifyCallBack;
+    link->info.pfPppoeNotifyCallBack = nullptr;
+    marking.Unlock();
+    if (callback != nullptr) {
+        callback(VIMBRA_PPPOE_EVENT_STOPPED, nullptr, 0);
+    }
+    return VIMBRA_OK;
+}
+
+s32 VimbraPppoeVer(TVimbraVersion* ptVersion) {
+    if (ptVersion == nullptr) {
+        VLOG_ERROR("the ptVersion is NULL!");
+        return VIMBRA_ERR_PARAM;
+    }
+    *ptVersion = {"pppd version 2.4.5\nPPPoE Version 3.10"};
+    return VIMBRA_OK;
+}
+
+void VimbraPppoeStatesDump(TVimbraPppoeStates*) {}
