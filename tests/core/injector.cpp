@@ -1,0 +1,242 @@
+#include "injector.hpp"
+
+#include <cerrno>
+#include <cstdarg>
+
+namespace vimbra::tests {
+
+namespace {
+
+thread_local Injector* t_current = nullptr;
+
+}  // namespace
+
+Injector::Injector() {
+    t_current = this;
+}
+
+Injector::~Injector() {
+    Stop();
+}
+
+void Injector::FailAt(size_t number, bool forGood) {
+    failAt_ = number;
+    forGood_ = forGood;
+}
+
+void Injector::Stop() {
+    t_current = nullptr;
+}
+
+Injector* Injector::Current() {
+    return t_current;
+}
+
+bool Injector::Fails(const char* call) {
+    // The bookkeeping allocates, too, and is nobody's business.
+    t_current = nullptr;
+    calls_.emplace_back(call);
+    const bool fails =
+        failAt_ != 0 && (forGood_ ? calls_.size() >= failAt_ : calls_.size() == failAt_);
+    if (fails && failed_.empty()) {
+        failed_ = call;
+    }
+    t_current = this;
+    return fails;
+}
+
+void Injector::Allocated(void* block, size_t size) {
+    sizes_.push_back(size);
+    blocks_.insert(block);
+}
+
+}  // namespace vimbra::tests
+
+using vimbra::tests::Injector;
+
+namespace {
+
+int Failure(int error) {
+    errno = error;
+    return -1;
+}
+
+}  // namespace
+
+extern "C" {
+
+void* __real_calloc(size_t count, size_t size);
+void __real_free(void* block);
+int __real_socket(int domain, int type, int protocol);
+int __real_connect(int fd, const sockaddr* address, socklen_t length);
+int __real_bind(int fd, const sockaddr* address, socklen_t length);
+int __real_listen(int fd, int backlog);
+int __real_access(const char* path, int mode);
+int __real_unlink(const char* path);
+int __real_select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* timeout);
+ssize_t __real_send(int fd, const void* data, size_t size, int flags);
+ssize_t __real_read(int fd, void* data, size_t size);
+int __real_close(int fd);
+int __real_ioctl(int fd, unsigned long request, ...);
+int __real_setsockopt(int fd, int level, int name, const void* value, socklen_t size);
+
+void* __wrap_calloc(size_t count, size_t size) {
+    Injector* injector = Injector::Current();
+    if (injector == nullptr) {
+        return __real_calloc(count, size);
+    }
+    if (injector->Fails("calloc")) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    void* block = __real_calloc(count, size);
+    injector->Allocated(block, count * size);
+    return block;
+}
+
+void __wrap_free(void* block) {
+    if (Injector* injector = Injector::Current()) {
+        injector->Freed(block);
+    }
+    __real_free(block);
+}
+
+int __wrap_socket(int domain, int type, int protocol) {
+    Injector* injector = Injector::Current();
+    if (injector == nullptr) {
+        return __real_socket(domain, type, protocol);
+    }
+    if (injector->Fails("socket")) {
+        return Failure(EMFILE);
+    }
+    const int fd = __real_socket(domain, type, protocol);
+    injector->Opened(fd);
+    return fd;
+}
+
+int __wrap_connect(int fd, const sockaddr* address, socklen_t length) {
+    Injector* injector = Injector::Current();
+    if (injector != nullptr && injector->Fails("connect")) {
+        return Failure(ECONNREFUSED);
+    }
+    return __real_connect(fd, address, length);
+}
+
+int __wrap_bind(int fd, const sockaddr* address, socklen_t length) {
+    Injector* injector = Injector::Current();
+    if (injector != nullptr && injector->Fails("bind")) {
+        return Failure(EROFS);
+    }
+    return __real_bind(fd, address, length);
+}
+
+int __wrap_listen(int fd, int backlog) {
+    Injector* injector = Injector::Current();
+    if (injector != nullptr && injector->Fails("listen")) {
+        return Failure(EADDRINUSE);
+    }
+    return __real_listen(fd, backlog);
+}
+
+int __wrap_access(const char* path, int mode) {
+    Injector* injector = Injector::Current();
+    if (injector != nullptr && injector->Fails("access")) {
+        return Failure(EACCES);
+    }
+    return __real_access(path, mode);
+}
+
+int __wrap_unlink(const char* path) {
+    Injector* injector = Injector::Current();
+    if (injector != nullptr && injector->Fails("unlink")) {
+        return Failure(EBUSY);
+    }
+    return __real_unlink(path);
+}
+
+int __wrap_select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* timeout) {
+    Injector* injector = Injector::Current();
+    if (injector != nullptr && injector->Fails("select")) {
+        return Failure(EINTR);
+    }
+    if (injector != nullptr && injector->onSelect) {
+        const int result = injector->onSelect(count, read, write, except, timeout);
+        if (result != Injector::kReal) {
+            return result;
+        }
+    }
+    return __real_select(count, read, write, except, timeout);
+}
+
+ssize_t __wrap_send(int fd, const void* data, size_t size, int flags) {
+    Injector* injector = Injector::Current();
+    if (injector != nullptr && injector->Fails("send")) {
+        return Failure(EPIPE);
+    }
+    if (injector != nullptr && injector->onSend) {
+        const ssize_t result = injector->onSend(fd, data, size);
+        if (result != Injector::kReal) {
+            return result;
+        }
+    }
+    return __real_send(fd, data, size, flags);
+}
+
+ssize_t __wrap_read(int fd, void* data, size_t size) {
+    Injector* injector = Injector::Current();
+    if (injector != nullptr && injector->Fails("read")) {
+        return Failure(ECONNRESET);
+    }
+    if (injector != nullptr && injector->onRead) {
+        const ssize_t result = injector->onRead(fd, data, size);
+        if (result != Injector::kReal) {
+            return result;
+        }
+    }
+    return __real_read(fd, data, size);
+}
+
+int __wrap_close(int fd) {
+    Injector* injector = Injector::Current();
+    if (injector == nullptr) {
+        return __real_close(fd);
+    }
+    const bool fails = injector->Fails("close");
+    injector->Closed(fd);
+    const int result = __real_close(fd);
+    return fails ? Failure(EIO) : result;
+}
+
+int __wrap_ioctl(int fd, unsigned long request, ...) {
+    va_list args;
+    va_start(args, request);
+    void* argument = va_arg(args, void*);
+    va_end(args);
+    Injector* injector = Injector::Current();
+    if (injector != nullptr && injector->Fails("ioctl")) {
+        return Failure(EPERM);
+    }
+    if (injector != nullptr && injector->onIoctl) {
+        const int result = injector->onIoctl(fd, request, argument);
+        if (result != Injector::kReal) {
+            return result;
+        }
+    }
+    return __real_ioctl(fd, request, argument);
+}
+
+int __wrap_setsockopt(int fd, int level, int name, const void* value, socklen_t size) {
+    Injector* injector = Injector::Current();
+    if (injector != nullptr && injector->Fails("setsockopt")) {
+        return Failure(ENOPROTOOPT);
+    }
+    if (injector != nullptr && injector->onSetsockopt) {
+        const int result = injector->onSetsockopt(fd, level, name, value, size);
+        if (result != Injector::kReal) {
+            return result;
+        }
+    }
+    return __real_setsockopt(fd, level, name, value, size);
+}
+
+}  // extern "C"
