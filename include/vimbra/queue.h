@@ -10,11 +10,17 @@
 
 VIMBRA_BEGIN_DECLS
 
+/* ISO C has no record that ends in one with a flexible array. */
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wpedantic"
+
 /** An event. Allocated by who enqueues it, with malloc(3); the name follows in the same block. */
 typedef struct queue_entry {
     struct queue_entry* next_ptr; /**< the next younger one, or null */
     struct inotify_event inot_ev; /**< the event's header; `len` bytes of name follow */
 } * queue_entry_t;
+
+#pragma GCC diagnostic pop
 
 /** A queue; empty when `head` is null. */
 typedef struct queue_struct {

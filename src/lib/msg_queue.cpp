@@ -4,7 +4,7 @@
 
 using namespace vimbra;
 
-int CreateMsgQueue(key_t, int) {
+int CreateMsgQueue(int, int) {
     errno = ENOSYS;
     VLOG_ERRNO("msgget error");
     return -1;
@@ -22,7 +22,7 @@ int SendtoQueue(int, long, const void*, int, int) {
     return 0;
 }
 
-int IpcSendMsgToQueue(key_t key, int, long, void* msg, int, int nMsgFlag) {
+int IpcSendMsgToQueue(int key, int, long, void* msg, int, int nMsgFlag) {
     if (msg == nullptr) {
         VLOG_ERROR("msg is NULL!");
         return -1;
