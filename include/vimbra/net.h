@@ -12,6 +12,7 @@
 #include <vimbra/net_dhcpc.h>
 #include <vimbra/net_dns.h>
 #include <vimbra/net_ip.h>
+#include <vimbra/net_ip_conflict.h>
 #include <vimbra/net_ntpc.h>
 #include <vimbra/net_pppoe.h>
 #include <vimbra/net_route.h>

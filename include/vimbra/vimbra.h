@@ -13,6 +13,7 @@
 #include <vimbra/dns.h>
 #include <vimbra/iface.h>
 #include <vimbra/iface_check.h>
+#include <vimbra/ip_conflict.h>
 #include <vimbra/ipc.h>
 #include <vimbra/list.h>
 #include <vimbra/log.h>
@@ -22,6 +23,7 @@
 #include <vimbra/process.h>
 #include <vimbra/queue.h>
 #include <vimbra/route.h>
+#include <vimbra/router_advertise.h>
 #include <vimbra/semaphore.h>
 #include <vimbra/service.h>
 #include <vimbra/stat.h>

@@ -5,8 +5,10 @@
 #include <vimbra/common.h>
 #include <vimbra/dhcpc.h>
 #include <vimbra/iface_check.h>
+#include <vimbra/ip_conflict.h>
 #include <vimbra/net_common.h>
 #include <vimbra/pppoe.h>
+#include <vimbra/router_advertise.h>
 #include <vimbra/service.h>
 
 #include "api/api_network_common/netcommon_wire.hpp"
@@ -32,9 +34,11 @@ constexpr RequestRule kRule = {
 using Initialiser = void (*)();
 constexpr Initialiser kInitialisers[] = {
     DhcpcInit,
+    IpConflictCheckInit,
     NtpcInit,
     PppoeInit,
     ServiceInit,
+    RouterAdvertiseInit,
 };
 
 pthread_mutex_t g_tInitMutex = PTHREAD_MUTEX_INITIALIZER;

@@ -1,0 +1,81 @@
+#include "api/api_1x/api_network_common/net_ip_conflict.hpp"
+
+#include <vimbra/net_ip_conflict.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <initializer_list>
+
+namespace {
+
+constexpr u32 kNoNumber = 65535;
+
+// Both are set by the application's threads and read by the listener's.
+TIpConflictCallBack ip_conflict_callback = nullptr;
+TIpConflictCallBackEx ip_conflict_callback_ex = nullptr;
+
+bool IsConflict(EVimbraConflictType type) {
+    return type == VIMBRA_IP_CONFLICT || type == VIMBRA_MAC_CONFLICT;
+}
+
+u32 NumberOf(const char* name) {
+    for (const char* prefix : {"eth", "wlan"}) {
+        const char* found = strstr(name, prefix);
+        if (found != nullptr) {
+            return static_cast<u32>(strtol(found + strlen(prefix), nullptr, 10));
+        }
+    }
+    return kNoNumber;
+}
+
+// What the watch is started with. It knows no interface name.
+void TellPlain(EVimbraConflictType type, TVimbraIfaceMac* mac, TVimbraAddr* address) {
+    PrivateIpConflictCallBack(type, mac, address, nullptr);
+}
+
+}  // namespace
+
+void PrivateIpConflictCallBack(EVimbraConflictType eType, TVimbraIfaceMac* ptIfaceMac,
+                               TVimbraAddr* ptIpAddr, const char*) {
+    const TIpConflictCallBack callback = __atomic_load_n(&ip_conflict_callback, __ATOMIC_ACQUIRE);
+    if (callback != nullptr && IsConflict(eType)) {
+        callback(eType, ptIfaceMac->abyMacAddr, ptIpAddr->tV4Addr.s_addr);
+    }
+}
+
+int PrivateIpConflictCallBackEx(EVimbraConflictType eType, TVimbraIfaceMac* ptIfaceMac,
+                                TVimbraAddr* ptIpAddr, const char* pchIfaceName) {
+    const TIpConflictCallBackEx callback =
+        __atomic_load_n(&ip_conflict_callback_ex, __ATOMIC_ACQUIRE);
+    if (callback == nullptr) {
+        return -1;
+    }
+    if (!IsConflict(eType)) {
+        return 0;
+    }
+    TNetConflictInfo info = {};
+    memcpy(info.abyMacAddr, ptIfaceMac->abyMacAddr, sizeof(info.abyMacAddr));
+    if (eType == VIMBRA_IP_CONFLICT) {
+        info.dwIpaddr = ptIpAddr->tV4Addr.s_addr;
+    }
+    if (pchIfaceName != nullptr) {
+        info.byEthId = NumberOf(pchIfaceName);
+    }
+    // Always as an IP conflict: what applications of that generation know.
+    callback(VIMBRA_IP_CONFLICT, &info);
+    return 0;
+}
+
+vimbra_bool NetIpOnceConflicted() {
+    return 0;
+}
+
+s32 NetIpConflictCallBackReg(TIpConflictCallBack ptFunc) {
+    __atomic_store_n(&ip_conflict_callback, ptFunc, __ATOMIC_RELEASE);
+    return VimbraIpConflictCheckStart(VIMBRA_FAMILY_IPV4, TellPlain);
+}
+
+s32 NetIpConflictCallBackRegEx(TIpConflictCallBackEx ptFunc) {
+    __atomic_store_n(&ip_conflict_callback_ex, ptFunc, __ATOMIC_RELEASE);
+    return VimbraIpConflictCheckStart(VIMBRA_FAMILY_IPV4, TellPlain);
+}

@@ -1,0 +1,100 @@
+// Chains of a fixed number of records, each for one watch or test that runs at a time. The records
+// are public and chained by their ptNext; behind each stands what the library keeps to itself. A
+// chain is built once and never freed.
+//
+// The functions take no lock: a service guards its chain with a mutex of its own. How a record is
+// matched and what clearing it means differs by service; whoever clears one calls GiveBack().
+#ifndef VIMBRA_LIB_SLOTS_HPP
+#define VIMBRA_LIB_SLOTS_HPP
+
+#include <cstddef>
+#include <type_traits>
+
+#include "lib/listener.hpp"
+#include "lib/memory.hpp"
+
+namespace vimbra {
+
+template <typename Info>
+struct Slot {
+    Info info;
+    ListenerSlot listener;
+    bool taken;  // from TakeSlot() to GiveBack(); a record may count as started later than that
+    u32 turn;    // counts the takers
+};
+
+// The slot of a record; null for null.
+template <typename Info>
+Slot<Info>* SlotOf(Info* info) {
+    static_assert(std::is_standard_layout_v<Slot<Info>> && offsetof(Slot<Info>, info) == 0);
+    return reinterpret_cast<Slot<Info>*>(info);
+}
+
+// Builds a chain of zeroed records, each set up by setup(info, index). False when memory is out;
+// what was built so far stays. A chain that is there already is left as it is.
+template <typename Info, typename Setup>
+bool BuildSlots(Info*& head, int count, Setup setup) {
+    if (head != nullptr) {
+        return true;
+    }
+    Info** link = &head;
+    for (int i = 0; i < count; i++) {
+        auto* slot = NewZeroed<Slot<Info>>();
+        if (slot == nullptr) {
+            return false;
+        }
+        setup(slot->info, i);
+        *link = &slot->info;
+        link = &slot->info.ptNext;
+    }
+    return true;
+}
+
+// The first slot for which match(slot) holds, or null.
+template <typename Info, typename Match>
+Slot<Info>* FindSlot(Info* head, Match match) {
+    for (Info* info = head; info != nullptr; info = info->ptNext) {
+        if (match(*SlotOf(info))) {
+            return SlotOf(info);
+        }
+    }
+    return nullptr;
+}
+
+// The first started slot for whose record match(info) holds, or null.
+template <typename Info, typename Match>
+Slot<Info>* FindBusySlot(Info* head, Match match) {
+    return FindSlot(head, [&](const Slot<Info>& slot) {
+        return slot.info.bIsStarted != 0 && match(slot.info);
+    });
+}
+
+// The first slot that is neither started nor being started, or null.
+template <typename Info>
+Slot<Info>* FindFreeSlot(Info* head) {
+    return FindSlot(
+        head, [](const Slot<Info>& slot) { return slot.info.bIsStarted == 0 && !slot.taken; });
+}
+
+// Makes the slot the caller's. The number tells it from later takers.
+template <typename Info>
+u32 TakeSlot(Slot<Info>& slot) {
+    slot.taken = true;
+    return ++slot.turn;
+}
+
+template <typename Info>
+void GiveBack(Slot<Info>& slot) {
+    slot.taken = false;
+}
+
+// Is it still that taker's? Its listener, or a stop, may have given it back meanwhile, and another
+// start may have taken it since.
+template <typename Info>
+bool IsStillTaken(const Slot<Info>& slot, u32 turn) {
+    return slot.taken && slot.turn == turn;
+}
+
+}  // namespace vimbra
+
+#endif

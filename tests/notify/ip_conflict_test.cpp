@@ -1,0 +1,501 @@
+// IP-conflict detection.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <vimbra/common.h>
+#include <vimbra/ip_conflict.h>
+#include <vimbra/net_ip_conflict.h>
+
+#include <atomic>
+#include <cstring>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+#include <vimbra/bed.hpp>
+
+using namespace vimbra::bed;
+
+namespace {
+
+constexpr uint32_t kStart = 281;
+constexpr uint32_t kStop = 282;
+constexpr char kSockets[][20] = {"ipc_ip_conflict", "ipc_ipv6_conflict"};
+constexpr u16 kFamilies[] = {2, 10};
+constexpr char kFunctions[][24] = {"IpConflictCBThread", "IpConflictCBThreadV6"};
+
+struct Seen {
+    uint32_t type = 0;
+    Bytes mac;
+    Bytes address;
+};
+
+std::mutex g_mutex;
+std::vector<Seen> g_seen;
+std::function<void()> g_inCallback;
+
+void TakeConflict(EVimbraConflictType type, TVimbraIfaceMac* mac, TVimbraAddr* address) {
+    std::function<void()> hook;
+    {
+        const std::lock_guard lock(g_mutex);
+        g_seen.push_back({type, AsBytes(*mac), AsBytes(*address)});
+        hook = g_inCallback;
+    }
+    if (hook) {
+        hook();
+    }
+}
+
+void NoConflict(EVimbraConflictType, TVimbraIfaceMac*, TVimbraAddr*) {
+    ADD_FAILURE() << "the wrong callback";
+}
+
+struct Plain {
+    uint32_t type;
+    Bytes mac;
+    uint32_t address;
+};
+std::vector<Plain> g_plain;
+
+void TakePlain(u32 type, u8* mac, u32 address) {
+    const std::lock_guard lock(g_mutex);
+    g_plain.push_back({type, Bytes(std::vector<uint8_t>(mac, mac + 6)), address});
+}
+
+struct Extended {
+    uint32_t type;
+    TNetConflictInfo info;
+};
+std::vector<Extended> g_extended;
+
+void TakeExtended(u32 type, TNetConflictInfo* info) {
+    const std::lock_guard lock(g_mutex);
+    g_extended.push_back({type, *info});
+}
+
+template <typename T>
+std::vector<T> Copy(const std::vector<T>& list) {
+    const std::lock_guard lock(g_mutex);
+    return list;
+}
+
+const Bytes kMac = {2, 0, 0, 0xaa, 0xbb, 0xcc};
+
+Bytes Conflict(const char* name = "eth0", u16 family = 2, const char* address = "192.0.2.7") {
+    return Pack().Text(name, 16).Address(family, address).Add(kMac);
+}
+
+class Conflicts : public testing::TestWithParam<int> {
+ protected:
+    Conflicts() { EXPECT_EQ(0, VimbraInit()); }
+
+    u16 Family() const { return kFamilies[GetParam()]; }
+    const char* Socket() const { return kSockets[GetParam()]; }
+    const char* Function() const { return kFunctions[GetParam()]; }
+    std::string Number() const { return std::to_string(Family()); }
+    TIpConflictInfo* Info() const {
+        return GetParam() == 0 ? g_ptIpConflictInfo : g_ptIpConflictInfo->ptNext;
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Families, Conflicts, testing::Values(0, 1),
+                         [](const auto& which) { return which.param == 0 ? "V4" : "V6"; });
+
+TEST_P(Conflicts, StartAndStopSendTheFamilyOnceTheListenerStands) {
+    Capture log;
+    ScriptedDaemon daemon;
+    bool listening = false;
+    daemon.On(kStart,
+              Answer::Code(0).After([&](const Request&) { listening = HasListener(Socket()); }));
+    EXPECT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict));
+    EXPECT_TRUE(listening);
+    EXPECT_EQ(1u, Info()->bIsStarted);
+    EXPECT_NE(0u, Info()->tThreadId);
+    EXPECT_EQ(TakeConflict, Info()->pfIpConflictCB);
+    EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
+    ASSERT_EQ(2u, daemon.Requests().size());
+    EXPECT_EQ(Message(kStart, Pack().U16(Family())), daemon.Requests()[0].raw);
+    EXPECT_EQ(Message(kStop, Pack().U16(Family())), daemon.Requests()[1].raw);
+    EXPECT_TRUE(WaitForNoListener(Socket()));
+    EXPECT_EQ(0u, Info()->bIsStarted);
+    EXPECT_EQ(0u, Info()->tThreadId);
+    EXPECT_EQ(nullptr, Info()->pfIpConflictCB);
+    EXPECT_TRUE(log.Has(Kind::kPrint, "VimbraIpConflictCheckStop", "Recycling resources...!"));
+    EXPECT_TRUE(log.Has(Kind::kPrint, "VimbraIpConflictCheckStop", "Recycling resources done!"));
+    EXPECT_TRUE(log.HasNoTrouble());
+}
+
+TEST_P(Conflicts, BothKindsReachTheCallback) {
+    Capture log;
+    ScriptedDaemon daemon;
+    ASSERT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict));
+    const Bytes body = GetParam() == 0 ? Conflict() : Conflict("eth1", 10, "2001:db8::7");
+    EXPECT_TRUE(Notify(Socket(), 1, body));
+    EXPECT_TRUE(Notify(Socket(), 2, body));
+    const auto seen = Copy(g_seen);
+    ASSERT_EQ(2u, seen.size());
+    for (uint32_t type = 1; type <= 2; type++) {
+        EXPECT_EQ(type, seen[type - 1].type);
+        EXPECT_EQ(kMac, seen[type - 1].mac);
+        EXPECT_EQ(body.Slice(16, 20), seen[type - 1].address);
+    }
+    EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
+    EXPECT_TRUE(log.HasNoTrouble());
+}
+
+TEST_P(Conflicts, OtherTypesAreNamedAndDropped) {
+    Capture log;
+    ScriptedDaemon daemon;
+    ASSERT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict));
+    for (const uint32_t type : {0u, 3u, 0x101u, 0xffffffffu}) {
+        EXPECT_TRUE(Notify(Socket(), type, Conflict()));
+    }
+    EXPECT_TRUE(log.Has(Kind::kError, Function(), "the unkonwn type = 0x0"));
+    EXPECT_TRUE(log.Has(Kind::kError, Function(), "the unkonwn type = 0x3"));
+    EXPECT_TRUE(log.Has(Kind::kError, Function(), "the unkonwn type = 0x101"));
+    EXPECT_TRUE(log.Has(Kind::kError, Function(), "the unkonwn type = 0xffffffff"));
+    EXPECT_EQ(0u, Copy(g_seen).size());
+    EXPECT_TRUE(Notify(Socket(), 1, Conflict()));
+    EXPECT_EQ(1u, Copy(g_seen).size());
+    EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
+}
+
+TEST_P(Conflicts, WrongSizeIsDroppedAndTheListenerGoesOn) {
+    ScriptedDaemon daemon;
+    for (const uint32_t size : {41u, 43u, 0u, 54u, 0xffffffffu}) {
+        Capture log;
+        ASSERT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict));
+        g_seen.clear();
+        EXPECT_TRUE(Notify(Socket(), 1, Conflict(), {.size = size}));
+        EXPECT_TRUE(log.Has(Kind::kError, Function(), "the sended data is too long!"));
+        EXPECT_EQ(0u, Copy(g_seen).size());
+        EXPECT_TRUE(Notify(Socket(), 1, Conflict()));
+        EXPECT_EQ(1u, Copy(g_seen).size());
+        EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
+    }
+}
+
+TEST_P(Conflicts, ShortMessageIsDroppedAndTheListenerGoesOn) {
+    Capture log;
+    ScriptedDaemon daemon;
+    ASSERT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict));
+    const Bytes whole = Message(1, Conflict());
+    int dropped = 0;
+    for (const size_t length : {0, 1, 12, 53}) {
+        Connection daemonSide(Socket());
+        ASSERT_TRUE(daemonSide.Send(whole.Slice(0, length)));
+        daemonSide.EndSending();
+        EXPECT_TRUE(daemonSide.WaitPeerClosed());
+        EXPECT_EQ(++dropped, log.Count(Kind::kPerror, Function(), "read message error"));
+    }
+    EXPECT_TRUE(Notify(Socket(), 1, Conflict()));
+    EXPECT_EQ(1u, Copy(g_seen).size());
+    EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
+}
+
+TEST_P(Conflicts, SecondStartIsRefusedAndKeepsTheFirstCallback) {
+    Capture log;
+    ScriptedDaemon daemon;
+    ASSERT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict));
+    EXPECT_EQ(-1, VimbraIpConflictCheckStart(Family(), NoConflict));
+    EXPECT_TRUE(log.Has(Kind::kError, "VimbraIpConflictCheckStart",
+                        "the wSimFamily " + Number() + " ip conflict has been started!"));
+    EXPECT_EQ(1u, daemon.Requests().size());
+    EXPECT_TRUE(Notify(Socket(), 1, Conflict()));
+    EXPECT_EQ(1u, Copy(g_seen).size());
+    EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
+}
+
+TEST_P(Conflicts, RefusedStartIs0AndNotStarted) {
+    Capture log;
+    ScriptedDaemon daemon;
+    daemon.Next(kStart, Answer::Code(13));
+    const auto descriptors = OpenDescriptors();
+    EXPECT_EQ(0, VimbraIpConflictCheckStart(Family(), NoConflict));
+    EXPECT_EQ(0u, Info()->bIsStarted);
+    EXPECT_EQ(0u, Info()->tThreadId);
+    EXPECT_EQ(nullptr, Info()->pfIpConflictCB);
+    EXPECT_TRUE(
+        log.Has(Kind::kError, "ApicConflictCheckStart", "send and recv msg error, nErrid : 13!"));
+    EXPECT_TRUE(log.Has(Kind::kError, "VimbraIpConflictCheckStart",
+                        "ApicConflictCheckStart wSinFamily " + Number() + " error!"));
+    EXPECT_TRUE(log.Has(Kind::kPrint, "VimbraIpConflictCheckStart", "Recycling resources...!"));
+    EXPECT_TRUE(log.Has(Kind::kPrint, "VimbraIpConflictCheckStart", "Recycling resources done!"));
+    EXPECT_TRUE(WaitForNoListener(Socket()));
+    EXPECT_EQ(descriptors, OpenDescriptors());
+    EXPECT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict));
+    EXPECT_TRUE(Notify(Socket(), 1, Conflict()));
+    EXPECT_EQ(1u, Copy(g_seen).size());
+    EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
+}
+
+TEST_P(Conflicts, StartWithoutDaemonIs0AndNotStarted) {
+    Capture log;
+    EXPECT_EQ(0, VimbraIpConflictCheckStart(Family(), NoConflict));
+    EXPECT_TRUE(
+        log.Has(Kind::kError, "ApicConflictCheckStart", "send and recv msg error, nRet : -1!"));
+    EXPECT_EQ(0u, Info()->bIsStarted);
+    EXPECT_TRUE(WaitForNoListener(Socket()));
+}
+
+TEST_P(Conflicts, DaemonThatClosesUnansweredHasRefused) {
+    Capture log;
+    ScriptedDaemon daemon;
+    daemon.Next(kStart, Answer::Close());
+    EXPECT_EQ(0, VimbraIpConflictCheckStart(Family(), NoConflict));
+    EXPECT_TRUE(
+        log.Has(Kind::kError, "ApicConflictCheckStart", "send and recv msg error, nErrid : -1!"));
+    EXPECT_EQ(0u, Info()->bIsStarted);
+}
+
+TEST_P(Conflicts, RefusedStopGoesOn) {
+    Capture log;
+    ScriptedDaemon daemon;
+    ASSERT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict));
+    daemon.Next(kStop, Answer::Code(4));
+    EXPECT_EQ(-1, VimbraIpConflictCheckStop(Family()));
+    EXPECT_TRUE(
+        log.Has(Kind::kError, "ApicConflictCheckStop", "send and recv msg error, nErrid : 4!"));
+    EXPECT_TRUE(log.Has(Kind::kError, "VimbraIpConflictCheckStop",
+                        "ApicConflictCheckStop wSinFamily " + Number() + " error!"));
+    EXPECT_EQ(1u, Info()->bIsStarted);
+    EXPECT_TRUE(Notify(Socket(), 1, Conflict()));
+    EXPECT_EQ(1u, Copy(g_seen).size());
+    EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
+}
+
+TEST_P(Conflicts, StopOfAWatchThatNeverRanTellsTheDaemonAndFails) {
+    Capture log;
+    ScriptedDaemon daemon;
+    EXPECT_EQ(-1, VimbraIpConflictCheckStop(Family()));
+    ASSERT_EQ(1u, daemon.Requests().size());
+    EXPECT_EQ(Message(kStop, Pack().U16(Family())), daemon.Requests()[0].raw);
+    EXPECT_TRUE(log.Has(Kind::kError, "VimbraIpConflictCheckStop", "ThreadKill error!"));
+    EXPECT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict));
+    EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
+    EXPECT_EQ(-1, VimbraIpConflictCheckStop(Family()));
+}
+
+TEST_P(Conflicts, NameThatCannotBeBoundEndsTheListener) {
+    ASSERT_EQ(0, mkdir((std::string("/tmp/") + Socket()).c_str(), 0777));
+    Capture log;
+    ScriptedDaemon daemon;
+    const auto descriptors = OpenDescriptors();
+    const size_t threads = Threads();
+    EXPECT_EQ(0, VimbraIpConflictCheckStart(Family(), NoConflict));
+    EXPECT_TRUE(log.WaitFor(Kind::kPerror, Function(), "accept error"));
+    EXPECT_TRUE(log.Has(Kind::kPerror, "MakeAddrServer", "bind error"));
+    EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
+    EXPECT_EQ(descriptors, OpenDescriptors());
+    EXPECT_EQ(-1, VimbraIpConflictCheckStop(Family()));
+    EXPECT_TRUE(log.Has(Kind::kError, "VimbraIpConflictCheckStop", "ThreadKill error!"));
+}
+
+TEST_P(Conflicts, RefusedStartWhoseListenerHasEndedIsMinusOne) {
+    ASSERT_EQ(0, mkdir((std::string("/tmp/") + Socket()).c_str(), 0777));
+    Capture log;
+    ScriptedDaemon daemon;
+    const size_t threads = Threads();
+    daemon.On(kStart, Answer::Code(1).After([&](const Request&) {
+        EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
+    }));
+    EXPECT_EQ(-1, VimbraIpConflictCheckStart(Family(), NoConflict));
+    EXPECT_TRUE(log.Has(Kind::kError, "VimbraIpConflictCheckStart", "ThreadKill error!"));
+    EXPECT_EQ(0u, Info()->bIsStarted);
+}
+
+TEST_P(Conflicts, CallbackMayStopAndRestartTheWatch) {
+    ScriptedDaemon daemon;
+    const size_t threads = Threads();
+    const auto descriptors = OpenDescriptors();
+    g_inCallback = [&] {
+        EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
+        EXPECT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict));
+    };
+    ASSERT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict));
+    for (size_t i = 1; i <= 20; i++) {
+        EXPECT_TRUE(Notify(Socket(), 1, Conflict()));
+        EXPECT_EQ(i, Copy(g_seen).size());
+    }
+    EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
+    EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
+    EXPECT_EQ(descriptors, OpenDescriptors());
+}
+
+TEST_P(Conflicts, ListenerRunsUnderItsName) {
+    ScriptedDaemon daemon;
+    ASSERT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict));
+    const auto names = ThreadNames();
+    EXPECT_EQ(1, std::count(names.begin(), names.end(), "VimbraIpConfili"));
+    EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
+}
+
+TEST(Conflict, StartBeforeInit) {
+    Capture log;
+    ScriptedDaemon daemon;
+    EXPECT_EQ(nullptr, g_ptIpConflictInfo);
+    EXPECT_EQ(-1, VimbraIpConflictCheckStart(2, TakeConflict));
+    EXPECT_TRUE(log.Has(Kind::kError, "FamilyMapIpConfictInfo", "the ip confilct is not inited!"));
+    EXPECT_TRUE(
+        log.Has(Kind::kError, "VimbraIpConflictCheckStart", "FamilyMapIpConfictInfo error!"));
+    EXPECT_EQ(-1, VimbraIpConflictCheckStop(10));
+    EXPECT_TRUE(
+        log.Has(Kind::kError, "VimbraIpConflictCheckStop", "FamilyMapIpConfictInfo error!"));
+    EXPECT_EQ(0u, daemon.Requests().size());
+}
+
+TEST(Conflict, InitBuildsTwoRecordsOnce) {
+    IpConflictCheckInit();
+    TIpConflictInfo* const first = g_ptIpConflictInfo;
+    ASSERT_NE(nullptr, first);
+    ASSERT_NE(nullptr, first->ptNext);
+    EXPECT_EQ(2, first->wSinFamily);
+    EXPECT_EQ(10, first->ptNext->wSinFamily);
+    EXPECT_EQ(nullptr, first->ptNext->ptNext);
+    EXPECT_EQ(0u, first->tThreadId);
+    IpConflictCheckInit();
+    EXPECT_EQ(0, VimbraInit());
+    EXPECT_EQ(first, g_ptIpConflictInfo);
+}
+
+TEST(Conflict, ArgumentsAreCheckedInOrder) {
+    Capture log;
+    ScriptedDaemon daemon;
+    EXPECT_EQ(1106, VimbraIpConflictCheckStart(7, nullptr));
+    EXPECT_TRUE(
+        log.Has(Kind::kError, "VimbraIpConflictCheckStart", "the callback function is null!"));
+    for (const u16 family : {0, 1, 3, 9, 11, 65535}) {
+        const std::string text = "wSinFamily " + std::to_string(family) + " is invalid!";
+        EXPECT_EQ(1105, VimbraIpConflictCheckStart(family, TakeConflict));
+        EXPECT_TRUE(log.Has(Kind::kError, "VimbraIpConflictCheckStart", text));
+        EXPECT_EQ(1105, VimbraIpConflictCheckStop(family));
+        EXPECT_TRUE(log.Has(Kind::kError, "VimbraIpConflictCheckStop", text));
+    }
+    EXPECT_EQ(0u, daemon.Requests().size());
+}
+
+TEST(Conflict, FamiliesAreIndependent) {
+    ASSERT_EQ(0, VimbraInit());
+    ScriptedDaemon daemon;
+    ASSERT_EQ(0, VimbraIpConflictCheckStart(2, TakeConflict));
+    ASSERT_EQ(0, VimbraIpConflictCheckStart(10, TakeConflict));
+    EXPECT_EQ(0, VimbraIpConflictCheckStop(2));
+    EXPECT_TRUE(Notify(kSockets[1], 1, Conflict("eth0", 10, "2001:db8::1")));
+    EXPECT_EQ(1u, Copy(g_seen).size());
+    EXPECT_EQ(0, VimbraIpConflictCheckStop(10));
+}
+
+class Legacy : public testing::Test {
+ protected:
+    Legacy() { EXPECT_EQ(0, VimbraInit()); }
+    ScriptedDaemon daemon_;
+};
+
+TEST_F(Legacy, PlainCallbackGetsTypeMacAndAddress) {
+    EXPECT_EQ(0, NetIpConflictCallBackReg(TakePlain));
+    ASSERT_EQ(1u, daemon_.Requests().size());
+    EXPECT_EQ(Message(kStart, Pack().U16(2)), daemon_.Requests()[0].raw);
+    EXPECT_TRUE(Notify(kSockets[0], 1, Conflict()));
+    EXPECT_TRUE(Notify(kSockets[0], 2, Conflict()));
+    const auto plain = Copy(g_plain);
+    ASSERT_EQ(2u, plain.size());
+    for (uint32_t type = 1; type <= 2; type++) {
+        EXPECT_EQ(type, plain[type - 1].type);
+        EXPECT_EQ(kMac, plain[type - 1].mac);
+        EXPECT_EQ(Pack().In4("192.0.2.7").Get(), AsBytes(plain[type - 1].address));
+    }
+    EXPECT_EQ(0, VimbraIpConflictCheckStop(2));
+}
+
+TEST_F(Legacy, ExtendedCallbackGoesFirstAndAlwaysSaysIpConflict) {
+    Capture log;
+    EXPECT_EQ(0, NetIpConflictCallBackRegEx(TakeExtended));
+    EXPECT_TRUE(Notify(kSockets[0], 1, Conflict("eth2")));
+    EXPECT_TRUE(Notify(kSockets[0], 2, Conflict("eth2")));
+    const auto extended = Copy(g_extended);
+    ASSERT_EQ(2u, extended.size());
+    for (const Extended& one : extended) {
+        EXPECT_EQ(1u, one.type);
+        EXPECT_EQ(2u, one.info.byEthId);
+        EXPECT_EQ(0, memcmp(kMac.data(), one.info.abyMacAddr, 6));
+    }
+    EXPECT_EQ(Pack().In4("192.0.2.7").Get(), AsBytes(extended[0].info.dwIpaddr));
+    EXPECT_EQ(0u, extended[1].info.dwIpaddr);
+    EXPECT_EQ(2, log.Count(Kind::kPrint, "IpConflictCBThread", "compatibility with 1.x"));
+    EXPECT_EQ(0, VimbraIpConflictCheckStop(2));
+}
+
+TEST_F(Legacy, ExtendedCallbackTakesTheEventsOfACurrentWatchToo) {
+    EXPECT_EQ(0, VimbraIpConflictCheckStart(2, NoConflict));
+    EXPECT_EQ(-1, NetIpConflictCallBackRegEx(TakeExtended));
+    EXPECT_TRUE(Notify(kSockets[0], 1, Conflict()));
+    EXPECT_EQ(1u, Copy(g_extended).size());
+    EXPECT_EQ(0, VimbraIpConflictCheckStop(2));
+}
+
+TEST_F(Legacy, ExtendedCallbackHasNoPartInIpv6) {
+    EXPECT_EQ(0, NetIpConflictCallBackRegEx(TakeExtended));
+    EXPECT_EQ(0, VimbraIpConflictCheckStart(10, TakeConflict));
+    EXPECT_TRUE(Notify(kSockets[1], 1, Conflict("eth0", 10, "2001:db8::1")));
+    EXPECT_EQ(0u, Copy(g_extended).size());
+    EXPECT_EQ(1u, Copy(g_seen).size());
+    EXPECT_EQ(0, VimbraIpConflictCheckStop(2));
+    EXPECT_EQ(0, VimbraIpConflictCheckStop(10));
+}
+
+TEST_F(Legacy, InterfaceNumberIsReadFromTheName) {
+    EXPECT_EQ(0, NetIpConflictCallBackRegEx(TakeExtended));
+    const std::pair<const char*, u32> names[] = {
+        {"br0", 65535},
+        {"wlan1", 1},
+        {"eth0.5", 0},
+        {"eth0", 0},
+        {"eth12", 12},
+        {"eth", 0},
+        {"veth7", 7},
+        {"xwlan3", 3},
+        {"wlan2eth9", 9},
+        {"", 65535},
+        {"0123456789eth777", 777},
+        {"0123456789abceth", 0},
+        {"ethx", 0},
+        {"aaaaaaaaaaaaaaaa", 65535},
+    };
+    size_t count = 0;
+    for (const auto& [name, number] : names) {
+        EXPECT_TRUE(Notify(kSockets[0], 1, Conflict(name)));
+        ASSERT_EQ(++count, Copy(g_extended).size());
+        EXPECT_EQ(number, Copy(g_extended).back().info.byEthId) << name;
+    }
+    EXPECT_EQ(0, VimbraIpConflictCheckStop(2));
+}
+
+TEST_F(Legacy, SecondRegistrationFailsButItsCallbackCounts) {
+    EXPECT_EQ(0, NetIpConflictCallBackReg([](u32, u8*, u32) { ADD_FAILURE() << "replaced"; }));
+    EXPECT_EQ(-1, NetIpConflictCallBackReg(TakePlain));
+    EXPECT_TRUE(Notify(kSockets[0], 1, Conflict()));
+    EXPECT_EQ(1u, Copy(g_plain).size());
+    EXPECT_EQ(-1, NetIpConflictCallBackRegEx(TakeExtended));
+    EXPECT_TRUE(Notify(kSockets[0], 1, Conflict()));
+    EXPECT_EQ(1u, Copy(g_extended).size());
+    EXPECT_EQ(-1, NetIpConflictCallBackRegEx(nullptr));
+    EXPECT_TRUE(Notify(kSockets[0], 1, Conflict()));
+    EXPECT_EQ(2u, Copy(g_plain).size());
+    EXPECT_EQ(0, VimbraIpConflictCheckStop(2));
+}
+
+TEST_F(Legacy, NullCallbackIsSilent) {
+    EXPECT_EQ(0, NetIpConflictCallBackReg(nullptr));
+    EXPECT_TRUE(Notify(kSockets[0], 1, Conflict()));
+    EXPECT_TRUE(Notify(kSockets[0], 2, Conflict()));
+    EXPECT_EQ(0, VimbraIpConflictCheckStop(2));
+}
+
+TEST_F(Legacy, OnceConflictedIsAlwaysFalse) {
+    EXPECT_EQ(0, NetIpConflictCallBackReg(TakePlain));
+    EXPECT_TRUE(Notify(kSockets[0], 1, Conflict()));
+    EXPECT_EQ(1u, Copy(g_plain).size());
+    EXPECT_EQ(0u, NetIpOnceConflicted());
+    EXPECT_EQ(0, VimbraIpConflictCheckStop(2));
+}
+
+}  // namespace
