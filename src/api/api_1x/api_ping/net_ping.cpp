@@ -1,0 +1,49 @@
+#include <vimbra/net_ping.h>
+
+#include "api/api_1x/legacy.hpp"
+#include "api/api_ping/ping_wire.hpp"
+
+using namespace vimbra;
+using namespace vimbra::wire;
+
+namespace {
+
+// One for all legacy tests; listener threads read it while the application changes it.
+TNetPingCallBack g_ping_callback = nullptr;
+
+void SetCallback(TNetPingCallBack callback) {
+    __atomic_store_n(&g_ping_callback, callback, __ATOMIC_RELEASE);
+}
+
+int PrivatePingCallBack(s32 nResult, TVimbraPingCBInfo* ptInfo) {
+    const TNetPingCallBack callback = __atomic_load_n(&g_ping_callback, __ATOMIC_ACQUIRE);
+    if (callback == nullptr) {
+        return 0;
+    }
+    const u32 event = static_cast<u32>(nResult);
+    if (event == kPingAnswer) {
+        callback(nResult, ptInfo->nTtl, ptInfo->nTripTime, ptInfo->nSeq, ptInfo->nUserID, 0, 0);
+    } else if (event <= kPingLastEvent) {
+        callback(nResult, 0, 0, ptInfo->nSeq, ptInfo->nUserID, 0, 0);
+    } else {
+        // The record's error type and not the event: so it has always been told.
+        VLOG_ERROR("the unkonwn type = 0x%x", static_cast<u32>(ptInfo->nErrType));
+    }
+    return 0;
+}
+
+}  // namespace
+
+s32 NetPingStart(u32 dwDestIP, TPingOpt* ptPingOpt, s32 nUserID, TNetPingCallBack ptCallBackFunc) {
+    if (ptCallBackFunc == nullptr) {
+        VLOG_ERROR("the ping callback function is null!");
+        return VIMBRA_ERR_CALLBACK;
+    }
+    SetCallback(ptCallBackFunc);
+    return VimbraPingStart(Ipv4(dwDestIP), ptPingOpt, nUserID, PrivatePingCallBack);
+}
+
+s32 NetPingStop(s32 nUserID) {
+    SetCallback(nullptr);
+    return VimbraPingStop(nUserID);
+}

@@ -1,0 +1,52 @@
+#include <vimbra/net_traceroute.h>
+
+#include "api/api_1x/legacy.hpp"
+#include "api/api_traceroute/traceroute_wire.hpp"
+
+using namespace vimbra;
+using namespace vimbra::wire;
+
+namespace {
+
+// One for all legacy traces; listener threads read it while the application changes it.
+TNetTracerouteCallBack g_traceroute_callback = nullptr;
+
+void SetCallback(TNetTracerouteCallBack callback) {
+    __atomic_store_n(&g_traceroute_callback, callback, __ATOMIC_RELEASE);
+}
+
+int PrivateTracerouteCallBack(s32 nResult, TVimbraTracerouteCBInfo* ptInfo) {
+    const u32 event = static_cast<u32>(nResult);
+    if (event < kTracerouteFirstEvent || event > kTracerouteLastEvent) {
+        return 0;
+    }
+    const TNetTracerouteCallBack callback =
+        __atomic_load_n(&g_traceroute_callback, __ATOMIC_ACQUIRE);
+    if (callback != nullptr) {
+        callback(nResult, static_cast<s32>(ptInfo->dwTtl), ptInfo->nTripTime,
+                 ptInfo->tIpaddr.tV4Addr.s_addr, nullptr, ptInfo->nUserId, ptInfo->nErrType,
+                 ptInfo->nErrCode);
+    }
+    return 0;
+}
+
+}  // namespace
+
+s32 NetTracerouteStart(TTraceroutePara* ptTraceroutePara, s32 nUserID,
+                       TNetTracerouteCallBack ptCallBackFunc) {
+    if (ptCallBackFunc == nullptr) {
+        return VIMBRA_ERR_CALLBACK;
+    }
+    SetCallback(ptCallBackFunc);
+    if (ptTraceroutePara == nullptr) {
+        return VIMBRA_ERR_PARAM;
+    }
+    TVimbraTracerouteOpt option = {ptTraceroutePara->dwTtl};
+    return VimbraTracerouteStart(Ipv4(ptTraceroutePara->dwDstIp), &option, nUserID,
+                                 PrivateTracerouteCallBack);
+}
+
+s32 NetTracerouteStop(s32 nUserID) {
+    SetCallback(nullptr);
+    return VimbraTracerouteStop(nUserID);
+}

@@ -1,0 +1,236 @@
+#include "api/api_ping/api_ping.hpp"
+
+#include "api/api_ping/ping_wire.hpp"
+#include "lib/listener.hpp"
+#include "lib/lock.hpp"
+#include "lib/request.hpp"
+#include "lib/slots.hpp"
+
+using namespace vimbra;
+using namespace vimbra::wire;
+
+TPingInfo* g_ptApiPingInfo = nullptr;
+
+namespace {
+
+pthread_mutex_t g_tPingMutex = PTHREAD_MUTEX_INITIALIZER;
+
+using PingSlot = Slot<TPingInfo>;
+
+constexpr RequestRule kRule = {
+    VIMBRA_TAG_ERR "send and recv msg error, nRet = %d!",
+    VIMBRA_TAG_ERR "send and recv msg error, nErrid = %d!",
+    Failure::kPassOn,
+    Failure::kPassOn,
+    RequestRule::OutOfMemory::kPlain,
+    "XMALLOC error!",
+};
+
+TVimbraPingCBInfo ResultOf(u32 event, const pingmsg& message) {
+    TVimbraPingCBInfo info = {};
+    if (event == kPingAnswer) {
+        info.nTtl = static_cast<s32>(message.ttl);
+        info.nTripTime = static_cast<s32>(message.time);
+    }
+    info.nSeq = message.seq;
+    info.nUserID = static_cast<s32>(message.nUserID);
+    return info;
+}
+
+// The callback of the listener's test if the record is for it. All tests share one socket, so a
+// record may well be for another one; and a test that was stopped reports nothing more.
+TVimbraPingCallBack CallbackFor(Listener& listener, const pingmsg& message) {
+    const Lock lock(g_tPingMutex);
+    const auto* slot = static_cast<const PingSlot*>(listener.Argument());
+    if (!listener.IsCurrent() || slot->record.nUserId != static_cast<s32>(message.nUserID)) {
+        return nullptr;
+    }
+    return slot->record.ptCallBackFunc;
+}
+
+Next TakeRecord(Listener& listener, Message& message) {
+    const auto record = message.As<pingmsg>();
+    const TVimbraPingCallBack callback = CallbackFor(listener, record);
+    if (callback == nullptr) {
+        return Next::kGoOn;
+    }
+    if (record.over_flag == kPingStopOrder) {
+        VLOG_PRINT_AT(listener.At(__LINE__), "receive msg from NetpingStop,ping_thread will exit");
+        return Next::kEnd;
+    }
+    if (message.head.type > kPingLastEvent) {
+        VLOG_ERROR_AT(listener.At(__LINE__), "the unkonwn type = 0x%x", message.head.type);
+    } else {
+        TVimbraPingCBInfo info = ResultOf(message.head.type, record);
+        callback(static_cast<s32>(message.head.type), &info);
+    }
+    return record.over_flag != kPingMore ? Next::kEnd : Next::kGoOn;
+}
+
+// A listener that ends after its last record gives the place back. One that could not serve its
+// socket leaves the test busy, for its owner to stop.
+void GiveBack(Listener& listener, Ended why) {
+    if (why == Ended::kNotBound || why == Ended::kAcceptFailed || why == Ended::kWaitFailed) {
+        return;
+    }
+    const Lock lock(g_tPingMutex);
+    if (listener.Release()) {
+        ClearPingInfo(&static_cast<PingSlot*>(listener.Argument())->record);
+    }
+}
+
+constexpr ListenerService kService = {
+    .function = "PingCBThread",
+    .threadName = "VimbraPingCBThread",
+    .socketName = kPingSocket,
+    .bodySize = sizeof(pingmsg),
+    .outOfMemory = {"XMALLOC error", Trouble::kErrno, Next::kEnd},
+    .shortRead = {"read message error", Trouble::kErrno, Next::kEnd},
+    .wrongSize = {"the sended data is too long!", Trouble::kPlain, Next::kEnd},
+    .message = TakeRecord,
+    .ended = GiveBack,
+};
+
+// With the registry locked.
+void EndTest(PingSlot& slot) {
+    KillListener(slot.listener);
+    ClearPingInfo(&slot.record);
+}
+
+// Ends one run of a place, unless it has ended and the place is another test's by now.
+void EndRun(PingSlot& slot, u32 run) {
+    const Lock lock(g_tPingMutex);
+    if (slot.run == run) {
+        EndTest(slot);
+    }
+}
+
+// Tells a listener of this process to end. It may be another test's, or none: the stop does not
+// depend on it.
+void PostStopOrder(s32 nUserID) {
+    pingmsg order = {};
+    order.nUserID = static_cast<u32>(nUserID);
+    order.over_flag = kPingStopOrder;
+    IpcCallbackSendAndRecv(kPingSocket, kPingAnswer, &order, sizeof(order), nullptr, 0);
+}
+
+}  // namespace
+
+void PingInit() {
+    BuildSlots(VIMBRA_HERE, g_ptApiPingInfo, VIMBRA_PING_MAX, [](TPingInfo& record, u32 index) {
+        record.wSinFamily = index == 0 ? VIMBRA_FAMILY_IPV4 : 0;
+    });
+}
+
+TPingInfo* FamilyMapBusyPingInfo(s32 nUserID) {
+    if (nUserID <= 0) {
+        VLOG_ERROR("the nUserId must be more than 0!");
+        return nullptr;
+    }
+    return FindSlot(g_ptApiPingInfo, [nUserID](const TPingInfo& record) {
+        return record.bIsStarted != 0 && record.nUserId == nUserID;
+    });
+}
+
+TPingInfo* FamilyMapFreePingInfo(s32 nUserID) {
+    if (nUserID <= 0) {
+        VLOG_ERROR("the nUserId must be more than 0!");
+        return nullptr;
+    }
+    return FindFreeSlot(g_ptApiPingInfo);
+}
+
+void ClearPingInfo(TPingInfo* ptPingInfo) {
+    SetStarted(*ptPingInfo, 0);
+    ptPingInfo->tThreadId = static_cast<pthread_t>(-1);
+    ptPingInfo->nUserId = -1;
+    ptPingInfo->wSinFamily = 0;
+    ptPingInfo->ptCallBackFunc = nullptr;
+}
+
+s32 ApicPingStart(const TVimbraAddr& tDestIp, const TVimbraPingOpt& tPingOpt, s32 nUserID) {
+    Request<PingStartBody> request(VIMBRA_HERE, kRule);
+    if (!request) {
+        return VIMBRA_ERR_GENERAL;
+    }
+    request->tDestIp = tDestIp;
+    request->tPingOpt = tPingOpt;
+    request->nUserID = nUserID;
+    return request.Send(kPingStart);
+}
+
+s32 ApicPingStop(s32 nUserID) {
+    Request<PingStopBody> request(VIMBRA_HERE, kRule);
+    if (!request) {
+        return VIMBRA_ERR_GENERAL;
+    }
+    request->nUserID = nUserID;
+    return request.Send(kPingStop);
+}
+
+s32 VimbraPingStart(TVimbraAddr tDestIp, TVimbraPingOpt* ptPingOpt, s32 nUserID,
+                    TVimbraPingCallBack ptCallBackFunc) {
+    if (ptPingOpt == nullptr || ptCallBackFunc == nullptr) {
+        VLOG_ERROR("the ptPingOpt or ptCallBackFunc is NULL!");
+        return VIMBRA_ERR_PARAM;
+    }
+    if (tDestIp.wSinFamily != VIMBRA_FAMILY_IPV4 && tDestIp.wSinFamily != VIMBRA_FAMILY_IPV6) {
+        VLOG_ERROR("the dest wSinFamily %d is invalid!", tDestIp.wSinFamily);
+        return VIMBRA_ERR_PARAM;
+    }
+    if (nUserID < 1) {
+        VLOG_ERROR("the nUserID must be more than 0!");
+        return VIMBRA_ERR_PARAM;
+    }
+    Lock lock(g_tPingMutex);
+    if (FamilyMapBusyPingInfo(nUserID) != nullptr) {
+        VLOG_PRINT("the userId %d is pinging, please replace the user id!", nUserID);
+        return VIMBRA_ERR_GENERAL;
+    }
+    TPingInfo* const record = FamilyMapFreePingInfo(nUserID);
+    if (record == nullptr) {
+        VLOG_ERROR("the user id has been up to the max!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    PingSlot& slot = PingSlot::Of(*record);
+    const u32 run = ++slot.run;
+    record->nUserId = nUserID;
+    record->ptCallBackFunc = ptCallBackFunc;
+    SetStarted(*record, 1);
+    if (StartListener(kService, slot.listener, {.argument = &slot, .handle = &record->tThreadId}) ==
+        0) {
+        VLOG_ERROR("create ping callback thread failed!");
+        EndTest(slot);
+        return VIMBRA_ERR_PING_THREAD;
+    }
+    lock.Unlock();
+    if (ApicPingStart(tDestIp, *ptPingOpt, nUserID) != VIMBRA_OK) {
+        VLOG_ERROR("ApicPingStart error!");
+        EndRun(slot, run);
+        return VIMBRA_ERR_GENERAL;
+    }
+    return VIMBRA_OK;
+}
+
+s32 VimbraPingStop(s32 nUserID) {
+    if (nUserID <= 0) {
+        VLOG_ERROR("the nUserID must be more than 0!");
+        return VIMBRA_ERR_PARAM;
+    }
+    Lock lock(g_tPingMutex);
+    TPingInfo* const record = FamilyMapBusyPingInfo(nUserID);
+    if (record == nullptr) {
+        VLOG_PRINT("the userId %d has stopped ping", nUserID);
+        return VIMBRA_ERR_PING_UNKNOWN;
+    }
+    PingSlot& slot = PingSlot::Of(*record);
+    const u32 run = slot.run;
+    lock.Unlock();
+    PostStopOrder(nUserID);
+    if (ApicPingStop(nUserID) != VIMBRA_OK) {
+        VLOG_ERROR("apic_ping_stop failed!");
+        return VIMBRA_ERR_PING_STOP;
+    }
+    EndRun(slot, run);
+    return VIMBRA_OK;
+}

@@ -1,0 +1,261 @@
+#include "api/api_traceroute/api_traceroute.hpp"
+
+#include <sys/ipc.h>
+#include <sys/sem.h>
+#include <vimbra/msg_queue.h>
+#include <vimbra/semaphore.h>
+
+#include "api/api_traceroute/traceroute_wire.hpp"
+#include "lib/listener.hpp"
+#include "lib/lock.hpp"
+#include "lib/request.hpp"
+#include "lib/slots.hpp"
+
+using namespace vimbra;
+using namespace vimbra::wire;
+
+TTraceRtInfo* g_ptApiTracerouteInfo = nullptr;
+
+namespace {
+
+constexpr key_t kSemaphoreKey = 7784;
+constexpr key_t kQueueKey = 3328;
+
+pthread_mutex_t g_tTraceRtMutex = PTHREAD_MUTEX_INITIALIZER;
+int tracert_sem_id = -1;
+
+using TraceSlot = Slot<TTraceRtInfo>;
+
+constexpr RequestRule kRule = {
+    VIMBRA_TAG_ERR "send and recv msg error, nRet = %d!",
+    VIMBRA_TAG_ERR "send and recv msg error, nErrid = %d!",
+    Failure::kPassOn,
+    Failure::kPassOn,
+    RequestRule::OutOfMemory::kPlain,
+    "XMALLOC error!",
+};
+
+// The starter, which waits for it, may go on: the socket is served, or never will be.
+void ReleaseStarter(Listener&, Bound) {
+    semaphore_v(tracert_sem_id);
+}
+
+// Null when the trace was stopped. Records of other traces are taken too: all traces share one
+// socket, and the callback looks at the record's user id.
+TVimbraTracerouteCallBack CallbackOf(Listener& listener) {
+    const Lock lock(g_tTraceRtMutex);
+    if (!listener.IsCurrent()) {
+        return nullptr;
+    }
+    return static_cast<const TraceSlot*>(listener.Argument())->record.ptCallBackFunc;
+}
+
+Next TakeHop(Listener& listener, Message& message) {
+    auto hop = message.As<TVimbraTracerouteCBInfo>();
+    const TVimbraTracerouteCallBack callback = CallbackOf(listener);
+    if (callback == nullptr) {
+        return Next::kEnd;
+    }
+    const s32 user = hop.nUserId;
+    const bool isOver = hop.nIsOver != 0;
+    const u32 event = message.head.type;
+    if (event >= kTracerouteFirstEvent && event <= kTracerouteLastEvent) {
+        callback(static_cast<s32>(event), &hop);
+    } else {
+        VLOG_ERROR_AT(listener.At(__LINE__), "the unkonwn type = 0x%x", event);
+    }
+    if (!isOver) {
+        return Next::kGoOn;
+    }
+    VLOG_PRINT_AT(listener.At(__LINE__), "the user %d traceroute is over!", user);
+    return Next::kEnd;
+}
+
+// A listener that ends after its last hop gives the place back. One that could not serve its socket
+// leaves the trace busy, for its owner to stop.
+void GiveBack(Listener& listener, Ended why) {
+    if (why == Ended::kNotBound || why == Ended::kAcceptFailed || why == Ended::kWaitFailed) {
+        return;
+    }
+    const Lock lock(g_tTraceRtMutex);
+    if (listener.Release()) {
+        ClearTraceRtInfo(&static_cast<TraceSlot*>(listener.Argument())->record);
+    }
+}
+
+constexpr ListenerService kService = {
+    .function = "TraceRtCBThread",
+    .threadName = "VimbraTraceRtCBThread",
+    .socketName = kTracerouteSocket,
+    .bodySize = sizeof(TVimbraTracerouteCBInfo),
+    .connections = Connections::kKeep,
+    .outOfMemory = {"XMALLOC error", Trouble::kErrno, Next::kEnd},
+    .shortRead = {"read message error", Trouble::kErrno, Next::kEnd},
+    .wrongSize = {"the sended data is too long!", Trouble::kPlain, Next::kEnd},
+    .bound = ReleaseStarter,
+    .message = TakeHop,
+    .ended = GiveBack,
+};
+
+TTraceRtInfo* FindBusy(s32 nUserID) {
+    return FindSlot(g_ptApiTracerouteInfo, [nUserID](const TTraceRtInfo& record) {
+        return record.bIsStarted != 0 && record.nUserId == nUserID;
+    });
+}
+
+// With the registry locked.
+void EndTrace(TraceSlot& slot) {
+    KillListener(slot.listener);
+    ClearTraceRtInfo(&slot.record);
+}
+
+// Ends one run of a place, unless it has ended and the place is another trace's by now.
+void EndRun(TraceSlot& slot, u32 run) {
+    const Lock lock(g_tTraceRtMutex);
+    if (slot.run == run) {
+        EndTrace(slot);
+    }
+}
+
+// Starts the listener and waits until it serves its socket; one start at a time on the whole
+// machine. With the registry locked.
+bool StartBound(TraceSlot& slot) {
+    semaphore_p(tracert_sem_id);
+    if (StartListener(kService, slot.listener,
+                      {.argument = &slot, .handle = &slot.record.tThreadId}) == 0) {
+        VLOG_ERROR_AT((CallSite{"VimbraTracerouteStart", __LINE__}),
+                      "create traceroute callback thread failed!");
+        semaphore_v(tracert_sem_id);
+        return false;
+    }
+    semaphore_p(tracert_sem_id);
+    semaphore_v(tracert_sem_id);
+    return true;
+}
+
+s32 SendStop(const CallSite& site, s32 nUserID) {
+    Request<TracerouteStopBody> request(site, kRule);
+    if (!request) {
+        return VIMBRA_ERR_GENERAL;
+    }
+    request->nUserID = nUserID;
+    return request.Send(kTracerouteStop);
+}
+
+}  // namespace
+
+void TracerouteInit() {
+    BuildSlots(VIMBRA_HERE, g_ptApiTracerouteInfo, VIMBRA_TRACEROUTE_MAX,
+               [](TTraceRtInfo& record, u32 index) {
+                   record.wSinFamily = index == 0 ? VIMBRA_FAMILY_IPV4 : 0;
+               });
+    tracert_sem_id = semget(kSemaphoreKey, 1, IPC_CREAT | 0666);
+    set_semvalue(tracert_sem_id);
+}
+
+void ClearTraceRtInfo(TTraceRtInfo* ptTraceRtInfo) {
+    SetStarted(*ptTraceRtInfo, 0);
+    ptTraceRtInfo->tThreadId = static_cast<pthread_t>(-1);
+    ptTraceRtInfo->nUserId = -1;
+    ptTraceRtInfo->wSinFamily = 0;
+    ptTraceRtInfo->ptCallBackFunc = nullptr;
+}
+
+s32 ApicTracertStart(const TVimbraAddr& tDestIp, const TVimbraTracerouteOpt& tTraceRtOpt,
+                     s32 nUserID) {
+    Request<TracerouteStartBody> request(VIMBRA_HERE, kRule);
+    if (!request) {
+        return VIMBRA_ERR_GENERAL;
+    }
+    request->tDestIp = tDestIp;
+    request->dwTtl = tTraceRtOpt.dwTtl;
+    request->nUserID = nUserID;
+    return request.Send(kTracerouteStart);
+}
+
+s32 ApicTracertStop(s32 nUserID) {
+    return SendStop(VIMBRA_HERE, nUserID);
+}
+
+s32 ApicTracertAllStop(s32 nUserID) {
+    return SendStop(VIMBRA_HERE, nUserID);
+}
+
+s32 VimbraTracerouteStart(TVimbraAddr tDestIp, TVimbraTracerouteOpt* ptTraceRtOpt, s32 nUserID,
+                          TVimbraTracerouteCallBack ptCallBackFunc) {
+    if (ptTraceRtOpt == nullptr || ptCallBackFunc == nullptr) {
+        VLOG_ERROR("the ptCallBackFunc is NULL!");
+        return VIMBRA_ERR_CALLBACK;
+    }
+    if (tDestIp.wSinFamily != VIMBRA_FAMILY_IPV4) {
+        VLOG_ERROR("the dest wSinFamily %d is invalid!", tDestIp.wSinFamily);
+        return VIMBRA_ERR_PARAM;
+    }
+    if (nUserID <= 0) {
+        VLOG_ERROR("the nUserID must be more than 0!");
+        return VIMBRA_ERR_PARAM;
+    }
+    Lock lock(g_tTraceRtMutex);
+    if (TTraceRtInfo* const busy = FindBusy(nUserID); busy != nullptr) {
+        VLOG_ERROR("the userId %d is tracerouting, please replace the user id!", nUserID);
+        EndTrace(TraceSlot::Of(*busy));  // Established: the running trace loses its place.
+        return VIMBRA_ERR_GENERAL;
+    }
+    TTraceRtInfo* const record = FindFreeSlot(g_ptApiTracerouteInfo);
+    if (record == nullptr) {
+        VLOG_ERROR("the user id has been up to the max!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    TraceSlot& slot = TraceSlot::Of(*record);
+    const u32 run = ++slot.run;
+    record->ptCallBackFunc = ptCallBackFunc;
+    record->nUserId = nUserID;
+    SetStarted(*record, 1);
+    if (!StartBound(slot)) {
+        EndTrace(slot);
+        return VIMBRA_ERR_GENERAL;
+    }
+    lock.Unlock();
+    if (ApicTracertStart(tDestIp, *ptTraceRtOpt, nUserID) != VIMBRA_OK) {
+        VLOG_ERROR("ApicPingStart error!");  // The words of the ping, which log readers know.
+        EndRun(slot, run);
+        return VIMBRA_ERR_GENERAL;
+    }
+    return VIMBRA_OK;
+}
+
+s32 VimbraTracerouteStop(s32 nUserID) {
+    if (nUserID <= 0) {
+        VLOG_ERROR("the nUserID must be more than 0!");
+        return VIMBRA_ERR_PARAM;
+    }
+    Lock lock(g_tTraceRtMutex);
+    TTraceRtInfo* const record = FindBusy(nUserID);
+    if (record == nullptr) {
+        VLOG_PRINT("the user id %d has been stopped!", nUserID);
+        return VIMBRA_OK;
+    }
+    TraceSlot& slot = TraceSlot::Of(*record);
+    const u32 run = slot.run;
+    lock.Unlock();
+    if (ApicTracertStop(nUserID) != VIMBRA_OK) {
+        VLOG_ERROR("Stop traceroute failed!");
+        return VIMBRA_ERR_TRACE_STOP;
+    }
+    EndRun(slot, run);
+    return VIMBRA_OK;
+}
+
+s32 ClearTraceRtMsgQueue(s32 nUserId) {
+    const int queue = CreateMsgQueue(kQueueKey, IPC_CREAT);
+    if (queue < 0) {
+        VLOG_ERROR("CreateMsgQueue NET_TRACEROUTE_BASE error!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    // Not reached while message queues are switched off.
+    char buffer[256];
+    while (RecvFromQueue(queue, nUserId, buffer, sizeof(buffer), IPC_NOWAIT) > 0) {
+    }
+    VLOG_PRINT("RecvFromQueue has been empty!");
+    return VIMBRA_OK;
+}

@@ -1,0 +1,152 @@
+// Pings and traces started, stopped and reported on by several threads at once: whatever the
+// interleaving, nothing is left behind.
+#include <gtest/gtest.h>
+#include <vimbra/common.h>
+#include <vimbra/log.h>
+#include <vimbra/ping.h>
+#include <vimbra/traceroute.h>
+
+#include <atomic>
+#include <random>
+#include <thread>
+#include <vimbra/bed.hpp>
+
+using namespace vimbra::bed;
+
+namespace {
+
+#if defined(__x86_64__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+constexpr int kRounds = 10000;
+#else
+constexpr int kRounds = 300;
+#endif
+
+TVimbraAddr Destination() {
+    TVimbraAddr address = {};
+    address.wSinFamily = VIMBRA_FAMILY_IPV4;
+    address.tV4Addr.s_addr = htonl(0x0a000001);
+    return address;
+}
+
+int OnPing(s32, TVimbraPingCBInfo*) {
+    return 0;
+}
+
+int OnHop(s32, TVimbraTracerouteCBInfo*) {
+    return 0;
+}
+
+struct DiagStress : testing::Test {
+    void SetUp() override {
+        VimbraDebugLevelSet(VIMBRA_LEVEL_NONE);
+        ASSERT_EQ(0, VimbraInit());
+    }
+
+    s32 StartPing(s32 user) { return VimbraPingStart(Destination(), &ping_, user, OnPing); }
+    s32 StartTrace(s32 user) { return VimbraTracerouteStart(Destination(), &trace_, user, OnHop); }
+
+    ScriptedDaemon daemon_;
+    TVimbraPingOpt ping_ = {1, 1, 1, 1};
+    TVimbraTracerouteOpt trace_ = {1};
+};
+
+template <typename Round>
+void ExpectLevel(Round round) {
+    for (int i = 0; i < 20; i++) {
+        round();
+    }
+    const size_t threads = Threads();
+    const size_t descriptors = OpenDescriptors().size();
+    for (int i = 0; i < kRounds; i++) {
+        round();
+    }
+    EXPECT_TRUE(WaitFor([&] {
+        return Threads() <= threads && OpenDescriptors().size() <= descriptors;
+    })) << Threads()
+        << " threads, " << OpenDescriptors().size() << " descriptors";
+}
+
+TEST_F(DiagStress, PingRoundsLeaveNothing) {
+    ExpectLevel([this] {
+        ASSERT_EQ(0, StartPing(1));
+        ASSERT_EQ(0, VimbraPingStop(1));
+        daemon_.Forget();
+    });
+}
+
+TEST_F(DiagStress, TraceRoundsLeaveNothing) {
+    ExpectLevel([this] {
+        ASSERT_EQ(0, StartTrace(1));
+        ASSERT_EQ(0, VimbraTracerouteStop(1));
+        daemon_.Forget();
+    });
+}
+
+TEST_F(DiagStress, SeveralThreadsAtOnce) {
+    const size_t threads = Threads();
+    const size_t descriptors = OpenDescriptors().size();
+    // One request in eight is refused.
+    std::atomic<u32> count = 0;
+    daemon_.Default(Answer::By([&](const Request&) { return Answer::Code(++count % 8 ? 0 : 5); }));
+    std::atomic<bool> isOver = false;
+    std::thread notifier([&] {
+        std::mt19937 random(1);
+        while (!isOver) {
+            const uint32_t user = random() % 4 + 1;
+            const int32_t over = static_cast<int32_t>(random() % 3);
+            Bytes ping = Message(random() % 5, Pack().U32(user).Zeros(12).S32(over));
+            Bytes hop = Message(100 + random() % 8,
+                                Pack().Zeros(24).U32(user).Zeros(16).S32(over == 1 ? 1 : 0));
+            if (random() % 16 == 0) {
+                ping.resize(random() % ping.size());
+                hop.resize(random() % hop.size());
+            }
+            Connection("ipc_ping").Send(ping);
+            Connection("ipc_traceroute").Send(hop);
+        }
+    });
+    std::vector<std::thread> users;
+    for (u32 seed = 0; seed < 3; seed++) {
+        users.emplace_back([&, seed] {
+            std::mt19937 random(seed);
+            for (int i = 0; i < kRounds / 5; i++) {
+                const s32 user = static_cast<s32>(random() % 4 + 1);
+                switch (random() % 4) {
+                    case 0:
+                        StartPing(user);
+                        break;
+                    case 1:
+                        VimbraPingStop(user);
+                        break;
+                    case 2:
+                        StartTrace(user);
+                        break;
+                    case 3:
+                        VimbraTracerouteStop(user);
+                        break;
+                }
+            }
+        });
+    }
+    for (std::thread& user : users) {
+        user.join();
+    }
+    isOver = true;
+    notifier.join();
+    daemon_.Default(Answer::Code(0));
+    for (s32 user = 1; user <= 4; user++) {
+        VimbraPingStop(user);
+        VimbraTracerouteStop(user);
+    }
+    EXPECT_TRUE(WaitFor([&] {
+        return Threads() <= threads && OpenDescriptors().size() <= descriptors;
+    })) << Threads()
+        << " threads, " << OpenDescriptors().size() << " descriptors";
+    // And all works as before.
+    EXPECT_EQ(0, StartPing(1));
+    EXPECT_EQ(0, VimbraPingStop(1));
+    EXPECT_EQ(0, StartTrace(1));
+    EXPECT_EQ(0, VimbraTracerouteStop(1));
+}
+
+}  // namespace
