@@ -14,10 +14,12 @@
 #include <vimbra/net_ip.h>
 #include <vimbra/net_ip_conflict.h>
 #include <vimbra/net_ntpc.h>
+#include <vimbra/net_ping.h>
 #include <vimbra/net_pppoe.h>
 #include <vimbra/net_route.h>
 #include <vimbra/net_service.h>
 #include <vimbra/net_stat.h>
+#include <vimbra/net_traceroute.h>
 #include <vimbra/net_webs.h>
 #include <vimbra/types.h>
 

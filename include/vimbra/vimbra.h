@@ -19,6 +19,7 @@
 #include <vimbra/log.h>
 #include <vimbra/msg_queue.h>
 #include <vimbra/ntpc.h>
+#include <vimbra/ping.h>
 #include <vimbra/pppoe.h>
 #include <vimbra/process.h>
 #include <vimbra/queue.h>
@@ -28,6 +29,7 @@
 #include <vimbra/service.h>
 #include <vimbra/stat.h>
 #include <vimbra/thread.h>
+#include <vimbra/traceroute.h>
 #include <vimbra/types.h>
 #include <vimbra/webs.h>
 

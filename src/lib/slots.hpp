@@ -30,6 +30,12 @@ Slot<Info>* SlotOf(Info* info) {
     return reinterpret_cast<Slot<Info>*>(info);
 }
 
+// Its record; null for null.
+template <typename Info>
+Info* InfoOf(Slot<Info>* slot) {
+    return slot != nullptr ? &slot->info : nullptr;
+}
+
 // Builds a chain of zeroed records, each set up by setup(info, index). False when memory is out;
 // what was built so far stays. A chain that is there already is left as it is.
 template <typename Info, typename Setup>
@@ -74,6 +80,12 @@ template <typename Info>
 Slot<Info>* FindFreeSlot(Info* head) {
     return FindSlot(
         head, [](const Slot<Info>& slot) { return slot.info.bIsStarted == 0 && !slot.taken; });
+}
+
+// A record is exported, so others may look at it while a listener clears it.
+template <typename Info>
+void SetStarted(Info& info, u32 isStarted) {
+    __atomic_store_n(&info.bIsStarted, isStarted, __ATOMIC_RELEASE);
 }
 
 // Makes the slot the caller's. The number tells it from later takers.

@@ -7,9 +7,11 @@
 #include <vimbra/iface_check.h>
 #include <vimbra/ip_conflict.h>
 #include <vimbra/net_common.h>
+#include <vimbra/ping.h>
 #include <vimbra/pppoe.h>
 #include <vimbra/router_advertise.h>
 #include <vimbra/service.h>
+#include <vimbra/traceroute.h>
 
 #include "api/api_network_common/netcommon_wire.hpp"
 #include "api/api_ntpc/api_ntpc.hpp"
@@ -36,6 +38,8 @@ constexpr Initialiser kInitialisers[] = {
     DhcpcInit,
     IpConflictCheckInit,
     NtpcInit,
+    PingInit,
+    TracerouteInit,
     PppoeInit,
     ServiceInit,
     RouterAdvertiseInit,

@@ -42,10 +42,10 @@ TVimbraPingCBInfo ResultOf(u32 event, const pingmsg& message) {
 TVimbraPingCallBack CallbackFor(Listener& listener, const pingmsg& message) {
     const Lock lock(g_tPingMutex);
     const auto* slot = static_cast<const PingSlot*>(listener.Argument());
-    if (!listener.IsCurrent() || slot->record.nUserId != static_cast<s32>(message.nUserID)) {
+    if (!listener.IsCurrent() || slot->info.nUserId != static_cast<s32>(message.nUserID)) {
         return nullptr;
     }
-    return slot->record.ptCallBackFunc;
+    return slot->info.ptCallBackFunc;
 }
 
 Next TakeRecord(Listener& listener, Message& message) {
@@ -69,13 +69,13 @@ Next TakeRecord(Listener& listener, Message& message) {
 
 // A listener that ends after its last record gives the place back. One that could not serve its
 // socket leaves the test busy, for its owner to stop.
-void GiveBack(Listener& listener, Ended why) {
+void FreePlace(Listener& listener, Ended why) {
     if (why == Ended::kNotBound || why == Ended::kAcceptFailed || why == Ended::kWaitFailed) {
         return;
     }
     const Lock lock(g_tPingMutex);
     if (listener.Release()) {
-        ClearPingInfo(&static_cast<PingSlot*>(listener.Argument())->record);
+        ClearPingInfo(&static_cast<PingSlot*>(listener.Argument())->info);
     }
 }
 
@@ -88,19 +88,19 @@ constexpr ListenerService kService = {
     .shortRead = {"read message error", Trouble::kErrno, Next::kEnd},
     .wrongSize = {"the sended data is too long!", Trouble::kPlain, Next::kEnd},
     .message = TakeRecord,
-    .ended = GiveBack,
+    .ended = FreePlace,
 };
 
 // With the registry locked.
 void EndTest(PingSlot& slot) {
     KillListener(slot.listener);
-    ClearPingInfo(&slot.record);
+    ClearPingInfo(&slot.info);
 }
 
-// Ends one run of a place, unless it has ended and the place is another test's by now.
-void EndRun(PingSlot& slot, u32 run) {
+// Ends one turn of a place, unless it has ended and the place is another test's by now.
+void EndTurn(PingSlot& slot, u32 turn) {
     const Lock lock(g_tPingMutex);
-    if (slot.run == run) {
+    if (IsStillTaken(slot, turn)) {
         EndTest(slot);
     }
 }
@@ -117,9 +117,12 @@ void PostStopOrder(s32 nUserID) {
 }  // namespace
 
 void PingInit() {
-    BuildSlots(VIMBRA_HERE, g_ptApiPingInfo, VIMBRA_PING_MAX, [](TPingInfo& record, u32 index) {
-        record.wSinFamily = index == 0 ? VIMBRA_FAMILY_IPV4 : 0;
-    });
+    const auto setUp = [](TPingInfo& info, int index) {
+        info.wSinFamily = index == 0 ? VIMBRA_FAMILY_IPV4 : 0;
+    };
+    if (!BuildSlots(g_ptApiPingInfo, VIMBRA_PING_MAX, setUp)) {
+        VLOG_ERRNO("XMALLOC error");
+    }
 }
 
 TPingInfo* FamilyMapBusyPingInfo(s32 nUserID) {
@@ -127,9 +130,8 @@ TPingInfo* FamilyMapBusyPingInfo(s32 nUserID) {
         VLOG_ERROR("the nUserId must be more than 0!");
         return nullptr;
     }
-    return FindSlot(g_ptApiPingInfo, [nUserID](const TPingInfo& record) {
-        return record.bIsStarted != 0 && record.nUserId == nUserID;
-    });
+    return InfoOf(FindBusySlot(
+        g_ptApiPingInfo, [nUserID](const TPingInfo& info) { return info.nUserId == nUserID; }));
 }
 
 TPingInfo* FamilyMapFreePingInfo(s32 nUserID) {
@@ -137,7 +139,7 @@ TPingInfo* FamilyMapFreePingInfo(s32 nUserID) {
         VLOG_ERROR("the nUserId must be more than 0!");
         return nullptr;
     }
-    return FindFreeSlot(g_ptApiPingInfo);
+    return InfoOf(FindFreeSlot(g_ptApiPingInfo));
 }
 
 void ClearPingInfo(TPingInfo* ptPingInfo) {
@@ -146,6 +148,7 @@ void ClearPingInfo(TPingInfo* ptPingInfo) {
     ptPingInfo->nUserId = -1;
     ptPingInfo->wSinFamily = 0;
     ptPingInfo->ptCallBackFunc = nullptr;
+    GiveBack(*SlotOf(ptPingInfo));
 }
 
 s32 ApicPingStart(const TVimbraAddr& tDestIp, const TVimbraPingOpt& tPingOpt, s32 nUserID) {
@@ -187,17 +190,17 @@ s32 VimbraPingStart(TVimbraAddr tDestIp, TVimbraPingOpt* ptPingOpt, s32 nUserID,
         VLOG_PRINT("the userId %d is pinging, please replace the user id!", nUserID);
         return VIMBRA_ERR_GENERAL;
     }
-    TPingInfo* const record = FamilyMapFreePingInfo(nUserID);
-    if (record == nullptr) {
+    TPingInfo* const info = FamilyMapFreePingInfo(nUserID);
+    if (info == nullptr) {
         VLOG_ERROR("the user id has been up to the max!");
         return VIMBRA_ERR_GENERAL;
     }
-    PingSlot& slot = PingSlot::Of(*record);
-    const u32 run = ++slot.run;
-    record->nUserId = nUserID;
-    record->ptCallBackFunc = ptCallBackFunc;
-    SetStarted(*record, 1);
-    if (StartListener(kService, slot.listener, {.argument = &slot, .handle = &record->tThreadId}) ==
+    PingSlot& slot = *SlotOf(info);
+    const u32 turn = TakeSlot(slot);
+    info->nUserId = nUserID;
+    info->ptCallBackFunc = ptCallBackFunc;
+    SetStarted(*info, 1);
+    if (StartListener(kService, slot.listener, {.argument = &slot, .handle = &info->tThreadId}) ==
         0) {
         VLOG_ERROR("create ping callback thread failed!");
         EndTest(slot);
@@ -206,7 +209,7 @@ s32 VimbraPingStart(TVimbraAddr tDestIp, TVimbraPingOpt* ptPingOpt, s32 nUserID,
     lock.Unlock();
     if (ApicPingStart(tDestIp, *ptPingOpt, nUserID) != VIMBRA_OK) {
         VLOG_ERROR("ApicPingStart error!");
-        EndRun(slot, run);
+        EndTurn(slot, turn);
         return VIMBRA_ERR_GENERAL;
     }
     return VIMBRA_OK;
@@ -218,19 +221,19 @@ s32 VimbraPingStop(s32 nUserID) {
         return VIMBRA_ERR_PARAM;
     }
     Lock lock(g_tPingMutex);
-    TPingInfo* const record = FamilyMapBusyPingInfo(nUserID);
-    if (record == nullptr) {
+    TPingInfo* const info = FamilyMapBusyPingInfo(nUserID);
+    if (info == nullptr) {
         VLOG_PRINT("the userId %d has stopped ping", nUserID);
         return VIMBRA_ERR_PING_UNKNOWN;
     }
-    PingSlot& slot = PingSlot::Of(*record);
-    const u32 run = slot.run;
+    PingSlot& slot = *SlotOf(info);
+    const u32 turn = slot.turn;
     lock.Unlock();
     PostStopOrder(nUserID);
     if (ApicPingStop(nUserID) != VIMBRA_OK) {
         VLOG_ERROR("apic_ping_stop failed!");
         return VIMBRA_ERR_PING_STOP;
     }
-    EndRun(slot, run);
+    EndTurn(slot, turn);
     return VIMBRA_OK;
 }

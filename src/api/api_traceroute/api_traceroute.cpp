@@ -47,7 +47,7 @@ TVimbraTracerouteCallBack CallbackOf(Listener& listener) {
     if (!listener.IsCurrent()) {
         return nullptr;
     }
-    return static_cast<const TraceSlot*>(listener.Argument())->record.ptCallBackFunc;
+    return static_cast<const TraceSlot*>(listener.Argument())->info.ptCallBackFunc;
 }
 
 Next TakeHop(Listener& listener, Message& message) {
@@ -73,13 +73,13 @@ Next TakeHop(Listener& listener, Message& message) {
 
 // A listener that ends after its last hop gives the place back. One that could not serve its socket
 // leaves the trace busy, for its owner to stop.
-void GiveBack(Listener& listener, Ended why) {
+void FreePlace(Listener& listener, Ended why) {
     if (why == Ended::kNotBound || why == Ended::kAcceptFailed || why == Ended::kWaitFailed) {
         return;
     }
     const Lock lock(g_tTraceRtMutex);
     if (listener.Release()) {
-        ClearTraceRtInfo(&static_cast<TraceSlot*>(listener.Argument())->record);
+        ClearTraceRtInfo(&static_cast<TraceSlot*>(listener.Argument())->info);
     }
 }
 
@@ -94,25 +94,24 @@ constexpr ListenerService kService = {
     .wrongSize = {"the sended data is too long!", Trouble::kPlain, Next::kEnd},
     .bound = ReleaseStarter,
     .message = TakeHop,
-    .ended = GiveBack,
+    .ended = FreePlace,
 };
 
-TTraceRtInfo* FindBusy(s32 nUserID) {
-    return FindSlot(g_ptApiTracerouteInfo, [nUserID](const TTraceRtInfo& record) {
-        return record.bIsStarted != 0 && record.nUserId == nUserID;
-    });
+TraceSlot* FindBusy(s32 nUserID) {
+    return FindBusySlot(g_ptApiTracerouteInfo,
+                        [nUserID](const TTraceRtInfo& info) { return info.nUserId == nUserID; });
 }
 
 // With the registry locked.
 void EndTrace(TraceSlot& slot) {
     KillListener(slot.listener);
-    ClearTraceRtInfo(&slot.record);
+    ClearTraceRtInfo(&slot.info);
 }
 
-// Ends one run of a place, unless it has ended and the place is another trace's by now.
-void EndRun(TraceSlot& slot, u32 run) {
+// Ends one turn of a place, unless it has ended and the place is another trace's by now.
+void EndTurn(TraceSlot& slot, u32 turn) {
     const Lock lock(g_tTraceRtMutex);
-    if (slot.run == run) {
+    if (IsStillTaken(slot, turn)) {
         EndTrace(slot);
     }
 }
@@ -122,7 +121,7 @@ void EndRun(TraceSlot& slot, u32 run) {
 bool StartBound(TraceSlot& slot) {
     semaphore_p(tracert_sem_id);
     if (StartListener(kService, slot.listener,
-                      {.argument = &slot, .handle = &slot.record.tThreadId}) == 0) {
+                      {.argument = &slot, .handle = &slot.info.tThreadId}) == 0) {
         VLOG_ERROR_AT((CallSite{"VimbraTracerouteStart", __LINE__}),
                       "create traceroute callback thread failed!");
         semaphore_v(tracert_sem_id);
@@ -145,10 +144,13 @@ s32 SendStop(const CallSite& site, s32 nUserID) {
 }  // namespace
 
 void TracerouteInit() {
-    BuildSlots(VIMBRA_HERE, g_ptApiTracerouteInfo, VIMBRA_TRACEROUTE_MAX,
-               [](TTraceRtInfo& record, u32 index) {
-                   record.wSinFamily = index == 0 ? VIMBRA_FAMILY_IPV4 : 0;
-               });
+    const auto setUp = [](TTraceRtInfo& info, int index) {
+        info.wSinFamily = index == 0 ? VIMBRA_FAMILY_IPV4 : 0;
+    };
+    if (!BuildSlots(g_ptApiTracerouteInfo, VIMBRA_TRACEROUTE_MAX, setUp)) {
+        VLOG_ERRNO("XMALLOC error");
+        return;
+    }
     tracert_sem_id = semget(kSemaphoreKey, 1, IPC_CREAT | 0666);
     set_semvalue(tracert_sem_id);
 }
@@ -159,6 +161,7 @@ void ClearTraceRtInfo(TTraceRtInfo* ptTraceRtInfo) {
     ptTraceRtInfo->nUserId = -1;
     ptTraceRtInfo->wSinFamily = 0;
     ptTraceRtInfo->ptCallBackFunc = nullptr;
+    GiveBack(*SlotOf(ptTraceRtInfo));
 }
 
 s32 ApicTracertStart(const TVimbraAddr& tDestIp, const TVimbraTracerouteOpt& tTraceRtOpt,
@@ -196,29 +199,28 @@ s32 VimbraTracerouteStart(TVimbraAddr tDestIp, TVimbraTracerouteOpt* ptTraceRtOp
         return VIMBRA_ERR_PARAM;
     }
     Lock lock(g_tTraceRtMutex);
-    if (TTraceRtInfo* const busy = FindBusy(nUserID); busy != nullptr) {
+    if (TraceSlot* const busy = FindBusy(nUserID); busy != nullptr) {
         VLOG_ERROR("the userId %d is tracerouting, please replace the user id!", nUserID);
-        EndTrace(TraceSlot::Of(*busy));  // Established: the running trace loses its place.
+        EndTrace(*busy);  // Established: the running trace loses its place.
         return VIMBRA_ERR_GENERAL;
     }
-    TTraceRtInfo* const record = FindFreeSlot(g_ptApiTracerouteInfo);
-    if (record == nullptr) {
+    TraceSlot* const slot = FindFreeSlot(g_ptApiTracerouteInfo);
+    if (slot == nullptr) {
         VLOG_ERROR("the user id has been up to the max!");
         return VIMBRA_ERR_GENERAL;
     }
-    TraceSlot& slot = TraceSlot::Of(*record);
-    const u32 run = ++slot.run;
-    record->ptCallBackFunc = ptCallBackFunc;
-    record->nUserId = nUserID;
-    SetStarted(*record, 1);
-    if (!StartBound(slot)) {
-        EndTrace(slot);
+    const u32 turn = TakeSlot(*slot);
+    slot->info.ptCallBackFunc = ptCallBackFunc;
+    slot->info.nUserId = nUserID;
+    SetStarted(slot->info, 1);
+    if (!StartBound(*slot)) {
+        EndTrace(*slot);
         return VIMBRA_ERR_GENERAL;
     }
     lock.Unlock();
     if (ApicTracertStart(tDestIp, *ptTraceRtOpt, nUserID) != VIMBRA_OK) {
         VLOG_ERROR("ApicPingStart error!");  // The words of the ping, which log readers know.
-        EndRun(slot, run);
+        EndTurn(*slot, turn);
         return VIMBRA_ERR_GENERAL;
     }
     return VIMBRA_OK;
@@ -230,19 +232,18 @@ s32 VimbraTracerouteStop(s32 nUserID) {
         return VIMBRA_ERR_PARAM;
     }
     Lock lock(g_tTraceRtMutex);
-    TTraceRtInfo* const record = FindBusy(nUserID);
-    if (record == nullptr) {
+    TraceSlot* const slot = FindBusy(nUserID);
+    if (slot == nullptr) {
         VLOG_PRINT("the user id %d has been stopped!", nUserID);
         return VIMBRA_OK;
     }
-    TraceSlot& slot = TraceSlot::Of(*record);
-    const u32 run = slot.run;
+    const u32 turn = slot->turn;
     lock.Unlock();
     if (ApicTracertStop(nUserID) != VIMBRA_OK) {
         VLOG_ERROR("Stop traceroute failed!");
         return VIMBRA_ERR_TRACE_STOP;
     }
-    EndRun(slot, run);
+    EndTurn(*slot, turn);
     return VIMBRA_OK;
 }
 
