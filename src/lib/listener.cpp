@@ -145,6 +145,8 @@ Listener::~Listener() {
 // With the lock held.
 ListenerStop Listener::Kill() {
     const ListenerStop stop = {ThreadKill(thread_), service_->detached ? 0 : thread_};
+    // A thread that still waits on it keeps it open a moment longer: nobody connects any more.
+    shutdown(server_, SHUT_RDWR);
     CloseOnce(server_);
     LetGo();
     return stop;
