@@ -20,9 +20,10 @@ using testing::SizeIs;
 
 namespace {
 
-char g_eth0[] = "eth0";
-char g_eth1[] = "eth1";
-char g_nowhere[] = "nowhere0";
+// The gateway calls read 16 bytes whatever a name's length.
+char g_eth0[16] = "eth0";
+char g_eth1[16] = "eth1";
+char g_nowhere[16] = "nowhere0";
 
 TVimbraAddr Addr(const char* text) {
     TVimbraAddr made{};
@@ -492,7 +493,7 @@ TEST_F(VimbradRoute, PriorityIsReadBackAsSet) {
 TEST_F(VimbradRoute, PriorityOrdersTheDefaultRoutes) {
     MakeIface("eth2");
     Shell("ip address add 10.2.0.1/24 dev eth2");
-    char eth2[] = "eth2";
+    char eth2[16] = "eth2";
     EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Addr("10.0.0.2")));
     EXPECT_EQ(0, VimbraSetDefGateway(g_eth1, Addr("10.1.0.2")));
     EXPECT_EQ(0, VimbraSetDefGateway(eth2, Addr("10.2.0.2")));
