@@ -143,10 +143,6 @@ bool ParseNumber(const std::string& text, u32& value) {
     return error == std::errc() && stop == end;
 }
 
-void RefuseArgument(const std::string& name, const std::string& text, const std::string& accepted) {
-    throw CLI::ValidationError(name, "\"" + text + "\" is refused; accepted: " + accepted);
-}
-
 std::string FamilyText(u16 family) {
     for (const auto& [name, value] : kFamilies) {
         if (value == family) {

@@ -5,11 +5,16 @@
 
 #include <vimbra/addr.h>
 
-#include <CLI/CLI.hpp>
 #include <functional>
 #include <optional>
 #include <string>
 #include <vector>
+
+// The argument parser takes long to compile: only two files of the tool see it.
+namespace CLI {
+class App;
+class Option;
+}  // namespace CLI
 
 namespace ctl {
 
@@ -49,56 +54,53 @@ extern const Kind<u32> kNumber;
 // which it takes.
 bool ParseNumber(const std::string& text, u32& value);
 
-[[noreturn]] void RefuseArgument(const std::string& name, const std::string& text,
-                                 const std::string& accepted);
+// An argument that a command has been given.
+class AddedArgument {
+ public:
+    explicit AddedArgument(CLI::Option& option) : option_(option) {}
+    void Required();
 
-template <typename Value>
-Value ParseArgument(const std::string& name, const std::string& text, const Kind<Value>& kind) {
-    Value value = {};
-    if (!kind.parse(text, value)) {
-        RefuseArgument(name, text, kind.accepted);
-    }
-    return value;
-}
+ private:
+    CLI::Option& option_;
+};
+
+// Reads one argument's text, or refuses it.
+using TakeText = std::function<bool(const std::string& text)>;
+
+enum class Times { kOnce, kMany };
+
+// The bare form of what follows.
+AddedArgument AddTextArgument(CLI::App& command, const std::string& name, const std::string& about,
+                              const char* accepted, Times times, TakeText take);
 
 // Adds an argument to a command. `name` is that of a position, such as "interface", or of an
 // option, such as "--family". `target` outlives the command. `about` says what it is for; what is
 // accepted is added to it.
 template <typename Value>
-CLI::Option* AddArgument(CLI::App& command, const std::string& name, Value& target,
-                         const Kind<Value>& kind, const std::string& about) {
-    return command.add_option_function<std::string>(
-        name,
-        [name, &target, &kind](const std::string& text) {
-            target = ParseArgument(name, text, kind);
-        },
-        about + ": " + kind.accepted);
+AddedArgument AddArgument(CLI::App& command, const std::string& name, Value& target,
+                          const Kind<Value>& kind, const std::string& about) {
+    return AddTextArgument(
+        command, name, about, kind.accepted, Times::kOnce,
+        [&target, &kind](const std::string& text) { return kind.parse(text, target); });
 }
 
 // The same for one whose absence means something.
 template <typename Value>
-CLI::Option* AddArgument(CLI::App& command, const std::string& name, std::optional<Value>& target,
-                         const Kind<Value>& kind, const std::string& about) {
-    return command.add_option_function<std::string>(
-        name,
-        [name, &target, &kind](const std::string& text) {
-            target = ParseArgument(name, text, kind);
-        },
-        about + ": " + kind.accepted);
+AddedArgument AddArgument(CLI::App& command, const std::string& name, std::optional<Value>& target,
+                          const Kind<Value>& kind, const std::string& about) {
+    return AddTextArgument(
+        command, name, about, kind.accepted, Times::kOnce,
+        [&target, &kind](const std::string& text) { return kind.parse(text, target.emplace()); });
 }
 
 // The same for an argument that may be repeated.
 template <typename Value>
-CLI::Option* AddArguments(CLI::App& command, const std::string& name, std::vector<Value>& target,
-                          const Kind<Value>& kind, const std::string& about) {
-    return command.add_option_function<std::vector<std::string>>(
-        name,
-        [name, &target, &kind](const std::vector<std::string>& texts) {
-            for (const std::string& text : texts) {
-                target.push_back(ParseArgument(name, text, kind));
-            }
-        },
-        about + ": " + kind.accepted);
+AddedArgument AddArguments(CLI::App& command, const std::string& name, std::vector<Value>& target,
+                           const Kind<Value>& kind, const std::string& about) {
+    return AddTextArgument(command, name, about, kind.accepted, Times::kMany,
+                           [&target, &kind](const std::string& text) {
+                               return kind.parse(text, target.emplace_back());
+                           });
 }
 
 // And back, for what a command shows.

@@ -154,7 +154,7 @@ void AddAddrCommands(CLI::App& root, Tool& tool) {
           {{"del", "Delete an address from an interface.", "addr del eth0 192.0.2.10/24"},
            Delete}}) {
         CLI::App& one = command(text, run);
-        AddArgument(one, "address", arguments->address, kPrefixed, "The address")->required();
+        AddArgument(one, "address", arguments->address, kPrefixed, "The address").Required();
         AddArgument(one, "--scope", arguments->scope, kScopeOfOne, "Scope of the address");
     }
 

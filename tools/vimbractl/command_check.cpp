@@ -76,19 +76,19 @@ void AddCheckCommands(CLI::App& root, Tool& tool) {
     CLI::App& sameNet = command({"same-net", "Are an address and a gateway in one subnet?",
                                  "check same-net 192.0.2.10/24 192.0.2.1"},
                                 SameNet);
-    AddArgument(sameNet, "address", arguments->address, kPrefixed, "The address")->required();
-    AddArgument(sameNet, "gateway", arguments->gateway, kAddress, "The gateway")->required();
+    AddArgument(sameNet, "address", arguments->address, kPrefixed, "The address").Required();
+    AddArgument(sameNet, "gateway", arguments->gateway, kAddress, "The gateway").Required();
 
     CLI::App& host = command(
         {"host", "Can a host of its subnet have this address?", "check host 192.0.2.10/24"}, Host);
-    AddArgument(host, "address", arguments->address, kIpv4Network, "The address")->required();
+    AddArgument(host, "address", arguments->address, kIpv4Network, "The address").Required();
 
     CLI::App& mask = command({"mask", "Is this a netmask?", "check mask 255.255.255.0"}, Mask);
-    AddArgument(mask, "mask", arguments->ipv4, kIpv4Address, "The mask")->required();
+    AddArgument(mask, "mask", arguments->ipv4, kIpv4Address, "The mask").Required();
 
     CLI::App& classOf =
         command({"class", "Show the class of an address.", "check class 192.0.2.1"}, Class);
-    AddArgument(classOf, "address", arguments->ipv4, kIpv4Address, "The address")->required();
+    AddArgument(classOf, "address", arguments->ipv4, kIpv4Address, "The address").Required();
 }
 
 }  // namespace ctl

@@ -82,7 +82,7 @@ void AddGatewayCommands(CLI::App& root, Tool& tool) {
         CLI::App& added =
             AddCommand(group, tool, text, [&tool, arguments, run] { run(tool, *arguments); });
         AddArgument(added, "interface", arguments->interface, kInterfaceOrAny, "The interface")
-            ->required();
+            .Required();
         return added;
     };
     const auto table = [&](CLI::App& added) {
@@ -103,7 +103,7 @@ void AddGatewayCommands(CLI::App& root, Tool& tool) {
     CLI::App& set = command({"set", "Set the default gateway of an interface.",
                              "gateway set eth0 192.0.2.1\ngateway set eth0 192.0.2.1 --table 100"},
                             Set);
-    AddArgument(set, "address", arguments->gateway, kAddress, "The gateway")->required();
+    AddArgument(set, "address", arguments->gateway, kAddress, "The gateway").Required();
     table(set);
 
     CLI::App& del = command({"del", "Delete the default gateway of an interface.",

@@ -37,7 +37,7 @@ void AddLogLevelCommand(CLI::App& root, Tool& tool) {
             tool.Call([&level] { return VimbraLogSwitch(*level); }, kAccepted);
             tool.Done();
         });
-    AddArgument(command, "level", *level, kLevel, "The level")->required();
+    AddArgument(command, "level", *level, kLevel, "The level").Required();
 }
 
 }  // namespace ctl

@@ -39,7 +39,7 @@ void AddMacCommands(CLI::App& root, Tool& tool) {
         group, tool, {"set", "Set an interface's MAC address.", "mac set eth0 02:00:00:00:00:01"},
         [&tool, arguments] { SetMac(tool, *arguments); });
     AddInterfaceArgument(set, arguments->interface);
-    AddArgument(set, "mac", arguments->mac, kMac, "The MAC address")->required();
+    AddArgument(set, "mac", arguments->mac, kMac, "The MAC address").Required();
 }
 
 }  // namespace ctl

@@ -47,7 +47,7 @@ void AddMtuCommands(CLI::App& root, Tool& tool) {
         {"set", "Set an interface's MTU.", "mtu set eth0 1400\nmtu set eth0 1280 --family ipv6"},
         [&tool, arguments] { SetMtu(tool, *arguments); });
     AddInterfaceArgument(set, arguments->interface);
-    AddArgument(set, "mtu", arguments->mtu, kMtu, "The MTU")->required();
+    AddArgument(set, "mtu", arguments->mtu, kMtu, "The MTU").Required();
     AddArgument(set, "--family", arguments->family, kFamily, "Whose least MTU it has to keep to");
 }
 

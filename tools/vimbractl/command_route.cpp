@@ -102,7 +102,7 @@ void AddRouteCommands(CLI::App& root, Tool& tool) {
     const auto route = [&](CLI::App& added) {
         AddArgument(added, "destination", arguments->destination, kNetwork,
                     "The network that the route leads to")
-            ->required();
+            .Required();
         AddArgument(added, "--via", arguments->gateway, kAddress, "The gateway; none by default");
         AddArgument(added, "--interface", arguments->interface, kInterface,
                     "The interface that it leaves by; left to the daemon by default");
@@ -131,7 +131,7 @@ void AddRouteCommands(CLI::App& root, Tool& tool) {
                                 "route metric 198.51.100.0/24 20 --interface eth0"},
                                ChangeMetric);
     route(metric);
-    AddArgument(metric, "metric", arguments->metric, kMetric, "The new metric")->required();
+    AddArgument(metric, "metric", arguments->metric, kMetric, "The new metric").Required();
 }
 
 }  // namespace ctl

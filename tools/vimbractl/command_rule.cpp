@@ -43,10 +43,10 @@ void AddRuleCommands(CLI::App& root, Tool& tool) {
             tool.Done();
         });
         AddArgument(added, "--table", arguments->table, kRuleTable, "The table to look up")
-            ->required();
+            .Required();
         AddArgument(added, "--priority", arguments->priority, kPriority,
                     "When it is asked, the lower the earlier")
-            ->required();
+            .Required();
         AddArgument(added, "--from", arguments->from, kIpv4Network, "Source; any by default");
         AddArgument(added, "--fwmark", arguments->mark, kNumber, "Firewall mark; any by default");
     };

@@ -19,7 +19,7 @@ void AddTableCommands(CLI::App& root, Tool& tool) {
             tool.Call([&] { return call(*table); }, kTable.accepted);
             tool.Done();
         });
-        AddArgument(added, "table", *table, kTable, "The table")->required();
+        AddArgument(added, "table", *table, kTable, "The table").Required();
     };
     command({"add", "Create a routing table.", "table add 100"}, VimbraAddRouteTable);
     command({"del", "Remove a routing table with its routes.", "table del 100"},

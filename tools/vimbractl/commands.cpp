@@ -1,6 +1,6 @@
 #include "commands.hpp"
 
-#include <array>
+#include <CLI/CLI.hpp>
 
 namespace ctl {
 
@@ -39,8 +39,30 @@ CLI::App& AddCommand(CLI::App& parent, Tool& tool, const CommandText& text,
     return command;
 }
 
+void AddedArgument::Required() {
+    option_.required();
+}
+
+AddedArgument AddTextArgument(CLI::App& command, const std::string& name, const std::string& about,
+                              const char* accepted, Times times, TakeText take) {
+    const auto takeAll = [name, accepted, take = std::move(take)](const CLI::results_t& texts) {
+        for (const std::string& text : texts) {
+            if (!take(text)) {
+                throw CLI::ValidationError(
+                    name, "\"" + text + "\" is refused; accepted: " + std::string(accepted));
+            }
+        }
+        return true;
+    };
+    CLI::Option& option = *command.add_option(name, takeAll, about + ": " + accepted);
+    if (times == Times::kMany) {
+        option.expected(1, CLI::detail::expected_max_vector_size)->allow_extra_args();
+    }
+    return AddedArgument(option);
+}
+
 void AddInterfaceArgument(CLI::App& command, InterfaceName& name) {
-    AddArgument(command, "interface", name, kInterface, "The interface")->required();
+    AddArgument(command, "interface", name, kInterface, "The interface").Required();
 }
 
 }  // namespace ctl

@@ -2,7 +2,6 @@
 #ifndef VIMBRACTL_COMMANDS_HPP
 #define VIMBRACTL_COMMANDS_HPP
 
-#include <CLI/CLI.hpp>
 #include <functional>
 #include <memory>
 #include <span>

@@ -1,6 +1,7 @@
 // vimbractl: every operation of the library from a command line.
 #include <vimbra/log.h>
 
+#include <CLI/CLI.hpp>
 #include <cctype>
 #include <cstdio>
 #include <exception>
