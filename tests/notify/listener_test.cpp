@@ -1,0 +1,491 @@
+// The listener engine itself, where its services do not show it.
+#include "lib/listener.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+#include <vimbra/thread.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+#include <vimbra/bed.hpp>
+
+using namespace vimbra;
+using namespace vimbra::bed;
+
+namespace {
+
+constexpr char kSocket[] = "ipc_test";
+constexpr char kFunction[] = "TestCBThread";
+
+// What the hooks saw and what they are to do.
+struct Probe {
+    std::mutex mutex;
+    std::vector<Bytes> bodies;
+    std::vector<uint32_t> types;
+    std::vector<size_t> counts;
+    std::vector<Bound> bounds;
+    std::vector<Ended> ends;
+    std::atomic<int> ticks = 0;
+    std::atomic<bool> released = false;
+    Next onMessage = Next::kGoOn;
+    Next onTick = Next::kGoOn;
+    Next onBegin = Next::kGoOn;
+    std::function<void(Listener&)> inMessage;
+
+    size_t Messages() {
+        const std::lock_guard lock(mutex);
+        return bodies.size();
+    }
+    bool HasEnded(size_t times = 1) {
+        return WaitFor([=, this] {
+            const std::lock_guard lock(mutex);
+            return ends.size() == times;
+        });
+    }
+};
+
+Probe& ProbeOf(Listener& listener) {
+    return *static_cast<Probe*>(listener.Argument());
+}
+
+Next Begin(Listener& listener) {
+    return ProbeOf(listener).onBegin;
+}
+
+void SayBound(Listener& listener, Bound bound) {
+    Probe& probe = ProbeOf(listener);
+    const std::lock_guard lock(probe.mutex);
+    probe.bounds.push_back(bound);
+}
+
+Next Take(Listener& listener, vimbra::Message& message) {
+    Probe& probe = ProbeOf(listener);
+    if (probe.inMessage) {
+        probe.inMessage(listener);
+    }
+    const std::lock_guard lock(probe.mutex);
+    probe.bodies.emplace_back(std::vector<uint8_t>(message.body, message.body + message.bodySize));
+    probe.types.push_back(message.head.type);
+    probe.counts.push_back(message.count);
+    return probe.onMessage;
+}
+
+Next Tick(Listener& listener) {
+    ProbeOf(listener).ticks++;
+    return ProbeOf(listener).onTick;
+}
+
+void SayEnded(Listener& listener, Ended why) {
+    Probe& probe = ProbeOf(listener);
+    probe.released = listener.Release();
+    const std::lock_guard lock(probe.mutex);
+    probe.ends.push_back(why);
+}
+
+char g_threadName[] = "VimbraTestCBThread";
+
+ListenerService Service() {
+    return {
+        .function = kFunction,
+        .threadName = g_threadName,
+        .socketName = kSocket,
+        .bodySize = 8,
+        .shortBody = {"short body", Trouble::kPlain, Next::kEnd},
+        .bodyTooLong = {"body too long", Trouble::kPlain, Next::kGoOn},
+        .begin = Begin,
+        .bound = SayBound,
+        .message = Take,
+        .tick = Tick,
+        .ended = SayEnded,
+    };
+}
+
+class Engine : public testing::Test {
+ protected:
+    Engine() {
+        threads_ = Threads();
+        descriptors_ = OpenDescriptors();
+    }
+    ~Engine() override {
+        const ListenerStop stop = KillListener(slot_);
+        WaitListener(stop);
+        ExpectLevel();
+    }
+    pthread_t Start() {
+        return StartListener(service_, slot_, {.argument = &probe_, .handle = &handle_});
+    }
+    void ExpectLevel() const {
+        EXPECT_TRUE(WaitFor([this] { return Threads() == threads_; }));
+        EXPECT_EQ(descriptors_, OpenDescriptors());
+    }
+
+    Capture log_;
+    size_t threads_;
+    std::map<int, std::string> descriptors_;
+    Probe probe_;
+    ListenerService service_ = Service();
+    ListenerSlot slot_ = {};
+    pthread_t handle_ = 0;
+};
+
+const Bytes kBody = {1, 2, 3, 4, 5, 6, 7, 8};
+
+TEST_F(Engine, StartReturnsWhenTheSocketIsServed) {
+    for (int i = 0; i < 100; i++) {
+        EXPECT_NE(0u, Start());
+        EXPECT_TRUE(HasListener(kSocket));
+        EXPECT_NE(0u, handle_);
+        EXPECT_EQ(0, KillListener(slot_).result);
+        EXPECT_EQ(ECONNREFUSED, Connection(kSocket).Error());
+        EXPECT_EQ(0u, handle_);
+    }
+    EXPECT_TRUE(probe_.HasEnded(100));
+}
+
+TEST_F(Engine, KillOfAnEmptySlotTouchesNothing) {
+    EXPECT_EQ(-1, KillListener(slot_).result);
+    AbandonListener(slot_);
+    WaitListener({0, 0});
+    Start();
+    EXPECT_EQ(0, KillListener(slot_).result);
+    EXPECT_EQ(-1, KillListener(slot_).result);
+    EXPECT_TRUE(probe_.HasEnded());
+    EXPECT_EQ(Ended::kKilled, probe_.ends[0]);
+    EXPECT_FALSE(probe_.released);
+}
+
+TEST_F(Engine, KilledThreadCanBeWaitedFor) {
+    service_.detached = false;
+    for (int i = 0; i < 50; i++) {
+        Start();
+        const ListenerStop stop = KillListener(slot_);
+        EXPECT_EQ(0, stop.result);
+        WaitListener(stop);
+        // It has been through all its hooks.
+        const std::lock_guard lock(probe_.mutex);
+        EXPECT_EQ(static_cast<size_t>(i) + 1, probe_.ends.size());
+    }
+}
+
+TEST_F(Engine, StartOverARunningListenerEndsTheOlder) {
+    for (const bool detached : {true, false}) {
+        service_.detached = detached;
+        Start();
+        Start();
+        EXPECT_TRUE(WaitFor([this] { return Threads() == threads_ + 1; }));
+        EXPECT_TRUE(Notify(kSocket, 1, kBody));
+        WaitListener(KillListener(slot_));
+        ExpectLevel();
+    }
+    EXPECT_EQ(2u, probe_.Messages());
+}
+
+TEST_F(Engine, ListenersOfOneNameTakeItOverInTheOrderOfTheirStarts) {
+    constexpr int kListeners = 8;
+    static ListenerSlot slots[kListeners];
+    static Probe probes[kListeners];
+    for (int i = 0; i < kListeners; i++) {
+        StartListener(service_, slots[i], {.argument = &probes[i]});
+    }
+    EXPECT_TRUE(Notify(kSocket, 1, kBody));
+    EXPECT_EQ(1u, probes[kListeners - 1].Messages());
+    for (int i = 0; i < kListeners; i++) {
+        EXPECT_EQ(0, KillListener(slots[i]).result);
+        EXPECT_TRUE(probes[i].HasEnded());
+    }
+}
+
+TEST_F(Engine, BeginMayRefuse) {
+    probe_.onBegin = Next::kEnd;
+    EXPECT_NE(0u, Start());
+    EXPECT_TRUE(probe_.HasEnded());
+    EXPECT_EQ(Ended::kByService, probe_.ends[0]);
+    EXPECT_TRUE(probe_.bounds.empty());
+    EXPECT_TRUE(probe_.released);
+    EXPECT_EQ(0u, handle_);
+    EXPECT_TRUE(log_.IsSilent());
+}
+
+TEST_F(Engine, NameThatIsTooLongIsRefused) {
+    service_.socketName = nullptr;
+    const std::string fits(96, 'a');
+    StartListener(service_, slot_, {.argument = &probe_, .socketName = fits.c_str()});
+    EXPECT_TRUE(HasListener(fits));
+    KillListener(slot_);
+    EXPECT_TRUE(probe_.HasEnded());
+    for (const size_t length : {97u, 500u}) {
+        log_.Clear();
+        const std::string name(length, 'a');
+        StartListener(service_, slot_, {.argument = &probe_, .socketName = name.c_str()});
+        EXPECT_TRUE(log_.WaitFor(Kind::kError, kFunction, "MakeAddrServer ERROR!"));
+        EXPECT_TRUE(log_.Has(Kind::kError, "MakeAddrServer", "the name is too long!"));
+    }
+    EXPECT_TRUE(probe_.HasEnded(3));
+    EXPECT_EQ((std::vector{Bound::kListening, Bound::kNameRefused, Bound::kNameRefused}),
+              probe_.bounds);
+    EXPECT_EQ(Ended::kNotBound, probe_.ends.back());
+}
+
+// A descriptor that comes to the number of one that failed to bind belongs to somebody else.
+TEST_F(Engine, FailedBindLeavesTheNumberAlone) {
+    ASSERT_EQ(0, mkdir("/tmp/ipc_test", 0777));
+    service_.waitText = "select error";
+    Start();
+    EXPECT_TRUE(probe_.HasEnded());
+    EXPECT_EQ(Bound::kBindFailed, probe_.bounds[0]);
+    EXPECT_EQ(Ended::kAcceptFailed, probe_.ends[0]);
+    EXPECT_TRUE(log_.Has(Kind::kPerror, "MakeAddrServer", "bind error"));
+    EXPECT_TRUE(log_.Has(Kind::kPerror, kFunction, "select error"));
+    EXPECT_EQ(1, log_.Count(Kind::kPerror, kFunction));
+    EXPECT_EQ(0u, handle_);
+}
+
+TEST_F(Engine, NoDescriptorForASocketEndsIt) {
+    rlimit limit = {};
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &limit));
+    const rlim_t before = limit.rlim_cur;
+    limit.rlim_cur = 0;
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
+    Start();
+    limit.rlim_cur = before;
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
+    EXPECT_TRUE(probe_.HasEnded());
+    EXPECT_EQ(Bound::kSocketFailed, probe_.bounds[0]);
+    EXPECT_EQ(Ended::kNotBound, probe_.ends[0]);
+}
+
+// The process has no descriptor left when a connection comes.
+TEST_F(Engine, FailedAcceptEndsOrPasses) {
+    rlimit limit = {};
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &limit));
+    const rlim_t before = limit.rlim_cur;
+    for (const bool passes : {false, true}) {
+        log_.Clear();
+        service_.acceptFailure = passes ? AcceptFailure::kMayBePassing : AcceptFailure::kEnds;
+        Start();
+        // The sender's own descriptor is there before they run out.
+        const int sender = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        limit.rlim_cur = 0;
+        ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
+        sockaddr_un address = {AF_UNIX, "/tmp/ipc_test"};
+        ASSERT_EQ(0, connect(sender, reinterpret_cast<sockaddr*>(&address), sizeof(address)));
+        EXPECT_TRUE(log_.WaitFor(Kind::kPerror, kFunction, "accept error", Where::kStdout));
+        if (passes) {
+            // It tries again, but not all the time.
+            usleep(500000);
+            EXPECT_LE(log_.Count(Kind::kPerror, kFunction, "accept error", Where::kStdout), 6);
+        }
+        limit.rlim_cur = before;
+        ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
+        const Bytes message = vimbra::bed::Message(1, kBody);
+        if (passes) {
+            ASSERT_EQ(static_cast<ssize_t>(message.size()),
+                      send(sender, message.data(), message.size(), MSG_NOSIGNAL));
+            EXPECT_TRUE(WaitFor([this] { return probe_.Messages() == 1; }));
+        } else {
+            EXPECT_TRUE(probe_.HasEnded());
+            EXPECT_EQ(Ended::kAcceptFailed, probe_.ends[0]);
+        }
+        close(sender);
+    }
+}
+
+TEST_F(Engine, TickComesWhenNothingElseDoes) {
+    service_.tickSeconds = 1;
+    probe_.onTick = Next::kEnd;
+    Start();
+    EXPECT_TRUE(probe_.HasEnded());
+    EXPECT_EQ(1, probe_.ticks);
+    EXPECT_EQ(Ended::kByService, probe_.ends[0]);
+}
+
+TEST_F(Engine, SignalsNeitherEndNorTickAListener) {
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    ASSERT_EQ(0, sigaction(SIGWINCH, &action, nullptr));
+    service_.tickSeconds = 30;
+    Start();
+    for (int i = 0; i < 100; i++) {
+        pthread_kill(handle_, SIGWINCH);
+    }
+    EXPECT_TRUE(Notify(kSocket, 1, kBody));
+    EXPECT_EQ(1u, probe_.Messages());
+    EXPECT_EQ(0, probe_.ticks);
+}
+
+TEST_F(Engine, AbandonedListenerGoesOnUntilAHookEndsIt) {
+    service_.tickSeconds = 1;
+    Start();
+    AbandonListener(slot_);
+    EXPECT_EQ(nullptr, slot_.current);
+    EXPECT_EQ(0u, handle_);
+    EXPECT_EQ(-1, KillListener(slot_).result);
+    EXPECT_TRUE(Notify(kSocket, 1, kBody));
+    EXPECT_EQ(1u, probe_.Messages());
+    probe_.onMessage = Next::kEnd;
+    EXPECT_TRUE(Notify(kSocket, 1, kBody));
+    EXPECT_TRUE(probe_.HasEnded());
+    EXPECT_FALSE(probe_.released);
+}
+
+TEST_F(Engine, JoinableListenerThatEndsByItselfLeavesNoThread) {
+    service_.detached = false;
+    probe_.onMessage = Next::kEnd;
+    Start();
+    EXPECT_TRUE(Notify(kSocket, 1, kBody));
+    EXPECT_TRUE(probe_.HasEnded());
+    EXPECT_TRUE(probe_.released);
+    EXPECT_EQ(-1, KillListener(slot_).result);
+}
+
+TEST_F(Engine, OwnershipIsKnownToTheHooks) {
+    std::atomic<bool> before = false;
+    std::atomic<bool> after = true;
+    probe_.inMessage = [&](Listener& listener) {
+        before = listener.IsCurrent();
+        KillListener(slot_);
+        after = listener.IsCurrent() || listener.Release();
+    };
+    Start();
+    EXPECT_TRUE(Notify(kSocket, 1, kBody));
+    EXPECT_TRUE(probe_.HasEnded());
+    EXPECT_TRUE(before);
+    EXPECT_FALSE(after);
+    EXPECT_EQ(Ended::kKilled, probe_.ends[0]);
+}
+
+TEST_F(Engine, ThreadThatEndsInACallbackIsCleanedUp) {
+    probe_.inMessage = [](Listener&) { ThreadExit(); };
+    for (int i = 1; i <= 20; i++) {
+        Start();
+        EXPECT_TRUE(Notify(kSocket, 1, kBody));
+        EXPECT_TRUE(probe_.HasEnded(static_cast<size_t>(i)));
+        EXPECT_TRUE(probe_.released);
+        EXPECT_EQ(-1, KillListener(slot_).result);
+    }
+}
+
+TEST_F(Engine, CallbackThatTurnsCancellationOnLosesNothing) {
+    probe_.inMessage = [](Listener&) { pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr); };
+    Start();
+    EXPECT_TRUE(Notify(kSocket, 1, kBody));
+    EXPECT_TRUE(Notify(kSocket, 1, kBody));
+    EXPECT_EQ(2u, probe_.Messages());
+}
+
+TEST_F(Engine, UpToTakesWhatComes) {
+    service_.reading = Reading::kUpTo;
+    Start();
+    const Bytes whole = vimbra::bed::Message(7, kBody, 0);
+    for (const size_t length : {0, 4, 12, 15, 20}) {
+        Connection connection(kSocket);
+        ASSERT_TRUE(connection.Send(whole.Slice(0, length)));
+        connection.EndSending();
+        EXPECT_TRUE(connection.WaitPeerClosed());
+    }
+    EXPECT_EQ((std::vector<size_t>{0, 4, 12, 15, 20}), probe_.counts);
+    EXPECT_EQ((std::vector<uint32_t>{0, 7, 7, 7, 7}), probe_.types);
+    EXPECT_EQ(Bytes(), probe_.bodies[2]);
+    EXPECT_EQ(kBody.Slice(0, 3), probe_.bodies[3]);
+    EXPECT_EQ(kBody, probe_.bodies[4]);
+    EXPECT_TRUE(log_.IsSilent());
+}
+
+TEST_F(Engine, HeadThenBodyTakesWhatTheHeadSays) {
+    service_.reading = Reading::kHeadThenBody;
+    service_.bodySize = 4096;
+    Start();
+    EXPECT_TRUE(Notify(kSocket, 1, {}));
+    EXPECT_TRUE(Notify(kSocket, 2, kBody));
+    EXPECT_TRUE(Notify(kSocket, 3, Pack().Zeros(4096)));
+    // The two may come apart.
+    Connection connection(kSocket);
+    ASSERT_TRUE(connection.SendInPieces(vimbra::bed::Message(4, kBody), {12}));
+    EXPECT_TRUE(connection.WaitPeerClosed());
+    EXPECT_EQ((std::vector<uint32_t>{1, 2, 3, 4}), probe_.types);
+    EXPECT_EQ(Bytes(), probe_.bodies[0]);
+    EXPECT_EQ(kBody, probe_.bodies[1]);
+    EXPECT_EQ(4096u, probe_.bodies[2].size());
+    EXPECT_EQ(kBody, probe_.bodies[3]);
+}
+
+TEST_F(Engine, HeadThenBodyBoundsTheBody) {
+    service_.reading = Reading::kHeadThenBody;
+    service_.bodySize = 4096;
+    Start();
+    int refused = 0;
+    for (const uint32_t size : {4097u, 0x7fffffffu, 0x80000000u, 0xffffffffu}) {
+        EXPECT_TRUE(Notify(kSocket, 1, kBody, {.size = size}));
+        EXPECT_EQ(++refused, log_.Count(Kind::kError, kFunction, "body too long"));
+    }
+    EXPECT_EQ(0u, probe_.Messages());
+    EXPECT_TRUE(Notify(kSocket, 1, kBody));
+    EXPECT_EQ(1u, probe_.Messages());
+}
+
+TEST_F(Engine, HeadThenBodyEndsOnAShortBody) {
+    service_.reading = Reading::kHeadThenBody;
+    Start();
+    Connection connection(kSocket);
+    ASSERT_TRUE(connection.Send(vimbra::bed::Message(1, kBody).Slice(0, 19)));
+    connection.EndSending();
+    EXPECT_TRUE(connection.WaitPeerClosed());
+    EXPECT_TRUE(probe_.HasEnded());
+    EXPECT_EQ(Ended::kBadMessage, probe_.ends[0]);
+    EXPECT_TRUE(log_.Has(Kind::kError, kFunction, "short body"));
+}
+
+TEST_F(Engine, KillCutsEveryWait) {
+    // In the body.
+    service_.reading = Reading::kHeadThenBody;
+    Start();
+    Connection half(kSocket);
+    ASSERT_TRUE(half.Send(vimbra::bed::Message(1, kBody).Slice(0, 12)));
+    ASSERT_TRUE(half.WaitRead());
+    EXPECT_EQ(0, KillListener(slot_).result);
+    EXPECT_TRUE(half.WaitPeerClosed());
+    EXPECT_TRUE(probe_.HasEnded(1));
+    // In the header.
+    Start();
+    Connection silent(kSocket);
+    EXPECT_EQ(0, KillListener(slot_).result);
+    EXPECT_TRUE(silent.WaitPeerClosed());
+    EXPECT_TRUE(probe_.HasEnded(2));
+    EXPECT_EQ((std::vector{Ended::kKilled, Ended::kKilled}), probe_.ends);
+}
+
+TEST_F(Engine, DescriptorsPastTheSizeOfASetAreServed) {
+    rlimit limit = {};
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &limit));
+    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 4096);
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
+    std::vector<int> taken;
+    while (taken.empty() || taken.back() < 1100) {
+        taken.push_back(fcntl(0, F_DUPFD_CLOEXEC, 0));
+        ASSERT_GE(taken.back(), 0);
+    }
+    Start();
+    EXPECT_TRUE(Notify(kSocket, 1, kBody));
+    Connection late(kSocket);
+    ASSERT_TRUE(late.SendInPieces(vimbra::bed::Message(1, kBody), {}));
+    EXPECT_TRUE(late.WaitPeerClosed());
+    EXPECT_EQ(2u, probe_.Messages());
+    KillListener(slot_);
+    EXPECT_TRUE(probe_.HasEnded());
+    for (const int fd : taken) {
+        close(fd);
+    }
+}
+
+}  // namespace
