@@ -101,8 +101,8 @@ TEST(MsgQueue, SendingAlwaysFails) {
     for (const int size : {0, 4, -1, INT_MAX}) {
         log.Clear();
         EXPECT_EQ(-1, IpcSendMsgToQueue(3328, 1, 2, message, size, 0));
-        EXPECT_TRUE(log.Has(Kind::kPerror, "IpcSendMsgToQueue", "CreateMsgQueue error!\n",
-                            Where::kSyslog));
+        EXPECT_TRUE(
+            log.Has(Kind::kPerror, "IpcSendMsgToQueue", "CreateMsgQueue error!\n", Where::kSyslog));
         EXPECT_NE(std::string::npos, log.StdoutText().find("CreateMsgQueue error!\n{errno("));
     }
     log.Clear();

@@ -35,14 +35,8 @@ constexpr RequestRule kRule = {
 // The initialisers of the services, in the order in which they have always run.
 using Initialiser = void (*)();
 constexpr Initialiser kInitialisers[] = {
-    DhcpcInit,
-    IpConflictCheckInit,
-    NtpcInit,
-    PingInit,
-    TracerouteInit,
-    PppoeInit,
-    ServiceInit,
-    RouterAdvertiseInit,
+    DhcpcInit,      IpConflictCheckInit, NtpcInit,    PingInit,
+    TracerouteInit, PppoeInit,           ServiceInit, RouterAdvertiseInit,
 };
 
 pthread_mutex_t g_tInitMutex = PTHREAD_MUTEX_INITIALIZER;

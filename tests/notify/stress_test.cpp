@@ -1,0 +1,184 @@
+// Thousands of rounds: what ran leaves the process as it was.
+#include <gtest/gtest.h>
+#include <malloc.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <vimbra/log.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "services.hpp"
+
+using namespace vimbra::bed;
+using namespace vimbra::test;
+
+namespace {
+
+// Emulators and sanitizers are slow; VIMBRA_STRESS overrides.
+int Scaled(int rounds) {
+    int divisor = 1;
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__) || defined(__arm__)
+    divisor = 20;
+#endif
+    if (const char* wanted = getenv("VIMBRA_STRESS")) {
+        divisor = std::max(1, atoi(wanted));
+    }
+    return std::max(1, rounds / divisor);
+}
+
+// A daemon in a process of its own, so that what it remembers is not counted here.
+class ForkedDaemon {
+ public:
+    ForkedDaemon() {
+        child_ = fork();
+        if (child_ == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            const ScriptedDaemon daemon;
+            for (;;) {
+                pause();
+            }
+        }
+        EXPECT_TRUE(WaitForListener("api_daemon"));
+    }
+    ~ForkedDaemon() {
+        kill(child_, SIGKILL);
+        waitpid(child_, nullptr, 0);
+    }
+    ForkedDaemon(const ForkedDaemon&) = delete;
+    ForkedDaemon& operator=(const ForkedDaemon&) = delete;
+
+ private:
+    pid_t child_;
+};
+
+size_t CountMaps() {
+    std::ifstream maps("/proc/self/maps");
+    return static_cast<size_t>(std::count(std::istreambuf_iterator<char>(maps), {}, '\n'));
+}
+
+struct Level {
+    size_t threads = Threads();
+    std::map<int, std::string> descriptors = OpenDescriptors();
+    size_t maps = CountMaps();
+    size_t heap = mallinfo2().uordblks;
+};
+
+void ExpectLevel(const Level& before) {
+    EXPECT_TRUE(WaitFor([&] { return Threads() == before.threads; }));
+    EXPECT_EQ(before.descriptors, OpenDescriptors());
+    // Arenas and stacks that the C library keeps for later; a leaking round would leave far more.
+    EXPECT_LE(CountMaps(), before.maps + 64);
+    EXPECT_LE(mallinfo2().uordblks, before.heap + 64 * 1024);
+}
+
+class Stress : public testing::TestWithParam<NotifyService> {
+ protected:
+    Stress() {
+        VimbraDebugLevelSet(0);
+        EXPECT_EQ(0, VimbraInit());
+    }
+    ForkedDaemon daemon_;
+};
+
+INSTANTIATE_TEST_SUITE_P(Services, Stress, testing::ValuesIn(kServices),
+                         [](const auto& which) { return std::string(which.param.name); });
+
+TEST_P(Stress, StartAndStop) {
+    const NotifyService& service = GetParam();
+    const auto round = [&] {
+        ASSERT_EQ(0, service.start());
+        ASSERT_EQ(0, service.stop());
+    };
+    for (int i = 0; i < 100; i++) {
+        round();
+    }
+    ASSERT_TRUE(WaitForNoListener(service.socket));
+    const Level before;
+    for (int i = 0; i < Scaled(10000) && !HasFatalFailure(); i++) {
+        round();
+    }
+    ExpectLevel(before);
+}
+
+TEST_P(Stress, StartNotifyAndStop) {
+    const NotifyService& service = GetParam();
+    const Bytes message = GoodMessage(service);
+    const Level before;
+    for (int i = 0; i < Scaled(2000); i++) {
+        ASSERT_EQ(0, service.start());
+        for (int k = 0; k < i % 4; k++) {
+            ASSERT_TRUE(Post(service.socket, message));
+        }
+        // Whatever is still on its way.
+        ASSERT_EQ(0, service.stop());
+    }
+    ExpectLevel(before);
+}
+
+TEST_P(Stress, Notifications) {
+    const NotifyService& service = GetParam();
+    const Bytes message = GoodMessage(service);
+    ASSERT_EQ(0, service.start());
+    const auto post = [&](int count) {
+        const int goal = g_calls + count;
+        for (int i = 0; i < count; i++) {
+            ASSERT_TRUE(Post(service.socket, message));
+        }
+        EXPECT_TRUE(WaitFor([=] { return g_calls == goal; }));
+    };
+    post(100);
+    const Level before;
+    post(Scaled(100000));
+    EXPECT_TRUE(
+        WaitFor([&] { return OpenDescriptors().size() <= before.descriptors.size() + 16; }));
+    EXPECT_LE(CountMaps(), before.maps + 64);
+    EXPECT_LE(mallinfo2().uordblks, before.heap + 64 * 1024);
+    EXPECT_EQ(0, service.stop());
+}
+
+// Everything at once, from several threads, good messages and bad.
+TEST(Chaos, StartsStopsAndMessagesOfAllServices) {
+    VimbraDebugLevelSet(0);
+    ASSERT_EQ(0, VimbraInit());
+    const ForkedDaemon daemon;
+    const Level before;
+    std::atomic<bool> over = false;
+    std::vector<std::thread> threads;
+    for (unsigned seed = 1; seed <= 3; seed++) {
+        threads.emplace_back([&, seed] {
+            std::mt19937 random(seed);
+            for (int i = 0; i < Scaled(4000); i++) {
+                const NotifyService& service = kServices[random() % std::size(kServices)];
+                random() % 2 == 0 ? service.start() : service.stop();
+            }
+            over = true;
+        });
+        threads.emplace_back([&, seed] {
+            std::mt19937 random(100 + seed);
+            while (!over) {
+                const NotifyService& service = kServices[random() % std::size(kServices)];
+                const Bytes message = GoodMessage(service);
+                const int fd = Connect(service.socket);
+                if (fd >= 0) {
+                    SendTo(fd, message, 0, random() % 8 == 0 ? random() % 60 : message.size());
+                    close(fd);
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    for (const NotifyService& service : kServices) {
+        service.stop();
+    }
+    ExpectLevel(before);
+}
+
+}  // namespace
