@@ -10,6 +10,7 @@
 #include <vimbra/net_bond.h>
 #include <vimbra/net_common.h>
 #include <vimbra/net_dhcpc.h>
+#include <vimbra/net_dhcps.h>
 #include <vimbra/net_dns.h>
 #include <vimbra/net_ip.h>
 #include <vimbra/net_ip_conflict.h>

@@ -10,6 +10,7 @@
 #include <vimbra/bond.h>
 #include <vimbra/common.h>
 #include <vimbra/dhcpc.h>
+#include <vimbra/dhcps.h>
 #include <vimbra/dns.h>
 #include <vimbra/iface.h>
 #include <vimbra/iface_check.h>

@@ -1,0 +1,91 @@
+#include <vimbra/net_dhcps.h>
+#include <vimbra/thread.h>
+
+#include <cstdio>
+
+#include "api/api_1x/api_dhcps/inotify_utils.hpp"
+#include "api/api_1x/api_dhcps/leases.hpp"
+#include "api/api_1x/legacy.hpp"
+#include "api/api_dhcps/api_dhcps.hpp"
+
+using namespace vimbra;
+
+namespace {
+
+// Any number makes a name here, not only those of interfaces that there can be.
+struct EthName {
+    explicit EthName(u32 number) {
+        snprintf(text, sizeof(text), "eth%d", static_cast<int>(number));
+    }
+    char text[VIMBRA_IFACE_NAME_LEN];
+};
+
+TVimbraDhcpsInfo Pool(const TDhcpServerEthInfo& eth, const TDhcpServerDnsInfo& dns) {
+    TVimbraDhcpsInfo pool = {};
+    pool.tIpPoolStart = Ipv4(eth.dwIpPoolStart);
+    pool.tIpPoolEnd = Ipv4(eth.dwIpPoolEnd);
+    pool.dwIpPoolPrefix = eth.dwNetMask;
+    pool.tRoutes = Ipv4(eth.dwRoutes);
+    pool.tIfaceIp = Ipv4(eth.dwEthIp);
+    pool.dwIfacePrefix = eth.dwSubNetMask;
+    if (dns.IsAssignDns != 0) {
+        pool.tDnsServerInfo.dwDnsNum = 1;
+        pool.tDnsServerInfo.tDnsIp[0] = Ipv4(dns.dwDnsIp);
+    }
+    return pool;
+}
+
+// Kept: a spawn that fails gives 0, so that the start goes on without a watcher.
+bool SpawnWatcher() {
+    constexpr int kStackSize = 0x200000;
+    constexpr int kPriority = 5;
+    static char name[] = "VimbraDhcpsCBThread";
+    const pthread_t thread =
+        ThreadSpawn(name, VimbraDhcpsCBThread, nullptr, kStackSize, 0, kPriority);
+    return thread != static_cast<pthread_t>(-1);
+}
+
+}  // namespace
+
+s32 NetDhcpsStart(TDhcpServerConfInfo* ptDhcpServerConfInfo, NetDhcpsNotifyCallBack pfCallBack) {
+    if (ptDhcpServerConfInfo == nullptr) {
+        VLOG_ERROR("ptDhcpServerConfInfo is NULL");
+        return VIMBRA_ERR_GENERAL;
+    }
+    const TDhcpServerEthInfo& eth = ptDhcpServerConfInfo->achTDhcpServerEthInfo[0];
+    EthName name(eth.dwEthId);
+    TVimbraDhcpsInfo pool = Pool(eth, ptDhcpServerConfInfo->tTDhcpServerDnsInfo);
+    if (pfCallBack != nullptr) {
+        StoreDhcpsCallBack(pfCallBack);
+    }
+    if (!SpawnWatcher()) {
+        VLOG_ERROR("create dhcp server callback thread failed!¥n");
+        return VIMBRA_ERR_GENERAL;
+    }
+    return VimbraDhcpsStart(name.text, VIMBRA_FAMILY_IPV4, &pool);
+}
+
+s32 NetDhcpsStopOneEth(u32 dwEthId) {
+    EthName name(dwEthId);
+    return VimbraDhcpsStop(name.text, VIMBRA_FAMILY_IPV4);
+}
+
+s32 NetDhcpsGetState(u32 dwEthId, TNetDhcpsState* ptNetdhcpsState) {
+    return OnInterface(VIMBRA_HERE, dwEthId, "interface_name failed", [=](char* name) {
+        TVimbraDhcpsState state = {};
+        const s32 result = VimbraDhcpsGetState(name, VIMBRA_FAMILY_IPV4,
+                                               ptNetdhcpsState != nullptr ? &state : nullptr);
+        if (result == VIMBRA_OK) {
+            ptNetdhcpsState->dwDhcpsIsRun = state.dwDhcpsIsRun;
+        }
+        return result;
+    });
+}
+
+s32 NetDhcpsStop() {
+    if (ApicDhcpsStopAll() != VIMBRA_OK) {
+        VLOG_ERROR("DHCPS client stop all eth error!¥n");
+        return VIMBRA_ERR_GENERAL;
+    }
+    return VIMBRA_OK;
+}
