@@ -126,7 +126,7 @@ TEST_F(Events, SeveralAtOnceInOrder) {
 TEST_F(Events, BrokenOnesAreDropped) {
     Capture log;
     std::vector<uint8_t> cut = Event(IN_OPEN, "name", 0, 16);
-    cut.resize(cut.size() - 1);
+    cut.pop_back();
     Send(cut);
     EXPECT_EQ(0, read_events(watcher_));
     std::vector<uint8_t> lies = Event(IN_OPEN);
