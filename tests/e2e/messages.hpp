@@ -3,8 +3,11 @@
 #ifndef VIMBRA_TESTS_E2E_MESSAGES_HPP
 #define VIMBRA_TESTS_E2E_MESSAGES_HPP
 
+#include <atomic>
 #include <cstdint>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 #include <vimbra/bed.hpp>
 
@@ -13,18 +16,35 @@ namespace vimbra::e2e {
 // Sends a request; the result code of its reply.
 int32_t Ask(uint32_t type, const bed::Bytes& body);
 
-// Listens on /tmp/<name> as an application does and keeps what the daemon sends.
+// A notification.
+struct Told {
+    uint32_t type = 0;
+    uint32_t size = 0;  // as the header says
+    bed::Bytes body;
+};
+
+// Listens on /tmp/<name> as an application does, one connection after the other, and keeps what the
+// daemon sends in the order in which it was sent.
 class Listener {
  public:
     explicit Listener(const std::string& name);
+    ~Listener();
+    Listener(const Listener&) = delete;
+    Listener& operator=(const Listener&) = delete;
 
     // Waits until so many messages have come; those that have.
-    std::vector<bed::Request> Wait(size_t count);
-    std::vector<bed::Request> Messages() const { return socket_.Requests(); }
-    void Forget() { socket_.Forget(); }
+    std::vector<Told> Wait(size_t count) const;
+    std::vector<Told> Messages() const;
+    void Forget();
 
  private:
-    bed::ScriptedDaemon socket_;
+    void Run();
+
+    int socket_;
+    mutable std::mutex mutex_;
+    std::vector<Told> messages_;
+    std::atomic<bool> over_ = false;
+    std::thread thread_;
 };
 
 }  // namespace vimbra::e2e

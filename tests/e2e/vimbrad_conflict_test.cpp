@@ -67,7 +67,7 @@ TEST_F(VimbradConflict, SilentHostWithOurAddressIsFound) {
     Daemon daemon;
     Listener listener(kSocket);
     ASSERT_EQ(0, Start(2));
-    const Request message = listener.Wait(1)[0];
+    const Told message = listener.Wait(1)[0];
     EXPECT_EQ(kIpConflict, message.type);
     EXPECT_EQ(42u, message.size);
     EXPECT_EQ(Body("eth0", 2, "192.0.2.1", kTheirMac), message.body);
@@ -79,7 +79,7 @@ TEST_F(VimbradConflict, HostThatTakesOurAddressIsFound) {
     ASSERT_EQ(0, Start(2));
     other_.Shell("ip address add 192.0.2.1/24 dev eth0");
     other_.ShellStatus("arping -q -c 1 -w 1 -U -I eth0 192.0.2.1");
-    const Request message = listener.Wait(1)[0];
+    const Told message = listener.Wait(1)[0];
     EXPECT_EQ(kIpConflict, message.type);
     EXPECT_EQ(Body("eth0", 2, "192.0.2.1", kTheirMac), message.body);
 }
@@ -98,7 +98,7 @@ TEST_F(VimbradConflict, HostWithOurMacIsFound) {
     ASSERT_EQ(0, Start(2));
     other_.Shell(std::string("ip link set eth0 address ") + kOurMac);
     other_.ShellStatus("arping -q -c 1 -w 1 -I eth0 192.0.2.9");
-    const Request message = listener.Wait(1)[0];
+    const Told message = listener.Wait(1)[0];
     EXPECT_EQ(kMacConflict, message.type);
     EXPECT_EQ(Body("eth0", 2, "192.0.2.2", kOurMac), message.body);
 }
@@ -142,7 +142,7 @@ TEST_F(VimbradConflict, SilentHostWithOurV6AddressIsFound) {
     Daemon daemon;
     Listener listener(kSocketV6);
     ASSERT_EQ(0, Start(10));
-    const Request message = listener.Wait(1)[0];
+    const Told message = listener.Wait(1)[0];
     EXPECT_EQ(kIpConflict, message.type);
     EXPECT_EQ(Body("eth0", 10, "fd00::1", kTheirMac), message.body);
 }
@@ -152,7 +152,7 @@ TEST_F(VimbradConflict, V6AddressThatTheKernelFindsTakenIsToldOf) {
     Listener listener(kSocketV6);
     ASSERT_EQ(0, Start(10));
     Shell("ip address add fd00::2/64 dev eth0");
-    const Request message = listener.Wait(1)[0];
+    const Told message = listener.Wait(1)[0];
     EXPECT_EQ(kIpConflict, message.type);
     EXPECT_EQ(Body("eth0", 10, "fd00::2", kTheirMac), message.body);
     EXPECT_TRUE(WaitFor([] {
@@ -167,7 +167,7 @@ TEST_F(VimbradConflict, HostWithOurMacIsFoundByItsV6Words) {
     other_.Shell(std::string("ip link set eth0 address ") + kOurMac);
     // It asks whether it may have the address.
     other_.Shell("ip address add fd00::7/64 dev eth0");
-    const Request message = listener.Wait(1)[0];
+    const Told message = listener.Wait(1)[0];
     EXPECT_EQ(kMacConflict, message.type);
     EXPECT_EQ(Body("eth0", 10, "fd00::7", kOurMac), message.body);
 }
@@ -237,7 +237,7 @@ TEST_F(VimbradConflict, MalformedFramesDoNoHarm) {
     other_.Shell("ip address add 192.0.2.1/24 dev eth0");
     EXPECT_TRUE(WaitFor([&] {
         other_.ShellStatus("arping -q -c 1 -w 1 -U -I eth0 192.0.2.1");
-        return std::ranges::any_of(listener.Messages(), [](const Request& each) {
+        return std::ranges::any_of(listener.Messages(), [](const Told& each) {
             return each.body == Body("eth0", 2, "192.0.2.1", kTheirMac);
         });
     }));

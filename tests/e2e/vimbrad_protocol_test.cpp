@@ -68,8 +68,10 @@ TEST(VimbradProtocol, UnknownRequestIsRefusedInFourBytes) {
 
 TEST(VimbradProtocol, BodyOfAnotherSizeIsRefusedInFourBytes) {
     Daemon daemon;
-    for (const uint32_t type : {257, 259, 260, 261, 262, 263, 267, 269, 271, 272, 273, 274,
-                                275, 276, 277, 278, 283, 284, 285, 288, 289, 291, 292, 0x0702}) {
+    for (const uint32_t type :
+         {257, 259, 260,    261,    262, 263, 267,  269,  271,  272,  273,    274, 275,
+          276, 277, 278,    283,    284, 285, 288,  289,  291,  292,  0x0702, 279, 280,
+          281, 282, 0x0703, 0x0704, 769, 770, 3073, 3074, 3329, 3330, 3842}) {
         for (const size_t size : {1, 15, 17, 19, 45, 81, 205, 471, 3072})
             EXPECT_EQ(Refusal(type, EINVAL), Exchange(Message(type, Pack().Zeros(size))))
                 << type << " with " << size;

@@ -30,7 +30,7 @@ int32_t Stop(const std::string& iface) {
 }
 
 // The addresses of a notification, as KernelAddresses() tells the kernel's.
-std::vector<std::string> AddressesOf(const Request& message, uint16_t family) {
+std::vector<std::string> AddressesOf(const Told& message, uint16_t family) {
     static const char* const kScopes[] = {"default", "host", "link", "site", "global"};
     std::vector<std::string> found;
     for (uint32_t i = 0; i < message.body.U32(16); ++i) {
@@ -101,7 +101,7 @@ TEST(VimbradRouterAdvertisement, TellsOfAllAddressesAfterAnAdvertisement) {
     Listener listener(kSocket);
     ASSERT_EQ(0, Start("eth0"));
     router.Advertise("2001:db8:1::/64");
-    const Request first = listener.Wait(1)[0];
+    const Told first = listener.Wait(1)[0];
     EXPECT_EQ(0u, first.type);
     EXPECT_EQ(468u, first.size);
     ASSERT_EQ(468u, first.body.size());
@@ -124,7 +124,7 @@ TEST(VimbradRouterAdvertisement, TellsOfChangesOnly) {
         return Shell("cat /proc/self/net/snmp6 | grep Icmp6InRouterAdvertisements") != before;
     }));
     router.Advertise("2001:db8:1::/64 2001:db8:2::/64");
-    const Request second = listener.Wait(2)[1];
+    const Told second = listener.Wait(2)[1];
     EXPECT_TRUE(HasPrefix(AddressesOf(second, 10), "2001:db8:1:"));
     EXPECT_TRUE(HasPrefix(AddressesOf(second, 10), "2001:db8:2:"));
 }
@@ -150,7 +150,7 @@ TEST(VimbradRouterAdvertisement, AddressesFromElsewhereAreNotReported) {
     Shell("ip address add fd00::1/64 dev eth0");
     Shell("ip address add fd00::2/64 dev eth0 nodad");
     router.Advertise("2001:db8:1::/64");
-    const Request first = listener.Wait(1)[0];
+    const Told first = listener.Wait(1)[0];
     EXPECT_TRUE(HasPrefix(AddressesOf(first, 10), "2001:db8:1:"));
     EXPECT_TRUE(HasPrefix(AddressesOf(first, 10), "fd00::1"));
 }

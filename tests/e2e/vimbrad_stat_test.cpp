@@ -31,7 +31,7 @@ uint64_t U64(const Bytes& bytes, size_t offset) {
     return bytes.U32(offset) | static_cast<uint64_t>(bytes.U32(offset + 4)) << 32;
 }
 
-Counters CountersOf(const Request& report, size_t iface) {
+Counters CountersOf(const Told& report, size_t iface) {
     return {U64(report.body, 24 * iface), U64(report.body, 24 * iface + 8)};
 }
 
@@ -76,7 +76,7 @@ TEST(VimbradStat, ReportHoldsTheKernelsCounters) {
     Daemon daemon;
     Listener listener(kSocket);
     ASSERT_EQ(0, Ask(kStart, Pack().S32(1)));
-    const Request report = listener.Wait(1)[0];
+    const Told report = listener.Wait(1)[0];
     EXPECT_EQ(72u, report.size);
     ASSERT_EQ(72u, report.body.size());
     EXPECT_EQ(before, CountersOf(report, 0));
@@ -96,7 +96,7 @@ TEST(VimbradStat, ReportsComeAtTheInterval) {
     ASSERT_EQ(0, Ask(kStart, Pack().S32(1)));
     EXPECT_EQ(CountersOf(listener.Wait(1)[0], 1), Kernel("eth1"));
     SendPackets("eth1", 3, 500);
-    const std::vector<Request> reports = listener.Wait(4);
+    const std::vector<Told> reports = listener.Wait(4);
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2900));
     EXPECT_GE(CountersOf(reports[3], 1).sent - CountersOf(reports[0], 1).sent, 1500u);
     EXPECT_EQ(Kernel("eth1"), CountersOf(reports[3], 1));

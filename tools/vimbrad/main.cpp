@@ -27,6 +27,7 @@ constexpr char kUsage[] =
     "\n"
     "  -l, --log-level=LEVEL  0 (silence), 2 (errors), 3 (and warnings), 4 (and\n"
     "                         information, the default) or 5 (and debugging)\n"
+    "  -w, --web-root=DIR     what the web server serves, /var/www by default\n"
     "  -V, --version          print the version and exit\n"
     "  -h, --help             print this help and exit\n"
     "\n"
@@ -64,7 +65,11 @@ UvHandle<uv_signal_t> StopOn(uv_loop_t* loop, int signal) {
     return handle;
 }
 
-void Run() {
+struct Options {
+    std::string web_root = "/var/www";
+};
+
+void Run(const Options& options) {
     // A client may be gone when its reply is written.
     signal(SIGPIPE, SIG_IGN);
     Loop loop;
@@ -73,7 +78,7 @@ void Run() {
     // Not before the signals are taken: whichever comes from now on, the socket is removed.
     Rendezvous rendezvous;
     Registry registry;
-    const auto services = AllServices({loop.Get()});
+    const auto services = AllServices({loop.Get(), options.web_root});
     for (const auto& service : services)
         service->Attach(registry);
     const Server server(loop.Get(), registry, rendezvous.TakeSocket());
@@ -88,12 +93,13 @@ std::optional<LogLevel> ParseLogLevel(const char* text) {
 }
 
 // Exit status, or nothing when the daemon is to run.
-std::optional<int> ReadOptions(int argc, char** argv) {
+std::optional<int> ReadOptions(int argc, char** argv, Options& options) {
     static const option kOptions[] = {{"log-level", required_argument, nullptr, 'l'},
+                                      {"web-root", required_argument, nullptr, 'w'},
                                       {"version", no_argument, nullptr, 'V'},
                                       {"help", no_argument, nullptr, 'h'},
                                       {nullptr, 0, nullptr, 0}};
-    for (int letter; (letter = getopt_long(argc, argv, "l:Vh", kOptions, nullptr)) != -1;) {
+    for (int letter; (letter = getopt_long(argc, argv, "l:w:Vh", kOptions, nullptr)) != -1;) {
         switch (letter) {
             case 'l':
                 if (const auto level = ParseLogLevel(optarg)) {
@@ -103,6 +109,9 @@ std::optional<int> ReadOptions(int argc, char** argv) {
                 std::fprintf(stderr, "vimbrad: --log-level takes 0 to %u, not '%s'\n", kLogLevelMax,
                              optarg);
                 return 2;
+            case 'w':
+                options.web_root = optarg;
+                break;
             case 'V':
                 std::puts("vimbrad " VIMBRAD_VERSION);
                 return 0;
@@ -126,10 +135,11 @@ std::optional<int> ReadOptions(int argc, char** argv) {
 }  // namespace vimbrad
 
 int main(int argc, char** argv) {
-    if (const auto status = vimbrad::ReadOptions(argc, argv))
+    vimbrad::Options options;
+    if (const auto status = vimbrad::ReadOptions(argc, argv, options))
         return *status;
     try {
-        vimbrad::Run();
+        vimbrad::Run(options);
     } catch (const std::exception& error) {
         vimbrad::LogError("%s", error.what());
         return EXIT_FAILURE;

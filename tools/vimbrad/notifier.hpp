@@ -35,6 +35,9 @@ class Notifier {
         Enqueue(type, std::as_bytes(std::span(&body, 1)));
     }
 
+    // A client that has just asked is about to listen: it has its second from now on.
+    void AwaitListener() { failing_since_ = 0; }
+
     // Forgets what has not been sent.
     void Clear();
 

@@ -42,7 +42,9 @@ void Registry::Dispatch(std::uint32_t type, Bytes body, Owed::Send send) {
         RefuseInFourBytes(send, ENOSYS);
         return;
     }
-    const auto operation = variants->second.find(body.size());
+    auto operation = variants->second.find(body.size());
+    if (operation == variants->second.end())
+        operation = variants->second.find(kAnySize);
     if (operation == variants->second.end()) {
         LogWarning("%s: a body of %zu bytes is not one of its",
                    variants->second.begin()->second.what.c_str(), body.size());

@@ -120,21 +120,22 @@ class Registry {
     void OnLater(std::uint32_t type, const char* what, Handler handler) {
         static_assert(std::is_trivially_copyable_v<Body>);
         Add(type, kBodySize<Body>, what,
-            [handler](Bytes bytes, const std::shared_ptr<Owed>& owed) mutable {
+            Guarded<Reply>([handler](Bytes bytes, const Answer<Reply>& answer) mutable {
                 Body body{};
                 if constexpr (kBodySize<Body> != 0)
                     std::memcpy(&body, bytes.data(), sizeof(body));
-                const Answer<Reply> answer(owed);
-                try {
-                    handler(body, answer);
-                } catch (const Refusal& refusal) {
-                    answer.Refuse(refusal.Error(), refusal.what());
-                } catch (const std::bad_alloc&) {
-                    answer.Refuse(ENOMEM);
-                } catch (const std::exception& error) {
-                    answer.Refuse(EIO, error.what());
-                }
-            });
+                handler(body, answer);
+            }));
+    }
+
+    // For a request whose body has no fixed size: Reply handler(Bytes body). It takes every size
+    // that is not named otherwise.
+    template <class Reply, class Handler>
+    void OnBytes(std::uint32_t type, const char* what, Handler handler) {
+        Add(type, kAnySize, what,
+            Guarded<Reply>([handler](Bytes body, const Answer<Reply>& answer) mutable {
+                answer(handler(body));
+            }));
     }
 
     // Carries out one request. What nobody serves, and what has a body of a size that nobody
@@ -151,6 +152,25 @@ class Registry {
     template <class Body>
     static constexpr std::size_t kBodySize = std::is_same_v<Body, NoBody> ? 0 : sizeof(Body);
 
+    static constexpr std::size_t kAnySize = SIZE_MAX;
+
+    // Turns what a handler throws into a refusal.
+    template <class Reply, class Handler>
+    static Entry Guarded(Handler handler) {
+        return [handler](Bytes bytes, const std::shared_ptr<Owed>& owed) mutable {
+            const Answer<Reply> answer(owed);
+            try {
+                handler(bytes, answer);
+            } catch (const Refusal& refusal) {
+                answer.Refuse(refusal.Error(), refusal.what());
+            } catch (const std::bad_alloc&) {
+                answer.Refuse(ENOMEM);
+            } catch (const std::exception& error) {
+                answer.Refuse(EIO, error.what());
+            }
+        };
+    }
+
     void Add(std::uint32_t type, std::size_t size, const char* what, Entry entry);
 
     std::map<std::uint32_t, std::map<std::size_t, Operation>> operations_;
@@ -159,6 +179,8 @@ class Registry {
 // What services work with.
 struct Context {
     uv_loop_t* loop;
+    // What the web server serves.
+    std::string web_root = {};
 };
 
 class Service {

@@ -5,9 +5,10 @@ namespace vimbrad {
 std::vector<std::unique_ptr<Service>> AllServices(const Context& context) {
     std::vector<std::unique_ptr<Service>> services;
     for (const auto make :
-         {MakeAddressService, MakeConflictService, MakeGatewayService, MakeLinkService,
-          MakeLogLevelService, MakeReportService, MakeRouteService, MakeRouterAdvertisementService,
-          MakeRuleService, MakeStatisticsService})
+         {MakeAddressService, MakeBondService, MakeConflictService, MakeGatewayService,
+          MakeLinkService, MakeLogLevelService, MakePingService, MakeReportService,
+          MakeRouteService, MakeRouterAdvertisementService, MakeRuleService, MakeStatisticsService,
+          MakeTracerouteService, MakeWebService})
         services.push_back(make(context));
     return services;
 }

@@ -11,15 +11,19 @@
 namespace vimbrad {
 
 std::unique_ptr<Service> MakeAddressService(const Context& context);
+std::unique_ptr<Service> MakeBondService(const Context& context);
 std::unique_ptr<Service> MakeConflictService(const Context& context);
 std::unique_ptr<Service> MakeGatewayService(const Context& context);
 std::unique_ptr<Service> MakeLinkService(const Context& context);
 std::unique_ptr<Service> MakeLogLevelService(const Context& context);
+std::unique_ptr<Service> MakePingService(const Context& context);
 std::unique_ptr<Service> MakeReportService(const Context& context);
 std::unique_ptr<Service> MakeRouteService(const Context& context);
 std::unique_ptr<Service> MakeRouterAdvertisementService(const Context& context);
 std::unique_ptr<Service> MakeRuleService(const Context& context);
 std::unique_ptr<Service> MakeStatisticsService(const Context& context);
+std::unique_ptr<Service> MakeTracerouteService(const Context& context);
+std::unique_ptr<Service> MakeWebService(const Context& context);
 
 std::vector<std::unique_ptr<Service>> AllServices(const Context& context);
 

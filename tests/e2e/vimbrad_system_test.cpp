@@ -1,0 +1,167 @@
+// The web server and bonding.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "e2e.hpp"
+#include "messages.hpp"
+
+using namespace vimbra::e2e;
+using namespace vimbra::bed;
+
+namespace {
+
+constexpr uint32_t kWebEnable = 769;
+constexpr uint32_t kWebDisable = 770;
+constexpr uint32_t kBondStart = 3841;
+constexpr uint32_t kBondStop = 3842;
+
+int32_t Enable(int32_t port) {
+    return Ask(kWebEnable, Pack().S32(port));
+}
+
+int32_t Disable() {
+    return Ask(kWebDisable, {});
+}
+
+// What the web server has at the root; empty when nobody answers.
+std::string Page(int port) {
+    const std::string url = "http://127.0.0.1:" + std::to_string(port) + "/index.html";
+    return ShellStatus("busybox wget -q -O /tmp/page " + url) == 0 ? ReadFile("/tmp/page") : "";
+}
+
+class VimbradWeb : public testing::Test {
+ protected:
+    void SetUp() override {
+        mkdir("/tmp/www", 0755);
+        WriteFile("/tmp/www/index.html", "hello");
+    }
+
+    Daemon daemon_{{"--web-root=/tmp/www"}};
+};
+
+TEST_F(VimbradWeb, AnswersOnItsPortUntilStopped) {
+    EXPECT_EQ("", Page(8080));
+    ASSERT_EQ(0, Enable(8080));
+    EXPECT_EQ("hello", Page(8080));
+    EXPECT_EQ(0, Disable());
+    EXPECT_TRUE(WaitFor([] { return Page(8080).empty(); }));
+}
+
+TEST_F(VimbradWeb, ThereIsOneAtATime) {
+    ASSERT_EQ(0, Enable(8080));
+    ASSERT_EQ(0, Enable(8080));
+    EXPECT_EQ("hello", Page(8080));
+    EXPECT_EQ("1\n", Shell("cat /proc/[0-9]*/comm | grep -c busybox"));
+    ASSERT_EQ(0, Enable(8081));
+    EXPECT_EQ("hello", Page(8081));
+    EXPECT_TRUE(WaitFor([] { return Page(8080).empty(); }));
+    EXPECT_EQ("1\n", Shell("cat /proc/[0-9]*/comm | grep -c busybox"));
+}
+
+TEST_F(VimbradWeb, StoppedAndStartedOnTheSamePort) {
+    for (int i = 0; i < 5; ++i) {
+        ASSERT_EQ(0, Enable(8080));
+        EXPECT_EQ("hello", Page(8080));
+        EXPECT_EQ(0, Disable());
+    }
+    EXPECT_EQ(0, Disable());
+}
+
+TEST_F(VimbradWeb, PortOfAnotherIsRefused) {
+    Program other({"busybox", "httpd", "-f", "-p", "8080", "-h", "/tmp"}, "/tmp/other.log");
+    ASSERT_TRUE(WaitFor([] { return ShellStatus("busybox nc 127.0.0.1 8080 </dev/null") == 0; }));
+    EXPECT_EQ(EADDRINUSE, Enable(8080));
+    EXPECT_TRUE(other.Running());
+}
+
+TEST_F(VimbradWeb, ImpossiblePortsAreRefused) {
+    for (const int32_t port : {0, -1, 65536, INT32_MIN, INT32_MAX})
+        EXPECT_EQ(EINVAL, Enable(port));
+}
+
+TEST_F(VimbradWeb, EndsWithTheDaemon) {
+    ASSERT_EQ(0, Enable(8080));
+    EXPECT_EQ(0, daemon_.Stop());
+    EXPECT_TRUE(WaitFor([] { return Page(8080).empty(); }));
+}
+
+TEST(VimbradWebRoot, ThatIsNotThereIsRefused) {
+    Daemon daemon({"--web-root=/tmp/nowhere"});
+    EXPECT_EQ(EIO, Enable(8080));
+    EXPECT_TRUE(daemon.WaitLog("web server: "));
+    EXPECT_EQ(0, Disable());
+}
+
+Bytes Text(const std::string& text) {
+    return Pack().U32(static_cast<uint32_t>(text.size() + 1)).Text(text, text.size() + 1);
+}
+
+Bytes BondBody(uint32_t mode, const std::vector<std::string>& members, const std::string& active) {
+    Pack rest;
+    rest.U32(mode).Add(Text("/proc/net")).U32(static_cast<uint32_t>(members.size()));
+    for (const std::string& each : members)
+        rest.Add(Text(each));
+    rest.Add(Text(active));
+    return Pack().U32(static_cast<uint32_t>(rest.Get().size() + 4)).Add(rest);
+}
+
+TEST(VimbradBond, MembersAreJoinedOrTheKernelsLackIsTold) {
+    MakeIface("eth0");
+    MakeIface("eth1");
+    Daemon daemon;
+    const bool able = ShellStatus("ip link add probe type bond && ip link del probe") == 0;
+    if (able) {
+        EXPECT_EQ(0, Ask(kBondStart, BondBody(1, {"eth0", "eth1"}, "eth1")));
+        const Json bond = Ip("-d link show dev bond0").at(0);
+        EXPECT_EQ("active-backup", bond.at("linkinfo").at("info_data").at("mode"));
+        EXPECT_EQ("eth1", bond.at("linkinfo").at("info_data").at("active_slave"));
+        EXPECT_EQ("bond0", Ip("link show dev eth0").at(0).at("master"));
+        EXPECT_EQ(EEXIST, Ask(kBondStart, BondBody(1, {"eth0", "eth1"}, "eth1")));
+        EXPECT_EQ(0, Ask(kBondStop, {}));
+        EXPECT_FALSE(Ip("link show dev eth0").at(0).contains("master"));
+    } else {
+        EXPECT_EQ(EOPNOTSUPP, Ask(kBondStart, BondBody(1, {"eth0", "eth1"}, "eth1")));
+        EXPECT_TRUE(
+            daemon.WaitLog("bond start: refused with 95: the kernel has no bonding driver"));
+        EXPECT_EQ("UP", Ip("link show dev eth0").at(0).at("operstate")) << "is left alone";
+    }
+    EXPECT_EQ(0, Ask(kBondStop, {}));
+}
+
+TEST(VimbradBond, WrongRequestsAreRefused) {
+    MakeIface("eth0");
+    MakeIface("eth1");
+    const Daemon daemon;
+    EXPECT_EQ(EINVAL, Ask(kBondStart, BondBody(7, {"eth0"}, "eth0")));
+    EXPECT_EQ(EINVAL, Ask(kBondStart, BondBody(0, {}, "eth0")));
+    EXPECT_EQ(EINVAL, Ask(kBondStart, BondBody(0, {"a", "b", "c", "d", "e"}, "a")));
+    EXPECT_EQ(EINVAL, Ask(kBondStart, BondBody(0, {"eth0", "eth0"}, "eth0")));
+    EXPECT_EQ(EINVAL, Ask(kBondStart, BondBody(0, {"eth0", "eth1"}, "eth2")));
+    EXPECT_EQ(ENODEV, Ask(kBondStart, BondBody(0, {"eth0", "nowhere0"}, "eth0")));
+    EXPECT_EQ(ENODEV, Ask(kBondStart, BondBody(0, {""}, "")));
+
+    const Bytes right = BondBody(0, {"eth0", "eth1"}, "eth0");
+    for (size_t size = 0; size < right.size(); ++size) {
+        Bytes cut = right.Slice(0, size);
+        EXPECT_EQ(EINVAL, Ask(kBondStart, cut)) << size;
+        // The same with a length that fits.
+        if (size >= 4) {
+            cut[0] = static_cast<uint8_t>(size);
+            EXPECT_EQ(EINVAL, Ask(kBondStart, cut)) << size;
+        }
+    }
+    // Texts that are longer than the request, without an end or with two.
+    for (const uint32_t length : {0u, 1u, 11u, 0x7fffffffu, 0xffffffffu}) {
+        Bytes body = right;
+        const Bytes word = Pack().U32(length);
+        std::copy(word.begin(), word.end(), body.begin() + 8);
+        EXPECT_EQ(EINVAL, Ask(kBondStart, body)) << length;
+    }
+    Bytes inside = right;
+    inside[14] = 0;
+    EXPECT_EQ(EINVAL, Ask(kBondStart, inside));
+}
+
+}  // namespace

@@ -1,0 +1,49 @@
+// A program that the daemon runs: its output line by line, and its end.
+#ifndef VIMBRAD_CHILD_HPP
+#define VIMBRAD_CHILD_HPP
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "uv.hpp"
+
+namespace vimbrad {
+
+// How a program ended: its exit status, or the signal that ended it.
+struct ChildEnd {
+    int status;
+    int signal;
+
+    std::string Text() const;
+};
+
+// Kills its program when destroyed; after that nothing is reported any more.
+class Child {
+ public:
+    struct Events {
+        // A line of standard output or standard error, without its end; long ones come in pieces.
+        std::function<void(std::string_view line)> line;
+        // The last report: the program itself has ended; what it started may live on.
+        std::function<void(const ChildEnd& end)> end;
+    };
+
+    // Throws Refusal when the program cannot be run. Events are called from the loop; they may
+    // destroy the child.
+    Child(uv_loop_t* loop, const std::vector<std::string>& command, Events events);
+    ~Child();
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+
+    void Kill(int signal);
+
+ private:
+    class Run;
+    std::shared_ptr<Run> run_;
+};
+
+}  // namespace vimbrad
+
+#endif

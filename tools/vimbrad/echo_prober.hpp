@@ -1,0 +1,77 @@
+// Sends ICMP and ICMPv6 echo requests to one host and tells what came back of each.
+#ifndef VIMBRAD_ECHO_PROBER_HPP
+#define VIMBRAD_ECHO_PROBER_HPP
+
+#include <vimbra/addr.h>
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+
+#include "lib/fd.hpp"
+#include "uv.hpp"
+
+namespace vimbrad {
+
+enum class Outcome {
+    kReply,         // the host itself
+    kTimeExceeded,  // a router on the way: the time to live was used up
+    kUnreachable,   // a router on the way or this host: the probe cannot get there
+};
+
+// What came back of a probe.
+struct Echo {
+    std::uint16_t number;
+    Outcome outcome;
+    TVimbraAddr from;
+    u32 ttl;  // of a reply; 0 otherwise
+    u32 microseconds;
+    u32 type;  // of the ICMP message
+    u32 code;
+};
+
+class EchoProber {
+ public:
+    // May destroy the prober.
+    using Handler = std::function<void(const Echo& echo)>;
+
+    // Throws Refusal.
+    EchoProber(uv_loop_t* loop, const TVimbraAddr& host, Handler handler);
+    EchoProber(const EchoProber&) = delete;
+    EchoProber& operator=(const EchoProber&) = delete;
+
+    // Sends a probe with so many bytes of payload; a ttl of 0 is the system's own. 0, or the error
+    // number with which the kernel refused.
+    int Send(std::uint16_t number, int ttl, std::size_t payload);
+
+    // Whatever comes back of the probe from now on is too late.
+    void Forget(std::uint16_t number) { sent_.erase(number); }
+
+ private:
+    void Watch();
+    void SetTtl(int ttl);
+    void Read();
+    bool ReadReply();
+    bool ReadError();
+    void Tell(Echo echo);
+
+    bool IsV6() const { return host_.wSinFamily == VIMBRA_FAMILY_IPV6; }
+
+    TVimbraAddr host_;
+    Handler handler_;
+    std::uint16_t identifier_;
+    vimbra::Fd socket_;
+    // When each probe was sent that is waited for, in nanoseconds.
+    std::map<std::uint16_t, std::uint64_t> sent_;
+    // Closed before the socket.
+    UvHandle<uv_poll_t> poll_;
+    std::shared_ptr<bool> alive_ = std::make_shared<bool>();
+};
+
+// The largest payload that fits into a packet.
+std::size_t MaxPayload(u16 family);
+
+}  // namespace vimbrad
+
+#endif

@@ -1,0 +1,144 @@
+// The device's web server: busybox httpd on one port, one at a time.
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <optional>
+
+#include "api/api_webs/webs_wire.hpp"
+#include "child.hpp"
+#include "lib/fd.hpp"
+#include "log.hpp"
+#include "services/services.hpp"
+#include "uv.hpp"
+
+namespace vimbrad {
+namespace {
+
+using wire::PlainResult;
+
+constexpr std::uint64_t kLookMs = 10;
+// For a server that was just ended to let go of the port.
+constexpr std::uint64_t kFreeMs = 1'000;
+constexpr std::uint64_t kListenMs = 5'000;
+
+// Whether a server may listen there.
+bool IsFree(s32 port) {
+    const vimbra::Fd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!fd)
+        throw Refusal(errno);
+    const int yes = 1;
+    setsockopt(fd.Get(), SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<u16>(port));
+    return bind(fd.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 ||
+           errno != EADDRINUSE;
+}
+
+class WebService : public Service {
+ public:
+    explicit WebService(const Context& context)
+        : loop_(context.loop), root_(context.web_root), timer_(MakeTimer(loop_, this)) {}
+
+    void Attach(Registry& registry) override {
+        registry.OnLater<wire::WebEnableBody, PlainResult>(
+            wire::kWebEnable, "web server start",
+            [this](const wire::WebEnableBody& body, const Answer<PlainResult>& answer) {
+                Start(body.port, answer);
+            });
+        registry.On<NoBody, PlainResult>(wire::kWebDisable, "web server stop",
+                                         [this](const NoBody&) {
+                                             Stop();
+                                             return PlainResult{0};
+                                         });
+    }
+
+ private:
+    // A server on another port gives way.
+    void Start(s32 port, const Answer<PlainResult>& answer) {
+        if (port < 1 || port > 65535)
+            throw Refusal(EINVAL, "no such port");
+        if (server_ && !answer_ && port == port_) {
+            answer({0});
+            return;
+        }
+        Stop();
+        port_ = port;
+        answer_ = answer;
+        deadline_ = uv_now(loop_) + kFreeMs;
+        Look();
+    }
+
+    // Whoever still waits for an answer is told that it was cancelled.
+    void Stop() {
+        uv_timer_stop(timer_.get());
+        server_.reset();
+        answer_.reset();
+    }
+
+    // First the port has to be free, then the server has to be there.
+    void Look() {
+        try {
+            const bool taken = !IsFree(port_);
+            if (server_ && taken) {
+                LogInfo("web server on port %d", port_);
+                std::exchange(answer_, std::nullopt).value()({0});
+                return;
+            }
+            if (!server_ && !taken)
+                Run();
+            else if (uv_now(loop_) >= deadline_)
+                throw Refusal(server_ ? ETIMEDOUT : EADDRINUSE);
+        } catch (const Refusal& refusal) {
+            Fail(refusal.Error(), refusal.what());
+            return;
+        }
+        uv_timer_start(
+            timer_.get(), [](uv_timer_t* timer) { static_cast<WebService*>(timer->data)->Look(); },
+            kLookMs, 0);
+    }
+
+    void Run() {
+        server_ = std::make_unique<Child>(
+            loop_,
+            std::vector<std::string>{"busybox", "httpd", "-f", "-p", std::to_string(port_), "-h",
+                                     root_},
+            Child::Events{[](std::string_view line) {
+                              LogWarning("web server: %.*s", static_cast<int>(line.size()),
+                                         line.data());
+                          },
+                          [this](const ChildEnd& end) { Ended(end); }});
+        deadline_ = uv_now(loop_) + kListenMs;
+    }
+
+    void Ended(const ChildEnd& end) {
+        const std::string text = "the web server ended: " + end.Text();
+        LogWarning("%s", text.c_str());
+        Fail(EIO, text.c_str());
+    }
+
+    void Fail(int error, const char* why) {
+        const auto answer = std::exchange(answer_, std::nullopt);
+        Stop();
+        if (answer)
+            answer->Refuse(error, why);
+    }
+
+    uv_loop_t* loop_;
+    std::string root_;
+    s32 port_ = 0;
+    std::uint64_t deadline_ = 0;
+    UvHandle<uv_timer_t> timer_;
+    std::unique_ptr<Child> server_;
+    // Of a start that is not done.
+    std::optional<Answer<PlainResult>> answer_;
+};
+
+}  // namespace
+
+std::unique_ptr<Service> MakeWebService(const Context& context) {
+    return std::make_unique<WebService>(context);
+}
+
+}  // namespace vimbrad
