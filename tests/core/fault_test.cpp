@@ -6,6 +6,7 @@
 #include <linux/sockios.h>
 #include <net/if.h>
 #include <netinet/in.h>
+#include <sys/resource.h>
 #include <sys/un.h>
 #include <vimbra/common.h>
 #include <vimbra/iface.h>
@@ -388,6 +389,31 @@ TEST_P(FaultOfExchange, ReadsOnceAndAllOfIt) {
         return Injector::kReal;
     };
     EXPECT_EQ(0, Call());
+}
+
+// A socket above the size of an fd_set needs memory for its set.
+TEST_P(FaultOfExchange, MissingMemoryForALargeSetIsTold) {
+    rlimit limit = {};
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &limit));
+    limit.rlim_cur = 4096;
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
+    ScriptedDaemon daemon;
+    Capture log;
+    std::vector<int> held = {0};
+    while (held.back() < 1100) {
+        held.push_back(dup(STDERR_FILENO));
+        ASSERT_GT(held.back(), 0);
+    }
+    Injector injector;
+    injector.FailAt(3);
+    EXPECT_EQ(-1, Call());
+    injector.Stop();
+    EXPECT_EQ((Calls{"socket", "connect", "calloc", "close"}), injector.Calls());
+    EXPECT_TRUE(Wrote(log, {Perr(GetParam().function, "XMALLOC error", ENOMEM)}));
+    EXPECT_TRUE(injector.Descriptors().empty());
+    for (size_t i = 1; i < held.size(); i++) {
+        close(held[i]);
+    }
 }
 
 // ---- The two waits ---------------------------------------------------------------------------
