@@ -15,3 +15,9 @@ fail() {
 same() {
     diff -u --label "$1: first list" --label "second list" "$2" "$3" || fail "$1"
 }
+
+# exported LIBRARY: its defined dynamic symbols without the version's own name, for any processor.
+exported() {
+    readelf --dyn-syms -W "$1" |
+        awk '$5 != "LOCAL" && $7 ~ /^[0-9]+$/ { sub(/@.*/, "", $8); print $8 }' | sort -u
+}

@@ -6,5 +6,5 @@ source "$(dirname "$0")/common.sh"
 
 grep -v '^#' "$SOURCE/tests/abi/interface.txt" | sort >"$work/wanted"
 [ "$(wc -l <"$work/wanted")" -gt 200 ] || fail "the list of the interface is cut short"
-nm -D --defined-only "$1" | awk '$2 ~ /^[TDBR]$/ { print $3 }' | sed 's/@.*//' | sort >"$work/exported"
+exported "$1" >"$work/exported"
 same "interface and library" "$work/wanted" "$work/exported"
