@@ -1,6 +1,6 @@
 #include <vimbra/stat.h>
 
-#include <iterator>
+#include <type_traits>
 
 #include "api/api_network_common/stat_wire.hpp"
 #include "lib/listener.hpp"
@@ -27,9 +27,10 @@ constexpr RequestRule kStopRule = {
 
 Next TakeReport(Listener& listener, Message& message) {
     const StatReportBody& report = message.As<StatReportBody>();
-    TNetDevStat stats[std::size(report.atStat)] = {};
+    constexpr u32 kDevices = std::extent_v<decltype(StatReportBody::atStat)>;
+    TNetDevStat stats[kDevices] = {};
     u32 count = 0;
-    for (u32 i = 0; i < std::size(report.atStat); i++) {
+    for (u32 i = 0; i < kDevices; i++) {
         if (report.atStat[i].bIsValid != 0) {
             stats[count].byEthId = i;
             stats[count].dwBandSended = report.atStat[i].dwBandSended;
