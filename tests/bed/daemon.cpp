@@ -164,8 +164,8 @@ class ScriptedDaemon::Server {
             stop_.Stop();
         }
         accepting_.join();
-        for (std::thread& thread : serving_) {
-            thread.join();
+        for (Serving& serving : serving_) {
+            serving.thread.join();
         }
         unlink(path_.c_str());
     }
@@ -263,8 +263,10 @@ class ScriptedDaemon::Server {
             }
             const auto shared = std::make_shared<Descriptor>(std::move(client));
             const auto [number, unread] = Enter();
-            serving_.push_back(
-                internal::StartThread([this, shared, number = number, unread = unread] {
+            JoinEnded();
+            Serving& serving = serving_.emplace_back();
+            serving.thread =
+                internal::StartThread([this, shared, &serving, number = number, unread = unread] {
                     if (unread) {
                         Act(shared->Get(), Request(), *unread);
                     } else {
@@ -273,8 +275,26 @@ class ScriptedDaemon::Server {
                     shared->Reset();
                     const std::lock_guard guard(lock_);
                     ++ended_;
+                    serving.ended = true;
                     changed_.notify_all();
-                }));
+                });
+        }
+    }
+
+    // A thread that nobody has joined keeps its stack: a test of a minute makes very many.
+    void JoinEnded() {
+        for (auto serving = serving_.begin(); serving != serving_.end();) {
+            bool ended = false;
+            {
+                const std::lock_guard guard(lock_);
+                ended = serving->ended;
+            }
+            if (ended) {
+                serving->thread.join();
+                serving = serving_.erase(serving);
+            } else {
+                ++serving;
+            }
         }
     }
 
@@ -456,7 +476,11 @@ class ScriptedDaemon::Server {
     Descriptor listening_;
     internal::StopPipe stop_;
     std::thread accepting_;
-    std::list<std::thread> serving_;  // the accepting thread's, until it has ended
+    struct Serving {
+        std::thread thread;
+        bool ended = false;  // guarded by lock_
+    };
+    std::list<Serving> serving_;  // the accepting thread's, until it has ended
 
     mutable std::mutex lock_;
     mutable std::condition_variable changed_;
