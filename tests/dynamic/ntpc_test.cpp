@@ -44,9 +44,10 @@ struct Event {
     std::string thread;
 };
 
-std::mutex g_mutex;
-std::vector<Event> g_events;
-std::function<void()> g_inCallback;
+// Never destroyed: listeners may outlive main().
+std::mutex& g_mutex = *new std::mutex;
+std::vector<Event>& g_events = *new std::vector<Event>;
+std::function<void()>& g_inCallback = *new std::function<void()>;
 
 int Take(u32 event, void* report) {
     char name[16] = {};
@@ -113,7 +114,7 @@ std::vector<std::string> Started() {
     std::vector<std::string> started;
     for (const TNtpcInfo* info = g_ptApiNtpCInfo; info != nullptr; info = info->ptNext) {
         started.push_back(std::to_string(info->wSinFamiy) + "=" +
-                          std::to_string(info->bNtpcStarted));
+                          std::to_string(__atomic_load_n(&info->bNtpcStarted, __ATOMIC_ACQUIRE)));
     }
     return started;
 }

@@ -40,9 +40,10 @@ struct Event {
     std::string thread;
 };
 
-std::mutex g_mutex;
-std::vector<Event> g_events;
-std::function<void(u32)> g_inCallback;
+// Never destroyed: listeners may outlive main().
+std::mutex& g_mutex = *new std::mutex;
+std::vector<Event>& g_events = *new std::vector<Event>;
+std::function<void(u32)>& g_inCallback = *new std::function<void(u32)>;
 
 void Take(u32 event, void* data, u32 length) {
     char name[16] = {};
@@ -142,7 +143,7 @@ std::vector<std::string> Started() {
     std::vector<std::string> started;
     for (const TPppoeInfo* info = g_ptApiPppoeInfo; info != nullptr; info = info->ptNext) {
         started.push_back(std::to_string(info->wSinFamily) + "=" +
-                          std::to_string(info->bPppoeStarted));
+                          std::to_string(__atomic_load_n(&info->bPppoeStarted, __ATOMIC_ACQUIRE)));
     }
     return started;
 }

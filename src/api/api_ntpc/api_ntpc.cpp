@@ -58,6 +58,11 @@ bool IsIpv4(const Client& client) {
     return client.info.wSinFamiy == VIMBRA_FAMILY_IPV4;
 }
 
+// Written with the lock held; applications look at it without.
+void SetStarted(Client& client, vimbra_bool started) {
+    __atomic_store_n(&client.info.bNtpcStarted, started, __ATOMIC_RELEASE);
+}
+
 // With the lock held.
 Client* FamilyMapNtpcInfo(u16 wSinFamily) {
     if (g_ptClients == nullptr) {
@@ -248,7 +253,7 @@ s32 VimbraNtpcStart(TVimbraAddr tServerIp, u32 dwSyncTimeInterval,
         EndListener(VIMBRA_HERE, *client);
         return VIMBRA_ERR_GENERAL;
     }
-    client->info.bNtpcStarted = 1;
+    SetStarted(*client, 1);
     return VIMBRA_OK;
 }
 
@@ -267,7 +272,7 @@ s32 VimbraNtpcStop(u16 wSinFamily) {
         VLOG_ERROR("ntpc client stop error!");
         return VIMBRA_ERR_GENERAL;
     }
-    client->info.bNtpcStarted = 0;
+    SetStarted(*client, 0);
     EndListener(VIMBRA_HERE, *client);
     return VIMBRA_OK;
 }

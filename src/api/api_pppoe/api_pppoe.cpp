@@ -60,12 +60,17 @@ bool Runs(int index) {
     return g_ptLinks->of[index].info.bPppoeStarted != 0;
 }
 
+// Applications look at it without the lock.
+void SetStarted(Link& link, s32 started) {
+    __atomic_store_n(&link.info.bPppoeStarted, started, __ATOMIC_RELEASE);
+}
+
 void Mark(Link& link, s32 started) {
     if (link.info.wSinFamily == VIMBRA_FAMILY_BOTH) {
-        g_ptLinks->of[0].info.bPppoeStarted = started;
-        g_ptLinks->of[1].info.bPppoeStarted = started;
+        SetStarted(g_ptLinks->of[0], started);
+        SetStarted(g_ptLinks->of[1], started);
     }
-    link.info.bPppoeStarted = started;
+    SetStarted(link, started);
 }
 
 // Where one half runs, starting both is starting the other half and stopping both is stopping that
