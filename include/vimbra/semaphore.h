@@ -31,7 +31,7 @@ VIMBRA_API int del_semvalue(int sem_id);
  * Takes semaphore 0; waits until it can. The system gives it back when the process ends, SEM_UNDO.
  *
  * @retval 0   taken.
- * @retval -1  semop(2) failed, an interruption by a signal included; logged.
+ * @retval -1  semop(2) failed, an interruption by a signal included; logged, and errno says why.
  */
 VIMBRA_API int semaphore_p(int sem_id);
 

@@ -18,8 +18,10 @@ int Check(const CallSite& site, int result, const char* failed, int sem_id) {
     if (result != -1) {
         return 0;
     }
+    const int error = errno;
     VLOG_ERROR_AT(site, "%s", failed);
     VLOG_ERROR_AT(site, "sem_id:%d", sem_id);
+    errno = error;
     return -1;
 }
 

@@ -347,6 +347,8 @@ TEST_F(Dhcpc, WithoutThreadStartFailsAndForgets) {
         EXPECT_EQ(-1, VimbraDhcpcStart("eth0", 2, Never));
     }
     EXPECT_TRUE(log_.Has(Kind::kError, "VimbraDhcpcStart", "create dhcp callback thread failed!"));
+    EXPECT_TRUE(log_.Has(Kind::kPerror, "ThreadSpawn", "THREAD: spawn() thread create error\n",
+                         Where::kSyslog));
     EXPECT_EQ(0u, daemon_.Connections());
     EXPECT_EQ(descriptors, OpenDescriptors());
     EXPECT_THAT(Listed(), ElementsAre("/0"));

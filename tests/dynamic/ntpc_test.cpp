@@ -1,7 +1,9 @@
 // NTP client.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/sem.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -12,6 +14,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -318,6 +321,27 @@ TEST_F(Ntpc, StartWaitsForTheSemaphore) {
     EXPECT_EQ(0, VimbraNtpcStop(2));
 }
 
+TEST_F(Ntpc, SignalDoesNotLetAStartPass) {
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    ASSERT_EQ(0, sigaction(SIGUSR2, &action, nullptr));
+    sembuf take = {0, -1, 0};
+    ASSERT_EQ(0, semop(Semaphore(), &take, 1));
+    std::thread starter([] { EXPECT_EQ(0, Start(2)); });
+    for (int i = 1; i <= 3; i++) {
+        EXPECT_TRUE(WaitFor([] { return semctl(Semaphore(), 0, GETNCNT) == 1; }));
+        pthread_kill(starter.native_handle(), SIGUSR2);
+        EXPECT_TRUE(WaitFor(
+            [&] { return log_.Count(Kind::kError, "semaphore_p", "semaphore_p error") == i; }));
+    }
+    EXPECT_EQ(0u, daemon_.Connections());
+    sembuf give = {0, 1, 0};
+    ASSERT_EQ(0, semop(Semaphore(), &give, 1));
+    starter.join();
+    EXPECT_EQ(1, SemaphoreValue());
+    EXPECT_EQ(0, VimbraNtpcStop(2));
+}
+
 TEST_F(Ntpc, SemaphoreStaysTakenWithoutThread) {
     const auto descriptors = OpenDescriptors();
     {
@@ -601,6 +625,30 @@ TEST_F(Ntpc, ManyStartsAndStopsLeaveNothing) {
     EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
     EXPECT_EQ(descriptors, OpenDescriptors());
     EXPECT_EQ(1, SemaphoreValue());
+}
+
+// Want of descriptors passes, and is waited out.
+TEST_F(Ntpc, FailedAcceptGoesOn) {
+    const Gate gate;
+    g_inCallback = [&] { gate.Pass(); };
+    EXPECT_EQ(0, Start(2));
+    EXPECT_TRUE(Notify(kSocket, 1, {}, {.size = {}, .flag = 0, .wait = false}));
+    ASSERT_TRUE(gate.WaitArrived());
+    Connection waiting(kSocket);
+    ASSERT_TRUE(waiting.Connected());
+    waiting.Send(Message(2, {}));
+    rlimit limit = {};
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &limit));
+    const rlimit none = {0, limit.rlim_max};
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
+    const auto begin = std::chrono::steady_clock::now();
+    gate.Open();
+    EXPECT_TRUE(WaitFor([&] { return log_.Count(Kind::kPerror, kThread, "accept error") >= 3; }));
+    EXPECT_LE(std::chrono::milliseconds(300), std::chrono::steady_clock::now() - begin);
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
+    EXPECT_TRUE(waiting.WaitPeerClosed());
+    EXPECT_THAT(Kinds(), ElementsAre(30001u, 30002u));
+    EXPECT_EQ(0, VimbraNtpcStop(2));
 }
 
 // ---- Testing a server --------------------------------------------------------------------------

@@ -2,12 +2,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <vimbra/common.h>
 #include <vimbra/net_pppoe.h>
 #include <vimbra/pppoe.h>
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -725,6 +727,30 @@ TEST_F(Pppoe, ManyStartsAndStopsLeaveNothing) {
     EXPECT_EQ(90u, Events().size());
     EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
     EXPECT_EQ(descriptors, OpenDescriptors());
+}
+
+// Want of descriptors passes, and is waited out.
+TEST_F(Pppoe, FailedAcceptGoesOn) {
+    const Gate gate;
+    g_inCallback = [&](u32) { gate.Pass(); };
+    EXPECT_EQ(0, Start(2));
+    EXPECT_TRUE(Notify(kSocket, 1, Addresses(), {.size = {}, .flag = 0, .wait = false}));
+    ASSERT_TRUE(gate.WaitArrived());
+    Connection waiting(kSocket);
+    ASSERT_TRUE(waiting.Connected());
+    waiting.Send(Message(2, {}));
+    rlimit limit = {};
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &limit));
+    const rlimit none = {0, limit.rlim_max};
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
+    const auto begin = std::chrono::steady_clock::now();
+    gate.Open();
+    EXPECT_TRUE(WaitFor([&] { return log_.Count(Kind::kPerror, kThread, "accept error") >= 3; }));
+    EXPECT_LE(std::chrono::milliseconds(300), std::chrono::steady_clock::now() - begin);
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
+    EXPECT_TRUE(waiting.WaitPeerClosed());
+    EXPECT_THAT(Kinds(), ElementsAre(1u, 2u));
+    EXPECT_EQ(0, Stop(2));
 }
 
 // ---- Version and state -------------------------------------------------------------------------

@@ -88,6 +88,13 @@ Client* AwaitClient(u16 family) {
     return client;
 }
 
+// A signal handler of the application's must not let a start pass: the semaphore would be given
+// back once more than it was taken.
+void TakeSemaphore() {
+    while (semaphore_p(ntpc_sem_id) != 0 && errno == EINTR) {
+    }
+}
+
 // ---- The listening thread ----------------------------------------------------------------------
 
 void BoundTo(Listener&, Bound bound) {
@@ -239,14 +246,14 @@ s32 VimbraNtpcStart(TVimbraAddr tServerIp, u32 dwSyncTimeInterval,
         return VIMBRA_ERR_GENERAL;
     }
     __atomic_store_n(&client->info.pfNtpcNotifyCallBack, ptCallBack, __ATOMIC_RELEASE);
-    semaphore_p(ntpc_sem_id);
+    TakeSemaphore();
     if (StartListener(IsIpv4(*client) ? kIpv4 : kIpv6, client->listener,
                       {.argument = client, .handle = &client->info.tNtpcThreadID}) == 0) {
         // The semaphore stays taken; the test is Ntpc.SemaphoreStaysTakenWithoutThread.
         VLOG_ERROR("create ntpc callback thread failed!");
         return VIMBRA_ERR_GENERAL;
     }
-    semaphore_p(ntpc_sem_id);
+    TakeSemaphore();
     semaphore_v(ntpc_sem_id);
     if (ApicNtpcStart(tServerIp, dwSyncTimeInterval) != VIMBRA_OK) {
         VLOG_ERROR("ntpc client start error!");
