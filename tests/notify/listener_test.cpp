@@ -6,12 +6,14 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <unistd.h>
 #include <vimbra/thread.h>
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <functional>
@@ -22,6 +24,33 @@
 
 using namespace vimbra;
 using namespace vimbra::bed;
+
+namespace {
+
+// What the system is to say to the engine; 0: what it says by itself.
+std::atomic<int> g_acceptError = 0;
+std::atomic<int> g_socketError = 0;
+std::atomic<int> g_accepts = 0;
+
+}  // namespace
+
+// The engine is linked to these.
+extern "C" int accept4(int fd, sockaddr* address, socklen_t* length, int flags) {
+    g_accepts++;
+    if (const int error = g_acceptError; error != 0) {
+        errno = error;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_accept4, fd, address, length, flags));
+}
+
+extern "C" int socket(int domain, int type, int protocol) noexcept {
+    if (const int error = g_socketError; error != 0 && (type & SOCK_NONBLOCK) != 0) {
+        errno = error;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_socket, domain, type, protocol));
+}
 
 namespace {
 
@@ -251,54 +280,92 @@ TEST_F(Engine, FailedBindLeavesTheNumberAlone) {
     EXPECT_EQ(0u, handle_);
 }
 
-TEST_F(Engine, NoDescriptorForASocketEndsIt) {
-    rlimit limit = {};
-    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &limit));
-    const rlim_t before = limit.rlim_cur;
-    limit.rlim_cur = 0;
-    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
+TEST_F(Engine, SocketThatCannotBeMadeEndsIt) {
+    g_socketError = EMFILE;
     Start();
-    limit.rlim_cur = before;
-    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
+    g_socketError = 0;
     EXPECT_TRUE(probe_.HasEnded());
+    EXPECT_TRUE(log_.Has(Kind::kPerror, kFunction, "socket error"));
     EXPECT_EQ(Bound::kSocketFailed, probe_.bounds[0]);
     EXPECT_EQ(Ended::kNotBound, probe_.ends[0]);
+    EXPECT_EQ(0u, handle_);
 }
 
-// The process has no descriptor left when a connection comes.
-TEST_F(Engine, FailedAcceptEndsOrPasses) {
-    rlimit limit = {};
-    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &limit));
-    const rlim_t before = limit.rlim_cur;
-    for (const bool passes : {false, true}) {
+TEST_F(Engine, FailedAcceptEnds) {
+    size_t times = 0;
+    for (const int error : {EMFILE, ECONNABORTED, ENOMEM, EBADF, EINVAL}) {
         log_.Clear();
-        service_.acceptFailure = passes ? AcceptFailure::kMayBePassing : AcceptFailure::kEnds;
         Start();
-        // The sender's own descriptor is there before they run out.
-        const int sender = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        limit.rlim_cur = 0;
-        ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
-        sockaddr_un address = {AF_UNIX, "/tmp/ipc_test"};
-        ASSERT_EQ(0, connect(sender, reinterpret_cast<sockaddr*>(&address), sizeof(address)));
-        EXPECT_TRUE(log_.WaitFor(Kind::kPerror, kFunction, "accept error", Where::kStdout));
-        if (passes) {
-            // It tries again, but not all the time.
-            usleep(500000);
-            EXPECT_LE(log_.Count(Kind::kPerror, kFunction, "accept error", Where::kStdout), 6);
-        }
-        limit.rlim_cur = before;
-        ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
-        const Bytes message = vimbra::bed::Message(1, kBody);
-        if (passes) {
-            ASSERT_EQ(static_cast<ssize_t>(message.size()),
-                      send(sender, message.data(), message.size(), MSG_NOSIGNAL));
-            EXPECT_TRUE(WaitFor([this] { return probe_.Messages() == 1; }));
-        } else {
-            EXPECT_TRUE(probe_.HasEnded());
-            EXPECT_EQ(Ended::kAcceptFailed, probe_.ends[0]);
-        }
-        close(sender);
+        g_acceptError = error;
+        Connection connection(kSocket);
+        EXPECT_TRUE(probe_.HasEnded(++times));
+        g_acceptError = 0;
+        EXPECT_TRUE(log_.Has(Kind::kPerror, kFunction, "accept error"));
+        EXPECT_EQ(Ended::kAcceptFailed, probe_.ends.back());
+        EXPECT_TRUE(connection.WaitPeerClosed());
     }
+}
+
+TEST_F(Engine, FailureOfAcceptThatPassesIsWaitedOut) {
+    service_.acceptFailure = AcceptFailure::kMayBePassing;
+    Start();
+    size_t messages = 0;
+    for (const int error : {EMFILE, ENFILE, ECONNABORTED, ENOMEM, ENOBUFS, EPROTO, EPERM}) {
+        log_.Clear();
+        const int before = g_accepts;
+        g_acceptError = error;
+        Connection connection(kSocket);
+        ASSERT_TRUE(connection.Send(vimbra::bed::Message(1, kBody)));
+        // It tries again, but not all the time.
+        const auto begin = std::chrono::steady_clock::now();
+        EXPECT_TRUE(WaitFor([=] { return g_accepts >= before + 3; }));
+        EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(300));
+        g_acceptError = 0;
+        EXPECT_TRUE(connection.WaitPeerClosed());
+        EXPECT_EQ(++messages, probe_.Messages());
+        EXPECT_GE(log_.Count(Kind::kPerror, kFunction, "accept error"), 3);
+    }
+}
+
+TEST_F(Engine, DeadSocketEndsAlsoWhoWouldWaitOut) {
+    service_.acceptFailure = AcceptFailure::kMayBePassing;
+    size_t times = 0;
+    for (const int error : {EBADF, EINVAL, ENOTSOCK}) {
+        Start();
+        g_acceptError = error;
+        Connection connection(kSocket);
+        EXPECT_TRUE(probe_.HasEnded(++times));
+        g_acceptError = 0;
+        EXPECT_EQ(Ended::kAcceptFailed, probe_.ends.back());
+    }
+}
+
+TEST_F(Engine, KillCutsThePause) {
+    service_.acceptFailure = AcceptFailure::kMayBePassing;
+    Start();
+    const int before = g_accepts;
+    g_acceptError = EMFILE;
+    Connection connection(kSocket);
+    EXPECT_TRUE(WaitFor([=] { return g_accepts > before; }));
+    EXPECT_EQ(0, KillListener(slot_).result);
+    EXPECT_TRUE(probe_.HasEnded());
+    g_acceptError = 0;
+    EXPECT_EQ(Ended::kKilled, probe_.ends[0]);
+}
+
+TEST_F(Engine, ConnectionThatIsGoneAgainIsNoFailure) {
+    Start();
+    g_acceptError = EAGAIN;
+    const int before = g_accepts;
+    Connection connection(kSocket);
+    ASSERT_TRUE(connection.Send(vimbra::bed::Message(1, kBody)));
+    EXPECT_TRUE(WaitFor([=] { return g_accepts > before; }));
+    g_acceptError = EINTR;
+    EXPECT_TRUE(WaitFor([=] { return g_accepts > before + 10; }));
+    g_acceptError = 0;
+    EXPECT_TRUE(connection.WaitPeerClosed());
+    EXPECT_EQ(1u, probe_.Messages());
+    EXPECT_TRUE(log_.IsSilent());
 }
 
 TEST_F(Engine, TickComesWhenNothingElseDoes) {
