@@ -17,6 +17,7 @@
 #include <csignal>
 #include <cstring>
 #include <functional>
+#include <list>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -67,9 +68,9 @@ struct Probe {
     std::vector<Ended> ends;
     std::atomic<int> ticks = 0;
     std::atomic<bool> released = false;
-    Next onMessage = Next::kGoOn;
-    Next onTick = Next::kGoOn;
-    Next onBegin = Next::kGoOn;
+    std::atomic<Next> onMessage = Next::kGoOn;
+    std::atomic<Next> onTick = Next::kGoOn;
+    std::atomic<Next> onBegin = Next::kGoOn;
     std::function<void(Listener&)> inMessage;
 
     size_t Messages() {
@@ -147,12 +148,18 @@ class Engine : public testing::Test {
         descriptors_ = OpenDescriptors();
     }
     ~Engine() override {
-        const ListenerStop stop = KillListener(slot_);
-        WaitListener(stop);
+        WaitListener(KillListener(slot_));
+        EXPECT_TRUE(probe_.HasEnded(starts_));
         ExpectLevel();
     }
     pthread_t Start() {
-        return StartListener(service_, slot_, {.argument = &probe_, .handle = &handle_});
+        starts_++;
+        return StartListener(Lasting(), slot_, {.argument = &probe_, .handle = &handle_});
+    }
+    // A thread may look at its service a moment longer than a test can see it.
+    const ListenerService& Lasting() const {
+        static auto& services = *new std::list<ListenerService>;
+        return services.emplace_back(service_);
     }
     void ExpectLevel() const {
         EXPECT_TRUE(WaitFor([this] { return Threads() == threads_; }));
@@ -166,6 +173,7 @@ class Engine : public testing::Test {
     ListenerService service_ = Service();
     ListenerSlot slot_ = {};
     pthread_t handle_ = 0;
+    size_t starts_ = 0;
 };
 
 const Bytes kBody = {1, 2, 3, 4, 5, 6, 7, 8};
@@ -225,7 +233,7 @@ TEST_F(Engine, ListenersOfOneNameTakeItOverInTheOrderOfTheirStarts) {
     static ListenerSlot slots[kListeners];
     static Probe probes[kListeners];
     for (int i = 0; i < kListeners; i++) {
-        StartListener(service_, slots[i], {.argument = &probes[i]});
+        StartListener(Lasting(), slots[i], {.argument = &probes[i]});
     }
     EXPECT_TRUE(Notify(kSocket, 1, kBody));
     EXPECT_EQ(1u, probes[kListeners - 1].Messages());
@@ -249,14 +257,15 @@ TEST_F(Engine, BeginMayRefuse) {
 TEST_F(Engine, NameThatIsTooLongIsRefused) {
     service_.socketName = nullptr;
     const std::string fits(96, 'a');
-    StartListener(service_, slot_, {.argument = &probe_, .socketName = fits.c_str()});
+    starts_ = 3;
+    StartListener(Lasting(), slot_, {.argument = &probe_, .socketName = fits.c_str()});
     EXPECT_TRUE(HasListener(fits));
     KillListener(slot_);
     EXPECT_TRUE(probe_.HasEnded());
     for (const size_t length : {97u, 500u}) {
         log_.Clear();
         const std::string name(length, 'a');
-        StartListener(service_, slot_, {.argument = &probe_, .socketName = name.c_str()});
+        StartListener(Lasting(), slot_, {.argument = &probe_, .socketName = name.c_str()});
         EXPECT_TRUE(log_.WaitFor(Kind::kError, kFunction, "MakeAddrServer ERROR!"));
         EXPECT_TRUE(log_.Has(Kind::kError, "MakeAddrServer", "the name is too long!"));
     }
@@ -461,6 +470,7 @@ TEST_F(Engine, UpToTakesWhatComes) {
         connection.EndSending();
         EXPECT_TRUE(connection.WaitPeerClosed());
     }
+    ASSERT_EQ(5u, probe_.Messages());
     EXPECT_EQ((std::vector<size_t>{0, 4, 12, 15, 20}), probe_.counts);
     EXPECT_EQ((std::vector<uint32_t>{0, 7, 7, 7, 7}), probe_.types);
     EXPECT_EQ(Bytes(), probe_.bodies[2]);
@@ -480,6 +490,7 @@ TEST_F(Engine, HeadThenBodyTakesWhatTheHeadSays) {
     Connection connection(kSocket);
     ASSERT_TRUE(connection.SendInPieces(vimbra::bed::Message(4, kBody), {12}));
     EXPECT_TRUE(connection.WaitPeerClosed());
+    ASSERT_EQ(4u, probe_.Messages());
     EXPECT_EQ((std::vector<uint32_t>{1, 2, 3, 4}), probe_.types);
     EXPECT_EQ(Bytes(), probe_.bodies[0]);
     EXPECT_EQ(kBody, probe_.bodies[1]);
