@@ -40,7 +40,7 @@ bool IsPassing(int error) {
     }
 }
 
-// Not inlined, since it has a variable in memory; see Listener::WaitReadable().
+// Not inlined, since it has a variable in memory; see Listener::ReadOnce().
 [[gnu::noinline]] bool HasHungUp(int fd) {
     pollfd look = {fd, 0, 0};
     return poll(&look, 1, 0) > 0;
@@ -275,7 +275,7 @@ Bound Listener::Bind() {
 }
 
 Next Listener::ServeOne() {
-    const int ready = WaitReadable(listening_, service_->tickSeconds);
+    const int ready = WaitForConnection();
     if (ready < 0) {
         LogErrno(service_->waitText != nullptr ? service_->waitText : service_->acceptText);
         return End(Ended::kWaitFailed);
@@ -401,23 +401,37 @@ Next Listener::End(Ended why) {
     return Next::kEnd;
 }
 
-// As select(2); 0 seconds stand for any time. A signal, which may be the application's own
-// business, starts the wait again with the time that is left.
-//
-// Cancellation acts here and in Pause() only. Neither they nor any function that leads to them may
-// hold anything that only its own code would give back, or have variables in memory: the stack is
-// left as it is.
-int Listener::WaitReadable(int fd, int seconds) {
-    if (!set_.Watch(fd)) {
+// Cancellation acts in the next three functions only. Neither they nor any function that leads to
+// them may hold anything that only its own code would give back, or have variables in memory: the
+// stack is left as it is. A signal, which may be the application's own business, starts the wait
+// again with the time that is left.
+
+// As select(2): cut short, it has taken nothing that could be lost. A cancelled accept(2) may have.
+int Listener::WaitForConnection() {
+    if (!set_.Watch(listening_)) {
         return -1;
     }
-    timeout_ = {seconds, 0};
+    const bool limited = service_->tickSeconds > 0;
+    timeout_ = {service_->tickSeconds, 0};
     for (;;) {
         pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
-        const int ready = set_.WaitReadable(seconds > 0 ? &timeout_ : nullptr);
+        const int ready = set_.WaitReadable(limited ? &timeout_ : nullptr);
         pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
         if (ready >= 0 || errno != EINTR) {
             return ready;
+        }
+    }
+}
+
+// One read, as read(2). errno is 0 when it was merely short.
+ssize_t Listener::ReadOnce(void* to, size_t size) {
+    for (;;) {
+        errno = 0;
+        pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
+        const ssize_t count = read(connection_, to, size);
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+        if (count >= 0 || errno != EINTR) {
+            return count;
         }
     }
 }
@@ -427,20 +441,6 @@ void Listener::Pause() {
     pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
     select(0, nullptr, nullptr, nullptr, &timeout_);
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
-}
-
-// One read, for which it waits as long as nothing has come. errno is 0 when it was merely short.
-ssize_t Listener::ReadOnce(void* to, size_t size) {
-    for (;;) {
-        errno = 0;
-        const ssize_t count = recv(connection_, to, size, MSG_DONTWAIT);
-        if (count >= 0 || (errno != EAGAIN && errno != EINTR)) {
-            return count;
-        }
-        if (WaitReadable(connection_, 0) < 0) {
-            return -1;
-        }
-    }
 }
 
 void Listener::Keep() {

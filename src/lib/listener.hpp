@@ -239,9 +239,9 @@ class Listener {
     Next ReceiveAtOnce();
     Next ReceiveHeadThenBody();
     Next End(Ended why);
-    int WaitReadable(int fd, int seconds);
+    int WaitForConnection();
     void Pause();
-    // Not inlined, since they have variables in memory; see WaitReadable().
+    // Not inlined, since they have variables in memory; see ReadOnce().
     [[gnu::noinline]] int Accept();
     [[gnu::noinline]] Next Dispatch(u8* body, size_t bodySize, size_t count);
     [[gnu::noinline]] Next Fail(const Trouble& trouble, Ended why);
