@@ -129,8 +129,11 @@ int read_events(Watcher& watcher) {
     while (end - at >= sizeof(inotify_event)) {
         inotify_event event;
         memcpy(&event, buffer + at, sizeof(event));
+        if (event.len > end - at - sizeof(event)) {
+            break;
+        }
         const size_t size = sizeof(event) + event.len;
-        if (size > end - at || !Enqueue(watcher.queue, buffer + at, size)) {
+        if (!Enqueue(watcher.queue, buffer + at, size)) {
             break;
         }
         at += size;
