@@ -1,0 +1,212 @@
+// Every allocation fails in its turn: the call says so, the files are as they were, and nothing is
+// lost on the way.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <vimbra/vimbra.h>
+// After the current interface.
+#include <vimbra/net.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+#include <vimbra/bed.hpp>
+
+#include "processes.hpp"
+
+using namespace vimbra::bed;
+
+namespace {
+
+// Which allocation of this thread is to fail, counted from 0; -1 for none.
+thread_local int g_failing = -1;
+
+bool Fails() {
+    return g_failing >= 0 && g_failing-- == 0;
+}
+
+constexpr char kPasswd[] = "root:x:0:0:::\nadmin:x:0:0:::\nguest:x:5:5:::\n";
+constexpr char kInetd[] = "telnet stream tcp nowait root /sbin/telnetd x\na b c d e /f g\n";
+constexpr char kResolv[] = "####eth0\nnameserver 1.1.1.1\n####eth1\nnameserver 2.2.2.2\n";
+
+struct Operation {
+    std::function<s32()> call;
+    s32 refused;                     // what a call gives that found no memory
+    std::vector<std::string> words;  // what is logged in one round or the other
+};
+
+class Memory : public testing::Test {
+ protected:
+    // Calls with the first, the second, ... allocation failing, until none does any more.
+    void Run(const Operation& operation) {
+        std::vector<std::string> seen;
+        int rounds = 0;
+        for (;; rounds++) {
+            WriteFile("/etc/passwd", kPasswd);
+            WriteFile("/etc/inetd.conf", kInetd);
+            WriteFile("/etc/resolv.conf", kResolv);
+            Capture log;
+            g_failing = rounds;
+            const s32 result = operation.call();
+            const bool failed = g_failing < 0;
+            g_failing = -1;
+            for (const LogLine& line : log.Syslog()) {
+                if (line.kind == Kind::kError || line.kind == Kind::kPerror) {
+                    seen.push_back(line.text);
+                }
+            }
+            if (!failed) {
+                EXPECT_EQ(0, result);
+                break;
+            }
+            EXPECT_EQ(operation.refused, result) << "allocation " << rounds;
+            EXPECT_EQ(kPasswd, ReadFile("/etc/passwd"));
+            EXPECT_EQ(kResolv, ReadFile("/etc/resolv.conf"));
+            if (operation.refused != 0) {
+                EXPECT_FALSE(seen.empty()) << "allocation " << rounds;
+            }
+        }
+        EXPECT_LT(0, rounds);
+        for (const std::string& text : operation.words) {
+            EXPECT_THAT(seen, testing::Contains(text));
+        }
+    }
+};
+
+TEST_F(Memory, DnsSet) {
+    char name[] = "eth0";
+    TVimbraAddr server = {};
+    server.wSinFamily = 2;
+    Run({[&] { return VimbraDNSSet(name, 2, &server, 1); },
+         -1,
+         {"XMALLOC error", "ReadFromReslovconf error!", "SetDnsToList error!",
+          "WriteToReslovconf error", "WriteToReslovconf error!"}});
+}
+
+TEST_F(Memory, DnsGet) {
+    static TVimbraDnsAddrInfo info;
+    Run({[] { return VimbraDNSGet(&info); }, -1, {"XMALLOC error", "ReadFromReslovconf error!"}});
+}
+
+TEST_F(Memory, AddUser) {
+    char name[] = "new";
+    Run({[&] { return VimbraAddNetUser(name, name); },
+         -1,
+         {"NetSetNetPwd error", "xstrdup error", "add_user_to_pwd_file error"}});
+    Run({[&] { return NetAddNetCommonUser(name, name); },
+         -1,
+         {"NetSetNetPwd error", "xstrdup error", "add_user_to_pwd_file error", "write error!"}});
+}
+
+TEST_F(Memory, ModifyUser) {
+    char name[] = "admin";
+    Run({[&] { return VimbraModifyNetPwd(name, name); },
+         -1,
+         {"NetSetNetPwd error", "xstrdup error", "malloc error!", "creat list error!",
+          "insert node to list error!", "modify_user_in_pwd_file error"}});
+}
+
+TEST_F(Memory, DeleteUser) {
+    char name[] = "guest";
+    Run({[&] {
+             const processes::Fake inetd("inetd");
+             return VimbraDelNetUser(name);
+         },
+         -1,
+         {"the last root user is not removed!", "malloc error", "changeNetServiceOwner error!",
+          "malloc error!", "creat list error!", "insert node to list error!",
+          "delete_user_to_pwd_file error"}});
+}
+
+TEST_F(Memory, ServiceStart) {
+    char name[] = "ssh";
+    char proto[] = "tcp";
+    TVimbraServInfo info = {name, 22, proto, nullptr};
+    Run({[&] {
+             const processes::Fake inetd("inetd");
+             return VimbraServiceStart(&info);
+         },
+         -1,
+         {"XMALLOC error", "pchContent malloc error", "CreateInetdList error!",
+          "Write list to file error!", "Apic Net Service Start failed",
+          "there is no root user, cannot start net service!"}});
+}
+
+// Kept: what cannot be read counts as stopped; only the writing can fail.
+TEST_F(Memory, ServiceStop) {
+    char name[] = "telnetd";
+    WriteFile("/etc/inetd.conf", kInetd);
+    for (const int failing : {0, 1, 2}) {
+        Capture log;
+        g_failing = failing;
+        EXPECT_EQ(0, VimbraServiceStop(name));
+        g_failing = -1;
+        EXPECT_TRUE(log.Has(Kind::kError, "VimbraServiceStop", "ReadFromInetdFile error"));
+        EXPECT_EQ(kInetd, ReadFile("/etc/inetd.conf"));
+    }
+    g_failing = 3;
+    EXPECT_EQ(-1, VimbraServiceStop(name));
+    g_failing = -1;
+    EXPECT_EQ(kInetd, ReadFile("/etc/inetd.conf"));
+}
+
+TEST_F(Memory, Bond) {
+    ScriptedDaemon daemon;
+    char path[] = "/tmp";
+    BondParam legacy = {{0, 1, 2}, 3, 0, path};
+    std::vector<std::string> seen;
+    const char* const kWords[] = {
+        "BondParam.pchBondPath malloc error", "BondParam.achIface malloc error",
+        "BondParam.achIface malloc error", "BondParam.achIface malloc error",
+        "BondParam.pchActiveIface malloc error"};
+    for (int i = 0; i < 5; i++) {
+        Capture log;
+        g_failing = i;
+        EXPECT_EQ(-1, NetBondStart(0, &legacy));
+        g_failing = -1;
+        EXPECT_TRUE(log.Has(Kind::kError, "NetBondStart", kWords[i]));
+    }
+    Capture log;
+    g_failing = 5;
+    EXPECT_EQ(1109, NetBondStart(0, &legacy));
+    g_failing = -1;
+    EXPECT_TRUE(log.Has(Kind::kPerror, "ApicBondStart", "XMALLOC error:"));
+    g_failing = 0;
+    EXPECT_EQ(-1, VimbraBondStop());
+    g_failing = -1;
+    EXPECT_EQ(0u, daemon.Requests().size());
+    EXPECT_EQ(0, NetBondStart(0, &legacy));
+}
+
+TEST_F(Memory, Requests) {
+    ScriptedDaemon daemon;
+    daemon.On(277, Answer::Body(Bytes(456)));
+    char name[] = "eth0";
+    static TVimbraDhcpsInfo pool;
+    pool.tIpPoolStart.wSinFamily = pool.tIpPoolEnd.wSinFamily = pool.tRoutes.wSinFamily = 2;
+    pool.dwIpPoolPrefix = 24;
+    TVimbraDhcpsState state = {};
+    Run({[] { return VimbraWebsEnable(80); }, -1, {"XMALLOC error"}});
+    Run({[] { return VimbraWebsDisable(); }, -1, {"XMALLOC error"}});
+    Run({[&] { return VimbraDhcpsStop(name, 2); }, -1, {"XMALLOC error"}});
+    Run({[&] { return VimbraDhcpsGetState(name, 2, &state); }, -1, {"XMALLOC error"}});
+    Run({[] { return NetDhcpsStop(); }, -1, {"XMALLOC error"}});
+    g_failing = 2;  // two for the question after the addresses
+    EXPECT_EQ(1109, VimbraDhcpsStart(name, 2, &pool));
+    g_failing = -1;
+    EXPECT_EQ(0, VimbraDhcpsStart(name, 2, &pool));
+}
+
+}  // namespace
+
+extern "C" {
+
+void* __real_calloc(size_t count, size_t size);
+void* __wrap_calloc(size_t count, size_t size) {
+    return Fails() ? nullptr : __real_calloc(count, size);
+}
+
+char* __real_strndup(const char* text, size_t size);
+char* __wrap_strndup(const char* text, size_t size) {
+    return Fails() ? nullptr : __real_strndup(text, size);
+}
+}
