@@ -5,10 +5,10 @@ namespace vimbrad {
 std::vector<std::unique_ptr<Service>> AllServices(const Context& context) {
     std::vector<std::unique_ptr<Service>> services;
     for (const auto make :
-         {MakeAddressService, MakeBondService, MakeConflictService, MakeGatewayService,
-          MakeLinkService, MakeLogLevelService, MakePingService, MakeReportService,
-          MakeRouteService, MakeRouterAdvertisementService, MakeRuleService, MakeStatisticsService,
-          MakeTracerouteService, MakeWebService})
+         {MakeAddressService, MakeBondService, MakeConflictService, MakeDhcpClientService,
+          MakeGatewayService, MakeLinkService, MakeLogLevelService, MakePingService,
+          MakeReportService, MakeRouteService, MakeRouterAdvertisementService, MakeRuleService,
+          MakeStatisticsService, MakeTracerouteService, MakeWebService})
         services.push_back(make(context));
     return services;
 }

@@ -1,0 +1,256 @@
+// The DHCP client: a real server on the other side of the link hands out what the application is
+// told and the kernel has.
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <vimbra/dhcpc.h>
+#include <vimbra/net_dhcpc.h>
+#include <vimbra/vimbra.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <mutex>
+
+#include "e2e.hpp"
+#include "messages.hpp"
+
+using namespace vimbra::e2e;
+using namespace vimbra::bed;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+constexpr uint32_t kStart = 0x501;
+constexpr uint32_t kStop = 0x502;
+constexpr uint32_t kRenew = 0x507;
+constexpr uint32_t kLease = 0x505;
+constexpr uint32_t kFail = 0x506;
+constexpr char kSocket[] = "ipc_dhcpc_eth0";
+
+Bytes Body(const std::string& iface, uint16_t family = 2) {
+    return Pack().U16(family).Text(iface, 16);
+}
+
+std::string TextOf(const TVimbraAddr& address) {
+    char text[INET6_ADDRSTRLEN] = "";
+    inet_ntop(address.wSinFamily, &address.tV6Addr, text, sizeof(text));
+    return text;
+}
+
+// What the application was told, in words.
+std::string TextOf(u32 event, const TVimbraDhcpcAddrInfo& info) {
+    std::string text = std::to_string(event) + " " + std::string(info.achDevName);
+    if (info.tIpAddrs.wSinFamily != 0) {
+        text += " " + TextOf(info.tIpAddrs) + "/" + std::to_string(info.dwIpPrefix) + " via " +
+                TextOf(info.tGateWay) + " for " + std::to_string(info.dwLeaseTime);
+    }
+    for (u32 i = 0; i < info.dwDnsNum; ++i)
+        text += " dns " + TextOf(info.atDnsServer[i]);
+    return text;
+}
+
+// The events that the callback has got.
+std::mutex g_mutex;
+std::vector<std::string> g_reported;
+
+int Take(u32 event, TVimbraDhcpcAddrInfo* info) {
+    const std::lock_guard lock(g_mutex);
+    g_reported.push_back(TextOf(event, *info));
+    return 0;
+}
+
+std::vector<std::string> Reported() {
+    const std::lock_guard lock(g_mutex);
+    return g_reported;
+}
+
+std::vector<std::string> WaitReported(size_t count) {
+    EXPECT_TRUE(WaitFor([count] { return Reported().size() >= count; }));
+    return Reported();
+}
+
+std::string DefaultRoute() {
+    return Shell("ip -4 route show default");
+}
+
+// The processes of DHCP clients: the command line of each by its id.
+std::map<pid_t, std::string> Clients() {
+    std::map<pid_t, std::string> found;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+        const pid_t pid = std::atoi(entry.path().filename().c_str());
+        std::ifstream file(entry.path() / "cmdline");
+        std::string line((std::istreambuf_iterator<char>(file)), {});
+        std::ranges::replace(line, '\0', ' ');
+        if (pid != 0 && line.find("udhcpc -f") != std::string::npos)
+            found[pid] = line;
+    }
+    return found;
+}
+
+constexpr char kPool[] = "start 192.0.2.100\nend 192.0.2.100\n";
+constexpr char kOptions[] =
+    "option subnet 255.255.255.128\noption router 192.0.2.1\n"
+    "option dns 192.0.2.53 192.0.2.54\noption lease 3600\n";
+
+constexpr char kTold[] =
+    "30001 eth0 192.0.2.100/25 via 192.0.2.1 for 3600 dns 192.0.2.53 dns 192.0.2.54";
+
+// A second host at the other end of eth0.
+class VimbradDhcpClient : public testing::Test {
+ protected:
+    void SetUp() override {
+        Connect("eth0", host_);
+        Shell("ip link set eth0 down");
+        host_.Shell("ip address add 192.0.2.1/25 dev eth0");
+    }
+
+    void Serve(const std::string& pool = kPool, const std::string& options = kOptions) {
+        WriteFile("/tmp/server.conf", pool + options +
+                                          "interface eth0\nlease_file /tmp/server.leases\n"
+                                          "pidfile /tmp/server.pid\n");
+        WriteFile("/tmp/server.leases", "");
+        server_.reset();
+        server_ = std::make_unique<Program>(
+            std::vector<std::string>{"nsenter", "-t", std::to_string(host_.Pid()), "-n", "busybox",
+                                     "udhcpd", "-f", "/tmp/server.conf"},
+            "/tmp/server.log");
+        EXPECT_TRUE(server_->WaitOutput("started"));
+    }
+
+    Host host_;
+    std::unique_ptr<Program> server_;
+    Daemon daemon_{{"--log-level=5"}};
+};
+
+TEST_F(VimbradDhcpClient, ApplicationIsToldWhatTheServerHandsOut) {
+    VimbraInit();
+    Serve();
+    ASSERT_EQ(0, VimbraDhcpcStart("eth0", 2, Take));
+    EXPECT_THAT(WaitReported(1), ElementsAre(kTold)) << daemon_.Log();
+    EXPECT_THAT(KernelAddresses("eth0", 2), ElementsAre("192.0.2.100/25 global"));
+    EXPECT_THAT(DefaultRoute(), HasSubstr("default via 192.0.2.1 dev eth0"));
+    EXPECT_EQ("", Shell("ping -q -c 1 -w 5 192.0.2.1 > /dev/null"));
+
+    TVimbraDhcpcAddrInfo lease{};
+    ASSERT_EQ(0, VimbraDhcpcGetLeaseInfo("eth0", 2, &lease));
+    EXPECT_EQ(kTold, TextOf(VIMBRA_DHCPC_EVENT_LEASE, lease));
+
+    // Once by a signal to the process, once by the daemon, once by starting what runs.
+    ASSERT_EQ(0, VimbraDhcpcRenew("eth0", 2));
+    EXPECT_THAT(WaitReported(2), ElementsAre(kTold, kTold)) << daemon_.Log();
+    ASSERT_EQ(0, AndoridDhcpcRenew("eth0", 2));
+    EXPECT_THAT(WaitReported(3), ElementsAre(kTold, kTold, kTold)) << daemon_.Log();
+    ASSERT_EQ(0, VimbraDhcpcStart("eth0", 2, Take));
+    EXPECT_THAT(WaitReported(4), ElementsAre(kTold, kTold, kTold, kTold)) << daemon_.Log();
+    EXPECT_THAT(KernelAddresses("eth0", 2), ElementsAre("192.0.2.100/25 global"));
+
+    ASSERT_EQ(0, VimbraDhcpcStop("eth0", 2));
+    EXPECT_THAT(Clients(), IsEmpty());
+    EXPECT_THAT(KernelAddresses("eth0", 2), IsEmpty());
+    EXPECT_EQ("", DefaultRoute());
+}
+
+TEST_F(VimbradDhcpClient, ClientIsFoundByItsCommandLine) {
+    ASSERT_EQ(0, Ask(kStart, Body("eth0")));
+    EXPECT_EQ(0, Ask(kStart, Body("eth0")));
+    EXPECT_TRUE(WaitFor([] {
+        const auto clients = Clients();
+        return clients.size() == 1 &&
+               clients.begin()->second.find("udhcpc -f -R -i eth0 ") != std::string::npos;
+    }));
+}
+
+// The only address of the pool is free for another.
+TEST_F(VimbradDhcpClient, StopTellsTheServer) {
+    Serve();
+    Listener listener(kSocket);
+    ASSERT_EQ(0, Ask(kStart, Body("eth0")));
+    EXPECT_EQ(kLease, listener.Wait(1)[0].type);
+    ASSERT_EQ(0, Ask(kStop, Body("eth0")));
+    EXPECT_EQ(0, Ask(kStop, Body("eth0")));
+    Shell("ip link set eth0 down && ip link set eth0 address 02:00:00:00:00:99");
+    EXPECT_EQ(0, Ask(kStart, Body("eth0")));
+    EXPECT_EQ(kLease, listener.Wait(2)[1].type);
+}
+
+TEST_F(VimbradDhcpClient, WithoutAServerTheFailureIsTold) {
+    Listener listener(kSocket);
+    ASSERT_EQ(0, Ask(kStart, Body("eth0")));
+    const auto told = listener.Wait(1)[0];
+    EXPECT_EQ(kFail, told.type);
+    ASSERT_EQ(1348u, told.body.size());
+    EXPECT_EQ("eth0", told.body.Text(0, 16));
+}
+
+TEST_F(VimbradDhcpClient, AnotherLeaseTakesThePlaceOfTheFirst) {
+    Serve();
+    Listener listener(kSocket);
+    ASSERT_EQ(0, Ask(kStart, Body("eth0")));
+    listener.Wait(1);
+    host_.Shell("ip address add 198.51.100.1/24 dev eth0");
+    Serve("start 198.51.100.7\nend 198.51.100.7\n",
+          "option subnet 255.255.255.0\noption lease 60\n");
+    ASSERT_EQ(0, Ask(kRenew, Body("eth0")));
+    EXPECT_TRUE(WaitFor([&] { return listener.Messages().back().type == kLease; }));
+    EXPECT_TRUE(WaitFor([] {
+        return KernelAddresses("eth0", 2) == std::vector<std::string>{"198.51.100.7/24 global"};
+    })) << daemon_.Log();
+    EXPECT_EQ("", DefaultRoute());
+}
+
+TEST_F(VimbradDhcpClient, WhatOthersHaveSetStays) {
+    Serve();
+    Shell("ip address add 192.0.2.100/25 dev eth0");
+    Shell("ip address add 203.0.113.1/24 dev eth0");
+    Listener listener(kSocket);
+    ASSERT_EQ(0, Ask(kStart, Body("eth0")));
+    EXPECT_EQ(kLease, listener.Wait(1)[0].type);
+    Shell("ip route replace default via 192.0.2.2 dev eth0");
+    ASSERT_EQ(0, Ask(kStop, Body("eth0")));
+    EXPECT_THAT(KernelAddresses("eth0", 2),
+                ElementsAre("192.0.2.100/25 global", "203.0.113.1/24 global"));
+    EXPECT_THAT(DefaultRoute(), HasSubstr("via 192.0.2.2"));
+}
+
+TEST_F(VimbradDhcpClient, EndOfTheDaemonEndsItsClients) {
+    Serve();
+    Listener listener(kSocket);
+    ASSERT_EQ(0, Ask(kStart, Body("eth0")));
+    listener.Wait(1);
+    EXPECT_EQ(0, daemon_.Stop());
+    EXPECT_THAT(Clients(), IsEmpty());
+    EXPECT_THAT(KernelAddresses("eth0", 2), IsEmpty());
+    EXPECT_EQ("", Shell("ls -d /tmp/vimbrad.?????? 2>/dev/null || true"));
+}
+
+TEST_F(VimbradDhcpClient, ClientThatDiesIsStartedAgain) {
+    Serve();
+    Listener listener(kSocket);
+    ASSERT_EQ(0, Ask(kStart, Body("eth0")));
+    listener.Wait(1);
+    ASSERT_EQ(1u, Clients().size());
+    ASSERT_EQ(0, kill(Clients().begin()->first, SIGKILL));
+    const auto told = listener.Wait(3);
+    EXPECT_EQ(kFail, told[1].type);
+    EXPECT_EQ(kLease, told[2].type);
+}
+
+TEST_F(VimbradDhcpClient, Refusals) {
+    EXPECT_EQ(ENODEV, Ask(kStart, Body("nowhere0")));
+    EXPECT_EQ(ENODEV, Ask(kStart, Body("")));
+    EXPECT_EQ(ENODEV, Ask(kStart, Body(std::string(16, 'x'))));
+    EXPECT_EQ(EINVAL, Ask(kStart, Body("eth0", 0)));
+    EXPECT_EQ(ENOTSUP, Ask(kStart, Body("eth0", 10)));
+    EXPECT_EQ(ENOTSUP, Ask(kStop, Body("eth0", 10)));
+    EXPECT_EQ(ESRCH, Ask(kRenew, Body("eth0")));
+    EXPECT_EQ(0, Ask(kStop, Body("eth0")));
+    EXPECT_THAT(Clients(), IsEmpty());
+}
+
+}  // namespace

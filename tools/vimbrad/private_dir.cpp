@@ -1,0 +1,41 @@
+#include "private_dir.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <system_error>
+
+#include "lib/fd.hpp"
+#include "refusal.hpp"
+
+namespace vimbrad {
+
+PrivateDir::PrivateDir() : path_("/tmp/vimbrad.XXXXXX") {
+    if (mkdtemp(path_.data()) == nullptr)
+        throw Refusal(errno);
+}
+
+PrivateDir::~PrivateDir() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+}
+
+std::string PrivateDir::Write(const std::string& name, std::string_view text, mode_t mode) const {
+    const std::string path = PathOf(name);
+    const vimbra::Fd file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode));
+    if (!file || fchmod(file.Get(), mode) != 0)
+        throw Refusal(errno);
+    while (!text.empty()) {
+        const ssize_t count = write(file.Get(), text.data(), text.size());
+        if (count < 0)
+            throw Refusal(errno);
+        text.remove_prefix(static_cast<std::size_t>(count));
+    }
+    return path;
+}
+
+}  // namespace vimbrad
