@@ -6,9 +6,9 @@ std::vector<std::unique_ptr<Service>> AllServices(const Context& context) {
     std::vector<std::unique_ptr<Service>> services;
     for (const auto make :
          {MakeAddressService, MakeBondService, MakeConflictService, MakeDhcpClientService,
-          MakeGatewayService, MakeLinkService, MakeLogLevelService, MakePingService,
-          MakeReportService, MakeRouteService, MakeRouterAdvertisementService, MakeRuleService,
-          MakeStatisticsService, MakeTracerouteService, MakeWebService})
+          MakeDhcpServerService, MakeGatewayService, MakeLinkService, MakeLogLevelService,
+          MakePingService, MakeReportService, MakeRouteService, MakeRouterAdvertisementService,
+          MakeRuleService, MakeStatisticsService, MakeTracerouteService, MakeWebService})
         services.push_back(make(context));
     return services;
 }

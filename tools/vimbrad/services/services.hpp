@@ -14,6 +14,7 @@ std::unique_ptr<Service> MakeAddressService(const Context& context);
 std::unique_ptr<Service> MakeBondService(const Context& context);
 std::unique_ptr<Service> MakeConflictService(const Context& context);
 std::unique_ptr<Service> MakeDhcpClientService(const Context& context);
+std::unique_ptr<Service> MakeDhcpServerService(const Context& context);
 std::unique_ptr<Service> MakeGatewayService(const Context& context);
 std::unique_ptr<Service> MakeLinkService(const Context& context);
 std::unique_ptr<Service> MakeLogLevelService(const Context& context);

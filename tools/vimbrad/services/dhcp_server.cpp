@@ -1,0 +1,302 @@
+// DHCP servers: one busybox udhcpd for each interface, in the foreground, with a configuration that
+// is written for it.
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netlink/route/link.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <map>
+#include <optional>
+
+#include "api/api_dhcps/dhcps_wire.hpp"
+#include "child.hpp"
+#include "lib/fd.hpp"
+#include "log.hpp"
+#include "netlink.hpp"
+#include "private_dir.hpp"
+#include "services/services.hpp"
+
+namespace vimbrad {
+namespace {
+
+// What applications watch.
+constexpr char kLeaseDir[] = "/usr/etc";
+constexpr char kLeaseFile[] = "/usr/etc/udhcpd.leases";
+// Of the seconds between two writings of the leases; new ones are written at once by most builds of
+// udhcpd.
+constexpr int kAutoTime = 2;
+// What the file may grow to; readers of the lease file see fewer.
+constexpr u32 kLeasesMax = 4096;
+// A server that cannot work ends within this time; after it a start is answered.
+constexpr std::uint64_t kSettleMs = 300;
+constexpr std::uint64_t kKillMs = 2'000;
+
+std::string TextOf(const TVimbraAddr& address) {
+    char text[INET_ADDRSTRLEN] = "";
+    inet_ntop(AF_INET, &address.tV4Addr, text, sizeof(text));
+    return text;
+}
+
+u32 HostOrder(const TVimbraAddr& address) {
+    return ntohl(address.tV4Addr.s_addr);
+}
+
+// The library takes a router of 0.0.0.0 for none.
+bool HasRouter(const TVimbraDhcpsInfo& pool) {
+    return pool.tRoutes.wSinFamily == VIMBRA_FAMILY_IPV4 && !IsZero(pool.tRoutes);
+}
+
+void CheckPool(const TVimbraDhcpsInfo& pool) {
+    if (pool.tIpPoolStart.wSinFamily != VIMBRA_FAMILY_IPV4 ||
+        pool.tIpPoolEnd.wSinFamily != VIMBRA_FAMILY_IPV4)
+        throw Refusal(EINVAL, "a pool of another family");
+    if (pool.dwIpPoolPrefix == 0 || pool.dwIpPoolPrefix > 32)
+        throw Refusal(EINVAL, "no such prefix length");
+    if (HostOrder(pool.tIpPoolStart) > HostOrder(pool.tIpPoolEnd))
+        throw Refusal(EINVAL, "a pool that ends before it starts");
+    if (pool.tDnsServerInfo.dwDnsNum > VIMBRA_DHCPS_DNS_MAX)
+        throw Refusal(EINVAL, "more DNS servers than the list can hold");
+}
+
+std::string NetmaskOf(u32 prefix) {
+    TVimbraAddr mask{};
+    mask.tV4Addr.s_addr = htonl(~u32{0} << (32 - prefix));
+    return TextOf(mask);
+}
+
+// Every value comes from an address: a name of an interface is one that the kernel has.
+std::string ConfigurationOf(const std::string& name, const TVimbraDhcpsInfo& pool,
+                            const std::string& lease_file, const std::string& pid_file) {
+    const u32 size = HostOrder(pool.tIpPoolEnd) - HostOrder(pool.tIpPoolStart);
+    std::string text = "interface " + name + "\nstart " + TextOf(pool.tIpPoolStart) + "\nend " +
+                       TextOf(pool.tIpPoolEnd) + "\nmax_leases " +
+                       std::to_string(std::min(size, kLeasesMax - 1) + 1) + "\nlease_file " +
+                       lease_file + "\npidfile " + pid_file + "\nauto_time " +
+                       std::to_string(kAutoTime) + "\noption subnet " +
+                       NetmaskOf(pool.dwIpPoolPrefix) + "\n";
+    if (HasRouter(pool))
+        text += "option router " + TextOf(pool.tRoutes) + "\n";
+    // One line for each: udhcpd adds them up, and its lines are limited.
+    const TVimbraDnsInfo& dns = pool.tDnsServerInfo;
+    for (u32 i = 0; i < dns.dwDnsNum; ++i) {
+        const TVimbraAddr server = dns.tDnsIp[i];
+        if (server.wSinFamily == VIMBRA_FAMILY_IPV4)
+            text += "option dns " + TextOf(server) + "\n";
+    }
+    return text;
+}
+
+// An application may watch the leases before there is a server.
+void MakeLeaseFile(const std::string& path) {
+    mkdir(kLeaseDir, 0755);
+    const vimbra::Fd file(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
+    if (!file)
+        throw Refusal(errno, path + ": " + std::strerror(errno));
+}
+
+// The server of one interface, from its start to its end.
+class DhcpServer {
+ public:
+    using Ended = std::function<void()>;
+
+    // `ended` is told when the server has ended, asked to or not; that may destroy this.
+    DhcpServer(uv_loop_t* loop, std::string name, std::string lease_file,
+               const std::string& configuration, Ended ended)
+        : name_(std::move(name)),
+          lease_file_(std::move(lease_file)),
+          ended_(std::move(ended)),
+          timer_(MakeTimer(loop, this)),
+          child_(loop, {"busybox", "udhcpd", "-f", configuration},
+                 {[](std::string_view line) {
+                      LogDebug("%.*s", static_cast<int>(line.size()), line.data());
+                  },
+                  [this](const ChildEnd& end) { HasEnded(end); }}) {}
+
+    // Answers when the server has had the time to find out that it cannot work.
+    void AnswerStart(const Answer<wire::PlainResult>& answer) {
+        starting_.push_back(answer);
+        After(kSettleMs, [](uv_timer_t* timer) {
+            auto* self = static_cast<DhcpServer*>(timer->data);
+            LogInfo("DHCP server on %s: started", self->name_.c_str());
+            for (const auto& each : std::exchange(self->starting_, {}))
+                each({0});
+        });
+    }
+
+    void Stop() {
+        stopping_ = true;
+        child_.Kill(SIGTERM);
+        After(kKillMs, [](uv_timer_t* timer) {
+            static_cast<DhcpServer*>(timer->data)->child_.Kill(SIGKILL);
+        });
+    }
+
+    bool Stopping() const { return stopping_; }
+    const std::string& LeaseFile() const { return lease_file_; }
+
+ private:
+    void After(std::uint64_t milliseconds, uv_timer_cb call) {
+        uv_timer_start(timer_.get(), call, milliseconds, 0);
+    }
+
+    void HasEnded(const ChildEnd& end) {
+        if (!stopping_)
+            LogWarning("DHCP server on %s: ended with %s", name_.c_str(), end.Text().c_str());
+        for (const auto& each : std::exchange(starting_, {}))
+            each.Refuse(EIO, "the server ended at once");
+        const Ended ended = std::move(ended_);
+        ended();
+    }
+
+    std::string name_;
+    std::string lease_file_;
+    Ended ended_;
+    UvHandle<uv_timer_t> timer_;
+    Child child_;
+    std::vector<Answer<wire::PlainResult>> starting_;
+    bool stopping_ = false;
+};
+
+class DhcpServerService : public Service {
+ public:
+    explicit DhcpServerService(const Context& context) : loop_(context.loop) {
+        try {
+            MakeLeaseFile(kLeaseFile);
+        } catch (const Refusal& refusal) {
+            LogInfo("no lease file to watch: %s", refusal.what());
+        }
+    }
+
+    void Attach(Registry& registry) override {
+        using wire::DhcpsIfaceBody, wire::DhcpsStartBody, wire::PlainResult;
+        registry.OnLater<DhcpsStartBody, PlainResult>(
+            wire::kDhcpsStart, "DHCP server start",
+            [this](const DhcpsStartBody& body, const Answer<PlainResult>& answer) {
+                Start(body, answer);
+            });
+        registry.OnLater<DhcpsIfaceBody, PlainResult>(
+            wire::kDhcpsStop, "DHCP server stop",
+            [this](const DhcpsIfaceBody& body, const Answer<PlainResult>& answer) {
+                CheckFamily(body.wSinFamily);
+                StopThen([name = NameOf(body.achIfaceName)](
+                             const std::string& each) { return each == name; },
+                         [answer] { answer({0}); });
+            });
+        registry.OnLater<NoBody, PlainResult>(
+            wire::kDhcpsStopAll, "DHCP servers stop",
+            [this](const NoBody&, const Answer<PlainResult>& answer) {
+                StopThen([](const std::string&) { return true; }, [answer] { answer({0}); });
+            });
+        registry.On<DhcpsIfaceBody, TVimbraDhcpsState>(
+            wire::kDhcpsState, "DHCP server state", [this](const DhcpsIfaceBody& body) {
+                const auto found = servers_.find(NameOf(body.achIfaceName));
+                return TVimbraDhcpsState{body.wSinFamily == VIMBRA_FAMILY_IPV4 &&
+                                         found != servers_.end() && !found->second->Stopping()};
+            });
+    }
+
+ private:
+    using Then = std::function<void()>;
+
+    static void CheckFamily(u16 family) {
+        if (family == VIMBRA_FAMILY_IPV6)
+            throw Refusal(ENOTSUP, "no DHCP server for IPv6");
+        if (family != VIMBRA_FAMILY_IPV4)
+            throw Refusal(EINVAL, "no such address family");
+    }
+
+    // A server that runs makes room for one with the new pool.
+    void Start(const wire::DhcpsStartBody& body, const Answer<wire::PlainResult>& answer) {
+        CheckFamily(body.wSinFamily);
+        const TVimbraDhcpsInfo pool = body.tDhcpsInfo;
+        CheckPool(pool);
+        const std::string name = NameOf(body.achIfaceName);
+        Netlink().FindLink(name);
+        StopThen([&name](const std::string& each) { return each == name; },
+                 [this, name, pool, answer] {
+                     try {
+                         Run(name, pool, answer);
+                     } catch (const Refusal& refusal) {
+                         answer.Refuse(refusal.Error(), refusal.what());
+                     }
+                 });
+    }
+
+    void Run(const std::string& name, const TVimbraDhcpsInfo& pool,
+             const Answer<wire::PlainResult>& answer) {
+        if (servers_.contains(name))
+            throw Refusal(EBUSY, "somebody else starts it");
+        const std::string lease_file = LeaseFileFor(name);
+        MakeLeaseFile(lease_file);
+        if (!files_)
+            files_.emplace();
+        const std::string configuration = files_->Write(
+            name, ConfigurationOf(name, pool, lease_file, files_->PathOf(name + ".pid")), 0600);
+        auto server = std::make_unique<DhcpServer>(loop_, name, lease_file, configuration,
+                                                   [this, name] { HasEnded(name); });
+        server->AnswerStart(answer);
+        servers_.emplace(name, std::move(server));
+    }
+
+    // Servers must not write over each other's leases: the first has the file that applications
+    // watch, others have one of their own beside it.
+    std::string LeaseFileFor(const std::string& name) const {
+        for (const auto& [_, server] : servers_) {
+            if (server->LeaseFile() == kLeaseFile)
+                return std::string(kLeaseFile) + "." + name;
+        }
+        return kLeaseFile;
+    }
+
+    void HasEnded(const std::string& name) {
+        const auto ended = servers_.extract(name);
+        std::vector<Then> ready;
+        std::erase_if(waiting_, [&](Waiting& each) {
+            std::erase(each.names, name);
+            if (!each.names.empty())
+                return false;
+            ready.push_back(std::move(each.then));
+            return true;
+        });
+        for (const Then& each : ready)
+            each();
+    }
+
+    // Stops servers, and goes on when all of them have ended.
+    template <class Which>
+    void StopThen(Which which, Then then) {
+        Waiting waiting{{}, std::move(then)};
+        for (const auto& [name, server] : servers_) {
+            if (!which(name))
+                continue;
+            waiting.names.push_back(name);
+            if (!server->Stopping())
+                server->Stop();
+        }
+        if (waiting.names.empty())
+            waiting.then();
+        else
+            waiting_.push_back(std::move(waiting));
+    }
+
+    struct Waiting {
+        std::vector<std::string> names;
+        Then then;
+    };
+
+    uv_loop_t* loop_;
+    std::optional<PrivateDir> files_;
+    std::vector<Waiting> waiting_;
+    std::map<std::string, std::unique_ptr<DhcpServer>> servers_;
+};
+
+}  // namespace
+
+std::unique_ptr<Service> MakeDhcpServerService(const Context& context) {
+    return std::make_unique<DhcpServerService>(context);
+}
+
+}  // namespace vimbrad
