@@ -4,6 +4,9 @@ namespace vimbra {
 
 namespace {
 
+// Whose lines the exchange's own are: of the call that applications know.
+constexpr char kTransport[] = "IpcApiSendAndRecv";
+
 s32 Fail(const CallSite& site, const char* format, Failure failure, s32 value) {
     if (Logs(VIMBRA_LEVEL_ERR)) {
         VimbraLogError(format, getpid(), site.function, site.line, value);
@@ -18,16 +21,23 @@ RequestBase::RequestBase(const CallSite& site, const RequestRule& rule, u32 body
     if (message_.Allocate(bodySize)) {
         return;
     }
-    if (rule_.outOfMemory == RequestRule::OutOfMemory::kErrno) {
-        LogErrnoAt(site_, rule_.outOfMemoryText);
-    } else {
-        VLOG_ERROR_AT(site_, "%s", rule_.outOfMemoryText);
+    switch (rule_.outOfMemory) {
+        case RequestRule::OutOfMemory::kErrno:
+            LogErrnoAt(site_, rule_.outOfMemoryText);
+            break;
+        case RequestRule::OutOfMemory::kPlain:
+            VLOG_ERROR_AT(site_, "%s", rule_.outOfMemoryText);
+            break;
+        case RequestRule::OutOfMemory::kTransport:
+            LogErrnoAt({kTransport, __LINE__}, rule_.outOfMemoryText);
+            Fail(site_, rule_.transportFormat, rule_.transport, VIMBRA_ERR_GENERAL);
+            break;
     }
 }
 
 s32 RequestBase::Exchange(u32 type, void* reply, s32 replySize, bool hasResult) {
     const s32 transport =
-        IpcExchange({"IpcApiSendAndRecv", __LINE__}, kDaemonPeer, type, message_, message_.Body(),
+        IpcExchange({kTransport, __LINE__}, kDaemonPeer, type, message_, message_.Body(),
                     static_cast<s32>(message_.BodySize()), reply, replySize);
     if (transport != VIMBRA_OK) {
         return Fail(site_, rule_.transportFormat, rule_.transport, transport);

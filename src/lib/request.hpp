@@ -27,7 +27,8 @@ struct RequestRule {
     const char* refusalFormat;    // tagged, with one %d: the daemon's result code
     Failure transport;
     Failure refusal;
-    enum class OutOfMemory { kErrno, kPlain } outOfMemory = OutOfMemory::kErrno;
+    // With kTransport a missing body is the transport's failure, told like any other of its.
+    enum class OutOfMemory { kErrno, kPlain, kTransport } outOfMemory = OutOfMemory::kErrno;
     const char* outOfMemoryText = "XMALLOC error";
     s32 unanswered = 0;  // result code when the daemon closes without an answer
 };

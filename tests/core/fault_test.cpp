@@ -542,6 +542,19 @@ TEST(FaultOfServices, MissingMemoryForTheRequestIsTold) {
     EXPECT_EQ(0u, daemon.Connections());
 }
 
+TEST(FaultOfServices, MissingMemoryForTheLogSwitchIsTheTransports) {
+    ScriptedDaemon daemon;
+    Capture log;
+    Injector injector;
+    injector.FailAt(1);
+    EXPECT_EQ(-1, VimbraLogSwitch(4));
+    injector.Stop();
+    EXPECT_EQ(4u, g_nVimbraLogSwitch);
+    EXPECT_TRUE(Wrote(log, {Perr("IpcApiSendAndRecv", "XMALLOC error", ENOMEM),
+                            Err("VimbraLogSwitch", "send and recv msg error, nRet = -1!")}));
+    EXPECT_EQ(0u, daemon.Connections());
+}
+
 TEST(FaultOfServices, MissingMemoryForTheReplyIsTold) {
     ScriptedDaemon daemon;
     Capture log;

@@ -30,6 +30,7 @@ constexpr RequestRule kRule = {
     VIMBRA_TAG_ERR "send and recv msg error, nErrId = %d!",
     Failure::kPassOn,
     Failure::kMinusOne,
+    RequestRule::OutOfMemory::kTransport,
 };
 
 // The initialisers of the services, in the order in which they have always run.
