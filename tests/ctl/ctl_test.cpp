@@ -28,12 +28,14 @@ constexpr uint32_t kLogSwitch = 0x0702;
 
 // All commands, groups without their own.
 constexpr const char* kCommands[] = {
-    "link up",      "link down",      "link show",  "addr show",    "addr set",     "addr add",
-    "addr del",     "addr flush",     "mac show",   "mac set",      "mtu show",     "mtu set",
-    "route show",   "route add",      "route del",  "route metric", "gateway show", "gateway set",
-    "gateway del",  "table add",      "table del",  "rule add",     "rule del",     "priority show",
-    "priority set", "check same-net", "check host", "check mask",   "check class",  "log-level",
-    "version",      "codes",
+    "link up",        "link down",    "link show",     "addr show",     "addr set",
+    "addr add",       "addr del",     "addr flush",    "mac show",      "mac set",
+    "mtu show",       "mtu set",      "route show",    "route add",     "route del",
+    "route metric",   "gateway show", "gateway set",   "gateway del",   "table add",
+    "table del",      "rule add",     "rule del",      "priority show", "priority set",
+    "check same-net", "check host",   "check mask",    "check class",   "log-level",
+    "version",        "codes",        "dns show",      "dns set",       "user add",
+    "user passwd",    "user delete",  "service start", "service stop",
 };
 
 }  // namespace

@@ -7,9 +7,10 @@ namespace ctl {
 namespace {
 
 constexpr AddGroup kGroups[] = {
-    AddLinkCommands,    AddAddrCommands,   AddMacCommands,  AddMtuCommands,      AddRouteCommands,
-    AddGatewayCommands, AddTableCommands,  AddRuleCommands, AddPriorityCommands, AddCheckCommands,
-    AddLogLevelCommand, AddVersionCommand, AddCodesCommand,
+    AddLinkCommands,     AddAddrCommands,    AddMacCommands,    AddMtuCommands,
+    AddRouteCommands,    AddGatewayCommands, AddTableCommands,  AddRuleCommands,
+    AddPriorityCommands, AddDnsCommands,     AddUserCommands,   AddServiceCommands,
+    AddCheckCommands,    AddLogLevelCommand, AddVersionCommand, AddCodesCommand,
 };
 
 }  // namespace

@@ -47,6 +47,9 @@ void AddGatewayCommands(CLI::App& root, Tool& tool);
 void AddTableCommands(CLI::App& root, Tool& tool);
 void AddRuleCommands(CLI::App& root, Tool& tool);
 void AddPriorityCommands(CLI::App& root, Tool& tool);
+void AddDnsCommands(CLI::App& root, Tool& tool);
+void AddUserCommands(CLI::App& root, Tool& tool);
+void AddServiceCommands(CLI::App& root, Tool& tool);
 
 }  // namespace ctl
 

@@ -1,0 +1,69 @@
+#include <vimbra/dns.h>
+
+#include <algorithm>
+
+#include "commands.hpp"
+
+namespace ctl {
+
+namespace {
+
+struct Arguments {
+    InterfaceName interface;
+    std::vector<TVimbraAddr> servers;
+};
+
+constexpr const char* kAccepted = "up to 64 servers, either all of IPv4 or all of IPv6";
+
+void Show(Tool& tool) {
+    TVimbraDnsAddrInfo all = {};
+    tool.Call([&] { return VimbraDNSGet(&all); });
+    std::string text;
+    Json servers = Json::array();
+    for (u32 i = 0; i < std::min<u32>(all.dwDnsNum, VIMBRA_DNS_MAX); i++) {
+        servers.push_back(AddressText(all.atDnsServer[i]));
+        text += AddressText(all.atDnsServer[i]) + "\n";
+    }
+    tool.Show(text.empty() ? "no servers\n" : text, Json{{"servers", servers}});
+}
+
+void Set(Tool& tool, Arguments& arguments) {
+    std::vector<TVimbraAddr>& servers = arguments.servers;
+    const u16 family = servers.empty() ? VIMBRA_FAMILY_IPV4 : servers.front().wSinFamily;
+    // The library would keep the first 64 and say that all is well.
+    const bool fits =
+        servers.size() <= VIMBRA_DNS_MAX &&
+        std::all_of(servers.begin(), servers.end(),
+                    [family](const TVimbraAddr& server) { return server.wSinFamily == family; });
+    if (!fits) {
+        throw CommandFailed(ExitStatus::kUsage, std::string("server: accepted: ") + kAccepted);
+    }
+    tool.Call([&] {
+        return VimbraDNSSet(arguments.interface.text, family, servers.data(),
+                            static_cast<u32>(servers.size()));
+    });
+    tool.Done();
+}
+
+}  // namespace
+
+void AddDnsCommands(CLI::App& root, Tool& tool) {
+    CLI::App& group = AddGroupCommand(root, "dns", "The DNS servers of the system.");
+    auto arguments = std::make_shared<Arguments>();
+
+    AddCommand(group, tool,
+               {"show", "Show the DNS servers of all interfaces.", "dns show\ndns show --json"},
+               [&tool] { Show(tool); });
+
+    CLI::App& set = AddCommand(
+        group, tool,
+        {"set",
+         "Replace the DNS servers that an interface brings; those of its other family stay. "
+         "Without servers its IPv4 ones are taken away.",
+         "dns set eth0 192.0.2.53 192.0.2.54\ndns set eth0 2001:db8::53\ndns set eth0"},
+        [&tool, arguments] { Set(tool, *arguments); });
+    AddInterfaceArgument(set, arguments->interface);
+    AddArguments(set, "server", arguments->servers, kAddress, "The servers, of one family");
+}
+
+}  // namespace ctl
