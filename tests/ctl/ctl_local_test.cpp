@@ -168,6 +168,7 @@ TEST_F(CtlUser, AnEmptyPasswordIsRefused) {
 TEST_F(CtlUser, WhatIsThereAndWhatIsNotIsToldInWords) {
     Input("secret");
     ExpectRefused("user add guest", 1, "there is an account called guest already");
+    Input("secret");
     ExpectRefused("user passwd nobody", 5, "there is no account called nobody");
     ExpectRefused("user delete nobody", 5, "there is no account called nobody");
     ExpectRefused("user delete root", 1, "the last root user is not removed!");

@@ -127,12 +127,19 @@ s32 SetServers(std::string iface, u16 family, const std::vector<std::string>& te
     return VimbraDNSSet(iface.data(), family, servers.data(), static_cast<u32>(servers.size()));
 }
 
+// A resolver asks for IPv4 addresses where the machine has one of its own.
+void HaveAddress() {
+    MakeIface("eth0");
+    Shell("ip address add 198.51.100.1/24 dev eth0");
+}
+
 // What the C library's resolver finds in a process that begins now.
 std::string Resolved() {
     return Shell("getent ahostsv4 device.example. | head -n 1 | cut -d ' ' -f 1");
 }
 
 TEST(LocalDns, TheServersThatWereSetAreAsked) {
+    HaveAddress();
     const NameServer first("127.0.0.2", "192.0.2.2");
     const NameServer second("127.0.0.3", "192.0.2.3");
     const NameServer sixth("::1", "192.0.2.6");
@@ -156,6 +163,7 @@ TEST(LocalDns, TheServersThatWereSetAreAsked) {
 }
 
 TEST(LocalDns, AServerThatIsSilentIsPassedOver) {
+    HaveAddress();
     const NameServer second("127.0.0.3", "192.0.2.3");
     WriteFile("/etc/resolv.conf", "");
     ASSERT_EQ(0, SetServers("eth0", VIMBRA_FAMILY_IPV4, {"127.0.0.2", "127.0.0.3"}));

@@ -29,7 +29,7 @@ void Show(Tool& tool) {
 
 void Set(Tool& tool, Arguments& arguments) {
     std::vector<TVimbraAddr>& servers = arguments.servers;
-    const u16 family = servers.empty() ? VIMBRA_FAMILY_IPV4 : servers.front().wSinFamily;
+    const u16 family = servers.empty() ? u16{VIMBRA_FAMILY_IPV4} : servers.front().wSinFamily;
     // The library would keep the first 64 and say that all is well.
     const bool fits =
         servers.size() <= VIMBRA_DNS_MAX &&
@@ -55,13 +55,13 @@ void AddDnsCommands(CLI::App& root, Tool& tool) {
                {"show", "Show the DNS servers of all interfaces.", "dns show\ndns show --json"},
                [&tool] { Show(tool); });
 
-    CLI::App& set = AddCommand(
-        group, tool,
-        {"set",
-         "Replace the DNS servers that an interface brings; those of its other family stay. "
-         "Without servers its IPv4 ones are taken away.",
-         "dns set eth0 192.0.2.53 192.0.2.54\ndns set eth0 2001:db8::53\ndns set eth0"},
-        [&tool, arguments] { Set(tool, *arguments); });
+    CLI::App& set =
+        AddCommand(group, tool,
+                   {"set",
+                    "Replace the DNS servers that an interface brings; those of its other family\n"
+                    "stay. Without servers its IPv4 ones are taken away.",
+                    "dns set eth0 192.0.2.53 192.0.2.54\ndns set eth0 2001:db8::53\ndns set eth0"},
+                   [&tool, arguments] { Set(tool, *arguments); });
     AddInterfaceArgument(set, arguments->interface);
     AddArguments(set, "server", arguments->servers, kAddress, "The servers, of one family");
 }

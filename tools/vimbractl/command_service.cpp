@@ -72,8 +72,7 @@ void AddServiceCommands(CLI::App& root, Tool& tool) {
 
     CLI::App& start = AddCommand(
         group, tool,
-        {"start",
-         "Switch a service on. It takes the place of one of the same program that is on already.",
+        {"start", "Switch a service on. It takes the place of one of the same program.",
          "service start telnetd\nservice start telnetd --port 2323\nservice start httpd --family "
          "ipv6 --path /etc/httpd.conf"},
         [&tool, arguments] { Start(tool, *arguments); });
@@ -86,7 +85,7 @@ void AddServiceCommands(CLI::App& root, Tool& tool) {
     CLI::App& stop =
         AddCommand(group, tool,
                    {"stop",
-                    "Switch a service off and end a process of its name. Where the configuration "
+                    "Switch a service off and end a process of its name. Where the configuration\n"
                     "holds several lines for it, one goes with each stop.",
                     "service stop telnetd"},
                    [&tool, arguments] { Stop(tool, *arguments); });

@@ -60,8 +60,8 @@ void Delete(Tool& tool, std::string& name) {
 }
 
 constexpr const char* kPasswordText =
-    " The password is typed at a prompt, or is the first line of standard input when that is no "
-    "terminal: never on the command line, where every process can see it.";
+    "\nThe password is typed at a prompt, or is the first line of standard input when\n"
+    "that is no terminal: never on the command line, where every process can see it.";
 
 }  // namespace
 
@@ -81,8 +81,8 @@ void AddUserCommands(CLI::App& root, Tool& tool) {
     command("passwd", std::string("Give an account a new password.") + kPasswordText,
             "user passwd operator\nuser passwd operator <password-file", SetPassword);
     command("delete",
-            "Delete an account. Another account with user id 0 has to remain; it takes over the "
-            "services of inetd.",
+            "Delete an account. Another account with user id 0 has to remain; it takes over\n"
+            "the services of inetd.",
             "user delete operator", Delete);
 }
 
