@@ -440,7 +440,7 @@ TEST(SameNet, Ipv4) {
     EXPECT_EQ(0, VimbraCheckIsSameNet(ip, 16, gateway));
     EXPECT_EQ(-1, VimbraCheckIsSameNet(ip, 33, gateway));
     EXPECT_TRUE(
-        Wrote(log, {Prt("VimbraCheckIsSameNet", kOther4), Prt("VimbraCheckIsSameNet", kSame4),
+        Wrote(log, {Err("VimbraCheckIsSameNet", kOther4), Prt("VimbraCheckIsSameNet", kSame4),
                     Err("VimbraCheckIsSameNet", "the dwPrefix is 33 more than 128!")}));
 }
 
@@ -493,7 +493,7 @@ TEST(SameNet, Ipv6Messages) {
     EXPECT_EQ(-1, VimbraCheckIsSameNet(ip, 129, ip));
     EXPECT_TRUE(
         Wrote(log, {Prt("VimbraCheckIsSameNet", kSame6), Prt("VimbraCheckIsSameNet", kSame6),
-                    Prt("VimbraCheckIsSameNet", kOther6), Prt("VimbraCheckIsSameNet", kOther6),
+                    Err("VimbraCheckIsSameNet", kOther6), Err("VimbraCheckIsSameNet", kOther6),
                     Err("VimbraCheckIsSameNet", "the dwPrefix is 129 more than 128!")}));
 }
 

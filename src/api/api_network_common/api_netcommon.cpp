@@ -76,7 +76,7 @@ s32 CheckIpv4(const CallSite& site, const in_addr& address, u32 prefix, const in
         return VIMBRA_OK;
     }
     if ((ntohl(address.s_addr ^ gateway.s_addr) & LeadingOnes(prefix)) != 0) {
-        VLOG_PRINT_AT(site, "the two ipv4 address is not the same net!");
+        VLOG_ERROR_AT(site, "the two ipv4 address is not the same net!");
         return VIMBRA_ERR_NOT_SAME_NET;
     }
     VLOG_PRINT_AT(site, "the two ipv4 address is the same net!");
@@ -103,7 +103,7 @@ s32 CheckIpv6(const CallSite& site, const in6_addr& address, u32 prefix, const i
         return VIMBRA_ERR_GENERAL;
     }
     if (!IsSameNetIpv6(address, prefix, gateway)) {
-        VLOG_PRINT_AT(site, "the two ipv6 address is not the same net!");
+        VLOG_ERROR_AT(site, "the two ipv6 address is not the same net!");
         return VIMBRA_ERR_NOT_SAME_NET;
     }
     VLOG_PRINT_AT(site, "the two ipv6 address is the same net!");
