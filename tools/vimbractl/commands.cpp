@@ -7,10 +7,12 @@ namespace ctl {
 namespace {
 
 constexpr AddGroup kGroups[] = {
-    AddLinkCommands,     AddAddrCommands,    AddMacCommands,    AddMtuCommands,
-    AddRouteCommands,    AddGatewayCommands, AddTableCommands,  AddRuleCommands,
-    AddPriorityCommands, AddDnsCommands,     AddUserCommands,   AddServiceCommands,
-    AddCheckCommands,    AddLogLevelCommand, AddVersionCommand, AddCodesCommand,
+    AddLinkCommands,     AddAddrCommands,    AddMacCommands,       AddMtuCommands,
+    AddRouteCommands,    AddGatewayCommands, AddTableCommands,     AddRuleCommands,
+    AddPriorityCommands, AddRaCommands,      AddDnsCommands,       AddConflictCommands,
+    AddStatCommands,     AddPingCommand,     AddTracerouteCommand, AddUserCommands,
+    AddServiceCommands,  AddBondCommands,    AddWebCommands,       AddCheckCommands,
+    AddLogLevelCommand,  AddVersionCommand,  AddCodesCommand,
 };
 
 }  // namespace

@@ -50,6 +50,13 @@ void AddPriorityCommands(CLI::App& root, Tool& tool);
 void AddDnsCommands(CLI::App& root, Tool& tool);
 void AddUserCommands(CLI::App& root, Tool& tool);
 void AddServiceCommands(CLI::App& root, Tool& tool);
+void AddRaCommands(CLI::App& root, Tool& tool);
+void AddConflictCommands(CLI::App& root, Tool& tool);
+void AddStatCommands(CLI::App& root, Tool& tool);
+void AddPingCommand(CLI::App& root, Tool& tool);
+void AddTracerouteCommand(CLI::App& root, Tool& tool);
+void AddBondCommands(CLI::App& root, Tool& tool);
+void AddWebCommands(CLI::App& root, Tool& tool);
 
 }  // namespace ctl
 

@@ -64,6 +64,38 @@ std::optional<s32> DaemonCode(const std::vector<std::string>& errors) {
     return std::nullopt;
 }
 
+// A call that failed in the transport has words of the transport in its log.
+bool TransportSpoke(const std::vector<std::string>& errors) {
+    constexpr std::array<std::string_view, 9> kWords = {"fail to receive message!",
+                                                        "received message's head is error!",
+                                                        "wait time out for",
+                                                        "write message failed",
+                                                        "connect error",
+                                                        "MakeAddrClient error!",
+                                                        "select error",
+                                                        "socket error",
+                                                        "XMALLOC error"};
+    return std::any_of(errors.begin(), errors.end(), [&kWords](const std::string& error) {
+        return std::any_of(kWords.begin(), kWords.end(), [&error](std::string_view word) {
+            return error.find(word) != std::string::npos;
+        });
+    });
+}
+
+// The daemon's own code where a call logs it in the words of the transport's result.
+std::optional<s32> DaemonCodeInDisguise(const std::vector<std::string>& errors) {
+    constexpr std::array<std::string_view, 3> kMarkers = {"nRet = ", "nRet : ", "msg error:"};
+    if (TransportSpoke(errors)) {
+        return std::nullopt;
+    }
+    for (const std::string& text : errors) {
+        if (const auto code = NumberAfter(text, kMarkers)) {
+            return code;
+        }
+    }
+    return std::nullopt;
+}
+
 // What the transport gave back where the call only gives -1.
 std::optional<s32> TransportResult(const std::vector<std::string>& errors) {
     constexpr std::array<std::string_view, 3> kMarkers = {
@@ -206,6 +238,10 @@ std::optional<Failure> Judge(s32 result, const std::vector<std::string>& errors,
         return Make(ExitStatus::kUnreachable, Unreachable(errors), result);
     }
     if (const auto code = DaemonCode(errors)) {
+        return Failure{ExitStatus::kRefused, "the network daemon refused: " + DaemonCodeText(*code),
+                       result, code};
+    }
+    if (const auto code = DaemonCodeInDisguise(errors)) {
         return Failure{ExitStatus::kRefused, "the network daemon refused: " + DaemonCodeText(*code),
                        result, code};
     }

@@ -1,5 +1,6 @@
 #include "tool.hpp"
 
+#include <unistd.h>
 #include <vimbra/log.h>
 
 #include <cerrno>
@@ -29,6 +30,25 @@ void Tool::Call(const std::function<s32()>& call, std::string_view accepted,
 void Tool::Show(const std::string& text, const Json& record) {
     const std::string whole = json ? record.dump(2) : text;
     fprintf(log_.Output(), "%s%s", whole.c_str(), whole.ends_with('\n') ? "" : "\n");
+}
+
+bool Tool::ShowLine(const std::string& text, const Json& record) {
+    const std::string whole = json ? record.dump() : text;
+    fprintf(log_.Output(), "%s\n", whole.c_str());
+    return fflush(log_.Output()) == 0;
+}
+
+bool Tool::ShowText(const std::string& text) {
+    fputs(text.c_str(), log_.Output());
+    return fflush(log_.Output()) == 0;
+}
+
+int Tool::OutputDescriptor() {
+    return fileno(log_.Output());
+}
+
+bool Tool::OnTerminal() {
+    return isatty(OutputDescriptor()) != 0;
 }
 
 void Tool::Done() {

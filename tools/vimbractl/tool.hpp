@@ -49,6 +49,14 @@ class Tool {
 
     // The command's output, in the form that was asked for.
     void Show(const std::string& text, const Json& record);
+    // One of many that follow each other, at once. False when it could not be written.
+    bool ShowLine(const std::string& text, const Json& record);
+    // The text alone, as it is; for what JSON has no use for.
+    bool ShowText(const std::string& text);
+    // Where the output goes.
+    int OutputDescriptor();
+    bool OnTerminal();
+
     // A command that only changes something says nothing, or so in JSON.
     void Done();
 
