@@ -28,14 +28,18 @@ constexpr uint32_t kLogSwitch = 0x0702;
 
 // All commands, groups without their own.
 constexpr const char* kCommands[] = {
-    "link up",        "link down",    "link show",     "addr show",     "addr set",
-    "addr add",       "addr del",     "addr flush",    "mac show",      "mac set",
-    "mtu show",       "mtu set",      "route show",    "route add",     "route del",
-    "route metric",   "gateway show", "gateway set",   "gateway del",   "table add",
-    "table del",      "rule add",     "rule del",      "priority show", "priority set",
-    "check same-net", "check host",   "check mask",    "check class",   "log-level",
-    "version",        "codes",        "dns show",      "dns set",       "user add",
-    "user passwd",    "user delete",  "service start", "service stop",
+    "link up",           "link down",        "link show",         "addr show",
+    "addr set",          "addr add",         "addr del",          "addr flush",
+    "mac show",          "mac set",          "mtu show",          "mtu set",
+    "route show",        "route add",        "route del",         "route metric",
+    "gateway show",      "gateway set",      "gateway del",       "table add",
+    "table del",         "rule add",         "rule del",          "priority show",
+    "priority set",      "check same-net",   "check host",        "check mask",
+    "check class",       "log-level",        "version",           "codes",
+    "dns show",          "dns set",          "user add",          "user passwd",
+    "user delete",       "service start",    "service stop",      "dhcp start",
+    "dhcp stop",         "dhcp renew",       "dhcp lease",        "dhcp state",
+    "dhcp-server start", "dhcp-server stop", "dhcp-server state", "dhcp-server leases",
 };
 
 }  // namespace

@@ -33,8 +33,8 @@ constexpr std::array<u16, 3> kPppoeFamilies = {2, 10, 11};
 
 unsigned g_seed = 0;
 std::atomic<unsigned> g_threads = 0;
-std::atomic<uint64_t> g_calls = 0;
-std::atomic<uint64_t> g_callbacks = 0;
+std::atomic<unsigned long> g_calls = 0;
+std::atomic<unsigned long> g_callbacks = 0;
 
 std::mt19937& Random() {
     thread_local std::mt19937 random(g_seed + g_threads++);
@@ -61,7 +61,7 @@ class Ration {
 
  private:
     const Clock::time_point begin_ = Clock::now();
-    std::atomic<int64_t> taken_ = 0;
+    std::atomic<long> taken_ = 0;
 };
 
 // ---- The application ---------------------------------------------------------------------------

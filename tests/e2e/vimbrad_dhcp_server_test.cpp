@@ -72,7 +72,8 @@ std::vector<std::string> Servers() {
 
 // The leases that the legacy callback has been told, "address mac".
 std::mutex g_mutex;
-std::vector<std::string> g_leases;
+// Never destroyed: a watch has no end, and may still report when the test has ended.
+std::vector<std::string>& g_leases = *new std::vector<std::string>;
 
 int Take(u32, TNetDhcpsNotify* notify) {
     const std::lock_guard lock(g_mutex);

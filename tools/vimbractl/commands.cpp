@@ -7,12 +7,13 @@ namespace ctl {
 namespace {
 
 constexpr AddGroup kGroups[] = {
-    AddLinkCommands,     AddAddrCommands,    AddMacCommands,       AddMtuCommands,
-    AddRouteCommands,    AddGatewayCommands, AddTableCommands,     AddRuleCommands,
-    AddPriorityCommands, AddRaCommands,      AddDnsCommands,       AddConflictCommands,
-    AddStatCommands,     AddPingCommand,     AddTracerouteCommand, AddUserCommands,
-    AddServiceCommands,  AddBondCommands,    AddWebCommands,       AddCheckCommands,
-    AddLogLevelCommand,  AddVersionCommand,  AddCodesCommand,
+    AddLinkCommands,      AddAddrCommands,     AddMacCommands,     AddMtuCommands,
+    AddRouteCommands,     AddGatewayCommands,  AddTableCommands,   AddRuleCommands,
+    AddPriorityCommands,  AddRaCommands,       AddDhcpCommands,    AddDhcpServerCommands,
+    AddDnsCommands,       AddConflictCommands, AddStatCommands,    AddPingCommand,
+    AddTracerouteCommand, AddUserCommands,     AddServiceCommands, AddBondCommands,
+    AddWebCommands,       AddCheckCommands,    AddLogLevelCommand, AddVersionCommand,
+    AddCodesCommand,
 };
 
 }  // namespace
@@ -62,6 +63,10 @@ AddedArgument AddTextArgument(CLI::App& command, const std::string& name, const 
         option.expected(1, CLI::detail::expected_max_vector_size)->allow_extra_args();
     }
     return AddedArgument(option);
+}
+
+void AddFlag(CLI::App& command, const char* name, bool& target, const char* about) {
+    command.add_flag(name, target, about);
 }
 
 void AddInterfaceArgument(CLI::App& command, InterfaceName& name) {

@@ -31,6 +31,9 @@ struct CommandText {
 CLI::App& AddCommand(CLI::App& parent, Tool& tool, const CommandText& text,
                      std::function<void()> run);
 
+// An option without a value. `target` outlives the command.
+void AddFlag(CLI::App& command, const char* name, bool& target, const char* about);
+
 // The interface that a command acts on, its first argument.
 void AddInterfaceArgument(CLI::App& command, InterfaceName& name);
 
@@ -57,6 +60,8 @@ void AddPingCommand(CLI::App& root, Tool& tool);
 void AddTracerouteCommand(CLI::App& root, Tool& tool);
 void AddBondCommands(CLI::App& root, Tool& tool);
 void AddWebCommands(CLI::App& root, Tool& tool);
+void AddDhcpCommands(CLI::App& root, Tool& tool);
+void AddDhcpServerCommands(CLI::App& root, Tool& tool);
 
 }  // namespace ctl
 

@@ -4,6 +4,7 @@
 #ifndef VIMBRACTL_LIBRARY_LOG_HPP
 #define VIMBRACTL_LIBRARY_LOG_HPP
 
+#include <atomic>
 #include <cstdio>
 #include <mutex>
 #include <string>
@@ -39,7 +40,7 @@ class LibraryLog {
 
     FILE* output_ = nullptr;
     int reading_ = -1;
-    bool show_ = false;
+    std::atomic<bool> show_ = false;
     bool ended_ = false;
     std::mutex mutex_;
     std::vector<std::string> errors_;

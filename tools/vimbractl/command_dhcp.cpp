@@ -1,0 +1,147 @@
+#include <vimbra/dhcpc.h>
+#include <vimbra/process.h>
+#include <vimbra/vimbra.h>
+
+#include <algorithm>
+
+#include "commands.hpp"
+#include "watch.hpp"
+
+namespace ctl {
+
+namespace {
+
+// The daemon renews the lease of a client that runs when it is asked to start it.
+constexpr std::chrono::seconds kRenewal{30};
+
+struct Arguments {
+    InterfaceName interface;
+    u16 family = VIMBRA_FAMILY_IPV4;
+    bool watch = false;
+};
+
+void ShowReport(Tool& tool, u32 event, const VimbraDhcpcAddrInfo& info) {
+    const std::string name = FieldText(info.achDevName);
+    if (event != VIMBRA_DHCPC_EVENT_LEASE) {
+        tool.Show(name + ": no lease", Json{{"interface", name}, {"event", "failure"}});
+        return;
+    }
+    const std::string address = AddressText(info.tIpAddrs) + "/" + std::to_string(info.dwIpPrefix);
+    std::string text = name + ": " + address;
+    Json record = {{"interface", name},
+                   {"event", "lease"},
+                   {"address", address},
+                   {"gateway", nullptr},
+                   {"lease_time", info.dwLeaseTime},
+                   {"dns", Json::array()}};
+    if (!IsZero(info.tGateWay)) {
+        record["gateway"] = AddressText(info.tGateWay);
+        text += ", gateway " + AddressText(info.tGateWay);
+    }
+    text += ", for " + std::to_string(info.dwLeaseTime) + " s";
+    const u32 count = std::min<u32>(info.dwDnsNum, VIMBRA_DHCPC_DNS_MAX);
+    for (u32 i = 0; i < count; i++) {
+        record["dns"].push_back(AddressText(info.atDnsServer[i]));
+        text += ", DNS " + AddressText(info.atDnsServer[i]);
+    }
+    tool.Show(text, record);
+}
+
+int TakeReport(u32 event, VimbraDhcpcAddrInfo* info) {
+    Watch::Tell([event, copy = *info](Tool& tool) { ShowReport(tool, event, copy); });
+    return 0;
+}
+
+// The library knows the clients of this process alone; the program that runs is everybody's.
+bool Runs(Arguments& arguments) {
+    char path[] = "/proc/";
+    char ipv4[] = "udhcpc";
+    char ipv6[] = "udhcpc6";
+    return GetServicePidFromCmdline(path, arguments.family == VIMBRA_FAMILY_IPV4 ? ipv4 : ipv6,
+                                    arguments.interface.text) > 0;
+}
+
+// Becomes the one that is told.
+void Listen(Tool& tool, Arguments& arguments) {
+    VimbraInit();
+    tool.Call(
+        [&] { return VimbraDhcpcStart(arguments.interface.text, arguments.family, TakeReport); },
+        kInterface.accepted);
+}
+
+void Start(Tool& tool, Arguments& arguments) {
+    if (arguments.watch) {
+        Watch watch;
+        Listen(tool, arguments);
+        watch.ShowAll(tool);
+        return;
+    }
+    TDhcpcInfo client = {};
+    client.wSinfamily = arguments.family;
+    std::copy_n(arguments.interface.text, sizeof(client.tDhcpcAddr.achDevName),
+                client.tDhcpcAddr.achDevName);
+    tool.Call([&] { return ApicDhcpcStart(&client); });
+    tool.Done();
+}
+
+void Stop(Tool& tool, Arguments& arguments) {
+    tool.Call([&] { return ApicDhcpcStop(arguments.interface.text, arguments.family); });
+    tool.Done();
+}
+
+void Renew(Tool& tool, Arguments& arguments) {
+    tool.Call([&] { return AndoridDhcpcRenew(arguments.interface.text, arguments.family); });
+    tool.Done();
+}
+
+void Lease(Tool& tool, Arguments& arguments) {
+    if (!Runs(arguments)) {
+        throw CommandFailed(ExitStatus::kNotSo, "no DHCP client runs on this interface");
+    }
+    Watch watch;
+    Listen(tool, arguments);
+    if (!watch.ShowOne(tool, kRenewal)) {
+        throw CommandFailed(ExitStatus::kFailed, "no lease was reported");
+    }
+    if (arguments.watch) {
+        watch.ShowAll(tool);
+    }
+}
+
+void State(Tool& tool, Arguments& arguments) {
+    const bool runs = Runs(arguments);
+    tool.Show(runs ? "running" : "stopped", Json{{"interface", arguments.interface.text},
+                                                 {"family", FamilyText(arguments.family)},
+                                                 {"running", runs}});
+}
+
+}  // namespace
+
+void AddDhcpCommands(CLI::App& root, Tool& tool) {
+    CLI::App& group = AddGroupCommand(root, "dhcp", "The DHCP client of an interface.");
+    auto arguments = std::make_shared<Arguments>();
+    const auto command = [&](const CommandText& text, void (*run)(Tool&, Arguments&)) -> CLI::App& {
+        CLI::App& added =
+            AddCommand(group, tool, text, [&tool, arguments, run] { run(tool, *arguments); });
+        AddInterfaceArgument(added, arguments->interface);
+        AddArgument(added, "--family", arguments->family, kFamily, "Which one, ipv4 by default");
+        return added;
+    };
+    const char* const kWatch =
+        "Show every report until interrupted; an application that listens loses them";
+
+    CLI::App& start =
+        command({"start", "Start the DHCP client.", "dhcp start eth0 --watch"}, Start);
+    AddFlag(start, "--watch", arguments->watch, kWatch);
+    command({"stop", "Stop the DHCP client.", "dhcp stop eth0"}, Stop);
+    command({"renew", "Renew the lease.", "dhcp renew eth0"}, Renew);
+    CLI::App& lease = command({"lease",
+                               "Renew the lease and show it; an application that listens loses its "
+                               "reports.",
+                               "dhcp lease eth0 --json"},
+                              Lease);
+    AddFlag(lease, "--watch", arguments->watch, kWatch);
+    command({"state", "Does a DHCP client run?", "dhcp state eth0"}, State);
+}
+
+}  // namespace ctl

@@ -1,0 +1,146 @@
+#include <arpa/inet.h>
+#include <vimbra/dhcps.h>
+#include <vimbra/net_dhcps.h>
+#include <vimbra/vimbra.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "commands.hpp"
+#include "watch.hpp"
+
+namespace ctl {
+
+namespace {
+
+// The server writes its lease file more often.
+constexpr std::chrono::seconds kWriting{30};
+
+struct Arguments {
+    InterfaceName interface;
+    Prefixed first;
+    TVimbraAddr last = {};
+    TVimbraAddr router = {};
+    std::vector<TVimbraAddr> dns;
+    bool watch = false;
+};
+
+void Start(Tool& tool, Arguments& arguments) {
+    TVimbraDhcpsInfo pool = {};
+    pool.tIpPoolStart = arguments.first.address;
+    pool.tIpPoolEnd = arguments.last;
+    pool.dwIpPoolPrefix = arguments.first.prefix;
+    pool.tRoutes = arguments.router;
+    pool.tRoutes.wSinFamily = VIMBRA_FAMILY_IPV4;
+    if (arguments.dns.size() > VIMBRA_DHCPS_DNS_MAX) {
+        throw CommandFailed(ExitStatus::kUsage, "more than 64 DNS servers");
+    }
+    pool.tDnsServerInfo.dwDnsNum = static_cast<u32>(arguments.dns.size());
+    std::ranges::copy(arguments.dns, pool.tDnsServerInfo.tDnsIp);
+    tool.Call([&] { return VimbraDhcpsStart(arguments.interface.text, VIMBRA_FAMILY_IPV4, &pool); },
+              "an interface, a pool and a router in one network");
+    tool.Done();
+}
+
+void Stop(Tool& tool, Arguments& arguments) {
+    if (arguments.interface.text[0] == '\0') {
+        tool.Call([] { return NetDhcpsStop(); });
+    } else {
+        tool.Call([&] { return VimbraDhcpsStop(arguments.interface.text, VIMBRA_FAMILY_IPV4); });
+    }
+    tool.Done();
+}
+
+void State(Tool& tool, Arguments& arguments) {
+    TVimbraDhcpsState state = {};
+    tool.Call(
+        [&] { return VimbraDhcpsGetState(arguments.interface.text, VIMBRA_FAMILY_IPV4, &state); });
+    const bool runs = state.dwDhcpsIsRun != 0;
+    tool.Show(runs ? "running" : "stopped",
+              Json{{"interface", arguments.interface.text}, {"running", runs}});
+}
+
+void ShowLeases(Tool& tool, const TNetDhcpsNotify& notify) {
+    std::string text;
+    Json leases = Json::array();
+    for (u32 i = 0; i < std::min<u32>(notify.dhcps_index, VIMBRA_DHCPS_LEASE_MAX); i++) {
+        TVimbraAddr address = {};
+        address.wSinFamily = VIMBRA_FAMILY_IPV4;
+        address.tV4Addr.s_addr = notify.dhcps_mac_ip[i].dhcps_ip;
+        TVimbraIfaceMac mac = {};
+        std::ranges::copy(notify.dhcps_mac_ip[i].dhcps_mac, mac.abyMacAddr);
+        text += AddressText(address) + " " + MacText(mac) + "\n";
+        leases.push_back(Json{{"address", AddressText(address)}, {"mac", MacText(mac)}});
+    }
+    tool.Show(text.empty() ? "no leases" : text, Json{{"leases", leases}});
+}
+
+// The server writes its file again and again; what has not changed is told once.
+int TakeLeases(u32, TNetDhcpsNotify* notify) {
+    static TNetDhcpsNotify last;
+    static bool isFirst = true;
+    if (!isFirst && memcmp(&last, notify, sizeof(last)) == 0) {
+        return 0;
+    }
+    isFirst = false;
+    last = *notify;
+    Watch::Tell([copy = *notify](Tool& tool) { ShowLeases(tool, copy); });
+    return 0;
+}
+
+void Leases(Tool& tool, Arguments& arguments) {
+    VimbraInit();
+    Watch watch;
+    // The library's watch comes with a start. That of an empty pool is refused before the daemon is
+    // asked: the watch stays.
+    TDhcpServerConfInfo none = {};
+    if (NetDhcpsStart(&none, TakeLeases) != VIMBRA_ERR_PARAM) {
+        throw CommandFailed(ExitStatus::kFailed, "the leases cannot be watched");
+    }
+    if (arguments.watch) {
+        watch.ShowAll(tool);
+    } else if (!watch.ShowOne(tool, kWriting)) {
+        throw CommandFailed(ExitStatus::kFailed, "no server writes its leases");
+    }
+}
+
+}  // namespace
+
+void AddDhcpServerCommands(CLI::App& root, Tool& tool) {
+    CLI::App& group =
+        AddGroupCommand(root, "dhcp-server", "The DHCP server of an interface, IPv4.");
+    auto arguments = std::make_shared<Arguments>();
+    const auto command = [&](const CommandText& text, void (*run)(Tool&, Arguments&)) -> CLI::App& {
+        return AddCommand(group, tool, text, [&tool, arguments, run] { run(tool, *arguments); });
+    };
+
+    CLI::App& start =
+        command({"start", "Start the server, or give it another pool.",
+                 "dhcp-server start eth0 192.0.2.50/24 192.0.2.99 --router 192.0.2.1"},
+                Start);
+    AddInterfaceArgument(start, arguments->interface);
+    AddArgument(start, "first", arguments->first, kIpv4Network,
+                "The first address of the pool and its prefix")
+        .Required();
+    AddArgument(start, "last", arguments->last, kIpv4Address, "The last address").Required();
+    AddArgument(start, "--router", arguments->router, kIpv4Address,
+                "The router that clients are told; none by default");
+    AddArguments(start, "--dns", arguments->dns, kIpv4Address,
+                 "The DNS servers that clients are told; none by default");
+
+    CLI::App& stop = command({"stop", "Stop the server of an interface, or all of them.",
+                              "dhcp-server stop eth0\ndhcp-server stop"},
+                             Stop);
+    AddArgument(stop, "interface", arguments->interface, kInterface,
+                "The interface; all of them without");
+
+    CLI::App& state = command({"state", "Does the server run?", "dhcp-server state eth0"}, State);
+    AddInterfaceArgument(state, arguments->interface);
+
+    CLI::App& leases = command({"leases", "Show the leases when the server writes them next.",
+                                "dhcp-server leases\ndhcp-server leases --watch --json"},
+                               Leases);
+    AddFlag(leases, "--watch", arguments->watch, "Show every change until interrupted");
+}
+
+}  // namespace ctl
