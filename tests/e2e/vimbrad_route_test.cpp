@@ -402,7 +402,8 @@ TEST_F(VimbradRoute, GatewayIsReplacedWithoutAGap) {
     EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Addr("10.0.0.2")));
     Program monitor({"ip", "-o", "monitor", "route"}, "/tmp/monitor");
     ASSERT_TRUE(WaitFor([&monitor] {
-        ShellStatus("ip route replace 198.51.100.1 dev eth0");
+        // A route that is there already is not told again.
+        ShellStatus("ip route add 198.51.100.1 dev eth0; ip route del 198.51.100.1 dev eth0");
         return monitor.Output().find("198.51.100.1") != std::string::npos;
     }));
     EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Addr("10.0.0.3")));
