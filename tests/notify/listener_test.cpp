@@ -1,9 +1,7 @@
 // The listener engine itself, where its services do not show it.
 #include "lib/listener.hpp"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -541,29 +539,6 @@ TEST_F(Engine, KillCutsEveryWait) {
     EXPECT_TRUE(silent.WaitPeerClosed());
     EXPECT_TRUE(probe_.HasEnded(2));
     EXPECT_EQ((std::vector{Ended::kKilled, Ended::kKilled}), probe_.ends);
-}
-
-TEST_F(Engine, DescriptorsPastTheSizeOfASetAreServed) {
-    rlimit limit = {};
-    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &limit));
-    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 4096);
-    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
-    std::vector<int> taken;
-    while (taken.empty() || taken.back() < 1100) {
-        taken.push_back(fcntl(0, F_DUPFD_CLOEXEC, 0));
-        ASSERT_GE(taken.back(), 0);
-    }
-    Start();
-    EXPECT_TRUE(Notify(kSocket, 1, kBody));
-    Connection late(kSocket);
-    ASSERT_TRUE(late.SendInPieces(vimbra::bed::Message(1, kBody), {}));
-    EXPECT_TRUE(late.WaitPeerClosed());
-    EXPECT_EQ(2u, probe_.Messages());
-    KillListener(slot_);
-    EXPECT_TRUE(probe_.HasEnded());
-    for (const int fd : taken) {
-        close(fd);
-    }
 }
 
 }  // namespace
