@@ -11,6 +11,7 @@
 #include <vimbra/net_dhcpc.h>
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -955,6 +956,8 @@ TEST_F(NetDhcpc, StateLeaseAndRenewAreTheCurrentOnes) {
 
 using DhcpcSlow = Dhcpc;
 
+constexpr std::chrono::seconds kLongPatience(60);
+
 TEST_F(DhcpcSlow, StoppedListenersEndWithinTheTimeOut) {
     const size_t threads = Threads();
     const auto descriptors = OpenDescriptors();
@@ -966,7 +969,7 @@ TEST_F(DhcpcSlow, StoppedListenersEndWithinTheTimeOut) {
     EXPECT_EQ(1109, VimbraDhcpcStart("eth1", 2, Take));
     // Not before.
     EXPECT_EQ(threads + 3, Threads());
-    EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
+    EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }, kLongPatience));
     EXPECT_EQ(descriptors, OpenDescriptors());
     EXPECT_TRUE(log_.Has(Kind::kPrint, kThreadV4, "thread will exit, interface eth0, family 2"));
     EXPECT_TRUE(log_.Has(Kind::kPrint, kThreadV6, "thread will exit, interface eth0, family 10"));
@@ -977,7 +980,8 @@ TEST_F(DhcpcSlow, StoppedListenersEndWithinTheTimeOut) {
 
 TEST_F(DhcpcSlow, StartedListenersOutliveTheTimeOut) {
     EXPECT_EQ(0, VimbraDhcpcStart("eth0", 10, Take));
-    EXPECT_TRUE(log_.WaitFor(Kind::kPrint, kThreadV6, "wait time out!"));
+    EXPECT_TRUE(
+        log_.WaitFor(Kind::kPrint, kThreadV6, "wait time out!", Where::kBoth, kLongPatience));
     EXPECT_EQ(1u, State("eth0", 10));
     EXPECT_TRUE(Notify("ipc_dhcpcv6_eth0", kLease, Lease("eth0")));
     EXPECT_THAT(Kinds(), ElementsAre(30001u));
@@ -990,7 +994,7 @@ TEST_F(DhcpcSlow, ManyStartsAndStopsLeaveNothing) {
         EXPECT_EQ(0, VimbraDhcpcStart("eth0", 2, Take));
         EXPECT_EQ(0, VimbraDhcpcStop("eth0", 2));
     }
-    EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
+    EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }, kLongPatience));
     EXPECT_EQ(descriptors, OpenDescriptors());
 }
 
@@ -1006,12 +1010,12 @@ TEST_F(DhcpcSlow, LostClientsDoNotPileUp) {
         EXPECT_EQ(0, VimbraDhcpcStop("a", 2));  // c is lost with it.
         EXPECT_THAT(Listed(), IsEmpty());
     }
-    EXPECT_TRUE(WaitFor([&] { return Threads() == threads + 1; }));
+    EXPECT_TRUE(WaitFor([&] { return Threads() == threads + 1; }, kLongPatience));
     EXPECT_TRUE(Notify("ipc_dhcpc_c", kLease, Lease("c")));
     EXPECT_THAT(Kinds(), ElementsAre(30001u));
     EXPECT_EQ(0, VimbraDhcpcStart("c", 2, Take));
     EXPECT_EQ(0, VimbraDhcpcStop("c", 2));
-    EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
+    EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }, kLongPatience));
     EXPECT_EQ(descriptors, OpenDescriptors());
 }
 

@@ -35,6 +35,8 @@ unsigned g_seed = 0;
 std::atomic<unsigned> g_threads = 0;
 std::atomic<unsigned long> g_calls = 0;
 std::atomic<unsigned long> g_callbacks = 0;
+constexpr unsigned long kLeastCalls = 100;
+constexpr unsigned long kLeastCallbacks = 10;
 
 std::mt19937& Random() {
     thread_local std::mt19937 random(g_seed + g_threads++);
@@ -274,11 +276,18 @@ void NotifySomebody() {
 
 // ---- Putting it together -----------------------------------------------------------------------
 
+// On a machine with other things to do it lasts until something has been done.
+bool IsOver(Clock::time_point end) {
+    const Clock::time_point now = Clock::now();
+    return now >= end + kPatience ||
+           (now >= end && g_calls > kLeastCalls && g_callbacks > kLeastCallbacks);
+}
+
 template <typename Work>
 void RunUntil(Clock::time_point end, std::vector<std::thread>& threads, int count, Work work) {
     for (int i = 0; i < count; i++) {
         threads.emplace_back([=] {
-            while (Clock::now() < end) {
+            while (!IsOver(end)) {
                 work();
                 g_calls++;
             }
@@ -364,8 +373,8 @@ void Stress(seconds duration) {
     for (std::thread& thread : threads) {
         thread.join();
     }
-    EXPECT_LT(100u, g_calls);
-    EXPECT_LT(10u, g_callbacks);
+    EXPECT_LT(kLeastCalls, g_calls);
+    EXPECT_LT(kLeastCallbacks, g_callbacks);
     std::cout << g_calls << " calls, " << g_callbacks << " callbacks" << std::endl;
     EXPECT_TRUE(daemon.WaitIdle());
 }
