@@ -84,7 +84,7 @@ TEST(VimbraInit, SecondCallDoesNothing) {
     EXPECT_EQ(0, VimbraInit());
     EXPECT_TRUE(Wrote(log, {Prt("VimbraInit", "the vimbra modules has been inited!")}));
     EXPECT_EQ(descriptors, OpenDescriptors());
-    EXPECT_EQ(threads, Threads());
+    EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
 }
 
 TEST(VimbraInit, SendsNothingAndStartsNothing) {
@@ -95,7 +95,7 @@ TEST(VimbraInit, SendsNothingAndStartsNothing) {
     EXPECT_EQ(0, VimbraInit());
     EXPECT_EQ(0u, daemon.Connections());
     EXPECT_EQ(descriptors, OpenDescriptors());
-    EXPECT_EQ(threads, Threads());
+    EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
     EXPECT_TRUE(log.HasNoTrouble());
 }
 

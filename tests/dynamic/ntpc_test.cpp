@@ -231,7 +231,7 @@ TEST_F(Ntpc, Ipv4ServersAreChecked) {
     EXPECT_EQ(5, log_.Count(Kind::kError, "VimbraNtpcStart", "tServerIp ip is invaild"));
     EXPECT_EQ(5, log_.Count(Kind::kError));
     EXPECT_EQ(0u, daemon_.Connections());
-    EXPECT_EQ(threads, Threads());
+    EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
     EXPECT_FALSE(HasListener(kSocket));
     EXPECT_EQ(1, SemaphoreValue());
     for (const char* good : {"1.0.0.0", "126.1.1.1", "191.255.255.255", "223.1.1.1", "224.0.1.1"}) {

@@ -71,13 +71,15 @@ class Router {
         for (std::string prefix; words >> prefix;)
             config +=
                 "prefix " + prefix + " { AdvOnLink on; AdvAutonomous on; " + lifetimes + " };\n";
-        WriteFile("/tmp/radvd.conf", config + "};\n");
         program_.reset();
+        // Files of its own: a helper of the one before may hold the old ones a moment longer.
+        const std::string name = "/tmp/radvd" + std::to_string(++starts_);
+        WriteFile(name + ".conf", config + "};\n");
         program_ = std::make_unique<Program>(
             std::vector<std::string>{"nsenter", "-t", std::to_string(host_.Pid()), "-n", "radvd",
                                      "--nodaemon", "--logmethod", "stderr", "--config",
-                                     "/tmp/radvd.conf", "--pidfile", "/tmp/radvd.pid"},
-            "/tmp/radvd.log");
+                                     name + ".conf", "--pidfile", name + ".pid"},
+            name + ".log");
     }
 
     void FallSilent() { program_.reset(); }
@@ -86,6 +88,7 @@ class Router {
 
  private:
     Host host_;
+    int starts_ = 0;
     std::unique_ptr<Program> program_;
 };
 

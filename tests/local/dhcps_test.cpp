@@ -413,7 +413,7 @@ TEST_F(DhcpsWatch, LegacyStartConvertsTheFirstEntry) {
 TEST_F(DhcpsWatch, LegacyStartRefusals) {
     EXPECT_EQ(-1, NetDhcpsStart(nullptr, OnLeases));
     EXPECT_TRUE(log_.Has(Kind::kError, "NetDhcpsStart", "ptDhcpServerConfInfo is NULL"));
-    EXPECT_EQ(threads_, Threads());
+    EXPECT_TRUE(WaitFor([&] { return Threads() == threads_; }));
     TDhcpServerConfInfo conf = {};
     EXPECT_EQ(1105, NetDhcpsStart(&conf, OnLeases)) << "a prefix of 0";
     EXPECT_TRUE(WaitFor([&] { return Seen("Watching = 1 items\n") == 1; }))
