@@ -71,9 +71,9 @@ void Listen(Tool& tool, Arguments& arguments) {
 
 void Start(Tool& tool, Arguments& arguments) {
     if (arguments.watch) {
-        Watch watch;
+        Watch watch(tool);
         Listen(tool, arguments);
-        watch.ShowAll(tool);
+        watch.ShowAll();
         return;
     }
     TDhcpcInfo client = {};
@@ -98,13 +98,13 @@ void Lease(Tool& tool, Arguments& arguments) {
     if (!Runs(arguments)) {
         throw CommandFailed(ExitStatus::kNotSo, "no DHCP client runs on this interface");
     }
-    Watch watch;
+    Watch watch(tool);
     Listen(tool, arguments);
-    if (!watch.ShowOne(tool, kRenewal)) {
+    if (!watch.ShowOne(kRenewal)) {
         throw CommandFailed(ExitStatus::kFailed, "no lease was reported");
     }
     if (arguments.watch) {
-        watch.ShowAll(tool);
+        watch.ShowAll();
     }
 }
 

@@ -89,8 +89,8 @@ int TakeLeases(u32, TNetDhcpsNotify* notify) {
 }
 
 void Leases(Tool& tool, Arguments& arguments) {
+    Watch watch(tool);
     VimbraInit();
-    Watch watch;
     // The library's watch comes with a start. That of an empty pool is refused before the daemon is
     // asked: the watch stays.
     TDhcpServerConfInfo none = {};
@@ -98,8 +98,8 @@ void Leases(Tool& tool, Arguments& arguments) {
         throw CommandFailed(ExitStatus::kFailed, "the leases cannot be watched");
     }
     if (arguments.watch) {
-        watch.ShowAll(tool);
-    } else if (!watch.ShowOne(tool, kWriting)) {
+        watch.ShowAll();
+    } else if (!watch.ShowOne(kWriting)) {
         throw CommandFailed(ExitStatus::kFailed, "no server writes its leases");
     }
 }

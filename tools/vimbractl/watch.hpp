@@ -1,43 +1,52 @@
-// Waiting for what listeners tell, on threads of their own, until somebody interrupts.
+// Shows what a listener tells, each report as a function that knows how to show itself, until
+// somebody wants the command to end.
 #ifndef VIMBRACTL_WATCH_HPP
 #define VIMBRACTL_WATCH_HPP
 
 #include <chrono>
-#include <deque>
 #include <functional>
-#include <mutex>
 #include <optional>
+#include <utility>
 
+#include "events.hpp"
 #include "tool.hpp"
 
 namespace ctl {
 
-// One at a time: SIGINT and SIGTERM end it while it lives.
+// Make it before the listener is started; see EndWish.
 class Watch {
  public:
-    // What was told, to be shown on the main thread.
     using Report = std::function<void(Tool&)>;
 
-    // Throws CommandFailed.
-    Watch();
-    ~Watch();
-    Watch(const Watch&) = delete;
-    Watch& operator=(const Watch&) = delete;
+    explicit Watch(Tool& tool) : tool_(tool), wish_(tool.OutputDescriptor()) {}
 
-    // From any thread; nobody is there to hear it when there is no watch.
-    static void Tell(Report report);
+    // From any thread.
+    static void Tell(Report report) { Reports().Post(std::move(report)); }
 
-    // Shows every report at once, until interrupted.
-    void ShowAll(Tool& tool);
-    // Shows the next report; false when none came in time, or on an interruption.
-    bool ShowOne(Tool& tool, std::chrono::seconds patience);
+    // Shows every report at once, until the command is to end.
+    void ShowAll() {
+        while (Show(std::nullopt)) {
+            tool_.Finish();
+        }
+    }
+
+    // Shows the next report; false when none came in time, or when the command is to end.
+    bool ShowOne(std::chrono::seconds patience) { return Show(patience); }
 
  private:
-    std::optional<Report> Next(int milliseconds);
+    static EventQueue<Report>& Reports() { return EventQueue<Report>::Instance(); }
 
-    std::mutex mutex_;
-    std::deque<Report> reports_;
-    bool interrupted_ = false;
+    bool Show(std::optional<std::chrono::milliseconds> patience) {
+        Woken woken;
+        const std::optional<Report> report = Reports().Next(wish_, woken, patience);
+        if (report) {
+            (*report)(tool_);
+        }
+        return report.has_value();
+    }
+
+    Tool& tool_;
+    EndWish wish_;
 };
 
 }  // namespace ctl
