@@ -5,9 +5,9 @@
 #include <signal.h>
 #include <sys/stat.h>
 
-#include <sstream>
 #include <vimbra/bed.hpp>
 
+#include "ctl.hpp"
 #include "e2e.hpp"
 
 using namespace vimbra::e2e;
@@ -18,46 +18,6 @@ using testing::MatchesRegex;
 using testing::Not;
 
 namespace {
-
-// The tool, at work in the background.
-class Ctl {
- public:
-    explicit Ctl(const std::string& words)
-        : program_({"sh", "-c", "exec " VIMBRACTL_PATH " " + words + " 2>/tmp/ctl.err"},
-                   "/tmp/ctl.out") {}
-
-    std::string Out() const { return program_.Output(); }
-    std::string Err() const { return ReadFile("/tmp/ctl.err"); }
-    bool WaitOut(const std::string& text) const { return program_.WaitOutput(text); }
-    void Interrupt(int number = SIGINT) { program_.Signal(number); }
-    int Wait() { return program_.Wait(); }
-
-    // Its output as JSON lines.
-    std::vector<Json> Lines() const {
-        std::vector<Json> lines;
-        std::istringstream text(Out());
-        for (std::string line; std::getline(text, line);)
-            lines.push_back(Json::parse(line, nullptr, false));
-        return lines;
-    }
-
- private:
-    Program program_;
-};
-
-// What is left when it has done.
-struct Done {
-    int status;
-    std::string out;
-    std::string err;
-    std::vector<Json> lines;
-};
-
-Done RunCtl(const std::string& words) {
-    Ctl ctl(words);
-    const int status = ctl.Wait();
-    return {status, ctl.Out(), ctl.Err(), ctl.Lines()};
-}
 
 void NoDetection(const Host& host) {
     const std::string command =

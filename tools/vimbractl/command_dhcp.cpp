@@ -23,7 +23,7 @@ struct Arguments {
 void ShowReport(Tool& tool, u32 event, const VimbraDhcpcAddrInfo& info) {
     const std::string name = FieldText(info.achDevName);
     if (event != VIMBRA_DHCPC_EVENT_LEASE) {
-        tool.Show(name + ": no lease", Json{{"interface", name}, {"event", "failure"}});
+        tool.ShowLine(name + ": no lease", Json{{"interface", name}, {"event", "failure"}});
         return;
     }
     const std::string address = AddressText(info.tIpAddrs) + "/" + std::to_string(info.dwIpPrefix);
@@ -44,7 +44,7 @@ void ShowReport(Tool& tool, u32 event, const VimbraDhcpcAddrInfo& info) {
         record["dns"].push_back(AddressText(info.atDnsServer[i]));
         text += ", DNS " + AddressText(info.atDnsServer[i]);
     }
-    tool.Show(text, record);
+    tool.ShowLine(text, record);
 }
 
 int TakeReport(u32 event, VimbraDhcpcAddrInfo* info) {

@@ -7,14 +7,19 @@
 #include <cstring>
 
 #include "commands.hpp"
-#include "watch.hpp"
+#include "events.hpp"
 
 namespace ctl {
 
 namespace {
 
+using Reports = EventQueue<TNetDhcpsNotify>;
+
 // The server writes its lease file more often.
 constexpr std::chrono::seconds kWriting{30};
+// It empties the file and fills it piece by piece, and each piece is reported: what the file holds
+// once it is quiet is meant.
+constexpr std::chrono::milliseconds kQuiet{200};
 
 struct Arguments {
     InterfaceName interface;
@@ -60,7 +65,7 @@ void State(Tool& tool, Arguments& arguments) {
               Json{{"interface", arguments.interface.text}, {"running", runs}});
 }
 
-void ShowLeases(Tool& tool, const TNetDhcpsNotify& notify) {
+bool ShowLeases(Tool& tool, const TNetDhcpsNotify& notify) {
     std::string text;
     Json leases = Json::array();
     for (u32 i = 0; i < std::min<u32>(notify.dhcps_index, VIMBRA_DHCPS_LEASE_MAX); i++) {
@@ -69,27 +74,43 @@ void ShowLeases(Tool& tool, const TNetDhcpsNotify& notify) {
         address.tV4Addr.s_addr = notify.dhcps_mac_ip[i].dhcps_ip;
         TVimbraIfaceMac mac = {};
         std::ranges::copy(notify.dhcps_mac_ip[i].dhcps_mac, mac.abyMacAddr);
-        text += AddressText(address) + " " + MacText(mac) + "\n";
+        text += (text.empty() ? "" : "\n") + AddressText(address) + " " + MacText(mac);
         leases.push_back(Json{{"address", AddressText(address)}, {"mac", MacText(mac)}});
     }
-    tool.Show(text.empty() ? "no leases" : text, Json{{"leases", leases}});
+    return tool.ShowLine(text.empty() ? "no leases" : text, Json{{"leases", leases}});
 }
 
-// The server writes its file again and again; what has not changed is told once.
 int TakeLeases(u32, TNetDhcpsNotify* notify) {
-    static TNetDhcpsNotify last;
-    static bool isFirst = true;
-    if (!isFirst && memcmp(&last, notify, sizeof(last)) == 0) {
-        return 0;
-    }
-    isFirst = false;
-    last = *notify;
-    Watch::Tell([copy = *notify](Tool& tool) { ShowLeases(tool, copy); });
+    Reports::Instance().Post(*notify);
     return 0;
 }
 
+std::optional<TNetDhcpsNotify> NextLeases(const EndWish& wish,
+                                          std::optional<std::chrono::milliseconds> patience) {
+    Woken woken;
+    auto leases = Reports::Instance().Next(wish, woken, patience);
+    while (woken == Woken::kEvent) {
+        if (auto newer = Reports::Instance().Next(wish, woken, kQuiet)) {
+            leases = newer;
+        }
+    }
+    return leases;
+}
+
+// What is written again and has not changed is told once.
+void ShowChanges(Tool& tool, const EndWish& wish) {
+    std::optional<TNetDhcpsNotify> last;
+    while (const auto leases = NextLeases(wish, std::nullopt)) {
+        if ((!last || memcmp(&*last, &*leases, sizeof(*leases)) != 0) &&
+            !ShowLeases(tool, *leases)) {
+            break;
+        }
+        last = leases;
+    }
+}
+
 void Leases(Tool& tool, Arguments& arguments) {
-    Watch watch(tool);
+    const EndWish wish(tool.OutputDescriptor());
     VimbraInit();
     // The library's watch comes with a start. That of an empty pool is refused before the daemon is
     // asked: the watch stays.
@@ -98,8 +119,10 @@ void Leases(Tool& tool, Arguments& arguments) {
         throw CommandFailed(ExitStatus::kFailed, "the leases cannot be watched");
     }
     if (arguments.watch) {
-        watch.ShowAll();
-    } else if (!watch.ShowOne(kWriting)) {
+        ShowChanges(tool, wish);
+    } else if (const auto leases = NextLeases(wish, kWriting)) {
+        ShowLeases(tool, *leases);
+    } else {
         throw CommandFailed(ExitStatus::kFailed, "no server writes its leases");
     }
 }

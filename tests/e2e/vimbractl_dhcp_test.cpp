@@ -1,0 +1,199 @@
+// The command line's DHCP client and DHCP server, with a real server or client on the other side of
+// the link.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <vimbra/bed.hpp>
+
+#include "ctl.hpp"
+#include "e2e.hpp"
+
+using namespace vimbra::e2e;
+using namespace vimbra::bed;
+using testing::Contains;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+namespace {
+
+// A second host at the other end of eth0.
+class CtlDhcp : public testing::Test {
+ protected:
+    void SetUp() override { Connect("eth0", host_); }
+
+    // On the other host: a server with one address to give.
+    Program Serve() {
+        host_.Shell("ip address add 192.0.2.1/25 dev eth0");
+        WriteFile("/tmp/server.conf",
+                  "start 192.0.2.100\nend 192.0.2.100\n"
+                  "option subnet 255.255.255.128\noption router 192.0.2.1\n"
+                  "option dns 192.0.2.53 192.0.2.54\noption lease 3600\n"
+                  "interface eth0\nlease_file /tmp/server.leases\npidfile /tmp/server.pid\n");
+        WriteFile("/tmp/server.leases", "");
+        return Program({"nsenter", "-t", std::to_string(host_.Pid()), "-n", "busybox", "udhcpd",
+                        "-f", "/tmp/server.conf"},
+                       "/tmp/server.log");
+    }
+
+    // On the other host: a client that asks once.
+    std::string Ask() const {
+        return Shell(host_.Prefix() +
+                     "busybox udhcpc -f -q -n -t 5 -T 1 -i eth0 -s /tmp/client 2>&1 || true");
+    }
+
+    std::string MacThere() const {
+        return Shell(host_.Prefix() + "ip -o link show eth0 | sed \"s/.*ether //; s/ .*//\"")
+            .substr(0, 17);
+    }
+
+    Host host_;
+    Daemon daemon_{{"--log-level=5"}};
+};
+
+constexpr char kLease[] =
+    "eth0: 192.0.2.100/25, gateway 192.0.2.1, for 3600 s, DNS 192.0.2.53, DNS 192.0.2.54\n";
+
+Json LeaseRecord() {
+    return Json{{"interface", "eth0"},         {"event", "lease"},
+                {"address", "192.0.2.100/25"}, {"gateway", "192.0.2.1"},
+                {"lease_time", 3600},          {"dns", {"192.0.2.53", "192.0.2.54"}}};
+}
+
+// ---- The client
+
+TEST_F(CtlDhcp, StartShowsWhatTheServerHandsOut) {
+    const Program server = Serve();
+    Ctl ctl("dhcp start eth0 --watch");
+    ASSERT_TRUE(ctl.WaitOut(kLease)) << ctl.Err() << daemon_.Log();
+    EXPECT_THAT(KernelAddresses("eth0", 2), Contains("192.0.2.100/25 global"));
+    // The renewed lease is told by the same listener.
+    EXPECT_EQ(0, RunCtl("dhcp renew eth0").status);
+    EXPECT_TRUE(ctl.WaitOut(std::string(kLease) + kLease)) << ctl.Out();
+    ctl.Interrupt();
+    EXPECT_EQ(0, ctl.Wait()) << ctl.Err();
+    // Only the watch has ended.
+    EXPECT_EQ("running\n", RunCtl("dhcp state eth0").out);
+}
+
+TEST_F(CtlDhcp, StartShowsAFailure) {
+    Ctl ctl("dhcp start eth0 --watch --json");
+    ASSERT_TRUE(ctl.WaitOut("\n")) << ctl.Err() << daemon_.Log();
+    ctl.Interrupt(SIGTERM);
+    EXPECT_EQ(0, ctl.Wait()) << ctl.Err();
+    EXPECT_EQ((Json{{"interface", "eth0"}, {"event", "failure"}}), ctl.Lines().at(0));
+}
+
+TEST_F(CtlDhcp, ClientFromStartToStop) {
+    const Program server = Serve();
+    EXPECT_EQ("stopped\n", RunCtl("dhcp state eth0").out);
+    Done done = RunCtl("dhcp lease eth0");
+    EXPECT_EQ(5, done.status);
+    EXPECT_THAT(done.err, HasSubstr("no DHCP client runs on this interface"));
+
+    done = RunCtl("dhcp start eth0");
+    EXPECT_EQ(0, done.status) << done.err;
+    EXPECT_EQ("", done.out);
+    EXPECT_EQ((Json{{"interface", "eth0"}, {"family", "ipv4"}, {"running", true}}),
+              Json::parse(RunCtl("dhcp state eth0 --json").out));
+    done = RunCtl("dhcp lease eth0");
+    EXPECT_EQ(0, done.status) << done.err;
+    EXPECT_EQ(kLease, done.out);
+    EXPECT_EQ(LeaseRecord(), RunCtl("dhcp lease eth0 --json").lines.at(0));
+    EXPECT_EQ(0, RunCtl("dhcp renew eth0").status);
+
+    EXPECT_EQ(0, RunCtl("dhcp stop eth0").status);
+    EXPECT_EQ("stopped\n", RunCtl("dhcp state eth0").out);
+    EXPECT_THAT(KernelAddresses("eth0", 2), IsEmpty());
+    EXPECT_EQ(0, RunCtl("dhcp stop eth0").status);
+    done = RunCtl("dhcp renew eth0");
+    EXPECT_EQ(4, done.status);
+    EXPECT_THAT(done.err, HasSubstr("refused: 3 (No such process)"));
+}
+
+TEST_F(CtlDhcp, ClientRefusals) {
+    for (const std::string options : {"", " --watch"}) {
+        const Done done = RunCtl("dhcp start nowhere0" + options);
+        EXPECT_EQ(4, done.status);
+        EXPECT_THAT(done.err, HasSubstr("refused: 19 (No such device)"));
+    }
+    EXPECT_EQ(2, RunCtl("dhcp start").status);
+    EXPECT_EQ(2, RunCtl("dhcp start eth0 --family both").status);
+    EXPECT_EQ(2, RunCtl("dhcp start 12345678901234567").status);
+    daemon_.Stop();
+    EXPECT_EQ(3, RunCtl("dhcp start eth0").status);
+    EXPECT_EQ(3, RunCtl("dhcp start eth0 --watch").status);
+}
+
+// ---- The server
+
+class CtlDhcpServer : public CtlDhcp {
+ protected:
+    void SetUp() override {
+        CtlDhcp::SetUp();
+        Shell("ip address add 192.0.2.1/25 dev eth0");
+        WriteFile("/tmp/client", "#!/bin/sh\nenv | grep -E \"^(ip|mask|router|dns)=\"\n");
+        Shell("chmod 755 /tmp/client");
+    }
+};
+
+TEST_F(CtlDhcpServer, ServerFromStartToStop) {
+    EXPECT_EQ("stopped\n", RunCtl("dhcp-server state eth0").out);
+    Done done = RunCtl(
+        "dhcp-server start eth0 192.0.2.50/25 192.0.2.50 --router 192.0.2.1 --dns 192.0.2.53 "
+        "192.0.2.54");
+    EXPECT_EQ(0, done.status) << done.err;
+    EXPECT_EQ("running\n", RunCtl("dhcp-server state eth0").out);
+    EXPECT_EQ((Json{{"interface", "eth0"}, {"running", true}}),
+              Json::parse(RunCtl("dhcp-server state eth0 --json").out));
+    const std::string told = Ask();
+    EXPECT_THAT(told, HasSubstr("ip=192.0.2.50\n")) << daemon_.Log();
+    EXPECT_THAT(told, HasSubstr("mask=25\n"));
+    EXPECT_THAT(told, HasSubstr("router=192.0.2.1\n"));
+    EXPECT_THAT(told, HasSubstr("dns=192.0.2.53 192.0.2.54\n"));
+
+    EXPECT_EQ(0, RunCtl("dhcp-server stop eth0").status);
+    EXPECT_EQ("stopped\n", RunCtl("dhcp-server state eth0").out);
+    EXPECT_THAT(Ask(), Not(HasSubstr("ip=")));
+    EXPECT_EQ(0, RunCtl("dhcp-server start eth0 192.0.2.50/25 192.0.2.60").status);
+    EXPECT_EQ(0, RunCtl("dhcp-server stop").status);
+    EXPECT_EQ("stopped\n", RunCtl("dhcp-server state eth0").out);
+}
+
+TEST_F(CtlDhcpServer, LeasesAreShownAsTheyChange) {
+    ASSERT_EQ(0, RunCtl("dhcp-server start eth0 192.0.2.50/25 192.0.2.50").status);
+    Ctl ctl("dhcp-server leases --watch");
+    ASSERT_TRUE(ctl.WaitOut("no leases\n")) << ctl.Err() << daemon_.Log();
+    EXPECT_THAT(Ask(), HasSubstr("ip=192.0.2.50\n"));
+    EXPECT_TRUE(ctl.WaitOut("192.0.2.50 " + MacThere() + "\n")) << ctl.Out() << daemon_.Log();
+    ctl.Interrupt(SIGTERM);
+    EXPECT_EQ(0, ctl.Wait()) << ctl.Err();
+    // The server has written its file more often.
+    EXPECT_EQ("no leases\n192.0.2.50 " + MacThere() + "\n", ctl.Out());
+}
+
+TEST_F(CtlDhcpServer, LeasesInJson) {
+    ASSERT_EQ(0, RunCtl("dhcp-server start eth0 192.0.2.50/25 192.0.2.50").status);
+    EXPECT_THAT(Ask(), HasSubstr("ip=192.0.2.50\n"));
+    const Done done = RunCtl("dhcp-server leases --json");
+    EXPECT_EQ(0, done.status) << done.err;
+    EXPECT_EQ((Json{{"leases", {{{"address", "192.0.2.50"}, {"mac", MacThere()}}}}}),
+              done.lines.at(0))
+        << done.out;
+}
+
+TEST_F(CtlDhcpServer, ServerRefusals) {
+    EXPECT_EQ(4, RunCtl("dhcp-server start nowhere0 192.0.2.50/25 192.0.2.60").status);
+    const Done done = RunCtl("dhcp-server start eth0 192.0.2.50/25 192.0.2.200");
+    EXPECT_EQ(2, done.status);
+    EXPECT_THAT(done.err, HasSubstr("accepted: an interface, a pool and a router in one network"));
+    EXPECT_EQ(2, RunCtl("dhcp-server start eth0 192.0.2.50 192.0.2.60").status);
+    EXPECT_EQ(2, RunCtl("dhcp-server start eth0 fd00::1/64 fd00::2").status);
+    EXPECT_EQ(2, RunCtl("dhcp-server start eth0 192.0.2.50/25").status);
+    daemon_.Stop();
+    EXPECT_EQ(3, RunCtl("dhcp-server start eth0 192.0.2.50/25 192.0.2.60").status);
+    EXPECT_EQ(3, RunCtl("dhcp-server stop eth0").status);
+}
+
+}  // namespace
