@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -797,6 +798,18 @@ TEST_F(Dhcpc, RenewFailsWithItsReasons) {
     EXPECT_EQ(-1, VimbraDhcpcRenew("eth0", 2));
     EXPECT_TRUE(log_.Has(Kind::kError, "LinuxNetDhcpcRenew", "FamilyMapDhcpcInfo error!"));
     EXPECT_EQ(0u, daemon_.Connections());
+}
+
+// A process that is gone when the signal comes.
+TEST_F(Dhcpc, RenewTellsWhyTheSignalFailed) {
+    EXPECT_EQ(0, VimbraDhcpcStart("eth0", 2, Take));
+    ASSERT_EQ(0, mount("none", "/proc", "tmpfs", 0, nullptr));
+    ASSERT_EQ(0, mkdir("/proc/4194000", 0755));
+    WriteFile("/proc/4194000/cmdline", std::string("udhcpc\0-i\0eth0", 14));
+    EXPECT_EQ(-1, VimbraDhcpcRenew("eth0", 2));
+    ASSERT_EQ(0, umount("/proc"));
+    EXPECT_TRUE(log_.Has(Kind::kPerror, "LinuxNetDhcpcRenew", "kill dhcp error"));
+    EXPECT_TRUE(log_.Has(Kind::kError, "LinuxNetDhcpcRenew", "the dhcp pid is 4194000"));
 }
 
 TEST_F(Dhcpc, RenewThroughTheDaemonNeedsNoClient) {

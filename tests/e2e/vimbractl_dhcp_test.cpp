@@ -112,6 +112,23 @@ TEST_F(CtlDhcp, ClientFromStartToStop) {
     EXPECT_THAT(done.err, HasSubstr("refused: 3 (No such process)"));
 }
 
+TEST_F(CtlDhcp, FamiliesHaveClientsOfTheirOwn) {
+    host_.Shell("ip address add 2001:db8::1/64 dev eth0 nodad");
+    const Program server({"nsenter", "-t", std::to_string(host_.Pid()), "-n", "dnsmasq",
+                          "--no-daemon", "--conf-file=/dev/null", "--port=0", "--user=root",
+                          "--group=root", "--pid-file=", "--dhcp-leasefile=/tmp/server6.leases",
+                          "--dhcp-range=2001:db8::100,2001:db8::100,64,120"},
+                         "/tmp/server6.log");
+    Ctl ctl("dhcp start eth0 --family ipv6 --watch");
+    ASSERT_TRUE(ctl.WaitOut("eth0: 2001:db8::100/128, for 120 s\n")) << ctl.Err() << daemon_.Log();
+    EXPECT_EQ("running\n", RunCtl("dhcp state eth0 --family ipv6").out);
+    EXPECT_EQ("stopped\n", RunCtl("dhcp state eth0").out);
+    EXPECT_EQ(0, RunCtl("dhcp stop eth0 --family ipv6").status);
+    EXPECT_EQ("stopped\n", RunCtl("dhcp state eth0 --family ipv6").out);
+    ctl.Interrupt();
+    EXPECT_EQ(0, ctl.Wait()) << ctl.Err();
+}
+
 TEST_F(CtlDhcp, ClientRefusals) {
     for (const std::string options : {"", " --watch"}) {
         const Done done = RunCtl("dhcp start nowhere0" + options);

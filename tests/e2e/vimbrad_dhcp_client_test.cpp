@@ -3,7 +3,9 @@
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 #include <vimbra/dhcpc.h>
+#include <vimbra/dns.h>
 #include <vimbra/net_dhcpc.h>
 #include <vimbra/vimbra.h>
 
@@ -20,9 +22,11 @@
 
 using namespace vimbra::e2e;
 using namespace vimbra::bed;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 namespace {
 
@@ -87,11 +91,16 @@ std::map<pid_t, std::string> Clients() {
         std::ifstream file(entry.path() / "cmdline");
         std::string line((std::istreambuf_iterator<char>(file)), {});
         std::ranges::replace(line, '\0', ' ');
-        if (pid != 0 && line.find("udhcpc -f") != std::string::npos)
+        if (pid != 0 && (line.find("udhcpc -f") != std::string::npos ||
+                         line.starts_with("udhcpc6 ") || line.starts_with("dhclient ")))
             found[pid] = line;
     }
     return found;
 }
+
+constexpr char kResolvConf[] = "/etc/resolv.conf";
+constexpr char kServers[] = "####eth0\nnameserver 192.0.2.53\nnameserver 192.0.2.54\n";
+constexpr char kNoServers[] = "####eth0\n";
 
 constexpr char kPool[] = "start 192.0.2.100\nend 192.0.2.100\n";
 constexpr char kOptions[] =
@@ -131,11 +140,14 @@ class VimbradDhcpClient : public testing::Test {
 TEST_F(VimbradDhcpClient, ApplicationIsToldWhatTheServerHandsOut) {
     VimbraInit();
     Serve();
+    // The file is made if it is not there.
+    ASSERT_EQ(0, unlink(kResolvConf));
     ASSERT_EQ(0, VimbraDhcpcStart("eth0", 2, Take));
     EXPECT_THAT(WaitReported(1), ElementsAre(kTold)) << daemon_.Log();
     EXPECT_THAT(KernelAddresses("eth0", 2), ElementsAre("192.0.2.100/25 global"));
     EXPECT_THAT(DefaultRoute(), HasSubstr("default via 192.0.2.1 dev eth0"));
     EXPECT_EQ("", Shell("ping -q -c 1 -w 5 192.0.2.1 > /dev/null"));
+    EXPECT_EQ(kServers, ReadFile(kResolvConf));
 
     TVimbraDhcpcAddrInfo lease{};
     ASSERT_EQ(0, VimbraDhcpcGetLeaseInfo("eth0", 2, &lease));
@@ -154,6 +166,7 @@ TEST_F(VimbradDhcpClient, ApplicationIsToldWhatTheServerHandsOut) {
     EXPECT_THAT(Clients(), IsEmpty());
     EXPECT_THAT(KernelAddresses("eth0", 2), IsEmpty());
     EXPECT_EQ("", DefaultRoute());
+    EXPECT_EQ(kNoServers, ReadFile(kResolvConf));
 }
 
 TEST_F(VimbradDhcpClient, ClientIsFoundByItsCommandLine) {
@@ -212,7 +225,14 @@ TEST_F(VimbradDhcpClient, WhatOthersHaveSetStays) {
     ASSERT_EQ(0, Ask(kStart, Body("eth0")));
     EXPECT_EQ(kLease, listener.Wait(1)[0].type);
     Shell("ip route replace default via 192.0.2.2 dev eth0");
+    EXPECT_TRUE(WaitFor([] { return ReadFile(kResolvConf) == kServers; }));
+    TVimbraAddr server{};
+    server.wSinFamily = VIMBRA_FAMILY_IPV4;
+    server.tV4Addr.s_addr = inet_addr("192.0.2.99");
+    std::string name = "eth0";
+    ASSERT_EQ(0, VimbraDNSSet(name.data(), VIMBRA_FAMILY_IPV4, &server, 1));
     ASSERT_EQ(0, Ask(kStop, Body("eth0")));
+    EXPECT_EQ("####eth0\nnameserver 192.0.2.99\n", ReadFile(kResolvConf));
     EXPECT_THAT(KernelAddresses("eth0", 2),
                 ElementsAre("192.0.2.100/25 global", "203.0.113.1/24 global"));
     EXPECT_THAT(DefaultRoute(), HasSubstr("via 192.0.2.2"));
@@ -246,11 +266,118 @@ TEST_F(VimbradDhcpClient, Refusals) {
     EXPECT_EQ(ENODEV, Ask(kStart, Body("")));
     EXPECT_EQ(ENODEV, Ask(kStart, Body(std::string(16, 'x'))));
     EXPECT_EQ(EINVAL, Ask(kStart, Body("eth0", 0)));
-    EXPECT_EQ(ENOTSUP, Ask(kStart, Body("eth0", 10)));
-    EXPECT_EQ(ENOTSUP, Ask(kStop, Body("eth0", 10)));
-    EXPECT_EQ(ESRCH, Ask(kRenew, Body("eth0")));
-    EXPECT_EQ(0, Ask(kStop, Body("eth0")));
+    EXPECT_EQ(ENODEV, Ask(kStart, Body("nowhere0", 10)));
+    EXPECT_EQ(EINVAL, Ask(kStop, Body("eth0", 11)));
+    for (const uint16_t family : {2, 10}) {
+        EXPECT_EQ(ESRCH, Ask(kRenew, Body("eth0", family)));
+        EXPECT_EQ(0, Ask(kStop, Body("eth0", family)));
+    }
     EXPECT_THAT(Clients(), IsEmpty());
+}
+
+// ---- IPv6
+
+constexpr char kTold6[] =
+    "30001 eth0 2001:db8::100/128 via :: for 120 dns 2001:db8::53 dns 2001:db8::54";
+constexpr char kServers6[] = "####eth0v6\nnameserver 2001:db8::53\nnameserver 2001:db8::54\n";
+
+class VimbradDhcpClient6 : public VimbradDhcpClient {
+ protected:
+    void SetUp() override {
+        VimbradDhcpClient::SetUp();
+        host_.Shell("ip address add 2001:db8::1/64 dev eth0 nodad");
+    }
+
+    void Serve6() {
+        server6_ = std::make_unique<Program>(
+            std::vector<std::string>{
+                "nsenter", "-t", std::to_string(host_.Pid()), "-n", "dnsmasq", "--no-daemon",
+                "--conf-file=/dev/null", "--port=0", "--user=root", "--group=root",
+                "--pid-file=", "--dhcp-leasefile=/tmp/server6.leases", "--log-dhcp",
+                "--dhcp-range=2001:db8::100,2001:db8::100,64,120",
+                "--dhcp-option=option6:dns-server,[2001:db8::53],[2001:db8::54]"},
+            "/tmp/server6.log");
+        EXPECT_TRUE(server6_->WaitOutput("DHCPv6, IP range"));
+    }
+
+    std::unique_ptr<Program> server6_;
+};
+
+TEST_F(VimbradDhcpClient6, ApplicationIsToldWhatTheServerHandsOut) {
+    VimbraInit();
+    Serve6();
+    ASSERT_EQ(0, VimbraDhcpcStart("eth0", 10, Take));
+    EXPECT_THAT(WaitReported(1), ElementsAre(kTold6)) << daemon_.Log();
+    EXPECT_THAT(KernelAddresses("eth0", 10), Contains("2001:db8::100/128 global"));
+    EXPECT_TRUE(WaitFor([] { return ReadFile(kResolvConf) == kServers6; }));
+
+    // Once by a signal to the process, once by the daemon, once by starting what runs.
+    ASSERT_EQ(0, VimbraDhcpcRenew("eth0", 10));
+    EXPECT_THAT(WaitReported(2), ElementsAre(kTold6, kTold6)) << daemon_.Log();
+    ASSERT_EQ(0, AndoridDhcpcRenew("eth0", 10));
+    EXPECT_THAT(WaitReported(3), ElementsAre(kTold6, kTold6, kTold6)) << daemon_.Log();
+    ASSERT_EQ(0, VimbraDhcpcStart("eth0", 10, Take));
+    EXPECT_THAT(WaitReported(4), ElementsAre(kTold6, kTold6, kTold6, kTold6)) << daemon_.Log();
+    EXPECT_THAT(KernelAddresses("eth0", 10), Contains("2001:db8::100/128 global"));
+    EXPECT_EQ(1u, Clients().size());
+
+    ASSERT_EQ(0, VimbraDhcpcStop("eth0", 10));
+    EXPECT_THAT(Clients(), IsEmpty());
+    EXPECT_THAT(KernelAddresses("eth0", 10), Not(Contains("2001:db8::100/128 global")));
+    EXPECT_EQ("####eth0v6\n", ReadFile(kResolvConf));
+    EXPECT_TRUE(server6_->WaitOutput("DHCPRELEASE"));
+}
+
+TEST_F(VimbradDhcpClient6, WithoutAServerTheFailureIsTold) {
+    Listener listener("ipc_dhcpcv6_eth0");
+    ASSERT_EQ(0, Ask(kStart, Body("eth0", 10)));
+    const auto told = listener.Wait(1)[0];
+    EXPECT_EQ(kFail, told.type);
+    ASSERT_EQ(1348u, told.body.size());
+    EXPECT_EQ("eth0", told.body.Text(0, 16));
+    // It goes on asking.
+    Serve6();
+    EXPECT_TRUE(WaitFor([&] { return listener.Messages().back().type == kLease; }));
+}
+
+TEST_F(VimbradDhcpClient6, ClientThatDiesIsStartedAgain) {
+    Serve6();
+    Listener listener("ipc_dhcpcv6_eth0");
+    ASSERT_EQ(0, Ask(kStart, Body("eth0", 10)));
+    listener.Wait(1);
+    ASSERT_EQ(1u, Clients().size());
+    ASSERT_EQ(0, kill(Clients().begin()->first, SIGKILL));
+    const auto told = listener.Wait(3);
+    EXPECT_EQ(kFail, told[1].type);
+    EXPECT_EQ(kLease, told[2].type);
+}
+
+TEST_F(VimbradDhcpClient6, EndOfTheDaemonEndsItsClients) {
+    Serve6();
+    Listener listener("ipc_dhcpcv6_eth0");
+    ASSERT_EQ(0, Ask(kStart, Body("eth0", 10)));
+    listener.Wait(1);
+    EXPECT_EQ(0, daemon_.Stop());
+    EXPECT_TRUE(WaitFor([] { return Clients().empty(); }));
+    EXPECT_THAT(KernelAddresses("eth0", 10), Not(Contains("2001:db8::100/128 global")));
+    EXPECT_EQ("", Shell("ls -d /tmp/vimbrad.?????? 2>/dev/null || true"));
+}
+
+// Applications look for "udhcpc", which is a part of "udhcpc6": whichever program the signal finds,
+// both families' applications are served.
+TEST_F(VimbradDhcpClient6, BothFamiliesRenew) {
+    VimbraInit();
+    Serve6();
+    Serve();
+    Listener listener("ipc_dhcpcv6_eth0");
+    ASSERT_EQ(0, Ask(kStart, Body("eth0", 10)));
+    listener.Wait(1);
+    ASSERT_EQ(0, VimbraDhcpcStart("eth0", 2, Take));
+    EXPECT_THAT(WaitReported(1), ElementsAre(kTold)) << daemon_.Log();
+    ASSERT_EQ(0, VimbraDhcpcRenew("eth0", 2));
+    EXPECT_THAT(WaitReported(2), ElementsAre(kTold, kTold)) << daemon_.Log();
+    // The newest section is the first.
+    EXPECT_EQ(std::string(kServers) + kServers6, ReadFile(kResolvConf));
 }
 
 }  // namespace

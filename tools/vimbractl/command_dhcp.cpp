@@ -52,13 +52,16 @@ int TakeReport(u32 event, VimbraDhcpcAddrInfo* info) {
     return 0;
 }
 
-// The library knows the clients of this process alone; the program that runs is everybody's.
+// The library knows the clients of this process alone; the program that runs is everybody's. The
+// name of IPv4's is a part of that of IPv6's.
 bool Runs(Arguments& arguments) {
     char path[] = "/proc/";
     char ipv4[] = "udhcpc";
     char ipv6[] = "udhcpc6";
-    return GetServicePidFromCmdline(path, arguments.family == VIMBRA_FAMILY_IPV4 ? ipv4 : ipv6,
-                                    arguments.interface.text) > 0;
+    char* const interface = arguments.interface.text;
+    return (arguments.family == VIMBRA_FAMILY_IPV4
+                ? GetServicePidFromCmdline2(path, ipv4, interface, ipv6)
+                : GetServicePidFromCmdline(path, ipv6, interface)) > 0;
 }
 
 // Becomes the one that is told.

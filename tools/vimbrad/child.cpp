@@ -24,11 +24,15 @@ class Child::Run : public std::enable_shared_from_this<Run> {
  public:
     explicit Run(Events events) : events_(std::move(events)) {}
 
-    void Start(uv_loop_t* loop, const std::vector<std::string>& command) {
+    void Start(uv_loop_t* loop, const std::vector<std::string>& command,
+               const std::string& called) {
         std::vector<char*> arguments;
         for (const std::string& each : command)
             arguments.push_back(const_cast<char*>(each.c_str()));
         arguments.push_back(nullptr);
+        const char* const file = arguments.front();
+        if (!called.empty())
+            arguments.front() = const_cast<char*>(called.c_str());
 
         const vimbra::Fd theirs = OpenOutput(loop);
         uv_stdio_container_t streams[3] = {};
@@ -38,7 +42,7 @@ class Child::Run : public std::enable_shared_from_this<Run> {
             each->data.fd = theirs.Get();
         }
         uv_process_options_t options{};
-        options.file = arguments.front();
+        options.file = file;
         options.args = arguments.data();
         options.stdio = streams;
         options.stdio_count = std::size(streams);
@@ -135,9 +139,10 @@ class Child::Run : public std::enable_shared_from_this<Run> {
     std::shared_ptr<Run> self_;
 };
 
-Child::Child(uv_loop_t* loop, const std::vector<std::string>& command, Events events)
+Child::Child(uv_loop_t* loop, const std::vector<std::string>& command, Events events,
+             const std::string& called)
     : run_(std::make_shared<Run>(std::move(events))) {
-    run_->Start(loop, command);
+    run_->Start(loop, command, called);
 }
 
 Child::~Child() {

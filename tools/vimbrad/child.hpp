@@ -31,8 +31,9 @@ class Child {
     };
 
     // Throws Refusal when the program cannot be run. Events are called from the loop; they may
-    // destroy the child.
-    Child(uv_loop_t* loop, const std::vector<std::string>& command, Events events);
+    // destroy the child. `called` is the program's name in the list of processes, its own without.
+    Child(uv_loop_t* loop, const std::vector<std::string>& command, Events events,
+          const std::string& called = {});
     ~Child();
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;

@@ -1,0 +1,50 @@
+// What a DHCP lease gives an interface: address, default route, DNS servers.
+#ifndef VIMBRAD_LEASE_SETTINGS_HPP
+#define VIMBRAD_LEASE_SETTINGS_HPP
+
+#include <vimbra/addr.h>
+#include <vimbra/dhcpc.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "service.hpp"
+
+namespace vimbrad {
+
+// The requests are those of applications: a gateway takes its place by the network priority,
+// whoever asks for it. What others have set since stays.
+class LeaseSettings {
+ public:
+    LeaseSettings(Registry& registry, std::string name, u16 family)
+        : registry_(registry), name_(std::move(name)), family_(family) {}
+    ~LeaseSettings() { Remove(); }
+    LeaseSettings(const LeaseSettings&) = delete;
+    LeaseSettings& operator=(const LeaseSettings&) = delete;
+
+    // What a lease leaves unchanged is not touched: the application may have changed it since. The
+    // new address is there before the old one goes. False when the address cannot be set.
+    bool Apply(const TVimbraDhcpcAddrInfo& lease);
+    void Remove();
+
+ private:
+    template <class Body>
+    s32 Request(u32 type, const Body& body);
+    s32 ChangeAddress(u32 type, const TVimbraIfaceIp& address);
+    void SetGateway(const TVimbraAddr& gateway);
+    void RemoveGateway();
+    void SetServers(const std::vector<TVimbraAddr>& servers);
+    void RemoveServers();
+
+    Registry& registry_;
+    std::string name_;
+    u16 family_;
+    std::optional<TVimbraIfaceIp> address_;
+    std::optional<TVimbraAddr> gateway_;
+    std::vector<TVimbraAddr> servers_;
+};
+
+}  // namespace vimbrad
+
+#endif
