@@ -2,7 +2,7 @@
 // are public and chained by their ptNext; behind each stands what the library keeps to itself. A
 // chain is built once and never freed.
 //
-// The functions take no lock: a service guards its chain with a mutex of its own. How a record is
+// Only Runs takes a lock: a service guards its chain with a mutex of its own. How a record is
 // matched and what clearing it means differs by service; whoever clears one calls GiveBack().
 #ifndef VIMBRA_LIB_SLOTS_HPP
 #define VIMBRA_LIB_SLOTS_HPP
@@ -11,6 +11,7 @@
 #include <type_traits>
 
 #include "lib/listener.hpp"
+#include "lib/lock.hpp"
 #include "lib/memory.hpp"
 
 namespace vimbra {
@@ -106,6 +107,37 @@ template <typename Info>
 bool IsStillTaken(const Slot<Info>& slot, u32 turn) {
     return slot.taken && slot.turn == turn;
 }
+
+// The ends of runs whose listeners give their places back, for services that clear a record by
+// `kClear` and guard their chain with `kMutex`.
+template <typename Info, pthread_mutex_t& kMutex, void (*kClear)(Info*)>
+struct Runs {
+    // With the chain locked.
+    static void End(Slot<Info>& slot) {
+        KillListener(slot.listener);
+        kClear(&slot.info);
+    }
+
+    // Ends one turn of a place, unless it has ended and the place is another run's by now.
+    static void EndTurn(Slot<Info>& slot, u32 turn) {
+        const Lock lock(kMutex);
+        if (IsStillTaken(slot, turn)) {
+            End(slot);
+        }
+    }
+
+    // A listener that ends after its last message gives the place back. One that could not serve
+    // its socket leaves the run busy, for its owner to stop.
+    static void ListenerEnded(Listener& listener, Ended why) {
+        if (why == Ended::kNotBound || why == Ended::kAcceptFailed || why == Ended::kWaitFailed) {
+            return;
+        }
+        const Lock lock(kMutex);
+        if (listener.Release()) {
+            kClear(&static_cast<Slot<Info>*>(listener.Argument())->info);
+        }
+    }
+};
 
 }  // namespace vimbra
 

@@ -4,6 +4,7 @@
 
 #include <vimbra/bed.hpp>
 
+#include "ctl_daemon.hpp"
 #include "ctl_run.hpp"
 
 using namespace ctl_test;
@@ -51,35 +52,11 @@ Pack Named(const Route& route) {
     return Pack().Text(route.interface, 16).Add(Packed(route).Get());
 }
 
-class CtlRoute : public testing::Test {
- protected:
-    // Runs a command that succeeds, says nothing and sends one request, which this is.
-    Bytes Sent(const std::string& words, uint32_t type) {
-        daemon_.Forget();
-        const Outcome done = Ctl(words);
-        EXPECT_EQ(0, done.status) << words << "\n" << done;
-        EXPECT_EQ("", done.out + done.err);
-        EXPECT_EQ(1U, daemon_.Requests().size());
-        const auto requests = daemon_.Requests(type);
-        return requests.size() == 1 ? requests[0].body : Bytes();
-    }
-
-    // Runs a command that is refused before anything is sent.
-    void ExpectRefused(const std::string& words, const std::string& message) {
-        daemon_.Forget();
-        const Outcome refused = Ctl(words);
-        EXPECT_EQ(2, refused.status) << words;
-        EXPECT_THAT(refused.err, HasSubstr(message)) << words;
-        EXPECT_TRUE(daemon_.Requests().empty()) << words;
-    }
-
-    ScriptedDaemon daemon_;
-};
-
-using CtlGateway = CtlRoute;
-using CtlTable = CtlRoute;
-using CtlRule = CtlRoute;
-using CtlPriority = CtlRoute;
+using CtlRoute = CtlAtDaemon;
+using CtlGateway = CtlAtDaemon;
+using CtlTable = CtlAtDaemon;
+using CtlRule = CtlAtDaemon;
+using CtlPriority = CtlAtDaemon;
 
 }  // namespace
 

@@ -16,6 +16,7 @@ namespace {
 pthread_mutex_t g_tPingMutex = PTHREAD_MUTEX_INITIALIZER;
 
 using PingSlot = Slot<TPingInfo>;
+using Tests = Runs<TPingInfo, g_tPingMutex, ClearPingInfo>;
 
 constexpr RequestRule kRule = {
     VIMBRA_TAG_ERR "send and recv msg error, nRet = %d!",
@@ -67,18 +68,6 @@ Next TakeRecord(Listener& listener, Message& message) {
     return record.over_flag != kPingMore ? Next::kEnd : Next::kGoOn;
 }
 
-// A listener that ends after its last record gives the place back. One that could not serve its
-// socket leaves the test busy, for its owner to stop.
-void FreePlace(Listener& listener, Ended why) {
-    if (why == Ended::kNotBound || why == Ended::kAcceptFailed || why == Ended::kWaitFailed) {
-        return;
-    }
-    const Lock lock(g_tPingMutex);
-    if (listener.Release()) {
-        ClearPingInfo(&static_cast<PingSlot*>(listener.Argument())->info);
-    }
-}
-
 constexpr ListenerService kService = {
     .function = "PingCBThread",
     .threadName = "VimbraPingCBThread",
@@ -88,22 +77,8 @@ constexpr ListenerService kService = {
     .shortRead = {"read message error", Trouble::kErrno, Next::kEnd},
     .wrongSize = {"the sended data is too long!", Trouble::kPlain, Next::kEnd},
     .message = TakeRecord,
-    .ended = FreePlace,
+    .ended = Tests::ListenerEnded,
 };
-
-// With the registry locked.
-void EndTest(PingSlot& slot) {
-    KillListener(slot.listener);
-    ClearPingInfo(&slot.info);
-}
-
-// Ends one turn of a place, unless it has ended and the place is another test's by now.
-void EndTurn(PingSlot& slot, u32 turn) {
-    const Lock lock(g_tPingMutex);
-    if (IsStillTaken(slot, turn)) {
-        EndTest(slot);
-    }
-}
 
 // Tells a listener of this process to end. It may be another test's, or none: the stop does not
 // depend on it.
@@ -203,13 +178,13 @@ s32 VimbraPingStart(TVimbraAddr tDestIp, TVimbraPingOpt* ptPingOpt, s32 nUserID,
     if (StartListener(kService, slot.listener, {.argument = &slot, .handle = &info->tThreadId}) ==
         0) {
         VLOG_ERROR("create ping callback thread failed!");
-        EndTest(slot);
+        Tests::End(slot);
         return VIMBRA_ERR_PING_THREAD;
     }
     lock.Unlock();
     if (ApicPingStart(tDestIp, *ptPingOpt, nUserID) != VIMBRA_OK) {
         VLOG_ERROR("ApicPingStart error!");
-        EndTurn(slot, turn);
+        Tests::EndTurn(slot, turn);
         return VIMBRA_ERR_GENERAL;
     }
     return VIMBRA_OK;
@@ -234,6 +209,6 @@ s32 VimbraPingStop(s32 nUserID) {
         VLOG_ERROR("apic_ping_stop failed!");
         return VIMBRA_ERR_PING_STOP;
     }
-    EndTurn(slot, turn);
+    Tests::EndTurn(slot, turn);
     return VIMBRA_OK;
 }

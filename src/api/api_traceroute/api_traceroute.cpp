@@ -25,6 +25,7 @@ pthread_mutex_t g_tTraceRtMutex = PTHREAD_MUTEX_INITIALIZER;
 int tracert_sem_id = -1;
 
 using TraceSlot = Slot<TTraceRtInfo>;
+using Traces = Runs<TTraceRtInfo, g_tTraceRtMutex, ClearTraceRtInfo>;
 
 constexpr RequestRule kRule = {
     VIMBRA_TAG_ERR "send and recv msg error, nRet = %d!",
@@ -71,18 +72,6 @@ Next TakeHop(Listener& listener, Message& message) {
     return Next::kEnd;
 }
 
-// A listener that ends after its last hop gives the place back. One that could not serve its socket
-// leaves the trace busy, for its owner to stop.
-void FreePlace(Listener& listener, Ended why) {
-    if (why == Ended::kNotBound || why == Ended::kAcceptFailed || why == Ended::kWaitFailed) {
-        return;
-    }
-    const Lock lock(g_tTraceRtMutex);
-    if (listener.Release()) {
-        ClearTraceRtInfo(&static_cast<TraceSlot*>(listener.Argument())->info);
-    }
-}
-
 constexpr ListenerService kService = {
     .function = "TraceRtCBThread",
     .threadName = "VimbraTraceRtCBThread",
@@ -94,26 +83,12 @@ constexpr ListenerService kService = {
     .wrongSize = {"the sended data is too long!", Trouble::kPlain, Next::kEnd},
     .bound = ReleaseStarter,
     .message = TakeHop,
-    .ended = FreePlace,
+    .ended = Traces::ListenerEnded,
 };
 
 TraceSlot* FindBusy(s32 nUserID) {
     return FindBusySlot(g_ptApiTracerouteInfo,
                         [nUserID](const TTraceRtInfo& info) { return info.nUserId == nUserID; });
-}
-
-// With the registry locked.
-void EndTrace(TraceSlot& slot) {
-    KillListener(slot.listener);
-    ClearTraceRtInfo(&slot.info);
-}
-
-// Ends one turn of a place, unless it has ended and the place is another trace's by now.
-void EndTurn(TraceSlot& slot, u32 turn) {
-    const Lock lock(g_tTraceRtMutex);
-    if (IsStillTaken(slot, turn)) {
-        EndTrace(slot);
-    }
 }
 
 // Starts the listener and waits until it serves its socket; one start at a time on the whole
@@ -201,7 +176,7 @@ s32 VimbraTracerouteStart(TVimbraAddr tDestIp, TVimbraTracerouteOpt* ptTraceRtOp
     Lock lock(g_tTraceRtMutex);
     if (TraceSlot* const busy = FindBusy(nUserID); busy != nullptr) {
         VLOG_ERROR("the userId %d is tracerouting, please replace the user id!", nUserID);
-        EndTrace(*busy);  // Established: the running trace loses its place.
+        Traces::End(*busy);  // Established: the running trace loses its place.
         return VIMBRA_ERR_GENERAL;
     }
     TraceSlot* const slot = FindFreeSlot(g_ptApiTracerouteInfo);
@@ -214,13 +189,13 @@ s32 VimbraTracerouteStart(TVimbraAddr tDestIp, TVimbraTracerouteOpt* ptTraceRtOp
     slot->info.nUserId = nUserID;
     SetStarted(slot->info, 1);
     if (!StartBound(*slot)) {
-        EndTrace(*slot);
+        Traces::End(*slot);
         return VIMBRA_ERR_GENERAL;
     }
     lock.Unlock();
     if (ApicTracertStart(tDestIp, *ptTraceRtOpt, nUserID) != VIMBRA_OK) {
         VLOG_ERROR("ApicPingStart error!");  // The words of the ping, which log readers know.
-        EndTurn(*slot, turn);
+        Traces::EndTurn(*slot, turn);
         return VIMBRA_ERR_GENERAL;
     }
     return VIMBRA_OK;
@@ -243,7 +218,7 @@ s32 VimbraTracerouteStop(s32 nUserID) {
         VLOG_ERROR("Stop traceroute failed!");
         return VIMBRA_ERR_TRACE_STOP;
     }
-    EndTurn(*slot, turn);
+    Traces::EndTurn(*slot, turn);
     return VIMBRA_OK;
 }
 

@@ -47,7 +47,7 @@ RouterSlot* FamilyMapFreeRouterAdvertiseInfo() {
 
 void ClearRouterAdvertiseInfo(RouterSlot& slot) {
     TRouterNotifyInfo& info = slot.info;
-    info.bIsStarted = 0;
+    SetStarted(info, 0);
     info.tThreadId = 0;
     info.wSinFamily = 0;
     info.pfRouterAdvertiseCB = nullptr;
@@ -169,7 +169,7 @@ pthread_t Listen(const char* name, TVimbraRouterAdvertiseCallBack callback, Take
 void MarkStarted(const Taken& taken) {
     const Lock lock(g_tRouterMutex);
     if (IsStillTaken(*taken.slot, taken.turn)) {
-        taken.slot->info.bIsStarted = 1;
+        SetStarted(taken.slot->info, 1);
     }
 }
 
