@@ -27,6 +27,14 @@ else()
     find_package(GTest REQUIRED)
 endif()
 
+# What nearly every test includes, compiled once. It has no macros of its own, since those would have
+# to be everybody's; it is a program, since those are compiled otherwise than libraries.
+add_executable(vimbra_test_headers ${PROJECT_SOURCE_DIR}/tests/bed/sanitizers.cpp)
+target_link_libraries(vimbra_test_headers PRIVATE GTest::gmock GTest::gtest_main)
+target_include_directories(vimbra_test_headers PRIVATE ${PROJECT_SOURCE_DIR}/tests/bed/include)
+target_precompile_headers(vimbra_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h> <functional>
+                          <mutex> <string> <thread> <vector> <vimbra/bed.hpp>)
+
 function(vimbra_add_test name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "STATIC;BED_ONLY" "TIMEOUT;LABELS"
                           "SOURCES;LIBS")
@@ -47,6 +55,7 @@ function(vimbra_add_test name)
         target_link_libraries(${name} PRIVATE vimbra)
     endif()
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/include)
+    target_precompile_headers(${name} REUSE_FROM vimbra_test_headers)
     add_dependencies(${name} vimbra-sandbox)
     set_target_properties(${name} PROPERTIES CROSSCOMPILING_EMULATOR
         "${VIMBRA_SANDBOX};--keep;${PROJECT_SOURCE_DIR};--keep;${PROJECT_BINARY_DIR};--;${CMAKE_CROSSCOMPILING_EMULATOR}")

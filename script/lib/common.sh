@@ -9,6 +9,8 @@ build() {
     local log=build/$preset.log
     local launchers=()
     if command -v ccache >/dev/null; then
+        # Precompiled headers are compared by what they were made from.
+        export CCACHE_SLOPPINESS=pch_defines,time_macros
         launchers=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
     fi
     mkdir -p build
