@@ -31,8 +31,9 @@ enum {
  * it runs, further reports of its client wait.
  *
  * @param dwMsgID  VIMBRA_NTPC_EVENT_1 or VIMBRA_NTPC_EVENT_2.
- * @param pMsg     the report, of which the daemon decides the layout: VIMBRA_NTPC_REPORT_MAX bytes,
- *                 zero behind what came; the library's, valid during the call only.
+ * @param pMsg     the report, of which the daemon decides the layout (vimbrad's is in
+ *                 <vimbra/ntpc_report.h>): VIMBRA_NTPC_REPORT_MAX bytes, zero behind what came; the
+ *                 library's, valid during the call only.
  * @return not looked at.
  */
 typedef int (*VimBraNtpcSyncTimeCallBack)(u32 dwMsgID, void* pMsg);

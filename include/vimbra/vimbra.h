@@ -20,6 +20,7 @@
 #include <vimbra/log.h>
 #include <vimbra/msg_queue.h>
 #include <vimbra/ntpc.h>
+#include <vimbra/ntpc_report.h>
 #include <vimbra/ping.h>
 #include <vimbra/pppoe.h>
 #include <vimbra/process.h>

@@ -28,6 +28,8 @@ constexpr char kUsage[] =
     "  -l, --log-level=LEVEL  0 (silence), 2 (errors), 3 (and warnings), 4 (and\n"
     "                         information, the default) or 5 (and debugging)\n"
     "  -w, --web-root=DIR     what the web server serves, /var/www by default\n"
+    "  -s, --set-clock        NTP clients set the clock; otherwise they only tell how\n"
+    "                         far it is off\n"
     "  -V, --version          print the version and exit\n"
     "  -h, --help             print this help and exit\n"
     "\n"
@@ -67,6 +69,7 @@ UvHandle<uv_signal_t> StopOn(uv_loop_t* loop, int signal) {
 
 struct Options {
     std::string web_root = "/var/www";
+    bool set_clock = false;
 };
 
 void Run(const Options& options) {
@@ -78,7 +81,7 @@ void Run(const Options& options) {
     // Not before the signals are taken: whichever comes from now on, the socket is removed.
     Rendezvous rendezvous;
     Registry registry;
-    const auto services = AllServices({loop.Get(), options.web_root});
+    const auto services = AllServices({loop.Get(), options.web_root, options.set_clock});
     for (const auto& service : services)
         service->Attach(registry);
     const Server server(loop.Get(), registry, rendezvous.TakeSocket());
@@ -96,10 +99,11 @@ std::optional<LogLevel> ParseLogLevel(const char* text) {
 std::optional<int> ReadOptions(int argc, char** argv, Options& options) {
     static const option kOptions[] = {{"log-level", required_argument, nullptr, 'l'},
                                       {"web-root", required_argument, nullptr, 'w'},
+                                      {"set-clock", no_argument, nullptr, 's'},
                                       {"version", no_argument, nullptr, 'V'},
                                       {"help", no_argument, nullptr, 'h'},
                                       {nullptr, 0, nullptr, 0}};
-    for (int letter; (letter = getopt_long(argc, argv, "l:w:Vh", kOptions, nullptr)) != -1;) {
+    for (int letter; (letter = getopt_long(argc, argv, "l:w:sVh", kOptions, nullptr)) != -1;) {
         switch (letter) {
             case 'l':
                 if (const auto level = ParseLogLevel(optarg)) {
@@ -111,6 +115,9 @@ std::optional<int> ReadOptions(int argc, char** argv, Options& options) {
                 return 2;
             case 'w':
                 options.web_root = optarg;
+                break;
+            case 's':
+                options.set_clock = true;
                 break;
             case 'V':
                 std::puts("vimbrad " VIMBRAD_VERSION);

@@ -181,6 +181,8 @@ struct Context {
     uv_loop_t* loop;
     // What the web server serves.
     std::string web_root = {};
+    // Whether NTP clients set the clock.
+    bool set_clock = false;
 };
 
 class Service {

@@ -2,6 +2,8 @@
 #ifndef VIMBRA_API_NTPC_WIRE_HPP
 #define VIMBRA_API_NTPC_WIRE_HPP
 
+#include <vimbra/ntpc_report.h>
+
 #include "lib/wire.hpp"
 
 namespace vimbra::wire {
@@ -35,6 +37,14 @@ struct NtpcStopBody {
     u16 wSinFamily;
 };
 static_assert(sizeof(NtpcStopBody) == 2);
+
+// The body of our own daemon's reports; the library hands on whatever comes.
+static_assert(sizeof(TVimbraNtpcReport) == 40);
+static_assert(offsetof(TVimbraNtpcReport, tServerIp) == 0);
+static_assert(offsetof(TVimbraNtpcReport, dwError) == 20);
+static_assert(offsetof(TVimbraNtpcReport, llOffset) == 24);
+static_assert(offsetof(TVimbraNtpcReport, bClockSet) == 32);
+static_assert(offsetof(TVimbraNtpcReport, dwReserved) == 36);
 
 }  // namespace vimbra::wire
 

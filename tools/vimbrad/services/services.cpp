@@ -7,8 +7,9 @@ std::vector<std::unique_ptr<Service>> AllServices(const Context& context) {
     for (const auto make :
          {MakeAddressService, MakeBondService, MakeConflictService, MakeDhcpClientService,
           MakeDhcpServerService, MakeGatewayService, MakeLinkService, MakeLogLevelService,
-          MakePingService, MakeReportService, MakeRouteService, MakeRouterAdvertisementService,
-          MakeRuleService, MakeStatisticsService, MakeTracerouteService, MakeWebService})
+          MakeNtpService, MakePingService, MakeReportService, MakeRouteService,
+          MakeRouterAdvertisementService, MakeRuleService, MakeStatisticsService,
+          MakeTracerouteService, MakeWebService})
         services.push_back(make(context));
     return services;
 }

@@ -1,0 +1,344 @@
+// NTP clients, one for each family: chronyd asks the server how far our clock is off, at the start
+// and then once in every interval; the application is told and, where the daemon was started to do
+// so, the clock is set.
+#include <arpa/inet.h>
+#include <netlink/addr.h>
+#include <sys/socket.h>
+#include <sys/timex.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstdlib>
+#include <map>
+#include <optional>
+
+#include "api/api_ntpc/ntpc_wire.hpp"
+#include "child.hpp"
+#include "lib/fd.hpp"
+#include "log.hpp"
+#include "netlink.hpp"
+#include "notifier.hpp"
+#include "private_dir.hpp"
+#include "services/services.hpp"
+
+namespace vimbrad {
+namespace {
+
+using wire::PlainResult;
+
+// In seconds, as RFC 5905 has it: no server is asked more often than that, and so often is usual.
+constexpr u32 kIntervalMin = 16;
+constexpr u32 kIntervalUsual = 64;
+// What failed need not wait for a long interval: there may have been no network yet.
+constexpr u32 kRetry = 64;
+// For an answer, in seconds; the question is repeated every two. It is chronyd that counts them.
+constexpr int kAnswer = 5;
+// A chronyd that still runs then never ends.
+constexpr std::uint64_t kHangMs = 10'000;
+// An offset below it is worked off little by little, so that time neither jumps nor goes back; the
+// limit is that of RFC 5905.
+constexpr s64 kStepMicroseconds = 128'000;
+constexpr s64 kMicroseconds = 1'000'000;
+
+NlAddr Whole(const TVimbraAddr& address) {
+    return MakeNlAddr(address, static_cast<u32>(BytesOf(address).size() * 8));
+}
+
+std::string TextOf(const TVimbraAddr& address) {
+    char text[INET6_ADDRSTRLEN] = "";
+    return nl_addr2str(Whole(address).get(), text, sizeof(text));
+}
+
+// What a client names as its server, without what the address's family does not use.
+TVimbraAddr ServerOf(const TVimbraAddr& named) {
+    const TVimbraAddr server = MakeAddr(Whole(named).get());
+    const bool multicast = server.wSinFamily == VIMBRA_FAMILY_IPV4
+                               ? IN_MULTICAST(ntohl(server.tV4Addr.s_addr))
+                               : IN6_IS_ADDR_MULTICAST(&server.tV6Addr);
+    if (IsZero(server) || multicast)
+        throw Refusal(EINVAL, "not the address of a server");
+    return server;
+}
+
+// Why nothing can be sent to a server, as far as the kernel knows without trying; 0 when it can.
+int WayError(const TVimbraAddr& server) {
+    const vimbra::Fd fd(socket(server.wSinFamily, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!fd)
+        return errno;
+    sockaddr_storage address{};
+    socklen_t length = sizeof(address);
+    nl_addr_fill_sockaddr(Whole(server).get(), reinterpret_cast<sockaddr*>(&address), &length);
+    return connect(fd.Get(), reinterpret_cast<const sockaddr*>(&address), length) == 0 ? 0 : errno;
+}
+
+// Adds to the clock. The error number when it cannot be done.
+int AdjustClock(s64 microseconds) {
+    const bool step = std::abs(microseconds) >= kStepMicroseconds;
+    timex change{};
+    // What is left of an earlier one is forgotten: it was measured again.
+    change.modes = ADJ_OFFSET_SINGLESHOT;
+    change.offset = step ? 0 : microseconds;
+    if (adjtimex(&change) < 0)
+        return errno;
+    if (!step)
+        return 0;
+    change = {};
+    change.modes = ADJ_SETOFFSET;
+    change.time.tv_sec = microseconds / kMicroseconds;
+    change.time.tv_usec = microseconds % kMicroseconds;
+    if (change.time.tv_usec < 0) {
+        --change.time.tv_sec;
+        change.time.tv_usec += kMicroseconds;
+    }
+    return adjtimex(&change) < 0 ? errno : 0;
+}
+
+struct Outcome {
+    int error = 0;
+    // What our clock lacks, in microseconds.
+    s64 offset = 0;
+};
+
+// One question to a server: a run of chronyd that touches neither the clock nor any file but those
+// of its own directory.
+class Question {
+ public:
+    using Answered = std::function<void(const Outcome&)>;
+
+    // Throws Refusal when chronyd cannot be run. `answered` is called from the loop, once; it may
+    // destroy this.
+    Question(uv_loop_t* loop, const TVimbraAddr& server, Answered answered)
+        : answered_(std::move(answered)),
+          timer_(MakeTimer(loop, this)),
+          child_(loop, Command(server),
+                 {[this](std::string_view line) { TakeLine(line); },
+                  [this](const ChildEnd& end) { TakeEnd(end); }}) {
+        uv_timer_start(
+            timer_.get(),
+            [](uv_timer_t* timer) {
+                LogWarning("chronyd does not end");
+                static_cast<Question*>(timer->data)->Finish({ETIMEDOUT});
+            },
+            kHangMs, 0);
+    }
+
+ private:
+    // Directives on the command line keep chronyd from the machine's own configuration. It stays
+    // root, since its usual user may not exist.
+    std::vector<std::string> Command(const TVimbraAddr& server) const {
+        return {"chronyd",
+                "-Q",
+                "-U",
+                "-u",
+                "root",
+                "-t",
+                std::to_string(kAnswer),
+                "pidfile " + files_.PathOf("pid"),
+                "bindcmdaddress /",
+                "cmdport 0",
+                "server " + TextOf(server) + " iburst maxsamples 1"};
+    }
+
+    void TakeLine(std::string_view line) {
+        LogDebug("%.*s", static_cast<int>(line.size()), line.data());
+        constexpr std::string_view kWrongBy = "System clock wrong by ";
+        if (const std::size_t at = line.find(kWrongBy); at != line.npos) {
+            double seconds = 0;
+            const char* number = line.data() + at + kWrongBy.size();
+            if (std::from_chars(number, line.data() + line.size(), seconds).ec == std::errc())
+                offset_ = std::llround(seconds * kMicroseconds);
+        }
+        timed_out_ = timed_out_ || line.ends_with("Timeout reached");
+        last_line_ = line;
+    }
+
+    void TakeEnd(const ChildEnd& end) {
+        if (offset_ && end.status == 0 && end.signal == 0) {
+            Finish({0, *offset_});
+        } else if (timed_out_) {
+            Finish({ETIMEDOUT});
+        } else {
+            LogWarning("chronyd ended with %s: %s", end.Text().c_str(), last_line_.c_str());
+            Finish({EIO});
+        }
+    }
+
+    void Finish(const Outcome& outcome) {
+        // The call may end this object, and the function with it.
+        const Answered answered = std::move(answered_);
+        answered(outcome);
+    }
+
+    Answered answered_;
+    PrivateDir files_;
+    std::optional<s64> offset_;
+    bool timed_out_ = false;
+    std::string last_line_;
+    UvHandle<uv_timer_t> timer_;
+    Child child_;
+};
+
+// The client of one family, from its start to its stop.
+class Client {
+ public:
+    // Throws Refusal when chronyd cannot be run.
+    Client(const Context& context, const TVimbraAddr& server, u32 interval, Notifier& notifier)
+        : loop_(context.loop),
+          sets_clock_(context.set_clock),
+          server_(server),
+          interval_(interval == 0 ? kIntervalUsual : std::max(interval, kIntervalMin)),
+          notifier_(notifier),
+          timer_(MakeTimer(loop_, this)) {
+        Ask();
+    }
+
+ private:
+    void Ask() {
+        AskAgainAfter(interval_);
+        if (const int error = WayError(server_); error != 0) {
+            Fail(error);
+            return;
+        }
+        question_.emplace(loop_, server_, [this](const Outcome& outcome) {
+            question_.reset();
+            Take(outcome);
+        });
+    }
+
+    void AskAgainAfter(u32 seconds) {
+        uv_timer_start(
+            timer_.get(), [](uv_timer_t* timer) { static_cast<Client*>(timer->data)->AskAgain(); },
+            std::uint64_t{seconds} * 1000, 0);
+    }
+
+    void AskAgain() {
+        try {
+            Ask();
+        } catch (const Refusal& refusal) {
+            Fail(refusal.Error());
+        } catch (const std::exception& error) {
+            LogWarning("NTP client: %s", error.what());
+            Fail(EIO);
+        }
+    }
+
+    void Take(const Outcome& outcome) {
+        int error = outcome.error;
+        if (error == 0 && sets_clock_)
+            error = AdjustClock(outcome.offset);
+        if (error != 0) {
+            Fail(error);
+            return;
+        }
+        LogInfo("NTP server %s: the clock %s %lld us", TextOf(server_).c_str(),
+                sets_clock_ ? "was set by" : "lacks", static_cast<long long>(outcome.offset));
+        TVimbraNtpcReport report = Report();
+        report.llOffset = outcome.offset;
+        report.bClockSet = sets_clock_;
+        notifier_.Post(wire::kNtpcReport1, report);
+    }
+
+    void Fail(int error) {
+        LogInfo("NTP server %s: %s", TextOf(server_).c_str(), std::strerror(error));
+        TVimbraNtpcReport report = Report();
+        report.dwError = static_cast<u32>(error);
+        notifier_.Post(wire::kNtpcReport2, report);
+        AskAgainAfter(std::min(interval_, kRetry));
+    }
+
+    TVimbraNtpcReport Report() const {
+        TVimbraNtpcReport report{};
+        report.tServerIp = server_;
+        return report;
+    }
+
+    uv_loop_t* loop_;
+    bool sets_clock_;
+    TVimbraAddr server_;
+    u32 interval_;
+    Notifier& notifier_;
+    UvHandle<uv_timer_t> timer_;
+    std::optional<Question> question_;
+};
+
+class NtpService : public Service {
+ public:
+    // A client goes on when nobody listens: it may keep the clock.
+    explicit NtpService(const Context& context)
+        : context_(context),
+          v4_{{context.loop, wire::kNtpcSocketIpv4, [] {}}, {}},
+          v6_{{context.loop, wire::kNtpcSocketIpv6, [] {}}, {}} {}
+
+    void Attach(Registry& registry) override {
+        registry.On<wire::NtpcStartBody, PlainResult>(
+            wire::kNtpcStart, "NTP client start",
+            [this](const wire::NtpcStartBody& body) { return Start(body); });
+        registry.On<wire::NtpcStopBody, PlainResult>(wire::kNtpcStop, "NTP client stop",
+                                                     [this](const wire::NtpcStopBody& body) {
+                                                         Family& family = Of(body.wSinFamily);
+                                                         family.client.reset();
+                                                         family.notifier.Clear();
+                                                         return PlainResult{0};
+                                                     });
+        registry.OnLater<TVimbraAddr, PlainResult>(
+            wire::kNtpcCheck, "NTP server check",
+            [this](const TVimbraAddr& server, const Answer<PlainResult>& answer) {
+                Check(ServerOf(server), answer);
+            });
+    }
+
+ private:
+    struct Family {
+        Notifier notifier;
+        std::unique_ptr<Client> client;
+    };
+
+    Family& Of(u16 family) {
+        if (family == VIMBRA_FAMILY_IPV4)
+            return v4_;
+        if (family == VIMBRA_FAMILY_IPV6)
+            return v6_;
+        throw Refusal(EINVAL, "no such address family");
+    }
+
+    // A client that runs makes room for the new one, unless that cannot be had.
+    PlainResult Start(const wire::NtpcStartBody& body) {
+        Family& family = Of(body.wSinFamily);
+        const TVimbraAddr server = ServerOf(body.tServerIp);
+        if (server.wSinFamily != body.wSinFamily)
+            throw Refusal(EINVAL, "a server of another family");
+        family.notifier.Clear();
+        family.client =
+            std::make_unique<Client>(context_, server, body.dwSyncTimeInterval, family.notifier);
+        return {0};
+    }
+
+    void Check(const TVimbraAddr& server, const Answer<PlainResult>& answer) {
+        if (const int error = WayError(server); error != 0)
+            throw Refusal(error);
+        const u32 number = next_check_++;
+        checks_[number] = std::make_unique<Question>(
+            context_.loop, server, [this, number, answer](const Outcome& outcome) {
+                const auto ended = checks_.extract(number);
+                if (outcome.error != 0)
+                    answer.Refuse(outcome.error);
+                else
+                    answer({0});
+            });
+    }
+
+    Context context_;
+    Family v4_;
+    Family v6_;
+    std::map<u32, std::unique_ptr<Question>> checks_;
+    u32 next_check_ = 0;
+};
+
+}  // namespace
+
+std::unique_ptr<Service> MakeNtpService(const Context& context) {
+    return std::make_unique<NtpService>(context);
+}
+
+}  // namespace vimbrad
