@@ -62,6 +62,7 @@ void AddBondCommands(CLI::App& root, Tool& tool);
 void AddWebCommands(CLI::App& root, Tool& tool);
 void AddDhcpCommands(CLI::App& root, Tool& tool);
 void AddDhcpServerCommands(CLI::App& root, Tool& tool);
+void AddNtpCommands(CLI::App& root, Tool& tool);
 
 }  // namespace ctl
 

@@ -223,6 +223,11 @@ std::string Describe(s32 code) {
     return text;
 }
 
+Failure Refused(s32 result, s32 code) {
+    return {ExitStatus::kRefused, "the network daemon refused: " + DaemonCodeText(code), result,
+            code};
+}
+
 std::optional<Failure> Judge(s32 result, const std::vector<std::string>& errors,
                              std::string_view accepted) {
     if (result == VIMBRA_OK) {
@@ -238,15 +243,17 @@ std::optional<Failure> Judge(s32 result, const std::vector<std::string>& errors,
         return Make(ExitStatus::kUnreachable, Unreachable(errors), result);
     }
     if (const auto code = DaemonCode(errors)) {
-        return Failure{ExitStatus::kRefused, "the network daemon refused: " + DaemonCodeText(*code),
-                       result, code};
+        return Refused(result, *code);
     }
     if (const auto code = DaemonCodeInDisguise(errors)) {
-        return Failure{ExitStatus::kRefused, "the network daemon refused: " + DaemonCodeText(*code),
-                       result, code};
+        return Refused(result, *code);
     }
     if (const auto transport = TransportResult(errors)) {
         return Transport(result, *transport, errors);
+    }
+    // A bare exchange has no other result than the transport's own.
+    if (result > 0 && TransportSpoke(errors)) {
+        return Transport(result, result, errors);
     }
     if (errors.empty() && result == VIMBRA_ERR_GENERAL && !DaemonAnswers()) {
         return Make(ExitStatus::kUnreachable, Unreachable(errors), result);

@@ -33,6 +33,9 @@ struct Failure {
     std::optional<s32> daemon;  // the network daemon's own code, if it refused
 };
 
+// The daemon's refusal of a request, with its own code.
+Failure Refused(s32 result, s32 code);
+
 // What became of a call, from its result and the error texts that the library logged during it.
 // Nothing means that the call did what it was asked. `accepted` says what the arguments may be, for
 // a call that refuses one.

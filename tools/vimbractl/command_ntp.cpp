@@ -1,0 +1,132 @@
+#include <vimbra/ipc.h>
+#include <vimbra/vimbra.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "commands.hpp"
+#include "watch.hpp"
+
+namespace ctl {
+
+namespace {
+
+struct Arguments {
+    TVimbraAddr server = {};
+    u32 interval = 0;
+    u16 family = VIMBRA_FAMILY_IPV4;
+    bool watch = false;
+};
+
+// The library asks the daemon to start a client only together with a listener, and to stop one only
+// in the process that has started it. What the daemon runs is everybody's.
+enum : u32 { kStart = 0x901, kStop = 0x902 };
+
+struct __attribute__((packed)) StartBody {
+    u16 family;
+    TVimbraAddr server;
+    u32 interval;
+};
+static_assert(sizeof(StartBody) == 26);
+
+template <typename Body>
+void Ask(Tool& tool, u32 type, const Body& body) {
+    s32 code = 0;
+    tool.Call([&] { return IpcApiSendAndRecv(type, &body, sizeof(body), &code, sizeof(code)); });
+    if (code != 0) {
+        throw CommandFailed(Refused(VIMBRA_ERR_GENERAL, code));
+    }
+    tool.Done();
+}
+
+std::string Seconds(s64 microseconds) {
+    char text[32];
+    snprintf(text, sizeof(text), "%.6f", static_cast<double>(microseconds) / 1e6);
+    return text;
+}
+
+// The companion daemon's report; of another daemon's nothing is known but the event.
+void ShowReport(Tool& tool, u32 event, const TVimbraNtpcReport& report) {
+    const std::string server = AddressText(report.tServerIp);
+    if (event != VIMBRA_NTPC_EVENT_1) {
+        const std::string why = strerror(static_cast<int>(report.dwError));
+        tool.ShowLine(server + ": " + why, Json{{"server", server},
+                                                {"event", "failure"},
+                                                {"error", report.dwError},
+                                                {"message", why}});
+        return;
+    }
+    const bool isBehind = report.llOffset >= 0;
+    const std::string off = Seconds(isBehind ? report.llOffset : -report.llOffset) + " s " +
+                            (isBehind ? "behind" : "ahead");
+    const bool isSet = report.bClockSet != 0;
+    tool.ShowLine(server + ": the clock " + (isSet ? "was set; it was " : "is ") + off,
+                  Json{{"server", server},
+                       {"event", "synchronised"},
+                       {"offset_us", report.llOffset},
+                       {"clock_set", isSet}});
+}
+
+int TakeReport(u32 event, void* report) {
+    TVimbraNtpcReport copy;
+    memcpy(&copy, report, sizeof(copy));
+    Watch::Tell([event, copy](Tool& tool) { ShowReport(tool, event, copy); });
+    return 0;
+}
+
+void Start(Tool& tool, Arguments& arguments) {
+    if (!arguments.watch) {
+        Ask(tool, kStart,
+            StartBody{arguments.server.wSinFamily, arguments.server, arguments.interval});
+        return;
+    }
+    Watch watch(tool);
+    VimbraInit();
+    tool.Call([&] { return VimbraNtpcStart(arguments.server, arguments.interval, TakeReport); });
+    const auto stop = [&] { return VimbraNtpcStop(arguments.server.wSinFamily); };
+    try {
+        watch.ShowAll();
+    } catch (...) {
+        tool.Try(stop);
+        throw;
+    }
+    tool.Call(stop);
+}
+
+void Stop(Tool& tool, Arguments& arguments) {
+    Ask(tool, kStop, arguments.family);
+}
+
+void Check(Tool& tool, Arguments& arguments) {
+    tool.Call([&] { return VimbraNtpcSerCheck(arguments.server); });
+    const std::string server = AddressText(arguments.server);
+    tool.Show(server + " answers", Json{{"server", server}, {"answers", true}});
+}
+
+}  // namespace
+
+void AddNtpCommands(CLI::App& root, Tool& tool) {
+    CLI::App& group = AddGroupCommand(root, "ntp", "The NTP clients, one for each family.");
+    auto arguments = std::make_shared<Arguments>();
+    const auto command = [&](const CommandText& text, void (*run)(Tool&, Arguments&)) -> CLI::App& {
+        return AddCommand(group, tool, text, [&tool, arguments, run] { run(tool, *arguments); });
+    };
+
+    CLI::App& start = command({"start", "Start the client of the server's family.",
+                               "ntp start 192.0.2.1\nntp start 2001:db8::1 --interval 60 --watch"},
+                              Start);
+    AddArgument(start, "server", arguments->server, kAddress, "The server").Required();
+    AddArgument(start, "--interval", arguments->interval, kNumber,
+                "Between two questions, in seconds; 0, the default, leaves it to the daemon");
+    AddFlag(start, "--watch", arguments->watch,
+            "Show every report until interrupted, then stop the client; an application that "
+            "listens loses them");
+
+    CLI::App& stop = command({"stop", "Stop a client.", "ntp stop --family ipv6"}, Stop);
+    AddArgument(stop, "--family", arguments->family, kFamily, "Which one, ipv4 by default");
+
+    CLI::App& check = command({"check", "Does a server answer?", "ntp check 192.0.2.1"}, Check);
+    AddArgument(check, "server", arguments->server, kAddress, "The server").Required();
+}
+
+}  // namespace ctl
