@@ -58,6 +58,15 @@ Link Netlink::FindLink(const std::string& name) {
     return Link(raw);
 }
 
+void Netlink::BringUp(const std::string& name) {
+    const Link link = FindLink(name);
+    const auto changes = Allocated<Link>(rtnl_link_alloc());
+    rtnl_link_set_flags(changes.get(), IFF_UP);
+    Change(Build<NlMessage>([&](nl_msg** message) {
+        return rtnl_link_build_change_request(link.get(), changes.get(), 0, message);
+    }));
+}
+
 std::vector<IfaceAddr> Netlink::Addresses(int iface, u16 family) {
     const NlCache all = Dump(rtnl_addr_alloc_cache);
     std::vector<IfaceAddr> found;

@@ -67,6 +67,9 @@ class Netlink {
     // The interface of this name. Throws Refusal(ENODEV).
     Link FindLink(const std::string& name);
 
+    // Throws Refusal.
+    void BringUp(const std::string& name);
+
     // What an interface has of a family (2, 10, or 11 for both), IPv4 first, each in the kernel's
     // order.
     std::vector<IfaceAddr> Addresses(int iface, u16 family);

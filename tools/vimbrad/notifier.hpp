@@ -35,6 +35,9 @@ class Notifier {
         Enqueue(type, std::as_bytes(std::span(&body, 1)));
     }
 
+    // One without a body.
+    void Post(std::uint32_t type) { Enqueue(type, {}); }
+
     // A client that has just asked is about to listen: it has its second from now on.
     void AwaitListener() { failing_since_ = 0; }
 

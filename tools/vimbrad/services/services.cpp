@@ -7,7 +7,7 @@ std::vector<std::unique_ptr<Service>> AllServices(const Context& context) {
     for (const auto make :
          {MakeAddressService, MakeBondService, MakeConflictService, MakeDhcpClientService,
           MakeDhcpServerService, MakeGatewayService, MakeLinkService, MakeLogLevelService,
-          MakeNtpService, MakePingService, MakeReportService, MakeRouteService,
+          MakeNtpService, MakePingService, MakePppoeService, MakeReportService, MakeRouteService,
           MakeRouterAdvertisementService, MakeRuleService, MakeStatisticsService,
           MakeTracerouteService, MakeWebService})
         services.push_back(make(context));

@@ -20,6 +20,7 @@ std::unique_ptr<Service> MakeLinkService(const Context& context);
 std::unique_ptr<Service> MakeLogLevelService(const Context& context);
 std::unique_ptr<Service> MakeNtpService(const Context& context);
 std::unique_ptr<Service> MakePingService(const Context& context);
+std::unique_ptr<Service> MakePppoeService(const Context& context);
 std::unique_ptr<Service> MakeReportService(const Context& context);
 std::unique_ptr<Service> MakeRouteService(const Context& context);
 std::unique_ptr<Service> MakeRouterAdvertisementService(const Context& context);
