@@ -40,7 +40,8 @@ constexpr const char* kCommands[] = {
     "user delete",       "service start",    "service stop",      "dhcp start",
     "dhcp stop",         "dhcp renew",       "dhcp lease",        "dhcp state",
     "dhcp-server start", "dhcp-server stop", "dhcp-server state", "dhcp-server leases",
-    "ntp start",         "ntp stop",         "ntp check",
+    "ntp start",         "ntp stop",         "ntp check",         "pppoe start",
+    "pppoe stop",        "pppoe version",
 };
 
 }  // namespace

@@ -44,13 +44,13 @@ void Change(Tool& tool, std::string& name, Wanted wanted, const std::function<s3
 }
 
 void Add(Tool& tool, std::string& name) {
-    std::string password = ReadPassword();
+    std::string password = ReadNewPassword();
     Change(tool, name, Wanted::kNone,
            [&] { return VimbraAddNetUser(name.data(), password.data()); });
 }
 
 void SetPassword(Tool& tool, std::string& name) {
-    std::string password = ReadPassword();
+    std::string password = ReadNewPassword();
     Change(tool, name, Wanted::kOne,
            [&] { return VimbraModifyNetPwd(name.data(), password.data()); });
 }
@@ -58,10 +58,6 @@ void SetPassword(Tool& tool, std::string& name) {
 void Delete(Tool& tool, std::string& name) {
     Change(tool, name, Wanted::kOne, [&] { return VimbraDelNetUser(name.data()); });
 }
-
-constexpr const char* kPasswordText =
-    "\nThe password is typed at a prompt, or is the first line of standard input when\n"
-    "that is no terminal: never on the command line, where every process can see it.";
 
 }  // namespace
 

@@ -7,13 +7,13 @@ namespace ctl {
 namespace {
 
 constexpr AddGroup kGroups[] = {
-    AddLinkCommands,     AddAddrCommands,      AddMacCommands,      AddMtuCommands,
-    AddRouteCommands,    AddGatewayCommands,   AddTableCommands,    AddRuleCommands,
-    AddPriorityCommands, AddRaCommands,        AddDhcpCommands,     AddDhcpServerCommands,
-    AddDnsCommands,      AddNtpCommands,       AddConflictCommands, AddStatCommands,
-    AddPingCommand,      AddTracerouteCommand, AddUserCommands,     AddServiceCommands,
-    AddBondCommands,     AddWebCommands,       AddCheckCommands,    AddLogLevelCommand,
-    AddVersionCommand,   AddCodesCommand,
+    AddLinkCommands,     AddAddrCommands,    AddMacCommands,       AddMtuCommands,
+    AddRouteCommands,    AddGatewayCommands, AddTableCommands,     AddRuleCommands,
+    AddPriorityCommands, AddRaCommands,      AddDhcpCommands,      AddDhcpServerCommands,
+    AddPppoeCommands,    AddDnsCommands,     AddNtpCommands,       AddConflictCommands,
+    AddStatCommands,     AddPingCommand,     AddTracerouteCommand, AddUserCommands,
+    AddServiceCommands,  AddBondCommands,    AddWebCommands,       AddCheckCommands,
+    AddLogLevelCommand,  AddVersionCommand,  AddCodesCommand,
 };
 
 }  // namespace

@@ -63,6 +63,7 @@ void AddWebCommands(CLI::App& root, Tool& tool);
 void AddDhcpCommands(CLI::App& root, Tool& tool);
 void AddDhcpServerCommands(CLI::App& root, Tool& tool);
 void AddNtpCommands(CLI::App& root, Tool& tool);
+void AddPppoeCommands(CLI::App& root, Tool& tool);
 
 }  // namespace ctl
 

@@ -38,16 +38,24 @@ std::string FirstLine() {
     return line;
 }
 
-}  // namespace
-
-std::string ReadPassword() {
-    std::string password = isatty(STDIN_FILENO) != 0 ? AskTwice() : FirstLine();
+std::string Read(std::string (*ask)()) {
+    std::string password = isatty(STDIN_FILENO) != 0 ? ask() : FirstLine();
     if (password.empty() || password.find('\0') != std::string::npos) {
         throw CommandFailed(ExitStatus::kUsage,
                             "password: refused; accepted: a line of text that is not empty, "
                             "on standard input or at the prompt");
     }
     return password;
+}
+
+}  // namespace
+
+std::string ReadPassword() {
+    return Read([] { return Ask("Password: "); });
+}
+
+std::string ReadNewPassword() {
+    return Read(AskTwice);
 }
 
 }  // namespace ctl

@@ -1,5 +1,5 @@
-// How a password comes to the tool. Never on the command line, which everybody can see: typed twice
-// at a prompt without echo, or the first line of standard input when that is no terminal.
+// How a password comes to the tool. Never on the command line, which everybody can see: typed at a
+// prompt without echo, or the first line of standard input when that is no terminal.
 #ifndef VIMBRACTL_PASSWORD_HPP
 #define VIMBRACTL_PASSWORD_HPP
 
@@ -7,8 +7,15 @@
 
 namespace ctl {
 
-// Throws CommandFailed when there is none.
+// One that somebody has. Throws CommandFailed when there is none.
 std::string ReadPassword();
+// One that somebody is to have: it is typed twice.
+std::string ReadNewPassword();
+
+// For the help of a command that reads one.
+inline constexpr const char* kPasswordText =
+    "\nThe password is typed at a prompt, or is the first line of standard input when\n"
+    "that is no terminal: never on the command line, where every process can see it.";
 
 }  // namespace ctl
 

@@ -1,6 +1,7 @@
 #include "tool.hpp"
 
 #include <unistd.h>
+#include <vimbra/ipc.h>
 #include <vimbra/log.h>
 
 #include <cerrno>
@@ -24,6 +25,16 @@ void Tool::Call(const std::function<s32()>& call, std::string_view accepted,
             failure->message = std::string(subject) + ": " + failure->message;
         }
         throw CommandFailed(std::move(*failure));
+    }
+}
+
+void Tool::Request(u32 type, const void* body, size_t size) {
+    // Untouched without an answer.
+    s32 code = VIMBRA_ERR_GENERAL;
+    Call(
+        [&] { return IpcApiSendAndRecv(type, body, static_cast<s32>(size), &code, sizeof(code)); });
+    if (code != VIMBRA_OK) {
+        throw CommandFailed(Refused(VIMBRA_ERR_GENERAL, code));
     }
 }
 

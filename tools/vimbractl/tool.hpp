@@ -47,6 +47,9 @@ class Tool {
     // The same for a caller that deals with a failure itself.
     std::optional<Failure> Try(const std::function<s32()>& call, std::string_view accepted = {});
 
+    // A request that no call of the library makes alone; it is answered with a result code.
+    void Request(u32 type, const void* body, size_t size);
+
     // The command's output, in the form that was asked for.
     void Show(const std::string& text, const Json& record);
     // One of many that follow each other, at once. False when it could not be written.

@@ -1,0 +1,210 @@
+#include <vimbra/pppoe.h>
+#include <vimbra/vimbra.h>
+
+#include <algorithm>
+
+#include "commands.hpp"
+#include "password.hpp"
+#include "watch.hpp"
+
+namespace ctl {
+
+namespace {
+
+// The library's start takes the events from an application that listens, and its stop only knows
+// what the process itself has started: these two are asked of the daemon.
+constexpr u32 kStart = 0x601;
+constexpr u32 kStop = 0x602;
+
+struct __attribute__((packed)) StartBody {
+    u16 family;
+    PppoeConfig config;
+};
+static_assert(sizeof(StartBody) == 811);
+
+struct Arguments {
+    InterfaceName interface;
+    std::string user;
+    u16 family = VIMBRA_FAMILY_IPV4;
+    std::optional<u32> redial;
+    u32 retries = 0;
+    u32 echoInterval = 20;
+    u32 echoFailures = 3;
+    bool isDefaultRoute = false;
+    bool debug = false;
+    bool watch = false;
+};
+
+bool ParseUser(const std::string& text, std::string& user) {
+    user = text;
+    return !text.empty() && text.size() < VIMBRA_PPPOE_TEXT_LEN;
+}
+
+bool ParseEcho(const std::string& text, u32& number) {
+    return ParseNumber(text, number) && number >= 1 && number <= 255;
+}
+
+bool ParseRetries(const std::string& text, u32& number) {
+    return ParseNumber(text, number) && number <= UINT16_MAX;
+}
+
+const Kind<std::string> kUser = {"a name of 1 to 254 characters", ParseUser};
+const Kind<u32> kEcho = {"a number from 1 to 255", ParseEcho};
+const Kind<u32> kRetries = {"a number from 0 to 65535", ParseRetries};
+
+TVimbraPppoeParam ParamOf(const Arguments& arguments) {
+    const std::string password = ReadPassword();
+    if (password.size() >= VIMBRA_PPPOE_TEXT_LEN) {
+        throw CommandFailed(ExitStatus::kUsage, "password: refused; accepted: 1 to 254 characters");
+    }
+    TVimbraPppoeParam param = {};
+    std::ranges::copy(arguments.user, param.achUserName);
+    std::ranges::copy(password, param.achPassword);
+    std::copy_n(arguments.interface.text, sizeof(param.achDevName), param.achDevName);
+    param.bAutoDialEnable = arguments.redial.has_value();
+    param.dwAutoDialInterval = arguments.redial.value_or(0);
+    param.wDialRetryTimes = static_cast<u16>(arguments.retries);
+    param.wLcpEchoSendInterval = static_cast<u16>(arguments.echoInterval);
+    param.wLcpEchoRetryTimes = static_cast<u16>(arguments.echoFailures);
+    param.bDefaultRouteEnable = arguments.isDefaultRoute;
+    param.bDebug = arguments.debug;
+    return param;
+}
+
+StartBody BodyOf(u16 family, const TVimbraPppoeParam& param) {
+    StartBody body = {};
+    body.family = family;
+    std::ranges::copy(param.achUserName, body.config.username);
+    std::ranges::copy(param.achPassword, body.config.password);
+    std::ranges::copy(param.achDevName, body.config.devname);
+    body.config.auto_dial_enable = param.bAutoDialEnable;
+    body.config.default_route_enable = param.bDefaultRouteEnable;
+    body.config.debug = param.bDebug;
+    body.config.dial_retry_seconds = param.dwAutoDialInterval;
+    body.config.lcp_echo_interval = param.wLcpEchoSendInterval;
+    body.config.lcp_echo_failure = param.wLcpEchoRetryTimes;
+    body.config.maxfail = param.wDialRetryTimes;
+    return body;
+}
+
+void ShowConnected(Tool& tool, const TVimbraPppoeAddr& addresses) {
+    const u16 family = addresses.tOurIpaddr.wSinFamily;
+    const std::string our = AddressText(addresses.tOurIpaddr);
+    const std::string peer = AddressText(addresses.tPeerIpAddr);
+    std::string text = "connected: " + our + ", peer " + peer;
+    Json record = {{"event", "connected"},
+                   {"family", FamilyText(family)},
+                   {"address", our},
+                   {"peer", peer},
+                   {"dns", Json::array()}};
+    for (const TVimbraAddr& server : {addresses.tDnsServer1, addresses.tDnsServer2}) {
+        if (!IsZero(server)) {
+            text += ", DNS " + AddressText(server);
+            record["dns"].push_back(AddressText(server));
+        }
+    }
+    tool.ShowLine(text, record);
+}
+
+struct EventText {
+    u32 event;
+    const char* word;
+    const char* text;
+};
+
+// As the companion daemon means them: the library leaves that to the daemon.
+constexpr EventText kEvents[] = {
+    {VIMBRA_PPPOE_EVENT_2, "lost", "the link is lost"},
+    {VIMBRA_PPPOE_EVENT_3, "no link", "no link: nobody answers, or there is no agreement"},
+    {VIMBRA_PPPOE_EVENT_4, "refused", "the user name or the password is refused"},
+    {VIMBRA_PPPOE_EVENT_STOPPED, "stopped", "stopped: not dialled any more"},
+};
+
+void TakeEvent(u32 event, void* data, u32) {
+    if (event == VIMBRA_PPPOE_EVENT_CONNECTED) {
+        Watch::Tell([addresses = *static_cast<TVimbraPppoeAddr*>(data)](Tool& tool) {
+            ShowConnected(tool, addresses);
+        });
+        return;
+    }
+    const auto* const found = std::ranges::find(kEvents, event, &EventText::event);
+    if (found != std::end(kEvents)) {
+        Watch::Tell([found](Tool& tool) {
+            tool.ShowLine(found->text, Json{{"event", found->word}});
+        });
+    }
+}
+
+void Start(Tool& tool, Arguments& arguments) {
+    TVimbraPppoeParam param = ParamOf(arguments);
+    if (!arguments.watch) {
+        const StartBody body = BodyOf(arguments.family, param);
+        tool.Request(kStart, &body, sizeof(body));
+        tool.Done();
+        return;
+    }
+    Watch watch(tool);
+    VimbraInit();
+    tool.Call([&] { return VimbraPppoeStart(&param, arguments.family, TakeEvent); },
+              kInterface.accepted);
+    const auto stop = [&] { return VimbraPppoeStop(arguments.interface.text, arguments.family); };
+    try {
+        watch.ShowAll();
+    } catch (...) {
+        tool.Try(stop);
+        throw;
+    }
+    tool.Call(stop);
+}
+
+void Stop(Tool& tool, Arguments& arguments) {
+    tool.Request(kStop, &arguments.family, sizeof(arguments.family));
+    tool.Done();
+}
+
+void ShowVersion(Tool& tool, Arguments&) {
+    TVimbraVersion version = {};
+    tool.Call([&] { return VimbraPppoeVer(&version); });
+    tool.Show(version.achVersion, Json{{"version", version.achVersion}});
+}
+
+}  // namespace
+
+void AddPppoeCommands(CLI::App& root, Tool& tool) {
+    CLI::App& group = AddGroupCommand(root, "pppoe", "PPPoE links.");
+    auto arguments = std::make_shared<Arguments>();
+    const auto command = [&](const CommandText& text, void (*run)(Tool&, Arguments&)) -> CLI::App& {
+        return AddCommand(group, tool, text, [&tool, arguments, run] { run(tool, *arguments); });
+    };
+
+    const std::string about = std::string("Dial.") + kPasswordText;
+    CLI::App& start = command({"start", about.c_str(),
+                               "pppoe start eth0 --user me@isp --auto-dial 30 <password-file\n"
+                               "pppoe start eth0 --user me@isp --default-route --watch"},
+                              Start);
+    AddInterfaceArgument(start, arguments->interface);
+    AddArgument(start, "--user", arguments->user, kUser, "The user name").Required();
+    AddArgument(start, "--family", arguments->family, kFamilyOrBoth, "ipv4 by default");
+    AddArgument(start, "--auto-dial", arguments->redial, kNumber,
+                "Dial again so many seconds after the link was lost or a dial failed");
+    AddArgument(start, "--retries", arguments->retries, kRetries,
+                "Give up after so many failures in a row; 0, the default, never");
+    AddArgument(start, "--echo-interval", arguments->echoInterval, kEcho,
+                "Seconds between two questions whether the peer is alive, 20 by default");
+    AddArgument(start, "--echo-failures", arguments->echoFailures, kEcho,
+                "Unanswered ones before the link is lost, 3 by default");
+    AddFlag(start, "--default-route", arguments->isDefaultRoute, "Make it the default route");
+    AddFlag(start, "--debug", arguments->debug, "Let the PPP daemon log every packet");
+    AddFlag(start, "--watch", arguments->watch,
+            "Show every event until interrupted, then hang up; an application that listens loses "
+            "them");
+
+    CLI::App& stop = command(
+        {"stop", "Hang up, whoever has dialled.", "pppoe stop\npppoe stop --family both"}, Stop);
+    AddArgument(stop, "--family", arguments->family, kFamilyOrBoth, "ipv4 by default");
+
+    command({"version", "The version of PPPoE that the library tells.", "pppoe version"},
+            ShowVersion);
+}
+
+}  // namespace ctl
