@@ -1,4 +1,3 @@
-#include <vimbra/ipc.h>
 #include <vimbra/vimbra.h>
 
 #include <cstdio>
@@ -28,16 +27,6 @@ struct __attribute__((packed)) StartBody {
     u32 interval;
 };
 static_assert(sizeof(StartBody) == 26);
-
-template <typename Body>
-void Ask(Tool& tool, u32 type, const Body& body) {
-    s32 code = 0;
-    tool.Call([&] { return IpcApiSendAndRecv(type, &body, sizeof(body), &code, sizeof(code)); });
-    if (code != 0) {
-        throw CommandFailed(Refused(VIMBRA_ERR_GENERAL, code));
-    }
-    tool.Done();
-}
 
 std::string Seconds(s64 microseconds) {
     char text[32];
@@ -76,8 +65,9 @@ int TakeReport(u32 event, void* report) {
 
 void Start(Tool& tool, Arguments& arguments) {
     if (!arguments.watch) {
-        Ask(tool, kStart,
-            StartBody{arguments.server.wSinFamily, arguments.server, arguments.interval});
+        const StartBody body = {arguments.server.wSinFamily, arguments.server, arguments.interval};
+        tool.Request(kStart, &body, sizeof(body));
+        tool.Done();
         return;
     }
     Watch watch(tool);
@@ -94,7 +84,8 @@ void Start(Tool& tool, Arguments& arguments) {
 }
 
 void Stop(Tool& tool, Arguments& arguments) {
-    Ask(tool, kStop, arguments.family);
+    tool.Request(kStop, &arguments.family, sizeof(arguments.family));
+    tool.Done();
 }
 
 void Check(Tool& tool, Arguments& arguments) {

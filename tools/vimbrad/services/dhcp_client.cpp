@@ -3,8 +3,6 @@
 // standard output; the lease is then set as an application would set it, and the application is
 // told.
 #include <arpa/inet.h>
-#include <net/if.h>
-#include <netlink/route/link.h>
 
 #include <algorithm>
 #include <csignal>
@@ -72,16 +70,6 @@ u32 NumberOf(std::string_view text) {
 u32 PrefixOfClass(const TVimbraAddr& address) {
     const u32 word = ntohl(address.tV4Addr.s_addr);
     return IN_CLASSA(word) ? 8 : IN_CLASSB(word) ? 16 : 24;
-}
-
-void BringUp(const std::string& name) {
-    Netlink kernel;
-    const Link link = kernel.FindLink(name);
-    const auto changes = Allocated<Link>(rtnl_link_alloc());
-    rtnl_link_set_flags(changes.get(), IFF_UP);
-    kernel.Change(Build<NlMessage>([&](nl_msg** message) {
-        return rtnl_link_build_change_request(link.get(), changes.get(), 0, message);
-    }));
 }
 
 // An address that is still being checked cannot be sent from.
@@ -290,7 +278,7 @@ class Ipv4Client : public Client {
         : Client(loop, registry, name, VIMBRA_FAMILY_IPV4, wire::kDhcpcSocketIpv4, files) {}
 
     void Run() override {
-        BringUp(Name());
+        Netlink().BringUp(Name());
         RunProgram({"busybox", "udhcpc", "-f", "-R", "-i", Name(), "-s",
                     Files().Write("hook", kHookIpv4, 0700)});
         LogInfo("%s: started", Title());
@@ -311,7 +299,7 @@ class Ipv6Client : public Client {
     }
 
     void Run() override {
-        BringUp(Name());
+        Netlink().BringUp(Name());
         if (!HasLinkLocal(Name())) {
             RestartAfter(kLinkLocalMs);
             return;
