@@ -48,7 +48,7 @@ namespace vimbra::bed {
 
 // How long any wait of the bed lasts before it is given up. Generous: it only costs time when a
 // test fails, and sanitizers and emulators are slow.
-inline constexpr std::chrono::milliseconds kPatience{20000};
+inline constexpr std::chrono::milliseconds kPatience{40000};
 
 // ---- Bytes -----------------------------------------------------------------------------------
 
