@@ -34,6 +34,9 @@ target_link_libraries(vimbra_test_headers PRIVATE GTest::gmock GTest::gtest_main
 target_include_directories(vimbra_test_headers PRIVATE ${PROJECT_SOURCE_DIR}/tests/bed/include)
 target_precompile_headers(vimbra_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h> <functional>
                           <mutex> <string> <thread> <vector> <vimbra/bed.hpp>)
+if(VIMBRA_TOOLS)
+    target_precompile_headers(vimbra_test_headers PRIVATE <nlohmann/json.hpp>)
+endif()
 
 function(vimbra_add_test name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "STATIC;BED_ONLY" "TIMEOUT;LABELS"
