@@ -27,9 +27,11 @@ else()
     find_package(GTest REQUIRED)
 endif()
 
+add_library(vimbra_test_options OBJECT ${PROJECT_SOURCE_DIR}/tests/bed/sanitizers.cpp)
+
 # What nearly every test includes, compiled once. It has no macros of its own, since those would have
 # to be everybody's; it is a program, since those are compiled otherwise than libraries.
-add_executable(vimbra_test_headers ${PROJECT_SOURCE_DIR}/tests/bed/sanitizers.cpp)
+add_executable(vimbra_test_headers ${PROJECT_SOURCE_DIR}/tests/bed/headers.cpp)
 target_link_libraries(vimbra_test_headers PRIVATE GTest::gmock GTest::gtest_main)
 target_include_directories(vimbra_test_headers PRIVATE ${PROJECT_SOURCE_DIR}/tests/bed/include)
 target_precompile_headers(vimbra_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h> <functional>
@@ -49,7 +51,7 @@ function(vimbra_add_test name)
         set(arg_TIMEOUT 60)
     endif()
 
-    add_executable(${name} ${arg_SOURCES} ${PROJECT_SOURCE_DIR}/tests/bed/sanitizers.cpp)
+    add_executable(${name} ${arg_SOURCES} $<TARGET_OBJECTS:vimbra_test_options>)
     target_link_libraries(${name} PRIVATE vimbra_bed GTest::gmock GTest::gtest_main ${arg_LIBS})
     if(arg_STATIC)
         target_link_libraries(${name} PRIVATE vimbra_static)

@@ -167,6 +167,8 @@ TEST_F(VimbradDhcpClient, ApplicationIsToldWhatTheServerHandsOut) {
     EXPECT_THAT(KernelAddresses("eth0", 2), IsEmpty());
     EXPECT_EQ("", DefaultRoute());
     EXPECT_EQ(kNoServers, ReadFile(kResolvConf));
+    // The log is the daemon's own.
+    EXPECT_THAT(daemon_.Log(), Not(HasSubstr("VIMBRA_")));
 }
 
 TEST_F(VimbradDhcpClient, ClientIsFoundByItsCommandLine) {

@@ -2,6 +2,7 @@
 #include <getopt.h>
 #include <signal.h>
 #include <unistd.h>
+#include <vimbra/log.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -73,6 +74,8 @@ struct Options {
 };
 
 void Run(const Options& options) {
+    // What its calls do here is told by our own log.
+    VimbraDebugLevelSet(VIMBRA_LEVEL_NONE);
     // A client may be gone when its reply is written.
     signal(SIGPIPE, SIG_IGN);
     Loop loop;

@@ -204,7 +204,8 @@ class Client {
         } else if (key == "router" && IsZero(told_.tGateWay)) {
             told_.tGateWay = AddressOf(value);
         } else if (key == "dns" && told_.dwDnsNum < VIMBRA_DHCPC_DNS_MAX) {
-            told_.atDnsServer[told_.dwDnsNum++] = AddressOf(value);
+            if (const TVimbraAddr server = AddressOf(value); !IsZero(server))
+                told_.atDnsServer[told_.dwDnsNum++] = server;
         } else if (key == "end") {
             TakeEvent();
         }
@@ -305,6 +306,7 @@ class Ipv6Client : public Client {
             return;
         }
         Files().Write(Leases(), "", 0600);
+        asked_ = false;
         RunProgram(CommandWith({"-d"}), "udhcpc6");
         LogInfo("%s: started", Title());
     }
@@ -357,7 +359,7 @@ class Ipv6Client : public Client {
             return HasLease() && !std::exchange(releasing_, true) && Release();
         if (end.signal != SIGUSR1)
             return false;
-        const bool asked = std::exchange(asked_, false);
+        const bool asked = asked_;
         Restart();
         if (!asked)
             signalled_();
