@@ -80,12 +80,16 @@ void WakeHelperThreads() {
 }  // namespace
 
 bool WaitFor(const std::function<bool()>& condition, std::chrono::milliseconds patience) {
-    const auto end = std::chrono::steady_clock::now() + patience;
+    using std::chrono::milliseconds;
+    const auto begin = std::chrono::steady_clock::now();
     while (!condition()) {
-        if (std::chrono::steady_clock::now() >= end) {
+        const auto waited =
+            std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - begin);
+        if (waited >= patience) {
             return condition();
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        // Less often when it takes long: asking costs others their time.
+        std::this_thread::sleep_for(std::clamp(waited / 16, milliseconds(1), milliseconds(20)));
     }
     return true;
 }

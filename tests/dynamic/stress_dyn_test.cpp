@@ -395,9 +395,16 @@ TEST(StressDyn, AFewSeconds) {
     EXPECT_TRUE(WaitFor([&] { return OtherThreads() == before.others; }));
 }
 
+// Where no sanitizer looks on there is little to be seen.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr seconds kLong{60};
+#else
+constexpr seconds kLong{6};
+#endif
+
 TEST(StressDynSlow, AMinute) {
     const Ground before;
-    Stress(seconds(60));
+    Stress(kLong);
     {
         ScriptedDaemon daemon;
         StopPppoeAndNtp();

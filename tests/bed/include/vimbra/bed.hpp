@@ -129,7 +129,8 @@ class Finding {
     std::string seen_;
 };
 
-// Asks `condition` every millisecond until it holds; false when it still does not after `patience`.
+// Asks `condition` again and again until it holds, every millisecond at first; false when it still
+// does not after `patience`.
 bool WaitFor(const std::function<bool()>& condition,
              std::chrono::milliseconds patience = kPatience);
 
