@@ -39,6 +39,21 @@ class NtpServer {
     Program program_;
 };
 
+// The daemon here, and a second host at the other end of eth0, with a server.
+class BesideAnNtpServer : public testing::Test {
+ protected:
+    void SetUp() override {
+        Connect("eth0", host_);
+        Shell("ip address add 192.0.2.1/24 dev eth0 && ip address add fd00::1/64 dev eth0 nodad");
+        host_.Shell(
+            "ip address add 192.0.2.2/24 dev eth0 && ip address add fd00::2/64 dev eth0 nodad");
+    }
+
+    Host host_;
+    NtpServer server_{host_};
+    Daemon daemon_{{"--log-level=5"}};
+};
+
 // One on this host, at 127.0.0.1 and every other IPv4 address of ours, whose clock differs from
 // ours by so many seconds.
 class SkewedNtpServer {

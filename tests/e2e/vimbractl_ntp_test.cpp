@@ -21,20 +21,7 @@ constexpr uint32_t kStart = 0x901;
 constexpr uint32_t kStop = 0x902;
 constexpr uint32_t kCheck = 0x903;
 
-// A second host at the other end of eth0, with a server.
-class CtlNtp : public testing::Test {
- protected:
-    void SetUp() override {
-        Connect("eth0", host_);
-        Shell("ip address add 192.0.2.1/24 dev eth0 && ip address add fd00::1/64 dev eth0 nodad");
-        host_.Shell(
-            "ip address add 192.0.2.2/24 dev eth0 && ip address add fd00::2/64 dev eth0 nodad");
-    }
-
-    Host host_;
-    NtpServer server_{host_};
-    Daemon daemon_{{"--log-level=5"}};
-};
+class CtlNtp : public BesideAnNtpServer {};
 
 TEST_F(CtlNtp, WatchShowsTheReportsUntilCtrlC) {
     for (const int number : {SIGINT, SIGTERM}) {

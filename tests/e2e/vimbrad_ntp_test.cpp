@@ -148,20 +148,7 @@ void Pretend(const std::string& script) {
     ASSERT_EQ(0, setenv("PATH", (std::string("/tmp/bin:") + getenv("PATH")).c_str(), 1));
 }
 
-// A second host at the other end of eth0, with a server.
-class VimbradNtp : public testing::Test {
- protected:
-    void SetUp() override {
-        Connect("eth0", host_);
-        Shell("ip address add 192.0.2.1/24 dev eth0 && ip address add fd00::1/64 dev eth0 nodad");
-        host_.Shell(
-            "ip address add 192.0.2.2/24 dev eth0 && ip address add fd00::2/64 dev eth0 nodad");
-    }
-
-    Host host_;
-    NtpServer server_{host_};
-    Daemon daemon_{{"--log-level=5"}};
-};
+class VimbradNtp : public BesideAnNtpServer {};
 
 // ---- Reports -----------------------------------------------------------------------------------
 

@@ -74,7 +74,7 @@ struct Options {
 };
 
 void Run(const Options& options) {
-    // What its calls do here is told by our own log.
+    // What the library does here is told by our own log.
     VimbraDebugLevelSet(VIMBRA_LEVEL_NONE);
     // A client may be gone when its reply is written.
     signal(SIGPIPE, SIG_IGN);
