@@ -1,19 +1,22 @@
 #include "lib/ipc_api_msg.hpp"
 
-#include <cstdio>
+#include <fcntl.h>
 
 #include "lib/cancel.hpp"
 #include "lib/fd.hpp"
+#include "lib/ipc_connect.hpp"
 #include "lib/select_set.hpp"
 
 namespace vimbra {
 
 namespace {
 
-constexpr size_t kPathMax = 102;  // exclusive
-constexpr int kWaitSeconds = 60;
+constexpr size_t kPathMax = 102;        // exclusive
+constexpr timeval kPatience = {60, 0};  // of all waits of a call together
+constexpr timeval kNoTime = {0, 0};
 
 constexpr char kOutOfMemory[] = "XMALLOC error";
+constexpr char kSelectError[] = "select error";
 
 // A buffer and its length go together or not at all.
 bool IsPair(const void* buffer, s32 length) {
@@ -37,27 +40,72 @@ bool FillAddress(const char* name, sockaddr_un* address, socklen_t* length) {
     return true;
 }
 
+// ---- Connecting ---------------------------------------------------------------------------------
+
+// Whoever connects, the lines are those of the call that applications know.
+constexpr char kMakeAddrClient[] = "MakeAddrClient";
+constexpr char kConnectError[] = "connect error";
+
+bool FillPeerAddress(const char* name, sockaddr_un* address, socklen_t* length) {
+    if (FillAddress(name, address, length)) {
+        return true;
+    }
+    VLOG_ERROR_AT((CallSite{kMakeAddrClient, __LINE__}), "the name is too long!");
+    return false;
+}
+
+// The connection of one exchange.
+bool ConnectTo(const char* name, int fd, timeval* left) {
+    sockaddr_un address;
+    socklen_t length;
+    if (!FillPeerAddress(name, &address, &length)) {
+        return false;
+    }
+    if (!ConnectNonBlocking(fd, address, left)) {
+        LogErrnoAt({kMakeAddrClient, __LINE__}, kConnectError);
+        return false;
+    }
+    return true;
+}
+
+// ---- Sending and receiving ----------------------------------------------------------------------
+
 enum class Sent { kWhole, kShort, kTimeout, kFailed };
 
 // One write of the whole message. A peer that has gone is an error of the call, not a signal for
 // the application's process.
-Sent SendWhole(const CallSite& site, int fd, SelectSet& set, timeval* timeout, const u8* data,
-               size_t size) {
-    const int ready = set.WaitWritable(timeout);
+Sent SendNow(int fd, const u8* data, size_t size) {
+    const ssize_t written = send(fd, data, size, MSG_NOSIGNAL);
+    return written == static_cast<ssize_t>(size) ? Sent::kWhole : Sent::kShort;
+}
+
+Sent SendWhenWritable(const CallSite& site, int fd, SelectSet& set, timeval* left, const u8* data,
+                      size_t size) {
+    const int ready = set.WaitWritable(left);
     if (ready < 0) {
-        LogErrnoAt(site, "select error");
+        LogErrnoAt(site, kSelectError);
         return Sent::kFailed;
     }
     if (ready == 0) {
         VLOG_ERROR_AT(site, "wait time out for writing!");
         return Sent::kTimeout;
     }
-    const ssize_t written = send(fd, data, size, MSG_NOSIGNAL);
-    return written == static_cast<ssize_t>(size) ? Sent::kWhole : Sent::kShort;
+    return SendNow(fd, data, size);
+}
+
+// For a socket that does not block. A new one has room, unless the system's buffers are set to next
+// to nothing; only then is there a wait.
+Sent SendAtOnce(const CallSite& site, int fd, SelectSet& set, timeval* left, const u8* data,
+                size_t size) {
+    errno = 0;
+    const Sent sent = SendNow(fd, data, size);
+    return sent == Sent::kShort && errno == EAGAIN
+               ? SendWhenWritable(site, fd, set, left, data, size)
+               : sent;
 }
 
 // One read of the whole reply: a reply that comes in pieces is no reply.
-s32 ReceiveWhole(const CallSite& site, int fd, SelectSet& set, timeval* timeout, void* reply,
+s32 ReceiveWhole(const CallSite& site, int fd, SelectSet& set, timeval* left, void* reply,
                  s32 replySize) {
     const size_t size = sizeof(IpcMsgHead) + static_cast<size_t>(replySize);
     const Buffer buffer(size);
@@ -65,9 +113,9 @@ s32 ReceiveWhole(const CallSite& site, int fd, SelectSet& set, timeval* timeout,
         LogErrnoAt(site, kOutOfMemory);
         return VIMBRA_ERR_GENERAL;
     }
-    const int ready = set.WaitReadable(timeout);
+    const int ready = set.WaitReadable(left);
     if (ready < 0) {
-        LogErrnoAt(site, "select error");
+        LogErrnoAt(site, kSelectError);
         return VIMBRA_ERR_GENERAL;
     }
     if (ready == 0) {
@@ -138,14 +186,15 @@ s32 IpcExchange(const CallSite& site, const IpcPeer& peer, u32 type, IpcMessage&
         return VIMBRA_ERR_GENERAL;
     }
     const CancelGuard guard;
-    const Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!fd) {
         LogErrnoAt(site, peer.socketStep);
         return VIMBRA_ERR_GENERAL;
     }
-    sockaddr_un address;
-    socklen_t length;
-    if (MakeAddrClient(fd.Get(), peer.name, &address, &length) != 0) {
+    // One budget for all waits: what the first takes, the next ones lack. Nobody answers a message
+    // without a reply, and who posts one may be the very thread that its listener runs on.
+    timeval left = reply != nullptr ? kPatience : kNoTime;
+    if (!ConnectTo(peer.name, fd.Get(), &left)) {
         VLOG_ERROR_AT(site, "%s", peer.connectText);
         return VIMBRA_ERR_GENERAL;
     }
@@ -154,9 +203,7 @@ s32 IpcExchange(const CallSite& site, const IpcPeer& peer, u32 type, IpcMessage&
         LogErrnoAt(site, kOutOfMemory);
         return VIMBRA_ERR_GENERAL;
     }
-    // One budget for both waits: what the first one takes, the second one lacks.
-    timeval timeout = {kWaitSeconds, 0};
-    switch (SendWhole(site, fd.Get(), set, &timeout, message.Whole(type, 0), message.WholeSize())) {
+    switch (SendAtOnce(site, fd.Get(), set, &left, message.Whole(type, 0), message.WholeSize())) {
         case Sent::kFailed:
             return VIMBRA_ERR_GENERAL;
         case Sent::kTimeout:
@@ -170,7 +217,7 @@ s32 IpcExchange(const CallSite& site, const IpcPeer& peer, u32 type, IpcMessage&
     if (reply == nullptr) {
         return VIMBRA_OK;
     }
-    return ReceiveWhole(site, fd.Get(), set, &timeout, reply, replySize);
+    return ReceiveWhole(site, fd.Get(), set, &left, reply, replySize);
 }
 
 Server MakeServer(s32 fd, const char* name, sockaddr_un* address, socklen_t* length) {
@@ -204,12 +251,12 @@ s32 MakeAddrClient(s32 nSockfd, const char* pchName, sockaddr_un* ptAddr, sockle
     if (pchName == nullptr || ptAddr == nullptr || len == nullptr) {
         return VIMBRA_ERR_GENERAL;
     }
-    if (!FillAddress(pchName, ptAddr, len)) {
-        VLOG_ERROR("the name is too long!");
+    if (!FillPeerAddress(pchName, ptAddr, len)) {
         return VIMBRA_ERR_GENERAL;
     }
-    if (connect(nSockfd, reinterpret_cast<const sockaddr*>(ptAddr), sizeof(*ptAddr)) != 0) {
-        VLOG_ERRNO("connect error");
+    const CancelGuard guard;
+    if (!ConnectAny(nSockfd, *ptAddr, kPatience)) {
+        VLOG_ERRNO(kConnectError);
         return VIMBRA_ERR_GENERAL;
     }
     return VIMBRA_OK;
@@ -243,15 +290,21 @@ s32 IpcApiSendMsg(s32 nSockfd, u32 dwType, void* pSendBuf, s32 nSendLen, s32 nFl
         return VIMBRA_ERR_GENERAL;
     }
     const CancelGuard guard;
+    // Not left to select(2): a 32-bit kernel does not look at what lies above its table, and a set
+    // for the largest number takes hundreds of megabytes.
+    if (fcntl(nSockfd, F_GETFD) < 0) {
+        VLOG_ERRNO(kSelectError);
+        return VIMBRA_ERR_GENERAL;
+    }
     IpcMessage message;
     SelectSet set(nSockfd);
     if (!set || !Build(message, pSendBuf, nSendLen)) {
-        VLOG_ERRNO("XMALLOC error");
+        VLOG_ERRNO(kOutOfMemory);
         return VIMBRA_ERR_GENERAL;
     }
-    timeval timeout = {kWaitSeconds, 0};
-    switch (SendWhole(site, nSockfd, set, &timeout, message.Whole(dwType, nFlag),
-                      message.WholeSize())) {
+    timeval left = kPatience;
+    switch (SendWhenWritable(site, nSockfd, set, &left, message.Whole(dwType, nFlag),
+                             message.WholeSize())) {
         case Sent::kWhole:
             return VIMBRA_OK;
         case Sent::kTimeout:

@@ -77,6 +77,7 @@ int __real_select(int count, fd_set* read, fd_set* write, fd_set* except, timeva
 ssize_t __real_send(int fd, const void* data, size_t size, int flags);
 ssize_t __real_read(int fd, void* data, size_t size);
 int __real_close(int fd);
+int __real_fcntl(int fd, int command, ...);
 int __real_ioctl(int fd, unsigned long request, ...);
 int __real_setsockopt(int fd, int level, int name, const void* value, socklen_t size);
 
@@ -205,6 +206,24 @@ int __wrap_close(int fd) {
     injector->Closed(fd);
     const int result = __real_close(fd);
     return fails ? Failure(EIO) : result;
+}
+
+int __wrap_fcntl(int fd, int command, ...) {
+    va_list args;
+    va_start(args, command);
+    const long argument = va_arg(args, long);
+    va_end(args);
+    Injector* injector = Injector::Current();
+    if (injector != nullptr && injector->Fails("fcntl")) {
+        return Failure(EBADF);
+    }
+    if (injector != nullptr && injector->onFcntl) {
+        const int result = injector->onFcntl(fd, command, argument);
+        if (result != Injector::kReal) {
+            return result;
+        }
+    }
+    return __real_fcntl(fd, command, argument);
 }
 
 int __wrap_ioctl(int fd, unsigned long request, ...) {

@@ -33,6 +33,7 @@ class Injector {
     std::function<int(int, fd_set*, fd_set*, fd_set*, timeval*)> onSelect;
     std::function<ssize_t(int, const void*, size_t)> onSend;
     std::function<ssize_t(int, void*, size_t)> onRead;
+    std::function<int(int, int, long)> onFcntl;
     std::function<int(int, unsigned long, void*)> onIoctl;
     std::function<int(int, int, int, const void*, socklen_t)> onSetsockopt;
 
