@@ -327,6 +327,22 @@ TEST(Peer, NotifiesAndWaitsUntilItIsDealtWith) {
     EXPECT_FALSE(Notify("ipc_nobody", 2, {}));
 }
 
+TEST(Peer, FillsABacklogThatEmptiesOneByOne) {
+    DeafServer server("ipc_test");
+    EXPECT_TRUE(HasListener("ipc_test"));
+    const FullBacklog full("ipc_test");
+    EXPECT_EQ(1u, full.Count());
+    EXPECT_EQ(Bytes(), server.AcceptOne());
+    Connection client("ipc_test");
+    client.Send({'h', 'i'});
+    EXPECT_EQ(Bytes({'h', 'i'}), server.AcceptOne({'y', 'o'}));
+    EXPECT_EQ(Bytes({'y', 'o'}), client.Receive(2));
+    EXPECT_TRUE(client.WaitPeerClosed());
+    server.Close();
+    EXPECT_FALSE(HasListener("ipc_test"));
+    EXPECT_THROW(FullBacklog("ipc_test"), std::system_error);
+}
+
 TEST(Peer, EndsItsSending) {
     Listener listener("ipc_test");
     listener.Listen();

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <fstream>
 #include <sstream>
+#include <system_error>
 
 #include "internal.hpp"
 #include "vimbra/bed.hpp"
@@ -121,6 +122,61 @@ bool Notify(std::string_view name, uint32_t type, const Bytes& body, const Notif
     return connection.Connected() &&
            connection.Send(Pack().U32(type).U32(size).S32(options.flag).Add(body)) &&
            (!options.wait || connection.WaitPeerClosed());
+}
+
+struct DeafServer::Socket {
+    Descriptor descriptor;
+};
+
+DeafServer::DeafServer(std::string_view name) {
+    unlink(internal::SocketPath(name).c_str());
+    socket_.reset(new Socket{internal::BindSocket(SOCK_STREAM, internal::SocketPath(name))});
+    if (listen(socket_->descriptor.Get(), 0) != 0) {
+        throw std::system_error(errno, std::generic_category(), "cannot listen");
+    }
+}
+
+DeafServer::~DeafServer() = default;
+
+Bytes DeafServer::AcceptOne(const Bytes& reply) {
+    pollfd watched{socket_->descriptor.Get(), POLLIN, 0};
+    if (poll(&watched, 1, 0) != 1) {
+        return {};
+    }
+    const Descriptor client = internal::AcceptSocket(watched.fd);
+    Bytes request(4096);
+    const ssize_t count = recv(client.Get(), request.data(), request.size(), MSG_DONTWAIT);
+    request.resize(count > 0 ? static_cast<size_t>(count) : 0);
+    internal::SendAll(client.Get(), reply.data(), reply.size());
+    return request;
+}
+
+void DeafServer::Close() {
+    socket_->descriptor.Reset();
+}
+
+struct FullBacklog::Connections {
+    std::vector<Descriptor> waiting;
+};
+
+FullBacklog::FullBacklog(std::string_view name) : connections_(new Connections) {
+    for (;;) {
+        Descriptor client =
+            internal::ConnectSocket(SOCK_STREAM | SOCK_NONBLOCK, internal::SocketPath(name));
+        if (client.Get() < 0) {
+            break;
+        }
+        connections_->waiting.push_back(std::move(client));
+    }
+    if (errno != EAGAIN) {
+        throw std::system_error(errno, std::generic_category(), "nobody listens");
+    }
+}
+
+FullBacklog::~FullBacklog() = default;
+
+size_t FullBacklog::Count() const {
+    return connections_->waiting.size();
 }
 
 }  // namespace vimbra::bed

@@ -20,6 +20,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <thread>
 #include <vector>
 #include <vimbra/bed.hpp>
 
@@ -410,6 +411,128 @@ TEST_P(FaultOfExchange, MissingMemoryForALargeSetIsTold) {
     for (size_t i = 1; i < held.size(); i++) {
         close(held[i]);
     }
+}
+
+// ---- Connecting ------------------------------------------------------------------------------
+
+// A peer whose backlog is full: connect(2) takes these steps in turn, and the real one after them.
+struct Backlog {
+    explicit Backlog(Injector& injector, std::vector<int> errors) : errors_(std::move(errors)) {
+        injector.onConnect = [this](int) {
+            if (at_ == errors_.size()) {
+                return Injector::kReal;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));  // What the step takes.
+            errno = errors_[at_++];
+            return -1;
+        };
+        injector.onSetsockopt = [this](int, int level, int name, const void* value,
+                                       socklen_t size) {
+            EXPECT_EQ(SOL_SOCKET, level);
+            EXPECT_EQ(SO_SNDTIMEO, name);
+            EXPECT_EQ(sizeof(timeval), size);
+            timeouts.push_back(*static_cast<const timeval*>(value));
+            return Injector::kReal;
+        };
+    }
+
+    std::vector<timeval> timeouts;
+
+ private:
+    std::vector<int> errors_;
+    size_t at_ = 0;
+};
+
+TEST_P(FaultOfExchange, FullBacklogLeadsToASecondConnectThatWaits) {
+    ScriptedDaemon daemon;
+    Capture log;
+    Injector injector;
+    Backlog backlog(injector, {EAGAIN});
+    std::vector<long> flags;
+    injector.onFcntl = [&](int, int command, long argument) {
+        EXPECT_EQ(F_SETFL, command);
+        flags.push_back(argument);
+        return Injector::kReal;
+    };
+    EXPECT_EQ(0, Call());
+    injector.Stop();
+    EXPECT_EQ((Calls{"socket", "connect", "fcntl", "setsockopt", "connect", "fcntl", "calloc",
+                     "send", "calloc", "select", "read", "close"}),
+              injector.Calls());
+    EXPECT_EQ((std::vector<long>{0, O_NONBLOCK}), flags);
+    ASSERT_EQ(1u, backlog.timeouts.size());
+    EXPECT_EQ(60, backlog.timeouts[0].tv_sec);
+    EXPECT_EQ(0, backlog.timeouts[0].tv_usec);
+    EXPECT_TRUE(log.IsSilent());
+}
+
+TEST_P(FaultOfExchange, InterruptedConnectGoesOnWithTheTimeThatIsLeft) {
+    ScriptedDaemon daemon;
+    Capture log;
+    Injector injector;
+    Backlog backlog(injector, {EAGAIN, EINTR, EINTR});
+    EXPECT_EQ(0, Call());
+    injector.Stop();
+    ASSERT_EQ(3u, backlog.timeouts.size());
+    EXPECT_TRUE(timercmp(&backlog.timeouts[1], &backlog.timeouts[0], <));
+    EXPECT_TRUE(timercmp(&backlog.timeouts[2], &backlog.timeouts[1], <));
+    EXPECT_TRUE(log.IsSilent());
+}
+
+TEST_P(FaultOfExchange, EveryStepOfTheSecondConnectMayFail) {
+    struct {
+        const char* call;
+        int error;
+    } const cases[] = {{"fcntl", EBADF},
+                       {"setsockopt", ENOPROTOOPT},
+                       {"connect", ECONNREFUSED},
+                       {"fcntl", EBADF},
+                       {"calloc", 0}};
+    ScriptedDaemon daemon;
+    size_t number = 2;
+    for (const auto& one : cases) {
+        Capture log;
+        Injector injector;
+        Backlog backlog(injector, {EAGAIN});
+        injector.FailAt(++number);
+        EXPECT_EQ(-1, Call());
+        injector.Stop();
+        SCOPED_TRACE(number);
+        EXPECT_EQ(one.call, injector.Failed());
+        if (one.error != 0) {
+            EXPECT_TRUE(Wrote(log, {Perr("MakeAddrClient", "connect error", one.error),
+                                    Err(GetParam().function, GetParam().connectText)}));
+        }
+        EXPECT_TRUE(IsUntouched());
+        EXPECT_TRUE(injector.Descriptors().empty());
+        EXPECT_EQ(0u, injector.Blocks());
+    }
+}
+
+TEST_P(FaultOfExchange, TimeThatIsGoneIsAFailedConnect) {
+    ScriptedDaemon daemon;
+    Capture log;
+    Injector injector;
+    Backlog backlog(injector, {EAGAIN, EAGAIN});
+    EXPECT_EQ(-1, Call());
+    injector.Stop();
+    EXPECT_EQ((Calls{"socket", "connect", "fcntl", "setsockopt", "connect", "close"}),
+              injector.Calls());
+    EXPECT_TRUE(Wrote(log, {Perr("MakeAddrClient", "connect error", EAGAIN),
+                            Err(GetParam().function, GetParam().connectText)}));
+    EXPECT_TRUE(IsUntouched());
+}
+
+TEST_P(FaultOfExchange, MessageWithoutReplyConnectsOnce) {
+    ScriptedDaemon daemon;
+    Capture log;
+    Injector injector;
+    Backlog backlog(injector, {EAGAIN});
+    EXPECT_EQ(-1, GetParam().call(1, nullptr, 0, nullptr, 0));
+    injector.Stop();
+    EXPECT_EQ((Calls{"socket", "connect", "close"}), injector.Calls());
+    EXPECT_TRUE(Wrote(log, {Perr("MakeAddrClient", "connect error", EAGAIN),
+                            Err(GetParam().function, GetParam().connectText)}));
 }
 
 // ---- The waits -------------------------------------------------------------------------------

@@ -120,6 +120,12 @@ int __wrap_connect(int fd, const sockaddr* address, socklen_t length) {
     if (injector != nullptr && injector->Fails("connect")) {
         return Failure(ECONNREFUSED);
     }
+    if (injector != nullptr && injector->onConnect) {
+        const int result = injector->onConnect(fd);
+        if (result != Injector::kReal) {
+            return result;
+        }
+    }
     return __real_connect(fd, address, length);
 }
 

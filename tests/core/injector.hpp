@@ -30,6 +30,7 @@ class Injector {
 
     // Replaces calls; where a function returns kReal the real call is made.
     static constexpr int kReal = -1000;
+    std::function<int(int)> onConnect;
     std::function<int(int, fd_set*, fd_set*, fd_set*, timeval*)> onSelect;
     std::function<ssize_t(int, const void*, size_t)> onSend;
     std::function<ssize_t(int, void*, size_t)> onRead;

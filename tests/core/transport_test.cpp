@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 #include <vimbra/ipc.h>
@@ -14,6 +15,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -234,6 +236,121 @@ TEST_P(Transport, FailsWhereOnlyTheSocketFileIsLeft) {
                             Err(Function(), GetParam().connectText)}));
 }
 
+// ---- A backlog that is full ------------------------------------------------------------------
+
+// A request in a thread of its own. Nothing can tell from outside that it has come to its wait but
+// that it sleeps.
+class Asking {
+ public:
+    explicit Asking(std::function<s32()> ask)
+        : thread_([this, ask = std::move(ask)] {
+              id_ = gettid();
+              result_ = ask();
+              done_ = true;
+          }) {}
+    ~Asking() { thread_.join(); }
+
+    bool WaitAsleep() const {
+        return WaitFor([this] {
+            const std::string stat = ReadFile("/proc/self/task/" + std::to_string(id_) + "/stat");
+            return id_ != 0 && stat.find(") S ") != std::string::npos;
+        });
+    }
+    bool IsDone() const { return done_; }
+    bool WaitDone() const {
+        return WaitFor([this] { return done_.load(); });
+    }
+    s32 Result() const { return result_; }
+    void Interrupt() { pthread_kill(thread_.native_handle(), SIGUSR1); }
+
+ private:
+    std::atomic<pid_t> id_{0};
+    std::atomic<bool> done_{false};
+    std::atomic<s32> result_{12345};
+    std::thread thread_;
+};
+
+void OnSignal(int) {}
+
+void TakeSignals(int flags) {
+    struct sigaction action = {};
+    action.sa_handler = OnSignal;
+    action.sa_flags = flags;
+    ASSERT_EQ(0, sigaction(SIGUSR1, &action, nullptr));
+}
+
+// Takes connections until one has brought a request.
+Bytes AnswerNext(DeafServer& server) {
+    Bytes request;
+    WaitFor([&] {
+        request = server.AcceptOne(Message(kType, Pack().S32(7)));
+        return !request.empty();
+    });
+    return request;
+}
+
+TEST_P(Transport, BacklogThatEmptiesInTimeLetsTheRequestGoOn) {
+    DeafServer server(SocketName());
+    const FullBacklog full(SocketName());
+    Capture log;
+    std::vector<u8> reply = Untouched(4);
+    Asking asking([&] { return Call(Pattern(4), reply); });
+    EXPECT_TRUE(asking.WaitAsleep());
+    EXPECT_FALSE(asking.IsDone());
+    EXPECT_EQ(Message(kType, Pattern(4)), AnswerNext(server));
+    EXPECT_TRUE(asking.WaitDone());
+    EXPECT_EQ(0, asking.Result());
+    EXPECT_EQ(7, Bytes(reply).S32(0));
+    EXPECT_TRUE(log.IsSilent());
+}
+
+TEST_P(Transport, SignalDoesNotEndTheWaitForAPlaceInTheBacklog) {
+    for (const int flags : {0, SA_RESTART}) {
+        TakeSignals(flags);
+        DeafServer server(SocketName());
+        const FullBacklog full(SocketName());
+        Capture log;
+        std::vector<u8> reply = Untouched(4);
+        Asking asking([&] { return Call(Pattern(4), reply); });
+        for (int i = 0; i < 20; i++) {
+            EXPECT_TRUE(asking.WaitAsleep());
+            asking.Interrupt();
+        }
+        EXPECT_FALSE(asking.IsDone());
+        EXPECT_FALSE(AnswerNext(server).empty());
+        EXPECT_TRUE(asking.WaitDone());
+        EXPECT_EQ(0, asking.Result());
+        EXPECT_TRUE(log.IsSilent());
+    }
+}
+
+TEST_P(Transport, PeerThatEndsWithAFullBacklogIsAFailedConnect) {
+    DeafServer server(SocketName());
+    const FullBacklog full(SocketName());
+    Capture log;
+    std::vector<u8> reply = Untouched(4);
+    Asking asking([&] { return Call(Pattern(4), reply); });
+    EXPECT_TRUE(asking.WaitAsleep());
+    server.Close();
+    EXPECT_TRUE(asking.WaitDone());
+    EXPECT_EQ(-1, asking.Result());
+    EXPECT_TRUE(Wrote(log, {Perr("MakeAddrClient", "connect error", ECONNREFUSED),
+                            Err(Function(), GetParam().connectText)}));
+    EXPECT_EQ(Untouched(4), reply);
+}
+
+// Who posts it may be the thread that would have to take it.
+TEST_P(Transport, MessageWithoutReplyDoesNotWaitForAPlaceInTheBacklog) {
+    const DeafServer server(SocketName());
+    const FullBacklog full(SocketName());
+    Capture log;
+    const auto before = OpenDescriptors();
+    EXPECT_EQ(-1, GetParam().call(kType, "abc", 3, nullptr, 0));
+    EXPECT_TRUE(Wrote(log, {Perr("MakeAddrClient", "connect error", EAGAIN),
+                            Err(Function(), GetParam().connectText)}));
+    EXPECT_EQ(before, OpenDescriptors());
+}
+
 // ---- Replies -------------------------------------------------------------------------------
 
 TEST_P(Transport, HandsOverTheReply) {
@@ -366,13 +483,8 @@ TEST_P(Transport, ServesManyThreadsAtOnce) {
 
 // ---- Signals and cancellation --------------------------------------------------------------
 
-void OnSignal(int) {}
-
 TEST_P(Transport, InterruptedWaitIsAFailedSelect) {
-    struct sigaction action = {};
-    action.sa_handler = OnSignal;
-    action.sa_flags = SA_RESTART;
-    ASSERT_EQ(0, sigaction(SIGUSR1, &action, nullptr));
+    TakeSignals(SA_RESTART);
     ScriptedDaemon daemon(SocketName());
     daemon.Default(Answer::Nothing());
     Capture log;
@@ -444,6 +556,50 @@ TEST(TransportSlow, DaemonThatNeverAnswersIsGivenUpAfterSixtySeconds) {
     EXPECT_GE(took, std::chrono::seconds(59));
     EXPECT_LE(took, std::chrono::seconds(75));
     EXPECT_EQ(0xA5A5A5A5, reply);
+    EXPECT_TRUE(Wrote(log, {Err("IpcApiSendAndRecv", "wait time out for reading!")}));
+}
+
+TEST(TransportSlow, FullBacklogIsGivenUpAfterSixtySeconds) {
+    const DeafServer server("api_daemon");
+    const FullBacklog full("api_daemon");
+    const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+    Capture log;
+    const auto start = std::chrono::steady_clock::now();
+    sockaddr_un address;
+    socklen_t length;
+    Asking connecting([&] { return MakeAddrClient(fd, "api_daemon", &address, &length); });
+    u32 reply = 0;
+    EXPECT_EQ(-1, IpcApiSendAndRecv(kType, "abc", 3, &reply, sizeof(reply)));
+    EXPECT_TRUE(connecting.WaitDone());
+    EXPECT_EQ(-1, connecting.Result());
+    const auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(took, std::chrono::seconds(59));
+    EXPECT_LE(took, std::chrono::seconds(75));
+    EXPECT_EQ(2, log.Count(Kind::kPerror, "MakeAddrClient", "connect error"));
+    EXPECT_EQ(1, log.Count(Kind::kError, "IpcApiSendAndRecv", "MakeAddrClient error!"));
+    timeval timeout = {1, 1};
+    length = sizeof(timeout);
+    EXPECT_EQ(0, getsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, &length));
+    EXPECT_FALSE(timerisset(&timeout));
+    close(fd);
+}
+
+// The wait for a place in the backlog and the wait for the reply are paid from one purse.
+TEST(TransportSlow, AllWaitsTogetherTakeSixtySeconds) {
+    DeafServer server("api_daemon");
+    const FullBacklog full("api_daemon");
+    Capture log;
+    u32 reply = 0;
+    const auto start = std::chrono::steady_clock::now();
+    Asking asking([&] { return IpcApiSendAndRecv(kType, "abc", 3, &reply, sizeof(reply)); });
+    std::this_thread::sleep_for(std::chrono::seconds(20));
+    EXPECT_FALSE(asking.IsDone());
+    server.AcceptOne();
+    EXPECT_TRUE(WaitFor([&] { return asking.IsDone(); }, std::chrono::seconds(100)));
+    const auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(took, std::chrono::seconds(59));
+    EXPECT_LE(took, std::chrono::seconds(75));
+    EXPECT_EQ(1102, asking.Result());
     EXPECT_TRUE(Wrote(log, {Err("IpcApiSendAndRecv", "wait time out for reading!")}));
 }
 
@@ -628,6 +784,61 @@ TEST_F(Address, ClientRefusesNullArguments) {
     EXPECT_EQ(-1, MakeAddrClient(fd_, nullptr, &address_, &length_));
     EXPECT_EQ(-1, MakeAddrClient(fd_, "name", nullptr, &length_));
     EXPECT_EQ(-1, MakeAddrClient(fd_, "name", &address_, nullptr));
+}
+
+class AddressOfFullPeer : public Address {
+ protected:
+    s32 Connect() { return MakeAddrClient(fd_, "ipc_stat", &address_, &length_); }
+    timeval SendTimeout() const {
+        timeval timeout = {};
+        socklen_t size = sizeof(timeout);
+        EXPECT_EQ(0, getsockopt(fd_, SOL_SOCKET, SO_SNDTIMEO, &timeout, &size));
+        return timeout;
+    }
+    void SetSendTimeout(const timeval& timeout) const {
+        ASSERT_EQ(0, setsockopt(fd_, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof(timeout)));
+    }
+
+    DeafServer server_{"ipc_stat"};
+    FullBacklog full_{"ipc_stat"};
+    Capture log_;
+};
+
+TEST_F(AddressOfFullPeer, ClientThatDoesNotBlockTriesOnce) {
+    ASSERT_EQ(0, fcntl(fd_, F_SETFL, O_NONBLOCK));
+    EXPECT_EQ(-1, Connect());
+    EXPECT_TRUE(Wrote(log_, {Perr("MakeAddrClient", "connect error", EAGAIN)}));
+    EXPECT_NE(0, fcntl(fd_, F_GETFL) & O_NONBLOCK);
+    server_.AcceptOne();
+    EXPECT_EQ(0, Connect());
+}
+
+TEST_F(AddressOfFullPeer, ClientThatBlocksWaitsAndStaysAsItWas) {
+    const int flags = fcntl(fd_, F_GETFL);
+    Asking connecting([this] { return Connect(); });
+    EXPECT_TRUE(connecting.WaitAsleep());
+    EXPECT_FALSE(connecting.IsDone());
+    server_.AcceptOne();
+    EXPECT_TRUE(connecting.WaitDone());
+    EXPECT_EQ(0, connecting.Result());
+    EXPECT_EQ(flags, fcntl(fd_, F_GETFL));
+    const timeval timeout = SendTimeout();
+    EXPECT_FALSE(timerisset(&timeout));
+    EXPECT_TRUE(log_.IsSilent());
+}
+
+TEST_F(AddressOfFullPeer, ClientsOwnTimeoutHoldsAndStays) {
+    SetSendTimeout({0, 200000});
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(-1, Connect());
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(190));
+    EXPECT_TRUE(Wrote(log_, {Perr("MakeAddrClient", "connect error", EAGAIN)}));
+    EXPECT_EQ(200000, SendTimeout().tv_usec);
+
+    SetSendTimeout({100, 0});
+    server_.AcceptOne();
+    EXPECT_EQ(0, Connect());
+    EXPECT_EQ(100, SendTimeout().tv_sec);
 }
 
 // ---- MakeAddrServer ------------------------------------------------------------------------

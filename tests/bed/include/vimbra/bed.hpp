@@ -326,6 +326,41 @@ struct NotifyOptions {
 bool Notify(std::string_view name, uint32_t type, const Bytes& body,
             const NotifyOptions& options = {});
 
+// A server of /tmp/<name> that accepts nobody unless it is told to.
+class DeafServer {
+ public:
+    // Takes the name from whoever has it; throws when that fails.
+    explicit DeafServer(std::string_view name);
+    ~DeafServer();
+    DeafServer(const DeafServer&) = delete;
+    DeafServer& operator=(const DeafServer&) = delete;
+
+    // Takes the connection that has waited longest, reads what it has sent so far, sends these
+    // bytes and closes it. What was read; empty when nobody waits.
+    Bytes AcceptOne(const Bytes& reply = {});
+    // Serves the name no more.
+    void Close();
+
+ private:
+    struct Socket;
+    std::unique_ptr<Socket> socket_;
+};
+
+// Connections that take every place in the backlog of who listens on /tmp/<name>.
+class FullBacklog {
+ public:
+    explicit FullBacklog(std::string_view name);
+    ~FullBacklog();
+    FullBacklog(const FullBacklog&) = delete;
+    FullBacklog& operator=(const FullBacklog&) = delete;
+
+    [[nodiscard]] size_t Count() const;
+
+ private:
+    struct Connections;
+    std::unique_ptr<Connections> connections_;
+};
+
 // ---- The log -----------------------------------------------------------------------------------
 
 enum class Kind { kError, kPrint, kWarn, kPerror, kOther };
