@@ -425,6 +425,57 @@ TEST_F(Ping, AStopDoesNotCutACallbackAndStopsWhatFollows) {
     EXPECT_TRUE(AllGone());
 }
 
+// ---- Stops whose order nobody takes ----------------------------------------------------------
+
+Gate g_full;
+
+// Stops its test when its socket's backlog is full.
+int StoppingCallback(s32, TVimbraPingCBInfo* ptInfo) {
+    g_full.Pass();
+    const s32 result = VimbraPingStop(ptInfo->nUserID);
+    g_reports.Add({result, *ptInfo});
+    return 0;
+}
+
+TEST_F(Ping, ATestMayBeStoppedFromItsCallbackWhenItsBacklogIsFull) {
+    EXPECT_EQ(0, Start(8, StoppingCallback));
+    EXPECT_TRUE(Notify(kSocket, 0, Record(8, 64, 1, 1, 0), {.size = {}, .wait = false}));
+    ASSERT_TRUE(g_full.WaitArrived());
+    {
+        const FullBacklog full(kSocket);
+        EXPECT_EQ(101u, full.Count());
+        g_full.Open();
+        ASSERT_TRUE(g_reports.WaitCount(1));
+    }
+    EXPECT_EQ(0, g_reports.Events()[0].result);
+    EXPECT_TRUE(log_.Has(Kind::kError, "IpcCallbackSendAndRecv", "make_addr_client error!"));
+    EXPECT_TRUE(AllGone());
+}
+
+TEST_F(Ping, AStopFromElsewhereDoesNotWaitForAPlaceInTheBacklog) {
+    EXPECT_EQ(0, Start(8, BlockingCallback));
+    EXPECT_TRUE(Notify(kSocket, 0, Record(8, 64, 1, 1, 0), {.size = {}, .wait = false}));
+    ASSERT_TRUE(g_gate.WaitArrived());
+    const FullBacklog full(kSocket);
+    EXPECT_EQ(101u, full.Count());
+    EXPECT_EQ(0, VimbraPingStop(8));
+    EXPECT_EQ(0u, BusySlots());
+    EXPECT_TRUE(g_reports.Events().empty()) << "the stop waited for the callback";
+    g_gate.Open();
+    EXPECT_TRUE(WaitFor([&] { return Threads() == threads_; }));
+}
+
+TEST_F(Ping, AStopDoesNotWaitForAStrangerOnItsSocket) {
+    EXPECT_EQ(0, Start(8));
+    {
+        const DeafServer stranger(kSocket);
+        const FullBacklog full(kSocket);
+        EXPECT_EQ(0, VimbraPingStop(8));
+    }
+    EXPECT_EQ(kStop, daemon_.Requests().back().type);
+    EXPECT_TRUE(AllGone());
+}
+
 TEST_F(Ping, AStopDuringTheStartLeavesTheNextTestAlone) {
     // The daemon takes its time over the first start, which it will refuse; meanwhile the test has
     // ended by itself and the place has been given to the next.

@@ -428,6 +428,56 @@ TEST_F(RouterAdvertise, StopWaitsForARunningCallback) {
     ExpectLevel();
 }
 
+TEST_F(RouterAdvertise, CallbackMayStopItsWatchWhenItsBacklogIsFull) {
+    const Gate gate;
+    std::atomic<int> result = 12345;
+    g_inCallback = [&] {
+        gate.Pass();
+        result = Stop("eth0");
+    };
+    ASSERT_EQ(0, Start("eth0"));
+    std::list<Connection> kept;
+    ASSERT_TRUE(Post(kept, 0, Change()));
+    ASSERT_TRUE(gate.WaitArrived());
+    {
+        const FullBacklog full(kSocket);
+        EXPECT_EQ(101u, full.Count());
+        gate.Open();
+        EXPECT_TRUE(WaitFor([&] { return result == 0; }));
+    }
+    EXPECT_TRUE(log.Has(Kind::kError, "IpcCallbackSendAndRecv", "make_addr_client error!"));
+    kept.clear();
+    ExpectLevel();
+}
+
+// The stop waits for the callback, as always, but the daemon hears of it at once.
+TEST_F(RouterAdvertise, StopFromElsewhereDoesNotWaitForAPlaceInTheBacklog) {
+    const Gate gate;
+    g_inCallback = [&] { gate.Pass(); };
+    ASSERT_EQ(0, Start("eth0"));
+    std::list<Connection> kept;
+    ASSERT_TRUE(Post(kept, 0, Change()));
+    ASSERT_TRUE(gate.WaitArrived());
+    const FullBacklog full(kSocket);
+    std::thread stopper([] { EXPECT_EQ(0, Stop("eth0")); });
+    EXPECT_TRUE(WaitFor([&] { return daemon_.Requests(kStop).size() == 1; }));
+    gate.Open();
+    stopper.join();
+    kept.clear();
+    EXPECT_TRUE(WaitFor([this] { return Threads() == threads_; }));
+}
+
+TEST_F(RouterAdvertise, StopDoesNotWaitForAStrangerOnItsSocket) {
+    ASSERT_EQ(0, Start("eth0"));
+    {
+        const DeafServer stranger(kSocket);
+        const FullBacklog full(kSocket);
+        EXPECT_EQ(0, Stop("eth0"));
+    }
+    EXPECT_EQ(1u, daemon_.Requests(kStop).size());
+    ExpectLevel();
+}
+
 TEST_F(RouterAdvertise, CallbackMayStopItsOwnWatchAndStartAnother) {
     std::atomic<int> rounds = 0;
     g_inCallback = [&] {
