@@ -69,18 +69,17 @@ struct Pipe {
         if (pipe2(ends, O_CLOEXEC) != 0) {
             return false;
         }
-        read = Above(ends[0]);
-        write = Above(ends[1]);
-        return read && write;
+        read.Reset(ends[0]);
+        write.Reset(ends[1]);
+        return Lift(read) && Lift(write);
     }
 
  private:
-    static Fd Above(int fd) {
-        if (fd > STDERR_FILENO) {
-            return Fd(fd);
+    static bool Lift(Fd& fd) {
+        if (fd.Get() <= STDERR_FILENO) {
+            fd.Reset(fcntl(fd.Get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
         }
-        const Fd low(fd);
-        return Fd(fcntl(low.Get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+        return static_cast<bool>(fd);
     }
 };
 

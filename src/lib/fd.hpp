@@ -5,13 +5,21 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <type_traits>
+
+#include "lib/cancel.hpp"
 
 namespace vimbra {
 
+// The thread cannot be cancelled as long as there is one, be it empty: an owner is there before
+// its descriptor is, so that no cancellation comes between the two.
 class Fd {
  public:
     Fd() = default;
-    explicit Fd(int fd) : fd_(fd) {}
+    // Owns what the call gives: Fd file(open, path, O_RDONLY | O_CLOEXEC).
+    template <typename Call, typename... Arguments>
+    requires std::is_function_v<Call>
+    explicit Fd(Call* call, Arguments... arguments) : fd_(call(arguments...)) {}
     Fd(Fd&& other) noexcept : fd_(other.Release()) {}
     Fd& operator=(Fd&& other) noexcept {
         Reset(other.Release());
@@ -29,7 +37,7 @@ class Fd {
     }
 
     // Keeps errno: a log line or a caller may still want to know why the descriptor is given up.
-    void Reset(int fd = -1) {
+    [[gnu::noinline]] void Reset(int fd = -1) {
         if (fd_ >= 0) {
             const int error = errno;
             close(fd_);
@@ -39,6 +47,7 @@ class Fd {
     }
 
  private:
+    const CancelGuard guard_;
     int fd_ = -1;
 };
 

@@ -18,7 +18,7 @@ namespace {
 // One read of at most len bytes of a file into a cleared buffer; the count or -1.
 ssize_t ReadFileToBuf(const char* filename, int mode, char* buf, size_t len) {
     memset(buf, 0, len);
-    const Fd fd(open(filename, mode | O_CLOEXEC));
+    const Fd fd(open, filename, mode | O_CLOEXEC);
     return fd ? read(fd.Get(), buf, len) : -1;
 }
 
@@ -162,7 +162,7 @@ s32 CheckCmdByPid(s32 pid, const char* cmd) {
         VLOG_ERROR("access file error:[%s]!", file);
         return VIMBRA_ERR_GENERAL;
     }
-    const Fd fd(open(file, O_RDONLY | O_CLOEXEC));
+    const Fd fd(open, file, O_RDONLY | O_CLOEXEC);
     if (!fd) {
         VLOG_ERRNO("open file error:");
         VLOG_ERROR("open file error:[%s]!", file);

@@ -6,7 +6,7 @@
 #include "lib/log.hpp"
 
 s32 SocketIoctl(u32 dwRequest, char* buffer) {
-    const vimbra::Fd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const vimbra::Fd fd(socket, AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (!fd) {
         VLOG_ERRNO("socket error");
         return VIMBRA_ERR_GENERAL;

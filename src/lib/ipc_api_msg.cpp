@@ -185,8 +185,7 @@ s32 IpcExchange(const CallSite& site, const IpcPeer& peer, u32 type, IpcMessage&
                       VIMBRA_IPC_BODY_MAX);
         return VIMBRA_ERR_GENERAL;
     }
-    const CancelGuard guard;
-    const Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    const Fd fd(socket, AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (!fd) {
         LogErrnoAt(site, peer.socketStep);
         return VIMBRA_ERR_GENERAL;
@@ -266,6 +265,7 @@ s32 MakeAddrServer(s32 nSockfd, const char* pchName, sockaddr_un* ptAddr, sockle
     if (pchName == nullptr || ptAddr == nullptr || len == nullptr) {
         return VIMBRA_ERR_GENERAL;
     }
+    const CancelGuard guard;  // The socket may have to be closed.
     // A failed bind is a success: established, the caller finds out when it accepts.
     return MakeServer(nSockfd, pchName, ptAddr, len) == Server::kNameTooLong ? VIMBRA_ERR_GENERAL
                                                                              : VIMBRA_OK;

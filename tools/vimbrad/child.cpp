@@ -74,8 +74,10 @@ class Child::Run : public std::enable_shared_from_this<Run> {
         int ends[2];
         if (pipe2(ends, O_CLOEXEC) != 0)
             throw Refusal(errno);
-        vimbra::Fd theirs(ends[1]);
-        vimbra::Fd ours(ends[0]);
+        vimbra::Fd theirs;
+        vimbra::Fd ours;
+        theirs.Reset(ends[1]);
+        ours.Reset(ends[0]);
         output_ = MakePipe(loop, this);
         UvCheck(uv_pipe_open(output_.get(), ours.Get()), "pipe");
         output_fd_ = ours.Release();

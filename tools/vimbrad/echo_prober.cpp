@@ -130,7 +130,7 @@ void SetOption(int fd, int level, int option, const Value& value) {
 }
 
 vimbra::Fd OpenV4() {
-    vimbra::Fd fd(socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_ICMP));
+    vimbra::Fd fd(socket, AF_INET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_ICMP);
     if (!fd)
         throw Refusal(errno);
     SetOption(fd.Get(), SOL_RAW, ICMP_FILTER, icmp_filter{~(1U << ICMP_ECHOREPLY)});
@@ -139,7 +139,7 @@ vimbra::Fd OpenV4() {
 }
 
 vimbra::Fd OpenV6() {
-    vimbra::Fd fd(socket(AF_INET6, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_ICMPV6));
+    vimbra::Fd fd(socket, AF_INET6, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_ICMPV6);
     if (!fd)
         throw Refusal(errno);
     icmp6_filter filter;

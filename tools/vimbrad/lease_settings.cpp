@@ -137,7 +137,7 @@ void LeaseSettings::SetServers(const std::vector<TVimbraAddr>& servers) {
         return;
     }
     // The library edits a file that is there.
-    vimbra::Fd(open("/etc/resolv.conf", O_RDONLY | O_CREAT | O_CLOEXEC, 0644));
+    vimbra::Fd(open, "/etc/resolv.conf", O_RDONLY | O_CREAT | O_CLOEXEC, 0644);
     std::string name = name_;
     std::vector<TVimbraAddr> set = servers;
     if (VimbraDNSSet(name.data(), family_, set.data(), static_cast<u32>(set.size())) == 0)

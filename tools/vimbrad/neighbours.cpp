@@ -174,7 +174,7 @@ Neighbours::Neighbours(uv_loop_t* loop, u16 family, Handler handler)
     : family_(family),
       handler_(std::move(handler)),
       // Nothing is heard before the filter is there.
-      socket_(socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
+      socket_(socket, AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0) {
     if (!socket_)
         throw Refusal(errno);
     const bool v6 = family_ == VIMBRA_FAMILY_IPV6;

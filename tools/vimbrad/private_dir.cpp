@@ -26,7 +26,7 @@ PrivateDir::~PrivateDir() {
 
 std::string PrivateDir::Write(const std::string& name, std::string_view text, mode_t mode) const {
     const std::string path = PathOf(name);
-    const vimbra::Fd file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode));
+    const vimbra::Fd file(open, path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
     if (!file || fchmod(file.Get(), mode) != 0)
         throw Refusal(errno);
     while (!text.empty()) {

@@ -34,7 +34,7 @@ sockaddr_un Address() {
 }
 
 vimbra::Fd MakeSocket() {
-    vimbra::Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    vimbra::Fd fd(socket, AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (!fd)
         Fail("socket");
     return fd;
@@ -70,7 +70,7 @@ void RemoveStaleSocket() {
 Rendezvous::Rendezvous() {
     // Two daemons that start at once must not both find the place free: the directory is locked
     // from the first look until the winner listens.
-    const vimbra::Fd directory(open("/tmp", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const vimbra::Fd directory(open, "/tmp", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (!directory || flock(directory.Get(), LOCK_EX) != 0)
         Fail("/tmp");
 

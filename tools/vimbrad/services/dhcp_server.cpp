@@ -92,7 +92,7 @@ std::string ConfigurationOf(const std::string& name, const TVimbraDhcpsInfo& poo
 // An application may watch the leases before there is a server.
 void MakeLeaseFile(const std::string& path) {
     mkdir(kLeaseDir, 0755);
-    const vimbra::Fd file(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
+    const vimbra::Fd file(open, path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
     if (!file)
         throw Refusal(errno, path + ": " + std::strerror(errno));
 }

@@ -63,7 +63,7 @@ TVimbraAddr ServerOf(const TVimbraAddr& named) {
 
 // Why nothing can be sent to a server, as far as the kernel knows without trying; 0 when it can.
 int WayError(const TVimbraAddr& server) {
-    const vimbra::Fd fd(socket(server.wSinFamily, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const vimbra::Fd fd(socket, server.wSinFamily, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (!fd)
         return errno;
     sockaddr_storage address{};

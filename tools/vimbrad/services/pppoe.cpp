@@ -133,7 +133,7 @@ std::string OptionsOf(u16 family, const PppoeConfig& config, const std::string& 
 
 // pppd would find out, too, but nobody would be told why.
 void CheckKernel() {
-    if (vimbra::Fd(open(kDevice, O_RDWR | O_CLOEXEC)))
+    if (vimbra::Fd(open, kDevice, O_RDWR | O_CLOEXEC))
         return;
     const int error = errno;
     const bool none = error == ENOENT || error == ENODEV || error == ENXIO;

@@ -24,7 +24,7 @@ constexpr std::uint64_t kListenMs = 5'000;
 
 // Whether a server may listen there.
 bool IsFree(s32 port) {
-    const vimbra::Fd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const vimbra::Fd fd(socket, AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (!fd)
         throw Refusal(errno);
     const int yes = 1;

@@ -63,7 +63,7 @@ void deal_func_for_dhcps() {
     size_t size;
     {
         // Not to wait for the other end where somebody has put a pipe.
-        const Fd file(open(kLeaseFile, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+        const Fd file(open, kLeaseFile, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
         if (!file) {
             VLOG_ERRNO("fopen error");
             return;
