@@ -15,7 +15,6 @@ constexpr size_t kPathMax = 102;        // exclusive
 constexpr timeval kPatience = {60, 0};  // of all waits of a call together
 constexpr timeval kNoTime = {0, 0};
 
-constexpr char kOutOfMemory[] = "XMALLOC error";
 constexpr char kSelectError[] = "select error";
 
 // A buffer and its length go together or not at all.
@@ -110,7 +109,7 @@ s32 ReceiveWhole(const CallSite& site, int fd, SelectSet& set, timeval* left, vo
     const size_t size = sizeof(IpcMsgHead) + static_cast<size_t>(replySize);
     const Buffer buffer(size);
     if (!buffer) {
-        LogErrnoAt(site, kOutOfMemory);
+        LogErrnoAt(site, kNoMemory);
         return VIMBRA_ERR_GENERAL;
     }
     const int ready = set.WaitReadable(left);
@@ -199,7 +198,7 @@ s32 IpcExchange(const CallSite& site, const IpcPeer& peer, u32 type, IpcMessage&
     }
     SelectSet set(fd.Get());
     if (!set || !Build(message, body, bodySize)) {
-        LogErrnoAt(site, kOutOfMemory);
+        LogErrnoAt(site, kNoMemory);
         return VIMBRA_ERR_GENERAL;
     }
     switch (SendAtOnce(site, fd.Get(), set, &left, message.Whole(type, 0), message.WholeSize())) {
@@ -299,7 +298,7 @@ s32 IpcApiSendMsg(s32 nSockfd, u32 dwType, void* pSendBuf, s32 nSendLen, s32 nFl
     IpcMessage message;
     SelectSet set(nSockfd);
     if (!set || !Build(message, pSendBuf, nSendLen)) {
-        VLOG_ERRNO(kOutOfMemory);
+        VLOG_ERRNO(kNoMemory);
         return VIMBRA_ERR_GENERAL;
     }
     timeval left = kPatience;

@@ -10,6 +10,9 @@
 
 namespace vimbra {
 
+// The failed step where a message finds no memory.
+inline constexpr char kNoMemory[] = "XMALLOC error";
+
 // A message in one block, header and body, so that it goes out with one write.
 class IpcMessage {
  public:

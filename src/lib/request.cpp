@@ -21,7 +21,7 @@ RequestBase::RequestBase(const CallSite& site, const RequestRule& rule, u32 body
     if (message_.Allocate(bodySize)) {
         return;
     }
-    switch (rule_.outOfMemory) {
+    switch (bodySize > 0 ? rule_.outOfMemory : RequestRule::OutOfMemory::kTransport) {
         case RequestRule::OutOfMemory::kErrno:
             LogErrnoAt(site_, rule_.outOfMemoryText);
             break;
@@ -29,7 +29,7 @@ RequestBase::RequestBase(const CallSite& site, const RequestRule& rule, u32 body
             VLOG_ERROR_AT(site_, "%s", rule_.outOfMemoryText);
             break;
         case RequestRule::OutOfMemory::kTransport:
-            LogErrnoAt({kTransport, __LINE__}, rule_.outOfMemoryText);
+            LogErrnoAt({kTransport, __LINE__}, kNoMemory);
             Fail(site_, rule_.transportFormat, rule_.transport, VIMBRA_ERR_GENERAL);
             break;
     }

@@ -27,13 +27,15 @@ struct RequestRule {
     const char* refusalFormat;    // tagged, with one %d: the daemon's result code
     Failure transport;
     Failure refusal;
-    // With kTransport a missing body is the transport's failure, told like any other of its.
-    enum class OutOfMemory { kErrno, kPlain, kTransport } outOfMemory = OutOfMemory::kErrno;
-    const char* outOfMemoryText = "XMALLOC error";
+    // How want of memory for a body is told: with errno, as a plain error, or as the transport's
+    // failure, like any other of its.
+    enum class OutOfMemory { kErrno, kPlain, kTransport } outOfMemory;
+    const char* outOfMemoryText = kNoMemory;
     s32 unanswered = 0;  // result code when the daemon closes without an answer
 };
 
-// A request without body.
+// A request without body has nothing of its own that could find no memory: whatever the rule says,
+// that is the transport's failure.
 struct NoBody {};
 
 class RequestBase {

@@ -110,14 +110,14 @@ TEST_F(MemoryDyn, DhcpStartWithoutMemoryLeavesNothing) {
     EXPECT_LT(4, number);
     EXPECT_TRUE(log_.Has(Kind::kPerror, "VimbraDhcpcStart", "XMALLOC error"));
     EXPECT_TRUE(log_.Has(Kind::kError, "VimbraDhcpcStart", "create dhcp callback thread failed!"));
-    EXPECT_TRUE(log_.Has(Kind::kPerror, "ApicDhcpcStart", "XMALLOC error"));
+    EXPECT_TRUE(log_.Has(Kind::kError, "ApicDhcpcStart", "XMALLOC error"));
     t_failAt = 1;
     EXPECT_EQ(-1, VimbraDhcpcStop("eth0", 2));
-    EXPECT_TRUE(log_.Has(Kind::kPerror, "ApicDhcpcStop", "XMALLOC error"));
+    EXPECT_TRUE(log_.Has(Kind::kError, "ApicDhcpcStop", "XMALLOC error"));
     EXPECT_EQ(0, VimbraDhcpcStop("eth0", 2));
     t_failAt = 1;
     EXPECT_EQ(-1, AndoridDhcpcRenew("eth0", 2));
-    EXPECT_TRUE(log_.Has(Kind::kPerror, "AndoridDhcpcRenew", "XMALLOC error"));
+    EXPECT_TRUE(log_.Has(Kind::kError, "AndoridDhcpcRenew", "XMALLOC error"));
 }
 
 TEST_F(MemoryDyn, DhcpListenerWithoutMemoryEnds) {
@@ -158,10 +158,10 @@ TEST_F(MemoryDyn, PppoeWithoutMemory) {
         ASSERT_GT(20, number);
     }
     EXPECT_TRUE(log_.Has(Kind::kError, "VimbraPppoeStart", "pppoe ThreadSpawn error!"));
-    EXPECT_TRUE(log_.Has(Kind::kPerror, "ApicPppoeStart", "XMALLOC error"));
+    EXPECT_TRUE(log_.Has(Kind::kError, "ApicPppoeStart", "XMALLOC error"));
     t_failAt = 1;
     EXPECT_EQ(-1, VimbraPppoeStop(nullptr, 2));
-    EXPECT_TRUE(log_.Has(Kind::kPerror, "ApicPppoeStop", "XMALLOC error"));
+    EXPECT_TRUE(log_.Has(Kind::kError, "ApicPppoeStop", "XMALLOC error"));
     // The listener ends, the link stays started.
     g_failSize = 92;
     EXPECT_TRUE(Connection("ipc_pppoe").Connected());

@@ -177,6 +177,29 @@ TEST_F(Memory, Bond) {
     EXPECT_EQ(0, NetBondStart(0, &legacy));
 }
 
+// They have no body of their own to find memory for: it is the transport that finds none.
+TEST_F(Memory, RequestsWithoutBody) {
+    ScriptedDaemon daemon;
+    struct {
+        s32 (*call)();
+        const char* function;
+        const char* text;
+    } const cases[] = {
+        {NetDhcpsStop, "ApicDhcpsStopAll", "send and recv msg error:-1!¥n"},
+        {VimbraWebsDisable, "ApicWebDisable", "send and recv msg error, nRet = -1!"},
+        {VimbraBondStop, "ApicBondStop", "send and recv msg error:-1!"},
+    };
+    for (const auto& one : cases) {
+        Capture log;
+        g_failing = 0;
+        EXPECT_EQ(-1, one.call());
+        g_failing = -1;
+        EXPECT_TRUE(log.Has(Kind::kPerror, "IpcApiSendAndRecv", "XMALLOC error"));
+        EXPECT_TRUE(log.Has(Kind::kError, one.function, one.text));
+    }
+    EXPECT_EQ(0u, daemon.Requests().size());
+}
+
 TEST_F(Memory, Requests) {
     ScriptedDaemon daemon;
     daemon.On(277, Answer::Body(Bytes(456)));

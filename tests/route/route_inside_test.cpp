@@ -101,7 +101,7 @@ const Operation kOperations[] = {
      [] { return VimbraDelDefGatewayFromTable(g_name, 2, 1); }},
     {"PrioritySet", "ApicPrioritySet", kBody, 0,
      [] { return VimbraSetNetworkPriority(&g_priorities); }},
-    {"PriorityGet", "ApicPriorityGet", kBody, 0,
+    {"PriorityGet", "IpcApiSendAndRecv", kBody, 0,
      [] { return VimbraGetNetworkPriority(&g_priorities); }},
     {"Report", "apic_ipaddr_show_filter", kBody, 0,
      [] { return apic_ipaddr_show_filter(g_name, &g_report); }},

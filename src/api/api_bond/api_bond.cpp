@@ -28,6 +28,7 @@ constexpr RequestRule kStopRule = {
     VIMBRA_TAG_ERR "send and recv msg error:%d!",
     Failure::kPassOn,
     Failure::kMinusOne,
+    RequestRule::OutOfMemory::kErrno,
 };
 
 // A text's length on the wire. One that no message could hold is not measured to its end: it makes

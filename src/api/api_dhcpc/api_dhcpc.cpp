@@ -23,6 +23,7 @@ constexpr RequestRule kRule = {
     VIMBRA_TAG_ERR "send and recv msg error num : %d!",
     Failure::kMinusOne,
     Failure::kMinusOne,
+    RequestRule::OutOfMemory::kPlain,
 };
 
 // A client with what only the library knows of it. Every record of the list is the beginning of

@@ -17,6 +17,7 @@ constexpr RequestRule kRule = {
     VIMBRA_TAG_ERR "send and recv msg error, nErrid : %d!",
     Failure::kPassOn,
     Failure::kMinusOne,
+    RequestRule::OutOfMemory::kErrno,
 };
 
 constexpr RequestRule kStateRule = {
@@ -24,6 +25,7 @@ constexpr RequestRule kStateRule = {
     VIMBRA_TAG_ERR "send and recv msg error:%d!",
     Failure::kPassOn,
     Failure::kPassOn,
+    RequestRule::OutOfMemory::kErrno,
 };
 
 // The yen sign is what became of a backslash long ago; log readers know the line so.
@@ -32,6 +34,7 @@ constexpr RequestRule kStopAllRule = {
     VIMBRA_TAG_ERR "send and recv msg error:%d!¥n",
     Failure::kPassOn,
     Failure::kMinusOne,
+    RequestRule::OutOfMemory::kErrno,
 };
 
 bool CheckFamily(const CallSite& site, u16 family) {

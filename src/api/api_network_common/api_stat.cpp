@@ -16,6 +16,7 @@ constexpr RequestRule kStartRule = {
     VIMBRA_TAG_ERR "send and recv msg error, nErrid : %d!",
     Failure::kPassOn,
     Failure::kPassOn,
+    RequestRule::OutOfMemory::kErrno,
 };
 
 constexpr RequestRule kStopRule = {
@@ -23,6 +24,7 @@ constexpr RequestRule kStopRule = {
     VIMBRA_TAG_ERR "send and recv msg error:%d!",
     Failure::kPassOn,
     Failure::kPassOn,
+    RequestRule::OutOfMemory::kErrno,
 };
 
 Next TakeReport(Listener& listener, Message& message) {

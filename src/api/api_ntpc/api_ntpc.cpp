@@ -23,6 +23,7 @@ constexpr RequestRule kRule = {
     VIMBRA_TAG_ERR "send and recv msg error, nErrid : %d!",
     Failure::kPassOn,
     Failure::kPassOn,
+    RequestRule::OutOfMemory::kErrno,
 };
 
 constexpr RequestRule kStopRule = {
@@ -30,6 +31,7 @@ constexpr RequestRule kStopRule = {
     VIMBRA_TAG_ERR "send and recv msg error:%d!",
     Failure::kPassOn,
     Failure::kMinusOne,
+    RequestRule::OutOfMemory::kErrno,
 };
 
 // One family's client with what only the library knows of it.

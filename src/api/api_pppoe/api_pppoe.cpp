@@ -20,6 +20,7 @@ constexpr RequestRule kStartRule = {
     VIMBRA_TAG_ERR "send and recv msg error, nErrid : %d!",
     Failure::kPassOn,
     Failure::kMinusOne,
+    RequestRule::OutOfMemory::kPlain,
 };
 
 constexpr RequestRule kStopRule = {
@@ -27,6 +28,7 @@ constexpr RequestRule kStopRule = {
     VIMBRA_TAG_ERR "send and recv msg error, nErrid = %d!",
     Failure::kPassOn,
     Failure::kMinusOne,
+    RequestRule::OutOfMemory::kPlain,
 };
 
 // One family's link with what only the library knows of it.

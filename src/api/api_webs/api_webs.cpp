@@ -13,6 +13,7 @@ constexpr RequestRule kRule = {
     VIMBRA_TAG_ERR "send and recv msg error, nErrid = %d!",
     Failure::kPassOn,
     Failure::kMinusOne,
+    RequestRule::OutOfMemory::kErrno,
 };
 
 }  // namespace

@@ -25,6 +25,7 @@ constexpr RequestRule kReportRule = {
     VIMBRA_TAG_ERR "send and recv msg error:%d!",
     Failure::kPassOn,
     Failure::kMinusOne,
+    RequestRule::OutOfMemory::kErrno,
 };
 
 // All address and MTU calls say so, whatever their own name.

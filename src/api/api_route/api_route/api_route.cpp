@@ -17,6 +17,7 @@ constexpr RequestRule kRouteRule = {
     VIMBRA_TAG_ERR "send and recv msg error num : %d!",
     Failure::kPassOn,
     Failure::kPassOn,
+    RequestRule::OutOfMemory::kErrno,
 };
 
 // The listing has words of its own.
@@ -25,6 +26,7 @@ constexpr RequestRule kListingRule = {
     VIMBRA_TAG_ERR "send and recv msg error, nErrid : %d!",
     Failure::kPassOn,
     Failure::kPassOn,
+    RequestRule::OutOfMemory::kErrno,
 };
 
 // Gateways and the priority list only log it.
@@ -33,6 +35,7 @@ constexpr RequestRule kGatewayRule = {
     VIMBRA_TAG_ERR "send and recv msg error num : %d!",
     Failure::kMinusOne,
     Failure::kMinusOne,
+    RequestRule::OutOfMemory::kErrno,
 };
 
 constexpr u32 kRoutePriEnd = 256;
