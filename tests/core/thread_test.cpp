@@ -1,9 +1,11 @@
 // The thread layer.
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <pthread.h>
 #include <sched.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <vimbra/thread.h>
 
@@ -202,18 +204,117 @@ TEST(Thread, CancelledThreadsLeaveNothing) {
 }
 
 TEST(Thread, HandlesOfNobodyAreRefused) {
-    Held foreign;
-    std::thread other(Held::Run, &foreign);
-    foreign.AwaitRunning();
-    for (const pthread_t handle :
-         {pthread_t{0}, static_cast<pthread_t>(-1), other.native_handle()}) {
+    for (const pthread_t handle : {pthread_t{0}, static_cast<pthread_t>(-1)}) {
         EXPECT_EQ(-1, ThreadKill(handle));
         EXPECT_EQ(-1, ThreadDetach(handle));
         EXPECT_EQ(-1, ThreadGetPriority(handle));
         EXPECT_EQ(nullptr, ThreadWait(handle));
     }
-    foreign.gate.Open();
-    other.join();
+}
+
+// A joinable thread that this layer knows nothing of, on a stack of the size that its own have.
+pthread_t SpawnElsewhere(void* (*proc)(void*), void* param) {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, kStack);
+    pthread_t thread = 0;
+    EXPECT_EQ(0, pthread_create(&thread, &attributes, proc, param));
+    pthread_attr_destroy(&attributes);
+    return thread;
+}
+
+void* RunBlocked(void* param) {
+    Blocked::Run(param);
+    return nullptr;
+}
+
+void* RunHeld(void* param) {
+    Held::Run(param);
+    return param;
+}
+
+TEST(Thread, ThreadMadeElsewhereIsWaitedFor) {
+    Held held;
+    held.gate.Open();
+    EXPECT_EQ(&held, ThreadWait(SpawnElsewhere(RunHeld, &held)));
+}
+
+TEST(Thread, ThreadMadeElsewhereIsKilled) {
+    Blocked blocked;
+    const pthread_t thread = SpawnElsewhere(RunBlocked, &blocked);
+    EXPECT_EQ(0, ThreadGetPriority(thread));
+    EXPECT_EQ(0, ThreadKill(thread));
+    EXPECT_EQ(PTHREAD_CANCELED, ThreadWait(thread));
+}
+
+TEST(Thread, ThreadMadeElsewhereIsDetachedOnce) {
+    static auto& held = *new Held;
+    const pthread_t thread = SpawnElsewhere(RunHeld, &held);
+    held.AwaitRunning();
+    EXPECT_EQ(0, ThreadDetach(thread));
+    EXPECT_EQ(-1, ThreadDetach(thread));
+    held.gate.Open();
+    EXPECT_TRUE(IsGone(held.tid));
+}
+
+TEST(Thread, MainThreadIsAThread) {
+    static pthread_t main_ = pthread_self();
+    std::atomic<int> priority = 99;
+    ThreadWait(
+        Spawn([](void* to) { *static_cast<std::atomic<int>*>(to) = ThreadGetPriority(main_); },
+              &priority));
+    EXPECT_EQ(0, priority);
+    // It can even be waited for; whoever does is left alone with the process.
+    const pid_t child = fork();
+    if (child == 0) {
+        main_ = pthread_self();
+        Spawn(
+            [](void*) {
+                ThreadWait(main_);
+                _exit(7);
+            },
+            nullptr);
+        syscall(SYS_exit, 0);  // The test's frames above would catch pthread_exit(3).
+    }
+    int status = 0;
+    ASSERT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(7, WEXITSTATUS(status));
+}
+
+// Handles that were this layer's belong to whoever has them next.
+TEST(Thread, HandleThatWasGivenToAThreadMadeElsewhereIsThatThreads) {
+    for (const bool byOtherMeans : {false, true}) {
+        Held ended;
+        ended.gate.Open();
+        const pthread_t gone = Spawn(Held::Run, &ended);
+        if (byOtherMeans) {
+            pthread_join(gone, nullptr);
+        } else {
+            ThreadWait(gone);
+        }
+        EXPECT_EQ(-1, ThreadKill(gone));
+        Blocked blocked;
+        const pthread_t next = SpawnElsewhere(RunBlocked, &blocked);
+        ASSERT_TRUE(pthread_equal(gone, next)) << "the C library takes another stack";
+        EXPECT_EQ(0, ThreadGetPriority(next));
+        EXPECT_EQ(0, ThreadKill(next));
+        EXPECT_EQ(PTHREAD_CANCELED, ThreadWait(next));
+    }
+}
+
+TEST(Thread, ThreadsThatWereJoinedByOtherMeansAreNotKept) {
+    Held held;
+    held.gate.Open();
+    const auto round = [&] { pthread_join(Spawn(Held::Run, &held), nullptr); };
+    for (int i = 0; i < 100; i++) {
+        round();
+    }
+    const size_t before = mallinfo2().uordblks;
+    for (int i = 0; i < 2000; i++) {
+        round();
+    }
+    EXPECT_LE(mallinfo2().uordblks, before + 1024);
 }
 
 TEST(Thread, HandlesOfTheGoneAreRefused) {
@@ -301,30 +402,28 @@ TEST(Thread, ThreadThatIsWaitedForCanBeKilled) {
     waiter.join();
 }
 
-TEST(Thread, WaitingIsNotCutShort) {
-    struct Waiter {
-        pthread_t target = 0;
-        std::atomic<bool> waiting = false;
-        std::atomic<bool> waited = false;
-    } waiter;
-    Held held;
-    waiter.target = Spawn(Held::Run, &held);
-    held.AwaitRunning();
-    const pthread_t thread = Spawn(
-        [](void* param) {
-            auto* self = static_cast<Waiter*>(param);
-            self->waiting = true;
-            ThreadWait(self->target);
-            self->waited = true;
-        },
-        &waiter);
-    ASSERT_TRUE(WaitFor([&] { return waiter.waiting.load(); }));
-    EXPECT_EQ(0, ThreadKill(thread));
-    EXPECT_FALSE(waiter.waited);
-    held.gate.Open();
-    ThreadWait(thread);
-    EXPECT_TRUE(waiter.waited);
-    EXPECT_EQ(-1, ThreadDetach(waiter.target));
+TEST(Thread, WaitingIsACancellationPoint) {
+    static pthread_t target;
+    for (const bool elsewhere : {false, true}) {
+        Held held;
+        target = elsewhere ? SpawnElsewhere(RunHeld, &held) : Spawn(Held::Run, &held);
+        for (int i = 0; i < 3; i++) {
+            std::atomic<bool> waiting = false;
+            const pthread_t waiter = Spawn(
+                [](void* param) {
+                    *static_cast<std::atomic<bool>*>(param) = true;
+                    ThreadWait(target);
+                },
+                &waiting);
+            ASSERT_TRUE(WaitFor([&] { return waiting.load(); }));
+            EXPECT_EQ(0, ThreadKill(waiter));
+            EXPECT_EQ(PTHREAD_CANCELED, ThreadWait(waiter));
+        }
+        // The next one may wait for it.
+        held.gate.Open();
+        EXPECT_EQ(elsewhere ? &held : nullptr, ThreadWait(target));
+        EXPECT_EQ(nullptr, ThreadWait(elsewhere ? 0 : target));
+    }
 }
 
 TEST(Thread, ActsOnItself) {

@@ -1,9 +1,13 @@
 #include <sched.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 #include <vimbra/thread.h>
 
 #include <csignal>
+#include <cstdint>
+#include <ctime>
 #include <initializer_list>
 
 #include "lib/lock.hpp"
@@ -26,43 +30,113 @@ struct StartRecord {
 enum class State {
     kJoinable,
     kDetached,
-    kJoining,   // somebody waits for it
-    kFinished,  // nobody has waited for it yet, so its handle is still its own
+    kJoining,  // somebody waits for it
+    kGone,     // waited for, or detached and ended: the handle is nobody's
 };
 
-// Every thread that was started here and whose handle is still its own. The C library gives a
-// handle away again, and what it does with one that has gone is undefined.
+// A handle that was given to a thread started here. It stays in the table until the C library gives
+// it away again: what the library does with a handle that is nobody's is undefined, so this is how
+// one is known. There are as many as threads have ever lived at a time.
 struct Entry {
     Entry* next;
     pthread_t handle;
+    pid_t tid;  // 0 until the thread runs
     State state;
-    bool ended;  // has nothing more to do but return
+    bool ended;       // has nothing more to do but return
+    bool superseded;  // out of the table, and only the one who waits for it knows it
     StartRecord* record;
 };
 
 pthread_mutex_t g_tThreadMutex = PTHREAD_MUTEX_INITIALIZER;
 Entry* g_ptThreads = nullptr;
 
-// With the table locked. A thread that has ended while somebody waits for it may have passed its
-// handle on already.
-Entry* Find(pthread_t handle) {
-    for (Entry* entry = g_ptThreads; entry != nullptr; entry = entry->next) {
-        if (pthread_equal(entry->handle, handle) != 0 &&
-            !(entry->ended && entry->state == State::kJoining)) {
-            return entry;
-        }
-    }
-    return nullptr;
-}
+// With the table locked, all of the following.
 
-// With the table locked.
-void Remove(Entry* entry) {
+Entry** LinkOf(pthread_t handle) {
     Entry** link = &g_ptThreads;
-    while (*link != entry) {
+    while (*link != nullptr && pthread_equal((*link)->handle, handle) == 0) {
         link = &(*link)->next;
     }
+    return link;
+}
+
+// A handle belongs to one thread at a time: what is known of an earlier one is out of date.
+void Supersede(pthread_t handle) {
+    Entry** const link = LinkOf(handle);
+    Entry* const entry = *link;
+    if (entry == nullptr) {
+        return;
+    }
     *link = entry->next;
-    free(entry);
+    if (entry->state == State::kJoining) {
+        entry->superseded = true;
+    } else {
+        free(entry);
+    }
+}
+
+void Add(Entry* entry) {
+    Supersede(entry->handle);
+    entry->next = g_ptThreads;
+    g_ptThreads = entry;
+}
+
+// Is there a byte behind the handle that can be looked at? The stack of a thread that has gone may
+// have gone with it.
+bool IsMapped(pthread_t handle) {
+    const auto page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+    const auto address = (uintptr_t)handle & ~(page - 1);  // a number or a pointer, by C library
+    return msync(reinterpret_cast<void*>(address), page, MS_ASYNC) == 0;
+}
+
+// The kernel's number of the thread that a handle belongs to, 0 for none. It is told as part of the
+// thread's clock, which is all that is portable.
+pid_t KernelId(pthread_t handle) {
+    clockid_t clock;
+    if (!IsMapped(handle) || pthread_getcpuclockid(handle, &clock) != 0) {
+        return 0;
+    }
+    const pid_t tid = ~(clock >> 3);
+    return tid > 0 && syscall(SYS_tgkill, getpid(), tid, 0) == 0 ? tid : 0;
+}
+
+// A thread of ours has ended. Has the application taken leave of it by other means than these, and
+// does its handle belong to a thread that was not started here?
+bool IsGivenAway(const Entry& entry) {
+    const pid_t tid = KernelId(entry.handle);
+    return tid != 0 && tid != entry.tid;
+}
+
+enum class Kind {
+    kNobody,
+    kOurs,
+    kForeign,  // not started here: the caller vouches for it, as with pthread_cancel(3)
+};
+
+struct Found {
+    Kind kind;
+    Entry* entry;
+};
+
+Found Find(pthread_t handle) {
+    if (pthread_equal(handle, 0) != 0 || pthread_equal(handle, static_cast<pthread_t>(-1)) != 0) {
+        return {Kind::kNobody, nullptr};
+    }
+    Entry* const entry = *LinkOf(handle);
+    if (entry == nullptr) {
+        return {Kind::kForeign, nullptr};
+    }
+    if (entry->ended && IsGivenAway(*entry)) {
+        Supersede(handle);
+        return {Kind::kForeign, nullptr};
+    }
+    return {entry->state == State::kGone ? Kind::kNobody : Kind::kOurs, entry};
+}
+
+// Of a thread that can be asked for something.
+Kind KindOfRunning(pthread_t handle) {
+    const Found found = Find(handle);
+    return found.kind == Kind::kOurs && found.entry->ended ? Kind::kNobody : found.kind;
 }
 
 // The clean-up of every thread, however it ends.
@@ -70,11 +144,10 @@ void Finish(void* argument) {
     auto* entry = static_cast<Entry*>(argument);
     free(entry->record);
     const Lock lock(g_tThreadMutex);
+    entry->record = nullptr;
     entry->ended = true;
     if (entry->state == State::kDetached) {
-        Remove(entry);
-    } else if (entry->state == State::kJoinable) {
-        entry->state = State::kFinished;
+        entry->state = State::kGone;
     }
 }
 
@@ -102,8 +175,14 @@ void Run(const StartRecord& record) {
     record.proc(record.param);
 }
 
+void Announce(Entry& entry) {
+    const Lock lock(g_tThreadMutex);
+    entry.tid = static_cast<pid_t>(syscall(SYS_gettid));
+}
+
 void* Body(void* argument) {
     prctl(PR_SET_NAME, static_cast<Entry*>(argument)->record->name);
+    Announce(*static_cast<Entry*>(argument));
     pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
     pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, nullptr);
     pthread_cleanup_push(Finish, argument);
@@ -145,8 +224,7 @@ pthread_t Spawn(const CallSite& site, const StartRecord& record, int stacksize, 
     const int error = pthread_create(&entry->handle, &attributes, Body, entry);
     const pthread_t handle = entry->handle;
     if (error == 0) {
-        entry->next = g_ptThreads;
-        g_ptThreads = entry;
+        Add(entry);
     }
     lock.Unlock();
     pthread_attr_destroy(&attributes);
@@ -161,23 +239,51 @@ pthread_t Spawn(const CallSite& site, const StartRecord& record, int stacksize, 
 }
 
 // The thread that is to be waited for is marked, so that nobody else waits for it or detaches it.
-Entry* BeginJoining(pthread_t handle) {
-    if (pthread_equal(handle, pthread_self()) != 0) {
-        return nullptr;
-    }
+Found BeginJoining(pthread_t handle) {
     const Lock lock(g_tThreadMutex);
-    Entry* const entry = Find(handle);
-    if (entry == nullptr ||
-        (entry->state != State::kJoinable && entry->state != State::kFinished)) {
-        return nullptr;
+    const Found found = Find(handle);
+    if (found.kind != Kind::kOurs) {
+        return found;
     }
-    entry->state = State::kJoining;
-    return entry;
+    if (found.entry->state != State::kJoinable) {
+        return {Kind::kNobody, nullptr};
+    }
+    found.entry->state = State::kJoining;
+    return found;
 }
 
-void EndJoining(Entry* entry) {
+void EndJoining(void* argument, State state) {
+    auto* const entry = static_cast<Entry*>(argument);
     const Lock lock(g_tThreadMutex);
-    Remove(entry);
+    if (entry->superseded) {
+        free(entry);
+    } else {
+        entry->state = state;
+    }
+}
+
+// A waiter that is cancelled leaves the thread to the next one, as pthread_join(3) does.
+void GiveUpJoining(void* entry) {
+    EndJoining(entry, State::kJoinable);
+}
+
+// Not on a waiter's stack, which a cancellation leaves as it is.
+thread_local void* t_value = nullptr;
+
+// Cancellation acts in this function and the next one.
+[[gnu::no_sanitize_address]] void* Join(pthread_t handle, void* entry) {
+    t_value = nullptr;
+    pthread_cleanup_push(GiveUpJoining, entry);
+    pthread_join(handle, &t_value);
+    pthread_cleanup_pop(0);
+    EndJoining(entry, State::kGone);
+    return t_value;
+}
+
+void* JoinForeign(pthread_t handle) {
+    t_value = nullptr;
+    pthread_join(handle, &t_value);
+    return t_value;
 }
 
 void ChangeMask(int how, std::initializer_list<int> signals) {
@@ -206,43 +312,42 @@ void ThreadYield() {
 }
 
 void* ThreadWait(pthread_t thread_id) {
-    const CancelGuard guard;  // A waiter that is cut short would leave the mark behind.
-    Entry* const entry = BeginJoining(thread_id);
-    if (entry == nullptr) {
+    if (pthread_equal(thread_id, pthread_self()) != 0) {
         return nullptr;
     }
-    void* value = nullptr;
-    pthread_join(thread_id, &value);
-    EndJoining(entry);
-    return value;
+    const Found found = BeginJoining(thread_id);
+    switch (found.kind) {
+        case Kind::kOurs:
+            return Join(thread_id, found.entry);
+        case Kind::kForeign:
+            return JoinForeign(thread_id);
+        case Kind::kNobody:
+            break;
+    }
+    return nullptr;
 }
 
 int ThreadKill(pthread_t thread_id) {
-    if (pthread_equal(thread_id, pthread_self()) != 0) {
-        return pthread_cancel(thread_id) == 0 ? 0 : -1;
-    }
-    // Locked, so that the thread cannot go in the middle.
-    const Lock lock(g_tThreadMutex);
-    const Entry* const entry = Find(thread_id);
-    if (entry == nullptr || entry->ended) {
-        return -1;
+    // Locked, so that a thread of ours cannot go in the middle. Itself is asked without: cancelled
+    // with the lock held it would keep it.
+    if (pthread_equal(thread_id, pthread_self()) == 0) {
+        const Lock lock(g_tThreadMutex);
+        return KindOfRunning(thread_id) != Kind::kNobody && pthread_cancel(thread_id) == 0 ? 0 : -1;
     }
     return pthread_cancel(thread_id) == 0 ? 0 : -1;
 }
 
 int ThreadDetach(pthread_t thread_id) {
     const Lock lock(g_tThreadMutex);
-    Entry* const entry = Find(thread_id);
-    if (entry == nullptr ||
-        (entry->state != State::kJoinable && entry->state != State::kFinished)) {
+    const Found found = Find(thread_id);
+    if (found.kind == Kind::kForeign) {
+        return pthread_detach(thread_id) == 0 ? 0 : -1;
+    }
+    if (found.kind == Kind::kNobody || found.entry->state != State::kJoinable) {
         return -1;
     }
-    const bool ended = entry->ended;
-    entry->state = State::kDetached;
     pthread_detach(thread_id);
-    if (ended) {
-        Remove(entry);
-    }
+    found.entry->state = found.entry->ended ? State::kGone : State::kDetached;
     return 0;
 }
 
@@ -260,11 +365,9 @@ int ThreadGetId() {
 
 int ThreadGetPriority(pthread_t thread_id) {
     const Lock lock(g_tThreadMutex);
-    if (pthread_equal(thread_id, pthread_self()) == 0) {
-        const Entry* const entry = Find(thread_id);
-        if (entry == nullptr || entry->ended) {
-            return -1;
-        }
+    if (pthread_equal(thread_id, pthread_self()) == 0 &&
+        KindOfRunning(thread_id) == Kind::kNobody) {
+        return -1;
     }
     int policy = SCHED_OTHER;
     sched_param param = {};
