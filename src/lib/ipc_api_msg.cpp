@@ -219,9 +219,7 @@ s32 IpcExchange(const CallSite& site, const IpcPeer& peer, u32 type, IpcMessage&
 }
 
 Server MakeServer(s32 fd, const char* name, sockaddr_un* address, socklen_t* length) {
-    constexpr char kFunction[] = "MakeAddrServer";
     if (!FillAddress(name, address, length)) {
-        VLOG_ERROR_AT((CallSite{kFunction, __LINE__}), "the name is too long!");
         return Server::kNameTooLong;
     }
     // What cannot be removed, such as a directory, shows as a failed bind.
@@ -229,16 +227,31 @@ Server MakeServer(s32 fd, const char* name, sockaddr_un* address, socklen_t* len
     while (access(path, R_OK | W_OK) == 0 && unlink(path) == 0) {
     }
     unlink(path);
-    if (bind(fd, reinterpret_cast<const sockaddr*>(address), *length) != 0) {
-        LogErrnoAt({kFunction, __LINE__}, "bind error");
-    } else if (listen(fd, 100) != 0) {
-        LogErrnoAt({kFunction, __LINE__}, "listen error!");
-    } else {
+    const bool bound = bind(fd, reinterpret_cast<const sockaddr*>(address), *length) == 0;
+    if (bound && listen(fd, 100) == 0) {
         return Server::kListening;
     }
+    const int error = errno;
     unlink(path);
-    close(fd);
-    return Server::kFailed;
+    errno = error;
+    return bound ? Server::kListenFailed : Server::kBindFailed;
+}
+
+void LogServer(Server failure) {
+    constexpr char kFunction[] = "MakeAddrServer";
+    switch (failure) {
+        case Server::kNameTooLong:
+            VLOG_ERROR_AT((CallSite{kFunction, __LINE__}), "the name is too long!");
+            break;
+        case Server::kBindFailed:
+            LogErrnoAt({kFunction, __LINE__}, "bind error");
+            break;
+        case Server::kListenFailed:
+            LogErrnoAt({kFunction, __LINE__}, "listen error!");
+            break;
+        case Server::kListening:
+            break;
+    }
 }
 
 }  // namespace vimbra
@@ -265,9 +278,16 @@ s32 MakeAddrServer(s32 nSockfd, const char* pchName, sockaddr_un* ptAddr, sockle
         return VIMBRA_ERR_GENERAL;
     }
     const CancelGuard guard;  // The socket may have to be closed.
-    // A failed bind is a success: established, the caller finds out when it accepts.
-    return MakeServer(nSockfd, pchName, ptAddr, len) == Server::kNameTooLong ? VIMBRA_ERR_GENERAL
-                                                                             : VIMBRA_OK;
+    const Server server = MakeServer(nSockfd, pchName, ptAddr, len);
+    if (server == Server::kListening) {
+        return VIMBRA_OK;
+    }
+    LogServer(server);
+    if (server == Server::kNameTooLong) {
+        return VIMBRA_ERR_GENERAL;
+    }
+    close(nSockfd);
+    return VIMBRA_OK;  // Established: the caller finds out when it accepts.
 }
 
 s32 IpcApiSendAndRecv(u32 dwType, const void* pSendBuf, s32 nSendLen, void* pRecvBuf,

@@ -48,14 +48,15 @@ s32 IpcExchange(const CallSite& site, const IpcPeer& peer, u32 type, IpcMessage&
                 const void* body, s32 bodySize, void* reply, s32 replySize);
 
 // How a socket fared that was to become a server.
-enum class Server {
-    kListening,
-    kNameTooLong,  // the socket stays open
-    kFailed,       // bind or listen; the socket is closed
-};
+enum class Server { kListening, kNameTooLong, kBindFailed, kListenFailed };
 
-// MakeAddrServer() with its whole result.
+// MakeAddrServer() without its log lines, so that it can be called with a lock held. After a
+// failure there is no file of the name; the socket stays open, and errno tells why bind or listen
+// failed.
 Server MakeServer(s32 fd, const char* name, sockaddr_un* address, socklen_t* length);
+
+// The log line of a failure, with errno as MakeServer() left it.
+void LogServer(Server failure);
 
 }  // namespace vimbra
 

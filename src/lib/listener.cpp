@@ -4,11 +4,10 @@
 #include <unistd.h>
 #include <vimbra/thread.h>
 
+#include <ctime>
 #include <new>
 
-#include "lib/ipc_api_msg.hpp"
 #include "lib/lock.hpp"
-#include "lib/memory.hpp"
 #include "lib/text.hpp"
 
 namespace vimbra {
@@ -18,11 +17,16 @@ namespace {
 constexpr int kStackSize = 0x200000;
 constexpr int kPriority = 5;
 constexpr int kPauseMicroseconds = 200000;
+constexpr s64 kForEver = -1;
 
 pthread_mutex_t g_tListenerMutex = PTHREAD_MUTEX_INITIALIZER;
 pthread_cond_t g_tSettled = PTHREAD_COND_INITIALIZER;
 
-thread_local bool t_isListener = false;
+// All that there are, so that a forked child can close its copies.
+Listener* g_ptListeners = nullptr;
+
+// The calling thread's.
+thread_local Listener* t_own = nullptr;
 
 // Errors of accept(2) that have nothing to do with the listening socket itself.
 bool IsPassing(int error) {
@@ -40,10 +44,17 @@ bool IsPassing(int error) {
     }
 }
 
-// Not inlined, since it has a variable in memory; see Listener::ReadOnce().
+// Not inlined, like the next one, since it has a variable in memory; see Listener::Await().
 [[gnu::noinline]] bool HasHungUp(int fd) {
     pollfd look = {fd, 0, 0};
     return poll(&look, 1, 0) > 0;
+}
+
+// Milliseconds on a clock that nobody sets.
+[[gnu::noinline]] s64 Now() {
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<s64>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
 }
 
 void CloseOnce(int& fd) {
@@ -51,6 +62,12 @@ void CloseOnce(int& fd) {
         close(fd);
         fd = -1;
     }
+}
+
+timeval Until(s64 deadline) {
+    const s64 now = Now();
+    const s64 left = deadline > now ? deadline - now : 0;
+    return {static_cast<time_t>(left / 1000), static_cast<suseconds_t>(left % 1000 * 1000)};
 }
 
 }  // namespace
@@ -67,26 +84,16 @@ pthread_t StartListener(const ListenerService& service, ListenerSlot& slot,
     }
     bool settled = false;
     auto* const listener = new (memory) Listener(service, start, settled);
+    listener->Enter(slot);
 
-    const Lock lock(g_tListenerMutex);
-    if (slot.current != nullptr) {
-        const ListenerStop stop = slot.current->Kill();
-        ThreadDetach(stop.join);
-    }
     const auto spawn = service.detached ? ThreadSpawnDeatched : ThreadSpawn;
     const pthread_t thread = spawn(const_cast<char*>(service.threadName), Listener::Run, listener,
                                    kStackSize, SCHED_OTHER, kPriority);
     if (thread == 0) {
-        listener->~Listener();
-        free(listener);
+        listener->Leave();
         return 0;
     }
-    listener->thread_ = thread;
-    listener->slot_ = &slot;
-    slot.current = listener;
-    if (start.handle != nullptr) {
-        *start.handle = thread;
-    }
+    const Lock lock(g_tListenerMutex);
     while (!settled) {
         pthread_cond_wait(&g_tSettled, &g_tListenerMutex);
     }
@@ -99,7 +106,7 @@ ListenerStop KillListener(ListenerSlot& slot) {
         return {-1, 0};
     }
     ListenerStop stop = slot.current->Kill();
-    if (stop.join != 0 && t_isListener) {
+    if (stop.join != 0 && OnListenerThread()) {
         ThreadDetach(stop.join);
         stop.join = 0;
     }
@@ -113,7 +120,7 @@ void WaitListener(const ListenerStop& stop) {
 }
 
 bool OnListenerThread() {
-    return t_isListener;
+    return t_own != nullptr;
 }
 
 void AbandonListener(ListenerSlot& slot) {
@@ -134,32 +141,69 @@ Listener::Listener(const ListenerService& service, const ListenerStart& start, b
              service.socketName != nullptr ? service.socketName : start.socketName);
 }
 
-Listener::~Listener() {
-    CloseOnce(connection_);
-    for (size_t i = 0; i < keptCount_; i++) {
-        close(kept_[i]);
+// Into the slot, whose running listener has had its time.
+void Listener::Enter(ListenerSlot& slot) {
+    const Lock lock(g_tListenerMutex);
+    if (slot.current != nullptr) {
+        ThreadDetach(slot.current->Kill().join);
     }
-    CloseOnce(server_);
+    slot_ = &slot;
+    slot.current = this;
+    next_ = g_ptListeners;
+    g_ptListeners = this;
 }
 
-// With the lock held.
+// The end of it.
+void Listener::Leave() {
+    {
+        const Lock lock(g_tListenerMutex);
+        LetGo();
+        CloseAll();
+        Listener** link = &g_ptListeners;
+        while (*link != this) {
+            link = &(*link)->next_;
+        }
+        *link = next_;
+    }
+    this->~Listener();
+    free(this);
+}
+
+// With the lock held, all until the next line.
+
 ListenerStop Listener::Kill() {
-    const ListenerStop stop = {ThreadKill(thread_), service_->detached ? 0 : thread_};
-    // A thread that still waits on it keeps it open a moment longer: nobody connects any more.
+    const ListenerStop stop = {0, service_->detached ? 0 : thread_};
+    __atomic_store_n(&isStopped_, true, __ATOMIC_RELEASE);
     shutdown(server_, SHUT_RDWR);
-    CloseOnce(server_);
+    shutdown(connection_, SHUT_RD);
+    if (!isWaiting_) {
+        CloseOnce(server_);
+    }
     LetGo();
     return stop;
 }
 
-// With the lock held.
 void Listener::LetGo() {
+    if (slot_ == nullptr) {
+        return;
+    }
     slot_->current = nullptr;
+    slot_ = nullptr;
     if (handle_ != nullptr) {
         *handle_ = 0;
     }
-    slot_ = nullptr;
 }
+
+void Listener::CloseAll() {
+    CloseOnce(connection_);
+    for (size_t i = 0; i < keptCount_; i++) {
+        close(kept_[i]);
+    }
+    keptCount_ = 0;
+    CloseOnce(server_);
+}
+
+// ------------------------------------------------------------------------------------------------
 
 bool Listener::IsCurrent() const {
     const Lock lock(g_tListenerMutex);
@@ -189,13 +233,52 @@ void Listener::Settle() {
     }
 }
 
+// ---- Around fork(2) -----------------------------------------------------------------------------
+
+void HoldListeners() {
+    pthread_mutex_lock(&g_tListenerMutex);
+}
+
+void ReleaseListeners() {
+    pthread_mutex_unlock(&g_tListenerMutex);
+}
+
+// The child has one thread: nobody serves these any more, except where a callback has forked, which
+// may return to its listener.
+void ForgetListeners() {
+    Listener* listener = g_ptListeners;
+    g_ptListeners = nullptr;
+    while (listener != nullptr) {
+        Listener* const next = listener->next_;
+        listener->Forget();
+        listener = next;
+    }
+    g_tSettled = PTHREAD_COND_INITIALIZER;
+    pthread_mutex_unlock(&g_tListenerMutex);
+}
+
+void Listener::Forget() {
+    isStopped_ = true;
+    settled_ = nullptr;
+    LetGo();
+    CloseAll();
+    if (this == t_own) {
+        next_ = g_ptListeners;
+        g_ptListeners = this;
+    } else {
+        this->~Listener();
+        free(this);
+    }
+}
+
 // ---- The thread ---------------------------------------------------------------------------------
 
-void Listener::Run(void* listener) {
+void Listener::Run(void* argument) {
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
-    t_isListener = true;
-    pthread_cleanup_push(Finish, listener);
-    static_cast<Listener*>(listener)->Serve();
+    t_own = static_cast<Listener*>(argument);
+    pthread_cleanup_push(Finish, argument);
+    t_own->Announce();
+    t_own->Serve();
     pthread_cleanup_pop(1);
 }
 
@@ -208,8 +291,18 @@ void Listener::Finish(void* argument) {
         listener->service_->ended(*listener, listener->why_);
     }
     listener->Release();
-    listener->~Listener();
-    free(listener);
+    listener->Leave();
+}
+
+// Tells its handle, unless it was stopped before it ran: then nobody waits for it.
+void Listener::Announce() {
+    const Lock lock(g_tListenerMutex);
+    thread_ = pthread_self();
+    if (slot_ == nullptr) {
+        ThreadDetach(thread_);
+    } else if (handle_ != nullptr) {
+        *handle_ = thread_;
+    }
 }
 
 void Listener::Serve() {
@@ -235,8 +328,7 @@ bool Listener::Open() {
     }
     End(Ended::kNotBound);
     if (bound == Bound::kBindFailed) {
-        // Its descriptor is closed, its number perhaps somebody else's: only what accepting on it
-        // would have told is told.
+        // Its descriptor is closed: only what accepting on it would have told is told.
         errno = EBADF;
         LogErrno(service_->waitText != nullptr ? service_->waitText : service_->acceptText);
         End(Ended::kAcceptFailed);
@@ -245,33 +337,39 @@ bool Listener::Open() {
 }
 
 Bound Listener::Bind() {
-    const int server = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (server < 0) {
+    Server server = Server::kListening;
+    const Bound bound = TakeName(server);
+    if (bound == Bound::kSocketFailed) {
         LogErrno(service_->socketText);
-        return Bound::kSocketFailed;
+    } else if (bound != Bound::kListening && bound != Bound::kToldToStop) {
+        LogServer(server);
     }
-    // In one step: who was told to stop must not take the name from who was started since.
-    Lock lock(g_tListenerMutex);
+    if (bound == Bound::kNameRefused) {
+        VLOG_ERROR_AT(At(__LINE__), "%s", service_->serverText);
+    }
+    return bound;
+}
+
+// In one step: who was told to stop must not take the name from who was started since.
+Bound Listener::TakeName(Server& server) {
+    const Lock lock(g_tListenerMutex);
     if (slot_ == nullptr) {
-        close(server);
         return Bound::kToldToStop;
+    }
+    server_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (server_ < 0) {
+        return Bound::kSocketFailed;
     }
     sockaddr_un address;
     socklen_t length;
-    switch (MakeServer(server, socketName_, &address, &length)) {
-        case Server::kListening:
-            break;
-        case Server::kFailed:
-            return Bound::kBindFailed;
-        case Server::kNameTooLong:
-            lock.Unlock();
-            close(server);
-            VLOG_ERROR_AT(At(__LINE__), "%s", service_->serverText);
-            return Bound::kNameRefused;
+    server = MakeServer(server_, socketName_, &address, &length);
+    if (server == Server::kListening) {
+        return Bound::kListening;
     }
-    server_ = server;
-    listening_ = server;
-    return Bound::kListening;
+    const int error = errno;
+    CloseOnce(server_);
+    errno = error;
+    return server == Server::kNameTooLong ? Bound::kNameRefused : Bound::kBindFailed;
 }
 
 Next Listener::ServeOne() {
@@ -288,32 +386,32 @@ Next Listener::ServeOne() {
 
 Next Listener::AcceptOne() {
     CloseGone();
-    connection_ = Accept();
-    if (connection_ < 0) {
+    if (!Accept()) {
         return AcceptFailed();
     }
+    deadline_ = Now() + kMessageSeconds * 1000;
     const Next next = Receive();
     buffer_.Free();
     if (next == Next::kEnd) {
         return next;
     }
-    if (connection_ >= 0 && service_->connections == Connections::kKeep) {
+    if (service_->connections == Connections::kKeep) {
         Keep();
     } else {
-        CloseOnce(connection_);
+        CloseConnection();
     }
     return next;
 }
 
-// Locked against who closes the server: its number may be somebody else's right after. The socket
-// does not block, so neither does the lock.
-int Listener::Accept() {
+// The socket does not block, so neither does the lock.
+bool Listener::Accept() {
     const Lock lock(g_tListenerMutex);
-    if (server_ < 0) {
+    if (isStopped_) {
         errno = 0;
-        return -1;
+        return false;
     }
-    return accept4(server_, nullptr, nullptr, SOCK_CLOEXEC);
+    connection_ = accept4(server_, nullptr, nullptr, SOCK_CLOEXEC);
+    return connection_ >= 0;
 }
 
 Next Listener::AcceptFailed() {
@@ -343,6 +441,9 @@ Next Listener::ReceiveAtOnce() {
         return Fail(service_->outOfMemory, Ended::kOutOfMemory);
     }
     const ssize_t count = ReadOnce(buffer_.Get(), size);
+    if (IsStopped()) {
+        return End(Ended::kKilled);
+    }
     const bool exact = service_->reading == Reading::kExact;
     if (count < 0 || (exact && static_cast<size_t>(count) != size)) {
         return Fail(service_->shortRead, Ended::kBadMessage);
@@ -369,6 +470,9 @@ Next Listener::ReceiveHeadThenBody() {
     if (head_.size > 0 && ReadOnce(buffer_.Get(), head_.size) != static_cast<ssize_t>(head_.size)) {
         return Fail(service_->shortBody, Ended::kBadMessage);
     }
+    if (IsStopped()) {
+        return End(Ended::kKilled);
+    }
     return Dispatch(buffer_.Get(), head_.size, sizeof(head_) + head_.size);
 }
 
@@ -381,6 +485,9 @@ Next Listener::Dispatch(u8* body, size_t bodySize, size_t count) {
 }
 
 Next Listener::Fail(const Trouble& trouble, Ended why) {
+    if (IsStopped()) {
+        return End(Ended::kKilled);  // The stop has cut the message.
+    }
     if (trouble.text != nullptr) {
         if (trouble.form == Trouble::kErrno) {
             LogErrno(trouble.text);
@@ -388,7 +495,7 @@ Next Listener::Fail(const Trouble& trouble, Ended why) {
             VLOG_ERROR_AT(At(__LINE__), "%s", trouble.text);
         }
     }
-    CloseOnce(connection_);
+    CloseConnection();
     return trouble.next == Next::kGoOn ? Next::kGoOn : End(why);
 }
 
@@ -401,37 +508,46 @@ Next Listener::End(Ended why) {
     return Next::kEnd;
 }
 
-// Cancellation acts in the next three functions only. Neither they nor any function that leads to
-// them may hold anything that only its own code would give back, or have variables in memory: the
-// stack is left as it is. A signal, which may be the application's own business, starts the wait
-// again with the time that is left.
-
-// As select(2): cut short, it has taken nothing that could be lost. A cancelled accept(2) may have.
 int Listener::WaitForConnection() {
-    if (!set_.Watch(listening_)) {
-        return -1;
+    if (!BeginWait()) {
+        return 1;  // Accepting tells why.
     }
-    const bool limited = service_->tickSeconds > 0;
-    timeout_ = {service_->tickSeconds, 0};
-    for (;;) {
-        pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
-        const int ready = set_.WaitReadable(limited ? &timeout_ : nullptr);
-        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
-        if (ready >= 0 || errno != EINTR) {
-            return ready;
-        }
+    const int seconds = service_->tickSeconds;
+    const int ready = Await(server_, seconds > 0 ? Now() + seconds * 1000 : kForEver);
+    const int error = errno;
+    EndWait();
+    errno = error;
+    return ready;
+}
+
+// False when it is stopped.
+bool Listener::BeginWait() {
+    const Lock lock(g_tListenerMutex);
+    isWaiting_ = !isStopped_;
+    return isWaiting_;
+}
+
+void Listener::EndWait() {
+    const Lock lock(g_tListenerMutex);
+    isWaiting_ = false;
+    if (isStopped_) {
+        CloseOnce(server_);
     }
 }
 
-// One read, as read(2). errno is 0 when it was merely short.
+// One read, as read(2), that waits until the message's deadline. errno is 0 when it was merely
+// short.
 ssize_t Listener::ReadOnce(void* to, size_t size) {
     for (;;) {
         errno = 0;
-        pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
-        const ssize_t count = read(connection_, to, size);
-        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
-        if (count >= 0 || errno != EINTR) {
+        const ssize_t count = recv(connection_, to, size, MSG_DONTWAIT);
+        if (count >= 0 || (errno != EAGAIN && errno != EINTR)) {
             return count;
+        }
+        const int ready = Await(connection_, deadline_);
+        if (ready <= 0) {
+            errno = ready == 0 ? ETIMEDOUT : errno;
+            return -1;
         }
     }
 }
@@ -443,7 +559,40 @@ void Listener::Pause() {
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
 }
 
+// As select(2) of one descriptor that is to be read. Not poll(2), which refuses to wait for
+// anything where the limit of descriptors is 0. Cancellation acts here and in the pause: cut short,
+// they have taken nothing that could be lost. Neither they nor any function that leads to them may
+// hold anything that only its own code would give back, or have variables in memory: the stack is
+// left as it is. A signal, which may be the application's own business, starts the wait again with
+// the time that is left.
+int Listener::Await(int fd, s64 deadline) {
+    if (!set_.Watch(fd)) {
+        return -1;
+    }
+    const bool isLimited = deadline != kForEver;
+    for (;;) {
+        if (isLimited) {
+            timeout_ = Until(deadline);
+        }
+        pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
+        const int ready = set_.WaitReadable(isLimited ? &timeout_ : nullptr);
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+        if (ready >= 0 || errno != EINTR) {
+            return ready;
+        }
+    }
+}
+
+void Listener::CloseConnection() {
+    const Lock lock(g_tListenerMutex);
+    CloseOnce(connection_);
+}
+
 void Listener::Keep() {
+    const Lock lock(g_tListenerMutex);
+    if (connection_ < 0) {
+        return;
+    }
     if (keptCount_ == kKeptMax) {
         close(kept_[0]);
         keptCount_--;
@@ -455,6 +604,7 @@ void Listener::Keep() {
 
 // Closes the kept connections whose peers have closed them.
 void Listener::CloseGone() {
+    const Lock lock(g_tListenerMutex);
     size_t left = 0;
     for (size_t i = 0; i < keptCount_; i++) {
         if (HasHungUp(kept_[i])) {

@@ -30,15 +30,23 @@
 // then on neither touches the other, so a slot, and the record that it is part of, may be used
 // again or freed; a thread that is late finds that it owns nothing any more.
 //
-// Cancellation is off on a listener's thread except in its blocking waits. A callback, a hook, a
-// log line or a held lock is never cut. Whoever kills a listener from within its own callback is
-// served too: the thread ends after the callback.
+// A listener is stopped by a flag and by shutting down the sockets that it waits on. What it waits
+// on it closes itself, so that the number never becomes somebody else's meanwhile.
+// pthread_cancel(3) is not used: with glibc its first call loads libgcc_s.so.1 and aborts the
+// process where a device lacks it. Who cancels the thread through its published handle is served
+// all the same: cancellation is on in the blocking waits and off everywhere else. A callback, a
+// hook, a log line or a held lock is never cut. Whoever kills a listener from within its own
+// callback is served too: the thread ends after the callback.
 //
 // StartListener() returns when the listener has bound its socket or failed to, so listeners of one
 // name take it over in the order in which they were started, and none binds after it was stopped.
 // `begin` and `bound` run while the starter waits: they must not take a lock that a starter holds.
 // `message`, `tick` and `ended` run without any lock of the engine; they may take the service's
-// own. Locks are taken in the order service, engine, thread table.
+// own. Locks are taken in the order service, engine, thread table. No log line is written with the
+// engine's lock held: a standard output that blocks would stop every service.
+//
+// A peer has kMessageSeconds for its message once it is accepted. One that says nothing is a short
+// read; it does not keep the others waiting for good.
 #ifndef VIMBRA_LIB_LISTENER_HPP
 #define VIMBRA_LIB_LISTENER_HPP
 
@@ -49,12 +57,16 @@
 #include <cstring>
 #include <type_traits>
 
+#include "lib/ipc_api_msg.hpp"
 #include "lib/log.hpp"
+#include "lib/memory.hpp"
 #include "lib/select_set.hpp"
 
 namespace vimbra {
 
 class Listener;
+
+inline constexpr int kMessageSeconds = 5;
 
 // What follows on a message, a time-out or a failure.
 enum class Next { kGoOn, kEnd };
@@ -175,12 +187,12 @@ struct ListenerStop {
 };
 
 // Starts a listener and waits until it serves its socket or cannot. A listener that still runs in
-// the slot is killed. The thread's handle, or 0 without a thread; only good for that comparison.
+// the slot is stopped. The thread's handle, or 0 without a thread; only good for that comparison.
 pthread_t StartListener(const ListenerService& service, ListenerSlot& slot,
                         const ListenerStart& start);
 
-// Cancels the slot's listener, closes its server socket and lets go of it; waits for nothing, so it
-// may be called with the service's lock held.
+// Stops the slot's listener and lets go of it: its socket takes no more connections. Waits for
+// nothing, so it may be called with the service's lock held.
 ListenerStop KillListener(ListenerSlot& slot);
 
 // Waits for a killed thread that can be waited for. Not with a lock that its callback or a hook
@@ -194,6 +206,12 @@ void AbandonListener(ListenerSlot& slot);
 
 // Is the calling thread a listener's? It must not wait for anybody who may be waiting for it.
 bool OnListenerThread();
+
+// Around fork(2). The child's copies of all listeners are closed and forgotten, without a shutdown,
+// which the parent's would feel.
+void HoldListeners();
+void ReleaseListeners();
+void ForgetListeners();
 
 // A listener as its hooks see it.
 class Listener {
@@ -217,20 +235,29 @@ class Listener {
     friend ListenerStop KillListener(ListenerSlot&);
     friend void AbandonListener(ListenerSlot&);
 
+    friend void ForgetListeners();
+
     static constexpr size_t kKeptMax = 16;
 
     Listener(const ListenerService& service, const ListenerStart& start, bool& settled);
-    ~Listener();
+    ~Listener() = default;
 
     static void Run(void* listener);
     static void Finish(void* listener);
 
+    void Enter(ListenerSlot& slot);
+    void Leave();
+    void Forget();
     ListenerStop Kill();
     void LetGo();
+    void CloseAll();
+    bool IsStopped() const { return __atomic_load_n(&isStopped_, __ATOMIC_ACQUIRE); }
 
+    void Announce();
     void Serve();
     bool Open();
     Bound Bind();
+    Bound TakeName(Server& server);
     void Settle();
     Next ServeOne();
     Next AcceptOne();
@@ -240,36 +267,45 @@ class Listener {
     Next ReceiveHeadThenBody();
     Next End(Ended why);
     int WaitForConnection();
+    int Await(int fd, s64 deadline);
+    ssize_t ReadOnce(void* to, size_t size);
     void Pause();
-    // Not inlined, since they have variables in memory; see ReadOnce().
-    [[gnu::noinline]] int Accept();
+    // Not inlined, since they have variables in memory; see Await().
+    [[gnu::noinline]] bool BeginWait();
+    [[gnu::noinline]] void EndWait();
+    [[gnu::noinline]] bool Accept();
     [[gnu::noinline]] Next Dispatch(u8* body, size_t bodySize, size_t count);
     [[gnu::noinline]] Next Fail(const Trouble& trouble, Ended why);
     [[gnu::noinline]] void LogErrno(const char* text) const;
-    ssize_t ReadOnce(void* to, size_t size);
+    [[gnu::noinline]] void CloseConnection();
     [[gnu::noinline]] void Keep();
-    void CloseGone();
+    [[gnu::noinline]] void CloseGone();
 
     const ListenerService* const service_;
     void* const argument_;
     Ended why_ = Ended::kKilled;
-    int listening_ = -1;  // the server's number; may be closed by now, see server_
-    int connection_ = -1;
+    s64 deadline_ = 0;  // of the message that is waited for
     Buffer buffer_;
     // Here and not on the stack, which a cancellation leaves as it is.
     IpcMsgHead head_ = {};
     timeval timeout_ = {};
     SelectSet set_;
+    char socketName_[128];
+
+    // Written with the engine's lock held; the listener's own thread reads them without.
+    Listener* next_ = nullptr;  // of all listeners
+    bool isStopped_ = false;
+    int server_ = -1;
+    int connection_ = -1;
     std::array<int, kKeptMax> kept_ = {};  // connections, the oldest first
     size_t keptCount_ = 0;
-    char socketName_[128];
 
     // Guarded by the engine's lock.
     ListenerSlot* slot_ = nullptr;  // null: let go
     pthread_t* const handle_;
-    pthread_t thread_ = 0;
-    int server_ = -1;  // -1: not open, or closed by who killed it
-    bool* settled_;    // the starter waits for it
+    pthread_t thread_ = 0;  // 0 until the thread runs
+    bool isWaiting_ = false;  // for a connection: the thread, and nobody else, closes the server
+    bool* settled_;           // the starter waits for it
 };
 
 }  // namespace vimbra

@@ -1,6 +1,7 @@
 // The listener engine itself, where its services do not show it.
 #include "lib/listener.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -13,11 +14,14 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <list>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 #include <vimbra/bed.hpp>
 
@@ -175,6 +179,42 @@ class Engine : public testing::Test {
 };
 
 const Bytes kBody = {1, 2, 3, 4, 5, 6, 7, 8};
+
+// A standard output that nobody reads, for as long as it lives.
+class BlockedStdout {
+ public:
+    BlockedStdout() : own_(dup(STDOUT_FILENO)) {
+        EXPECT_EQ(0, pipe2(pipe_, O_CLOEXEC));
+        EXPECT_NE(-1, fcntl(pipe_[1], F_SETFL, O_NONBLOCK));
+        const std::vector<char> filling(4096, '.');
+        while (write(pipe_[1], filling.data(), filling.size()) > 0) {
+        }
+        EXPECT_NE(-1, fcntl(pipe_[1], F_SETFL, 0));
+        fflush(stdout);
+        setvbuf(stdout, nullptr, _IONBF, 0);
+        EXPECT_NE(-1, dup2(pipe_[1], STDOUT_FILENO));
+    }
+    // Who is blocked goes on, into nothing.
+    ~BlockedStdout() {
+        close(pipe_[1]);
+        std::thread reader([this] {
+            char buffer[4096];
+            while (read(pipe_[0], buffer, sizeof(buffer)) > 0) {
+            }
+        });
+        fflush(stdout);
+        EXPECT_NE(-1, dup2(own_, STDOUT_FILENO));
+        reader.join();
+        close(pipe_[0]);
+        close(own_);
+    }
+    BlockedStdout(const BlockedStdout&) = delete;
+    BlockedStdout& operator=(const BlockedStdout&) = delete;
+
+ private:
+    int own_;
+    int pipe_[2];
+};
 
 TEST_F(Engine, StartReturnsWhenTheSocketIsServed) {
     for (int i = 0; i < 100; i++) {
@@ -520,6 +560,69 @@ TEST_F(Engine, HeadThenBodyEndsOnAShortBody) {
     EXPECT_TRUE(probe_.HasEnded());
     EXPECT_EQ(Ended::kBadMessage, probe_.ends[0]);
     EXPECT_TRUE(log_.Has(Kind::kError, kFunction, "short body"));
+}
+
+TEST_F(Engine, PeerThatSaysNothingKeepsNobodyWaitingForGood) {
+    Start();
+    Connection silent(kSocket);
+    ASSERT_TRUE(silent.Connected());
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_TRUE(Notify(kSocket, 1, kBody));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(4500));
+    EXPECT_TRUE(silent.WaitPeerClosed());
+    EXPECT_EQ(1u, probe_.Messages());
+    EXPECT_TRUE(log_.Has(Kind::kPerror, kFunction, "read message error"));
+}
+
+// The time is the whole message's, not each piece's.
+TEST_F(Engine, PeerThatStopsInTheMiddleIsAShortReadInTime) {
+    service_.reading = Reading::kHeadThenBody;
+    Start();
+    Connection half(kSocket);
+    ASSERT_TRUE(half.Send(vimbra::bed::Message(1, kBody).Slice(0, 12)));
+    EXPECT_TRUE(half.WaitPeerClosed());
+    EXPECT_TRUE(probe_.HasEnded());
+    EXPECT_EQ(Ended::kBadMessage, probe_.ends[0]);
+    EXPECT_TRUE(log_.Has(Kind::kError, kFunction, "short body"));
+}
+
+// How many threads of a name are waiting for something. The capture cannot be asked: it looks at
+// standard output.
+int SleepingThreads(const std::string& name) {
+    int count = 0;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        const std::string status = ReadFile(task.path() / "status");
+        count += status.starts_with("Name:\t" + name + "\n") &&
+                 status.find("\nState:\tS") != std::string::npos;
+    }
+    return count;
+}
+
+// Who writes a log line may have to wait for whoever reads it; the other services must not.
+TEST_F(Engine, NoLogLineIsWrittenWithTheLockHeld) {
+    ASSERT_EQ(0, mkdir("/tmp/ipc_blocked", 0777));
+    ListenerSlot otherSlot = {};
+    Probe other;
+    std::thread starter;
+    {
+        const BlockedStdout blocked;
+        starter = std::thread([&] {
+            // Its thread stops at the line that says why it could not bind.
+            ListenerService service = service_;
+            service.socketName = nullptr;
+            static const ListenerService lasting = service;
+            StartListener(lasting, otherSlot, {.argument = &other, .socketName = "ipc_blocked"});
+        });
+        ASSERT_TRUE(WaitFor([] { return SleepingThreads("VimbraTestCBThr") == 1; }));
+        Start();
+        EXPECT_TRUE(Notify(kSocket, 1, kBody));
+        EXPECT_EQ(0, KillListener(slot_).result);
+        EXPECT_TRUE(probe_.HasEnded());
+        const std::lock_guard lock(other.mutex);
+        EXPECT_TRUE(other.bounds.empty());
+    }
+    starter.join();
+    EXPECT_TRUE(other.HasEnded());
 }
 
 TEST_F(Engine, KillCutsEveryWait) {
