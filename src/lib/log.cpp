@@ -6,10 +6,21 @@
 #include <cstdio>
 
 #include "lib/cancel.hpp"
+#include "lib/lock.hpp"
 
 u32 g_nVimbraLogSwitch = VIMBRA_LEVEL_DEBUG;
 
 namespace {
+
+// The C library's lock around its connection to the system log is not given back in a forked child,
+// unlike that of standard output. With this one in front of it nobody is within when a process
+// forks.
+pthread_mutex_t g_tSyslogMutex = PTHREAD_MUTEX_INITIALIZER;
+
+void ToSyslog(int priority, const char* format, va_list args) {
+    const vimbra::Lock lock(g_tSyslogMutex);
+    vsyslog(LOG_LOCAL6 | priority, format, args);
+}
 
 // Both destinations lock and may block, so a cancelled thread has to finish its line first.
 void Emit(u32 level, int priority, const char* format, va_list args) {
@@ -20,13 +31,21 @@ void Emit(u32 level, int priority, const char* format, va_list args) {
     const vimbra::CancelGuard guard;
     va_list copy;
     va_copy(copy, args);
-    vsyslog(LOG_LOCAL6 | priority, format, copy);
+    ToSyslog(priority, format, copy);
     va_end(copy);
     vfprintf(stdout, format, args);
     errno = error;
 }
 
 }  // namespace
+
+void vimbra::HoldSyslog() {
+    pthread_mutex_lock(&g_tSyslogMutex);
+}
+
+void vimbra::ReleaseSyslog() {
+    pthread_mutex_unlock(&g_tSyslogMutex);
+}
 
 s32 VimbraDebugLevelSet(u32 nSwitch) {
     __atomic_store_n(&g_nVimbraLogSwitch, nSwitch, __ATOMIC_RELAXED);

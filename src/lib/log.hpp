@@ -22,6 +22,10 @@ inline bool Logs(u32 level) {
     return __atomic_load_n(&g_nVimbraLogSwitch, __ATOMIC_RELAXED) >= level;
 }
 
+// Around fork(2): a child must not find the system log's own lock taken.
+void HoldSyslog();
+void ReleaseSyslog();
+
 }  // namespace vimbra
 
 #define VIMBRA_HERE (::vimbra::CallSite{__func__, __LINE__})

@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "api/api_dhcpc/dhcpc_wire.hpp"
+#include "api/fork.hpp"
 #include "lib/listener.hpp"
 #include "lib/lock.hpp"
 #include "lib/memory.hpp"
@@ -368,6 +369,33 @@ void DhcpcInit() {
     second->isHead = true;
     second->info.ptNext = first->info.ptNext;
     first->info.ptNext = &second->info;
+}
+
+// The heads of the list stay. A callback that has forked returns to its listener, which still looks
+// at its client.
+void vimbra::ForgetDhcpClients() {
+    g_tDhcpcMutex = PTHREAD_MUTEX_INITIALIZER;
+    g_tRecordMutex = PTHREAD_MUTEX_INITIALIZER;
+    Client* next = g_ptClients;
+    g_ptClients = nullptr;
+    g_ptApiDhcpCInfo = nullptr;
+    while (next != nullptr) {
+        Client* const client = next;
+        next = client->known;
+        if (!client->isHead && !(client->isServed && OnListenerThread())) {
+            free(client);
+            continue;
+        }
+        client->known = g_ptClients;
+        g_ptClients = client;
+        client->isKept = client->isHead;
+        client->isLost = false;
+        SetStarted(*client, 0);
+        if (client->isHead) {
+            client->info.ptNext = g_ptApiDhcpCInfo;
+            g_ptApiDhcpCInfo = &client->info;
+        }
+    }
 }
 
 s32 CheckFamily(u16 wSinFamily) {

@@ -2,6 +2,7 @@
 
 #include "api/api_1x/api_network_common/net_ip_conflict.hpp"
 #include "api/api_network_common/ip_conflict_wire.hpp"
+#include "api/fork.hpp"
 #include "lib/lock.hpp"
 #include "lib/request.hpp"
 #include "lib/slots.hpp"
@@ -153,6 +154,13 @@ void IpConflictCheckInit() {
     });
     if (!built) {
         VLOG_ERRNO("XMALLOC error");
+    }
+}
+
+void vimbra::ForgetConflictWatches() {
+    g_tConflictMutex = PTHREAD_MUTEX_INITIALIZER;
+    for (TIpConflictInfo* info = g_ptIpConflictInfo; info != nullptr; info = info->ptNext) {
+        IpConflictCleanUp(info);
     }
 }
 

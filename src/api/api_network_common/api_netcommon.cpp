@@ -15,6 +15,7 @@
 
 #include "api/api_network_common/netcommon_wire.hpp"
 #include "api/api_ntpc/api_ntpc.hpp"
+#include "api/fork.hpp"
 #include "build_info.h"
 #include "lib/lock.hpp"
 #include "lib/request.hpp"
@@ -112,6 +113,14 @@ s32 CheckIpv6(const CallSite& site, const in6_addr& address, u32 prefix, const i
 
 }  // namespace
 
+void vimbra::HoldInit() {
+    pthread_mutex_lock(&g_tInitMutex);
+}
+
+void vimbra::ReleaseInit() {
+    pthread_mutex_unlock(&g_tInitMutex);
+}
+
 s32 VimbraInit() {
     const Lock lock(g_tInitMutex);
     if (g_bVimbraInit) {
@@ -126,6 +135,9 @@ s32 VimbraInit() {
     VLOG_PRINT("%s %s %s\n", VIMBRA_BUILD_DATE, VIMBRA_BUILD_TIME, version);
     // Once whatever the level: a device's log has to tell which library wrote it.
     syslog(LOG_LOCAL6 | LOG_INFO, "%s", version);
+    if (!HandleForks()) {
+        VLOG_ERRNO("pthread_atfork error");  // Only a child that calls the library would miss it.
+    }
     for (const Initialiser initialise : kInitialisers) {
         initialise();
     }

@@ -3,6 +3,7 @@
 #include <type_traits>
 
 #include "api/api_network_common/stat_wire.hpp"
+#include "api/fork.hpp"
 #include "lib/listener.hpp"
 #include "lib/request.hpp"
 
@@ -83,6 +84,10 @@ s32 SendStop(const CallSite& site) {
 }
 
 }  // namespace
+
+void vimbra::ForgetStatistics() {
+    SetStarted(0);
+}
 
 s32 VimbraStatNotifyCallbackReg(int nInterval, TDevStatNotifyCallBack pfNotifyCb) {
     if (IsStarted()) {

@@ -6,6 +6,7 @@
 #include <vimbra/semaphore.h>
 
 #include "api/api_ntpc/ntpc_wire.hpp"
+#include "api/fork.hpp"
 #include "lib/listener.hpp"
 #include "lib/lock.hpp"
 #include "lib/memory.hpp"
@@ -225,6 +226,18 @@ void NtpcInit() {
     g_ptApiNtpCInfo = &ipv4.info;
     ntpc_sem_id = semget(kSemaphoreKey, 1, IPC_CREAT | 0666);
     set_semvalue(ntpc_sem_id);
+}
+
+void vimbra::ForgetNtpClients() {
+    g_tNtpcMutex = PTHREAD_MUTEX_INITIALIZER;
+    g_tEnded = PTHREAD_COND_INITIALIZER;
+    if (g_ptClients == nullptr) {
+        return;
+    }
+    for (Client& client : g_ptClients->of) {
+        SetStarted(client, 0);
+        client.isEnding = false;
+    }
 }
 
 s32 VimbraNtpcStart(TVimbraAddr tServerIp, u32 dwSyncTimeInterval,

@@ -1,6 +1,7 @@
 #include "api/api_ping/api_ping.hpp"
 
 #include "api/api_ping/ping_wire.hpp"
+#include "api/fork.hpp"
 #include "lib/listener.hpp"
 #include "lib/lock.hpp"
 #include "lib/request.hpp"
@@ -124,6 +125,16 @@ void ClearPingInfo(TPingInfo* ptPingInfo) {
     ptPingInfo->wSinFamily = 0;
     ptPingInfo->ptCallBackFunc = nullptr;
     GiveBack(*SlotOf(ptPingInfo));
+}
+
+// Records that ran are cleared; the chain itself has been whole since it was built.
+void vimbra::ForgetPings() {
+    g_tPingMutex = PTHREAD_MUTEX_INITIALIZER;
+    for (TPingInfo* info = g_ptApiPingInfo; info != nullptr; info = info->ptNext) {
+        if (SlotOf(info)->taken) {
+            ClearPingInfo(info);
+        }
+    }
 }
 
 s32 ApicPingStart(const TVimbraAddr& tDestIp, const TVimbraPingOpt& tPingOpt, s32 nUserID) {

@@ -2,6 +2,7 @@
 #include <vimbra/thread.h>
 
 #include "api/api_pppoe/pppoe_wire.hpp"
+#include "api/fork.hpp"
 #include "lib/listener.hpp"
 #include "lib/lock.hpp"
 #include "lib/memory.hpp"
@@ -305,6 +306,19 @@ void PppoeInit() {
         info.ptNext = i < 2 ? &g_ptLinks->of[i + 1].info : nullptr;
     }
     g_ptApiPppoeInfo = &g_ptLinks->of[0].info;
+}
+
+void vimbra::ForgetPppoeLinks() {
+    g_tPppoeMutex = PTHREAD_MUTEX_INITIALIZER;
+    if (g_ptLinks == nullptr) {
+        return;
+    }
+    for (Link& link : g_ptLinks->of) {
+        SetStarted(link, 0);
+        link.info.pfPppoeNotifyCallBack = nullptr;
+        link.isStarting = false;
+        link.isStopping = false;
+    }
 }
 
 s32 VimbraPppoeStart(TVimbraPppoeParam* ptPppoeParam, u16 wSinFamily,

@@ -7,6 +7,7 @@
 #include <cstdio>
 
 #include "api/api_serv/inetd_list.hpp"
+#include "api/fork.hpp"
 #include "lib/inetd.hpp"
 #include "lib/lock.hpp"
 #include "lib/log.hpp"
@@ -210,6 +211,10 @@ char* GetRootUser() {
         }
     }
     return nullptr;
+}
+
+void vimbra::ForgetServiceLock() {
+    g_tServiceMutex = PTHREAD_MUTEX_INITIALIZER;
 }
 
 s32 VimbraServiceStart(TVimbraServInfo* ptServInfo) {

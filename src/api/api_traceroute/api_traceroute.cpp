@@ -6,6 +6,7 @@
 #include <vimbra/semaphore.h>
 
 #include "api/api_traceroute/traceroute_wire.hpp"
+#include "api/fork.hpp"
 #include "lib/listener.hpp"
 #include "lib/lock.hpp"
 #include "lib/request.hpp"
@@ -137,6 +138,16 @@ void ClearTraceRtInfo(TTraceRtInfo* ptTraceRtInfo) {
     ptTraceRtInfo->wSinFamily = 0;
     ptTraceRtInfo->ptCallBackFunc = nullptr;
     GiveBack(*SlotOf(ptTraceRtInfo));
+}
+
+// Records that ran are cleared; the chain itself has been whole since it was built.
+void vimbra::ForgetTraces() {
+    g_tTraceRtMutex = PTHREAD_MUTEX_INITIALIZER;
+    for (TTraceRtInfo* info = g_ptApiTracerouteInfo; info != nullptr; info = info->ptNext) {
+        if (SlotOf(info)->taken) {
+            ClearTraceRtInfo(info);
+        }
+    }
 }
 
 s32 ApicTracertStart(const TVimbraAddr& tDestIp, const TVimbraTracerouteOpt& tTraceRtOpt,

@@ -1,3 +1,5 @@
+#include "lib/threads/thread.hpp"
+
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -296,6 +298,27 @@ void ChangeMask(int how, std::initializer_list<int> signals) {
 }
 
 }  // namespace
+
+void vimbra::HoldThreads() {
+    pthread_mutex_lock(&g_tThreadMutex);
+}
+
+void vimbra::ReleaseThreads() {
+    pthread_mutex_unlock(&g_tThreadMutex);
+}
+
+void vimbra::ForgetThreads() {
+    const pthread_t self = pthread_self();
+    for (Entry* entry = g_ptThreads; entry != nullptr; entry = entry->next) {
+        if (pthread_equal(entry->handle, self) != 0) {
+            entry->tid = getpid();
+        } else {
+            entry->ended = true;
+            entry->state = State::kGone;
+        }
+    }
+    pthread_mutex_unlock(&g_tThreadMutex);
+}
 
 pthread_t ThreadSpawn(char* name, void (*proc)(void*), void* param, int stacksize, int policy,
                       int priority) {

@@ -7,7 +7,9 @@
 #include <cstdio>
 
 #include "api/api_1x/api_dhcps/leases.hpp"
+#include "api/fork.hpp"
 #include "lib/cancel.hpp"
+#include "lib/lock.hpp"
 #include "lib/select_set.hpp"
 
 using namespace vimbra;
@@ -81,6 +83,32 @@ bool Enqueue(queue_t queue, const u8* event, size_t size) {
     return true;
 }
 
+pthread_mutex_t g_tWatchersMutex = PTHREAD_MUTEX_INITIALIZER;
+Watcher* g_ptWatchers = nullptr;
+
+// Those that run, so that a forked child can close its copies of their descriptors.
+class Running {
+ public:
+    explicit Running(Watcher& watcher) : watcher_(watcher) {
+        const Lock lock(g_tWatchersMutex);
+        watcher_.next = g_ptWatchers;
+        g_ptWatchers = &watcher_;
+    }
+    ~Running() {
+        const Lock lock(g_tWatchersMutex);
+        Watcher** link = &g_ptWatchers;
+        while (*link != &watcher_) {
+            link = &(*link)->next;
+        }
+        *link = watcher_.next;
+    }
+    Running(const Running&) = delete;
+    Running& operator=(const Running&) = delete;
+
+ private:
+    Watcher& watcher_;
+};
+
 void Close(Watcher& watcher) {
     if (close(watcher.fd.Release()) != 0) {
         perror("close (fd) = ");
@@ -88,6 +116,15 @@ void Close(Watcher& watcher) {
 }
 
 }  // namespace
+
+// They lie on their threads' stacks, of which the child has copies.
+void vimbra::ForgetLeaseWatchers() {
+    g_tWatchersMutex = PTHREAD_MUTEX_INITIALIZER;
+    for (const Watcher* watcher = g_ptWatchers; watcher != nullptr; watcher = watcher->next) {
+        close(watcher->fd.Get());
+    }
+    g_ptWatchers = nullptr;
+}
 
 bool open_inotify_fd(Watcher& watcher) {
     watcher.watched = 0;
@@ -196,6 +233,7 @@ void VimbraDhcpsCBThread(void*) {
     if (!open_inotify_fd(watcher)) {
         return;
     }
+    const Running running(watcher);
     watcher.queue = queue_create();
     if (watch_dir(watcher, kLeaseFile, IN_MODIFY) > 0) {
         process_inotify_events(watcher);

@@ -11,6 +11,7 @@ struct Watcher {
     vimbra::Fd fd;
     u32 watched = 0;  // items
     queue_t queue = nullptr;
+    Watcher* next = nullptr;  // of those that run
 };
 
 // Makes the descriptor; false when the watcher is to end.

@@ -2,6 +2,7 @@
 
 #include "api/api_ip/api_ipaddr/ipaddr_wire.hpp"
 #include "api/api_route/api_route/router_notify_wire.hpp"
+#include "api/fork.hpp"
 #include "lib/lock.hpp"
 #include "lib/request.hpp"
 #include "lib/slots.hpp"
@@ -213,6 +214,16 @@ void RouterAdvertiseInit() {
                    [](TRouterNotifyInfo& info, int index) { info.nUserId = kFirstUserId + index; });
     if (!built) {
         VLOG_ERRNO("XMALLOC error");
+    }
+}
+
+// Records that ran are cleared; the chain itself has been whole since it was built.
+void vimbra::ForgetAdvertisementWatches() {
+    g_tRouterMutex = PTHREAD_MUTEX_INITIALIZER;
+    for (TRouterNotifyInfo* info = g_ptApiRouterNotifyInfo; info != nullptr; info = info->ptNext) {
+        if (SlotOf(info)->taken) {
+            ClearRouterAdvertiseInfo(*SlotOf(info));
+        }
     }
 }
 
