@@ -49,4 +49,28 @@ TEST(Load, WritesNothingStartsNothingOpensNothing) {
     EXPECT_EQ(nullptr, dlsym(library, "ApicIpaddrSet")) << "what is inside stays inside";
 }
 
+// Listeners may still be on their last lines when their service has been stopped.
+TEST(Load, StaysWhenItIsUnloaded) {
+    using Init = int (*)();
+    using Start = int (*)(int, void (*)(void*, uint32_t));
+    const ScriptedDaemon daemon;
+    const auto threads = Threads();
+    const auto descriptors = OpenDescriptors();
+    for (int i = 0; i < 300; i++) {
+        void* library = dlopen(VIMBRA_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+        ASSERT_NE(nullptr, library) << dlerror();
+        const auto init = reinterpret_cast<Init>(dlsym(library, "VimbraInit"));
+        const auto start = reinterpret_cast<Start>(dlsym(library, "VimbraStatNotifyCallbackReg"));
+        const auto stop = reinterpret_cast<Init>(dlsym(library, "VimbraStatStop"));
+        *static_cast<uint32_t*>(dlsym(library, "g_nVimbraLogSwitch")) = 0;
+        ASSERT_EQ(0, init());
+        ASSERT_EQ(0, start(1, [](void*, uint32_t) {}));
+        ASSERT_EQ(0, stop());
+        ASSERT_EQ(0, dlclose(library));
+    }
+    EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
+    EXPECT_TRUE(daemon.WaitIdle());
+    EXPECT_EQ(descriptors, OpenDescriptors());
+}
+
 }  // namespace
