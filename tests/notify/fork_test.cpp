@@ -185,6 +185,9 @@ TEST_F(Fork, ChildBeginsWithNothingStartedAndTheParentGoesOn) {
     }
 }
 
+// The thread sanitizer knows no threads in a child of a process that had several.
+#ifndef __SANITIZE_THREAD__
+
 // The child starts the very service that runs in its parent; its own requests go to the daemon.
 TEST_F(Fork, ChildStartsAndStopsEveryServiceItself) {
     for (const Operation& operation : Operations()) {
@@ -269,6 +272,8 @@ TEST_F(Fork, ChildOfACallbackMayReturnFromIt) {
     }
 }
 
+#endif
+
 TEST_F(Fork, WatcherOfLeasesIsTheParents) {
     WriteFile("/usr/etc/udhcpd.leases", "");
     TDhcpServerConfInfo config = {};
@@ -307,15 +312,14 @@ TEST_F(Fork, UnderLoad) {
         });
     }
     int bad = 0;
-    const Operation& last = operations.back();
+    [[maybe_unused]] const Operation& last = operations.back();
     for (int i = 0; i < kForks && bad == 0; i++) {
         bad = InAChild([&] {
-            for (const int code : {VimbraInit(), VimbraLogSwitch(5), last.start(), last.stop()}) {
-                if (code != 0) {
-                    return 1;
-                }
-            }
-            return 0;
+            int errors = VimbraInit() != 0 || VimbraLogSwitch(5) != 0;
+#ifndef __SANITIZE_THREAD__
+            errors += last.start() != 0 || last.stop() != 0;
+#endif
+            return errors;
         });
     }
     over = true;
