@@ -3,24 +3,47 @@
  * A doubly linked list of untyped pointers. The library itself does not use it. Nodes come from one
  * pool of the process, which has no lock: the calls must not be made from two threads at once, and
  * not from a callback while another thread makes them.
+ *
+ * The node is that of GLib, by name and by layout. A program that is built with GLib's directories
+ * gets it from <glib.h>, which this header then includes, so that both can be used in one file, in
+ * either order. GLib's calls may read and sort such a list; they must neither allocate nor free a
+ * node of it, since its nodes are not theirs. A compiler without __has_include (GCC before version
+ * 5) needs <glib.h> to come first.
  */
 #ifndef VIMBRA_LIST_H
 #define VIMBRA_LIST_H
 
 #include <vimbra/types.h>
 
+/* A structure can be defined only once: where GLib's definition may follow it is the one. */
+#ifdef __has_include
+#if __has_include(<glib.h>) && __has_include(<glibconfig.h>)
+#ifdef __cplusplus
+extern "C++" {
+#endif
+#include <glib.h>
+#ifdef __cplusplus
+}
+#endif
+#endif
+#endif
+
 VIMBRA_BEGIN_DECLS
+
+#ifndef __G_LIST_H__
 
 /** An element. */
 typedef void* gpointer;
 
 /** A node. Any node stands for its list, normally the first; null is the empty list. */
-typedef struct GList GList;
-struct GList {
+typedef struct _GList GList;
+struct _GList {
     gpointer data; /**< the caller's; never followed */
     GList* next;
     GList* prev;
 };
+
+#endif
 
 /**
  * Appends an element. Walks to the last node: the cost grows with the list.
