@@ -1,5 +1,8 @@
 #include "injector.hpp"
 
+#include <fcntl.h>
+#include <signal.h>
+
 #include <cerrno>
 #include <cstdarg>
 
@@ -36,8 +39,12 @@ bool Injector::Fails(const char* call) {
     // The bookkeeping allocates, too, and is nobody's business.
     t_current = nullptr;
     calls_.emplace_back(call);
+    if (calls_.size() == killAt_) {
+        kill(getpid(), SIGKILL);
+    }
     const bool fails =
-        failAt_ != 0 && (forGood_ ? calls_.size() >= failAt_ : calls_.size() == failAt_);
+        failEvery_ == call ||
+        (failAt_ != 0 && (forGood_ ? calls_.size() >= failAt_ : calls_.size() == failAt_));
     if (fails && failed_.empty()) {
         failed_ = call;
     }
@@ -61,6 +68,12 @@ int Failure(int error) {
     return -1;
 }
 
+// How much a write takes of its data.
+ssize_t Taken(Injector* injector, size_t size) {
+    return injector != nullptr && injector->onWrite ? injector->onWrite(size)
+                                                    : static_cast<ssize_t>(size);
+}
+
 }  // namespace
 
 extern "C" {
@@ -80,6 +93,13 @@ int __real_close(int fd);
 int __real_fcntl(int fd, int command, ...);
 int __real_ioctl(int fd, unsigned long request, ...);
 int __real_setsockopt(int fd, int level, int name, const void* value, socklen_t size);
+int __real_open(const char* path, int flags, ...);
+ssize_t __real_pread(int fd, void* data, size_t size, off_t offset);
+ssize_t __real_pwrite(int fd, const void* data, size_t size, off_t offset);
+ssize_t __real_write(int fd, const void* data, size_t size);
+int __real_ftruncate(int fd, off_t size);
+int __real_fallocate(int fd, int mode, off_t offset, off_t size);
+int __real_linkat(int from, const char* path, int to, const char* name, int flags);
 
 void* __wrap_calloc(size_t count, size_t size) {
     Injector* injector = Injector::Current();
@@ -262,6 +282,79 @@ int __wrap_setsockopt(int fd, int level, int name, const void* value, socklen_t 
         }
     }
     return __real_setsockopt(fd, level, name, value, size);
+}
+
+int __wrap_open(const char* path, int flags, ...) {
+    va_list args;
+    va_start(args, flags);
+    const bool makes = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+    const mode_t mode = makes ? va_arg(args, mode_t) : 0;
+    va_end(args);
+    Injector* injector = Injector::Current();
+    if (injector == nullptr) {
+        return __real_open(path, flags, mode);
+    }
+    if (injector->Fails("open")) {
+        return Failure(injector->Error(EACCES));
+    }
+    int fd = injector->onOpen ? injector->onOpen(path, flags) : Injector::kReal;
+    if (fd == Injector::kReal) {
+        fd = __real_open(path, flags, mode);
+    }
+    if (fd >= 0) {
+        injector->Opened(fd);
+    }
+    return fd;
+}
+
+ssize_t __wrap_pread(int fd, void* data, size_t size, off_t offset) {
+    Injector* injector = Injector::Current();
+    if (injector != nullptr && injector->Fails("pread")) {
+        return Failure(injector->Error(EIO));
+    }
+    return __real_pread(fd, data, size, offset);
+}
+
+ssize_t __wrap_pwrite(int fd, const void* data, size_t size, off_t offset) {
+    Injector* injector = Injector::Current();
+    if (injector != nullptr && injector->Fails("pwrite")) {
+        return Failure(injector->Error(ENOSPC));
+    }
+    const ssize_t taken = Taken(injector, size);
+    return taken < 0 ? -1 : __real_pwrite(fd, data, static_cast<size_t>(taken), offset);
+}
+
+ssize_t __wrap_write(int fd, const void* data, size_t size) {
+    Injector* injector = Injector::Current();
+    if (injector != nullptr && injector->Fails("write")) {
+        return Failure(injector->Error(ENOSPC));
+    }
+    const ssize_t taken = Taken(injector, size);
+    return taken < 0 ? -1 : __real_write(fd, data, static_cast<size_t>(taken));
+}
+
+int __wrap_ftruncate(int fd, off_t size) {
+    Injector* injector = Injector::Current();
+    if (injector != nullptr && injector->Fails("ftruncate")) {
+        return Failure(injector->Error(EIO));
+    }
+    return __real_ftruncate(fd, size);
+}
+
+int __wrap_fallocate(int fd, int mode, off_t offset, off_t size) {
+    Injector* injector = Injector::Current();
+    if (injector != nullptr && injector->Fails("fallocate")) {
+        return Failure(injector->Error(ENOSPC));
+    }
+    return __real_fallocate(fd, mode, offset, size);
+}
+
+int __wrap_linkat(int from, const char* path, int to, const char* name, int flags) {
+    Injector* injector = Injector::Current();
+    if (injector != nullptr && injector->Fails("linkat")) {
+        return Failure(injector->Error(EIO));
+    }
+    return __real_linkat(from, path, to, name, flags);
 }
 
 }  // extern "C"

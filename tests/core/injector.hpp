@@ -27,6 +27,12 @@ class Injector {
     // The call of this number, counted from 1 over all calls, fails with what is usual for it; with
     // forGood all later ones do, too. A close that fails has closed all the same.
     void FailAt(size_t number, bool forGood = false);
+    // What fails has this errno instead of the usual one.
+    void UseError(int error) { error_ = error; }
+    // All calls of this name fail.
+    void FailEvery(const std::string& call) { failEvery_ = call; }
+    // The process is killed at the call of this number, before it is made.
+    void KillAt(size_t number) { killAt_ = number; }
 
     // Replaces calls; where a function returns kReal the real call is made.
     static constexpr int kReal = -1000;
@@ -37,6 +43,9 @@ class Injector {
     std::function<int(int, int, long)> onFcntl;
     std::function<int(int, unsigned long, void*)> onIoctl;
     std::function<int(int, int, int, const void*, socklen_t)> onSetsockopt;
+    std::function<int(const char*, int)> onOpen;
+    // How much of so many bytes a write to a file takes; for less than nothing it fails with errno.
+    std::function<ssize_t(size_t)> onWrite;
 
     // Nothing is counted or injected any more; the destructor does it, too.
     void Stop();
@@ -54,6 +63,8 @@ class Injector {
     // For the wrappers.
     static Injector* Current();
     bool Fails(const char* call);
+    // errno of a call that fails: the usual one, unless the test names another.
+    int Error(int usual) const { return error_ != 0 ? error_ : usual; }
     void Allocated(void* block, size_t size);
     void Freed(void* block) { blocks_.erase(block); }
     void Opened(int fd) { descriptors_.insert(fd); }
@@ -62,6 +73,9 @@ class Injector {
  private:
     size_t failAt_ = 0;
     bool forGood_ = false;
+    int error_ = 0;
+    std::string failEvery_;
+    size_t killAt_ = 0;
     std::vector<std::string> calls_;
     std::string failed_;
     std::vector<size_t> sizes_;
