@@ -42,7 +42,7 @@ typedef struct DnsNode {
  * @param wSinFamily    VIMBRA_FAMILY_IPV4 or VIMBRA_FAMILY_IPV6.
  * @param atDnsIP       the servers; all carry wSinFamily.
  * @param dwNum         how many; of more than 64 the first 64 are kept. With 0 the array is not
- *                      read and the IPv4 section, whatever wSinFamily, is left empty.
+ *                      read and the section of wSinFamily is left empty.
  * @retval 0            done.
  * @retval 1105         a null name, one of more than 16 characters or with a control character.
  * @retval -1           a null array with a count, a server of another family, another family than
@@ -72,7 +72,8 @@ VIMBRA_API TNetDnsParam* ReadFromReslovconf(void);
 
 /**
  * Puts one section into a list: in the place of the one with the same marker line, else first. The
- * family of the first server decides whether it is an IPv6 section.
+ * family of the first server decides whether it is an IPv6 section; without servers it is an IPv4
+ * one.
  *
  * @param ptDnsList     the list, with its head; a section that is replaced is freed.
  * @param pchIfaceName  the interface.

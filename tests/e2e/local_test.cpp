@@ -160,6 +160,8 @@ TEST(LocalDns, TheServersThatWereSetAreAsked) {
     EXPECT_EQ("192.0.2.2\n", Resolved());
     ASSERT_EQ(0, SetServers("eth1", VIMBRA_FAMILY_IPV4, {}));
     EXPECT_EQ("192.0.2.6\n", Resolved());
+    ASSERT_EQ(0, SetServers("eth0", VIMBRA_FAMILY_IPV6, {}));
+    EXPECT_EQ("192.0.2.3\n", Resolved());
 }
 
 TEST(LocalDns, AServerThatIsSilentIsPassedOver) {

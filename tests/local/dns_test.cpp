@@ -198,10 +198,31 @@ TEST(DnsSet, CountOfZeroLeavesABareMarker) {
     char name[] = "eth0";
     EXPECT_EQ(0, VimbraDNSSet(name, 2, nullptr, 0));
     EXPECT_EQ("####eth0\n####eth1\nnameserver 2.2.2.2\n", ReadFile(kConf));
-    // No address, no family: it is the plain section that is emptied.
+    auto* nowhere = reinterpret_cast<TVimbraAddr*>(8);
+    EXPECT_EQ(0, VimbraDNSSet(name, 2, nowhere, 0));
+    EXPECT_EQ("####eth0\n####eth1\nnameserver 2.2.2.2\n", ReadFile(kConf));
+}
+
+TEST(DnsSet, CountOfZeroEmptiesTheSectionOfItsFamily) {
+    WriteFile(kConf, "####eth0v6\nnameserver ::1\n####eth0\nnameserver 1.1.1.1\n");
+    char name[] = "eth0";
     auto* nowhere = reinterpret_cast<TVimbraAddr*>(8);
     EXPECT_EQ(0, VimbraDNSSet(name, 10, nowhere, 0));
-    EXPECT_EQ("####eth0\n####eth1\nnameserver 2.2.2.2\n", ReadFile(kConf));
+    EXPECT_EQ("####eth0v6\n####eth0\nnameserver 1.1.1.1\n", ReadFile(kConf));
+    EXPECT_EQ(0, Set("eth0", 10, {"::2"}));
+    EXPECT_EQ(0, VimbraDNSSet(name, 2, nullptr, 0));
+    EXPECT_EQ("####eth0v6\nnameserver ::2\n####eth0\n", ReadFile(kConf));
+    char other[] = "eth1";
+    EXPECT_EQ(0, VimbraDNSSet(other, 10, nullptr, 0));
+    EXPECT_EQ("####eth1v6\n####eth0v6\nnameserver ::2\n####eth0\n", ReadFile(kConf));
+}
+
+// The steps on their own know no family but that of the servers.
+TEST(DnsSet, StepsWithoutServersEmptyThePlainSection) {
+    WriteFile(kConf, "####eth0v6\nnameserver ::1\n####eth0\nnameserver 1.1.1.1\n");
+    char name[] = "eth0";
+    EXPECT_EQ(0, WriteToDnsConf(name, nullptr, 0));
+    EXPECT_EQ("####eth0v6\nnameserver ::1\n####eth0\n", ReadFile(kConf));
 }
 
 TEST(DnsSet, NullArrayWithACount) {

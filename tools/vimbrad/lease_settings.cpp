@@ -38,16 +38,14 @@ class Sections {
     Sections(const Sections&) = delete;
     Sections& operator=(const Sections&) = delete;
 
-    DnsNode* Find(const std::string& name, u16 family) const {
+    const DnsNode* Find(const std::string& name, u16 family) const {
         const std::string marker = "#" + name + (family == VIMBRA_FAMILY_IPV6 ? "v6" : "");
-        for (DnsNode* each = head_; each != nullptr; each = each->next) {
+        for (const DnsNode* each = head_; each != nullptr; each = each->next) {
             if (each->pchIfaceName != nullptr && std::string(each->pchIfaceName).ends_with(marker))
                 return each;
         }
         return nullptr;
     }
-
-    bool Write() const { return WriteToReslovconf(head_) == 0; }
 
  private:
     DnsNode* head_;
@@ -146,18 +144,18 @@ void LeaseSettings::SetServers(const std::vector<TVimbraAddr>& servers) {
         LogWarning("DHCP client on %s: the DNS servers cannot be set", name_.c_str());
 }
 
-// Not by VimbraDNSSet(): with no servers that empties an IPv4 section, whatever the family.
+// Unless somebody has set others meanwhile.
 void LeaseSettings::RemoveServers() {
     const std::vector<TVimbraAddr> servers = std::exchange(servers_, {});
     if (servers.empty())
         return;
     const Sections sections;
-    DnsNode* const section = sections.Find(name_, family_);
+    const DnsNode* const section = sections.Find(name_, family_);
     if (section == nullptr || section->nDnsNum < 0 ||
         !SameServers({section->atDnsServerIP, static_cast<std::size_t>(section->nDnsNum)}, servers))
         return;
-    section->nDnsNum = 0;
-    if (!sections.Write())
+    std::string name = name_;
+    if (VimbraDNSSet(name.data(), family_, nullptr, 0) != 0)
         LogWarning("DHCP client on %s: the DNS servers stay", name_.c_str());
 }
 

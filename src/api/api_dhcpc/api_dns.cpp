@@ -109,6 +109,69 @@ LineNode* NewServerLine(const TVimbraAddr& server) {
     return NewLine({kServer, " ", text, "\n"});
 }
 
+// Of servers that nobody has told the family of.
+u16 FamilyOf(const TVimbraAddr* servers, u32 count) {
+    return servers != nullptr && count > 0 ? servers->wSinFamily : u16{VIMBRA_FAMILY_IPV4};
+}
+
+// In the place of the section of that name, else first.
+void PutSection(DnsNode* list, DnsNode* section) {
+    for (DnsNode* before = list; before->next != nullptr; before = before->next) {
+        DnsNode* old = before->next;
+        if (old->pchIfaceName != nullptr && strcmp(old->pchIfaceName, section->pchIfaceName) == 0) {
+            section->next = old->next;
+            before->next = section;
+            old->next = nullptr;
+            FreeList(old);
+            return;
+        }
+    }
+    section->next = list->next;
+    list->next = section;
+}
+
+// SetDnsToList() for a family that the servers need not tell.
+s32 SetFamilyToList(DnsNode* list, const char* iface, u16 family, const TVimbraAddr* servers,
+                    u32 number) {
+    constexpr char kFunction[] = "SetDnsToList";
+    if (list == nullptr || iface == nullptr || (servers == nullptr && number > 0)) {
+        VLOG_ERROR_AT((CallSite{kFunction, __LINE__}), "the parameters is invalid");
+        return VIMBRA_ERR_GENERAL;
+    }
+    DnsNode* section = NewSection({kMarker, iface, family == VIMBRA_FAMILY_IPV6 ? kIpv6 : ""});
+    if (section == nullptr) {
+        VLOG_ERROR_AT((CallSite{kFunction, __LINE__}), "%s", kOutOfMemory);
+        return VIMBRA_ERR_GENERAL;
+    }
+    const u32 count = std::min<u32>(number, VIMBRA_DNS_MAX);
+    section->nDnsNum = static_cast<s32>(count);
+    std::copy_n(servers, count, section->atDnsServerIP);
+    PutSection(list, section);
+    return VIMBRA_OK;
+}
+
+// WriteToDnsConf() for a family that the servers need not tell.
+s32 WriteFamilyToDnsConf(const char* iface, u16 family, const TVimbraAddr* servers, u32 number) {
+    constexpr char kFunction[] = "WriteToDnsConf";
+    VLOG_PRINT_AT((CallSite{kFunction, __LINE__}), "ReadFromReslovconf start...!");
+    const List list(ReadFromReslovconf());
+    if (!list) {
+        VLOG_ERROR_AT((CallSite{kFunction, __LINE__}), "ReadFromReslovconf error!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    VLOG_PRINT_AT((CallSite{kFunction, __LINE__}), "SetDnsToList start...!");
+    if (SetFamilyToList(list.Head(), iface, family, servers, number) != VIMBRA_OK) {
+        VLOG_ERROR_AT((CallSite{kFunction, __LINE__}), "SetDnsToList error!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    VLOG_PRINT_AT((CallSite{kFunction, __LINE__}), "WriteToReslovconf start...!");
+    if (WriteToReslovconf(list.Head()) != VIMBRA_OK) {
+        VLOG_ERROR_AT((CallSite{kFunction, __LINE__}), "WriteToReslovconf error");
+        return VIMBRA_ERR_GENERAL;
+    }
+    return VIMBRA_OK;
+}
+
 // False when memory is out.
 bool AddLines(LineList& lines, const DnsNode& section) {
     if (section.pchIfaceName != nullptr && !lines.Add(NewLine({section.pchIfaceName, "\n"}))) {
@@ -156,33 +219,8 @@ TNetDnsParam* ReadFromReslovconf() {
 }
 
 s32 SetDnsToList(TNetDnsParam* ptDnsList, char* pchIfaceName, TVimbraAddr* atDnsIP, u32 dwNum) {
-    if (ptDnsList == nullptr || pchIfaceName == nullptr || (atDnsIP == nullptr && dwNum > 0)) {
-        VLOG_ERROR("the parameters is invalid");
-        return VIMBRA_ERR_GENERAL;
-    }
     const CancelGuard guard;
-    const bool isIpv6 = dwNum > 0 && atDnsIP[0].wSinFamily == VIMBRA_FAMILY_IPV6;
-    DnsNode* section = NewSection({kMarker, pchIfaceName, isIpv6 ? kIpv6 : ""});
-    if (section == nullptr) {
-        VLOG_ERROR("%s", kOutOfMemory);
-        return VIMBRA_ERR_GENERAL;
-    }
-    const u32 count = std::min<u32>(dwNum, VIMBRA_DNS_MAX);
-    section->nDnsNum = static_cast<s32>(count);
-    std::copy_n(atDnsIP, count, section->atDnsServerIP);
-    for (DnsNode* before = ptDnsList; before->next != nullptr; before = before->next) {
-        DnsNode* old = before->next;
-        if (old->pchIfaceName != nullptr && strcmp(old->pchIfaceName, section->pchIfaceName) == 0) {
-            section->next = old->next;
-            before->next = section;
-            old->next = nullptr;
-            FreeList(old);
-            return VIMBRA_OK;
-        }
-    }
-    section->next = ptDnsList->next;
-    ptDnsList->next = section;
-    return VIMBRA_OK;
+    return SetFamilyToList(ptDnsList, pchIfaceName, FamilyOf(atDnsIP, dwNum), atDnsIP, dwNum);
 }
 
 s32 WriteToReslovconf(TNetDnsParam* ptDnsList) {
@@ -212,23 +250,7 @@ s32 WriteToReslovconf(TNetDnsParam* ptDnsList) {
 
 s32 WriteToDnsConf(char* pchIfaceName, TVimbraAddr* atDnsIP, u32 dwNum) {
     const CancelGuard guard;
-    VLOG_PRINT("ReadFromReslovconf start...!");
-    const List list(ReadFromReslovconf());
-    if (!list) {
-        VLOG_ERROR("ReadFromReslovconf error!");
-        return VIMBRA_ERR_GENERAL;
-    }
-    VLOG_PRINT("SetDnsToList start...!");
-    if (SetDnsToList(list.Head(), pchIfaceName, atDnsIP, dwNum) != VIMBRA_OK) {
-        VLOG_ERROR("SetDnsToList error!");
-        return VIMBRA_ERR_GENERAL;
-    }
-    VLOG_PRINT("WriteToReslovconf start...!");
-    if (WriteToReslovconf(list.Head()) != VIMBRA_OK) {
-        VLOG_ERROR("WriteToReslovconf error");
-        return VIMBRA_ERR_GENERAL;
-    }
-    return VIMBRA_OK;
+    return WriteFamilyToDnsConf(pchIfaceName, FamilyOf(atDnsIP, dwNum), atDnsIP, dwNum);
 }
 
 s32 VimbraDNSSet(char* pchIfaceName, u16 wSinFamily, TVimbraAddr* atDnsIP, u32 dwNum) {
@@ -253,7 +275,9 @@ s32 VimbraDNSSet(char* pchIfaceName, u16 wSinFamily, TVimbraAddr* atDnsIP, u32 d
         return VIMBRA_ERR_GENERAL;
     }
     VLOG_PRINT("wSinFamily : %d", wSinFamily);
-    const s32 result = WriteToDnsConf(pchIfaceName, atDnsIP, dwNum);
+    const CancelGuard guard;
+    // No servers, no family of theirs: it is the caller's section that is emptied.
+    const s32 result = WriteFamilyToDnsConf(pchIfaceName, wSinFamily, atDnsIP, dwNum);
     if (result != VIMBRA_OK) {
         VLOG_ERROR("WriteToReslovconf error!");
     }
