@@ -3,6 +3,8 @@
 #include <signal.h>
 #include <vimbra/process.h>
 
+#include <cerrno>
+
 namespace vimbra {
 
 FILE* OpenInetdStream(const char* mode) {
@@ -12,7 +14,9 @@ FILE* OpenInetdStream(const char* mode) {
     }
     FILE* stream = nullptr;
     for (const char* path : kInetdPaths) {
-        stream = fopen(path, mode);
+        do {
+            stream = fopen(path, mode);
+        } while (stream == nullptr && errno == EINTR);
         if (stream != nullptr) {
             break;
         }

@@ -19,14 +19,12 @@ namespace vimbra {
 inline constexpr size_t kLineFileMax = 256 * 1024;
 
 enum class Open {
-    kRead,     // as "r"
-    kUpdate,   // as "r+"
-    kRewrite,  // as "w+", but the old content stays until the new one is written
-    kAppend,   // as "a+"
-    kAppendExisting,
+    kRead,    // as "r"
+    kUpdate,  // as "r+"
 };
 
-// The first of the paths that can be opened; errno is that of the last one.
+// The first of the paths that can be opened, to be read. errno is ENOENT only if none of them is
+// there, else what keeps the first that is from being opened.
 Fd OpenLines(std::span<const char* const> paths, Open how);
 Fd OpenLines(const char* path, Open how);
 
@@ -89,12 +87,50 @@ class LineList {
     LineNode** end_ = &first_;
 };
 
-// Replaces a file's content by the lines. False with errno; on a full disk or where there is no
-// room for more the file is as it was.
-bool RewriteLines(const Fd& fd, const LineNode* first);
+// What stands behind a content that is shorter than the one before it, until the file is cut: lines
+// that every reader of the file passes over.
+enum class Filler : char {
+    kEmptyLines = '\n',
+    kComment = '#',  // where an empty line is an error
+};
 
-// Appends a line, after a newline where the file lacks its last one. False with errno.
-bool AppendLine(const Fd& fd, std::initializer_list<std::string_view> parts);
+// A file that is going to be changed. Whoever reads it finds the old content or the new one, also
+// when this process is killed between two calls. A file that is not there is made without a name,
+// which it gets with its content, so that an empty one never hides another that is looked for
+// later.
+class LineFile {
+ public:
+    enum class How {
+        kRewrite,  // as "w+", but the old content stays until the new one is written
+        kAppend,   // as "a+"
+        kAppendExisting,
+    };
+
+    // The first of the paths that can be opened or made; errno is as for OpenLines().
+    LineFile(std::span<const char* const> paths, How how);
+    LineFile(const char* path, How how) : LineFile(std::span(&path, 1), how) {}
+    LineFile(const LineFile&) = delete;
+    LineFile& operator=(const LineFile&) = delete;
+    ~LineFile();
+
+    explicit operator bool() const { return static_cast<bool>(fd_); }
+
+    // Replaces the content by the lines. False with errno, the file as it was. One change to an
+    // object.
+    bool Rewrite(const LineNode* first, Filler filler);
+
+    // Appends a line, after a newline where the file lacks its last one. False with errno, the file
+    // as it was.
+    bool Append(std::initializer_list<std::string_view> parts);
+
+ private:
+    bool Make(const char* path, int flags);
+    bool Publish();
+
+    Fd fd_;
+    const char* path_ = nullptr;  // of a file that is made here, until it has its content
+    bool isNameless_ = false;
+};
 
 // The text's first count characters, or all of it. (substr() would need the C++ library.)
 inline std::string_view Front(std::string_view text, size_t count) {

@@ -107,7 +107,7 @@ class Edit {
     }
 
     s32 Save() {
-        const Fd file = OpenLines(kPasswdFile, Open::kRewrite);
+        LineFile file(kPasswdFile, LineFile::How::kRewrite);
         if (!file) {
             VLOG_ERROR_AT(site_, "fopen error!");
             return VIMBRA_ERR_GENERAL;
@@ -220,15 +220,15 @@ s32 add_user_to_pwd_file(char* pchUser, char* pchHash) {
         return VIMBRA_ERR_GENERAL;
     }
     const CancelGuard guard;
-    const Fd file = OpenLines(kPasswdFile, Open::kAppend);
+    LineFile file(kPasswdFile, LineFile::How::kAppend);
     if (!file) {
         VLOG_ERRNO("fopen error!");
         return VIMBRA_ERR_GENERAL;
     }
     const Decimal userId(static_cast<int>(getuid()));
     const Decimal groupId(static_cast<int>(getgid()));
-    if (!AppendLine(file, {pchUser, ":", pchHash, ":", userId.text, ":", groupId.text, ":",
-                           kComment, ":", Home(), ":", Shell(), "\n"})) {
+    if (!file.Append({pchUser, ":", pchHash, ":", userId.text, ":", groupId.text, ":", kComment,
+                      ":", Home(), ":", Shell(), "\n"})) {
         VLOG_ERRNO("write error!");
         return VIMBRA_ERR_GENERAL;
     }
@@ -240,12 +240,12 @@ s32 add_common_user_to_pwd_file(char* pchUser, char* pchHash) {
         return VIMBRA_ERR_GENERAL;
     }
     const CancelGuard guard;
-    const Fd file = OpenLines(kPasswdFile, Open::kAppendExisting);
+    LineFile file(kPasswdFile, LineFile::How::kAppendExisting);
     if (!file) {
         VLOG_ERROR("fopen error!");
         return VIMBRA_ERR_GENERAL;
     }
-    if (!AppendLine(file, {pchUser, ":", pchHash, ":1000:1000::/:", Shell(), "\n"})) {
+    if (!file.Append({pchUser, ":", pchHash, ":1000:1000::/:", Shell(), "\n"})) {
         VLOG_ERROR("write error!");
         return VIMBRA_ERR_GENERAL;
     }
@@ -337,12 +337,12 @@ s32 ChangeNetServiceOwner(char* pchOwner) {
     }
     const CancelGuard guard;
     LineReader reader;
-    Fd file = OpenLines(kInetdPaths, Open::kRead);
-    if (!file && errno == ENOENT) {
+    const Fd old = OpenLines(kInetdPaths, Open::kRead);
+    if (!old && errno == ENOENT) {
         VLOG_PRINT("the inetd config file is not existed!");
         return VIMBRA_OWNER_NO_CONFIG;
     }
-    if (!file || !reader.Load(file)) {
+    if (!old || !reader.Load(old)) {
         VLOG_ERROR("fopen error");
         return VIMBRA_ERR_GENERAL;
     }
@@ -360,8 +360,8 @@ s32 ChangeNetServiceOwner(char* pchOwner) {
         }
     }
     // The file is looked for anew, and may be made in the first place.
-    file = OpenLines(kInetdPaths, Open::kRewrite);
-    if (!file || !RewriteLines(file, lines.First())) {
+    LineFile file(kInetdPaths, LineFile::How::kRewrite);
+    if (!file || !file.Rewrite(lines.First(), Filler::kComment)) {
         VLOG_ERROR("fopen error");
         return VIMBRA_ERR_GENERAL;
     }

@@ -30,7 +30,7 @@ tagListNode* InsertUserInfoToList(tagListNode* last,
     return node;
 }
 
-s32 WriteListToFile(const tagListNode* list, const Fd& file) {
+s32 WriteListToFile(const tagListNode* list, LineFile& file) {
     if (list == nullptr) {
         VLOG_ERROR("list is null.");
         return VIMBRA_ERR_GENERAL;
@@ -39,7 +39,8 @@ s32 WriteListToFile(const tagListNode* list, const Fd& file) {
         VLOG_ERROR("open file error.");
         return VIMBRA_ERR_GENERAL;
     }
-    if (!RewriteLines(file, list->next)) {
+    // An empty line would be one without a name.
+    if (!file.Rewrite(list->next, Filler::kComment)) {
         VLOG_ERRNO("write error!");
         return VIMBRA_ERR_GENERAL;
     }

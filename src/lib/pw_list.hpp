@@ -14,7 +14,7 @@ tagListNode* CreatList();
 tagListNode* InsertUserInfoToList(tagListNode* last, std::initializer_list<std::string_view> parts);
 
 // Replaces the file's content by the lines after the head. 0 or -1.
-s32 WriteListToFile(const tagListNode* list, const vimbra::Fd& file);
+s32 WriteListToFile(const tagListNode* list, vimbra::LineFile& file);
 
 // Frees the list with its head; null is taken.
 void ReleaseList(tagListNode* list);

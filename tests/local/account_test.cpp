@@ -706,6 +706,25 @@ TEST_F(Accounts, OwnerWithoutConfiguration) {
     EXPECT_NE(0, access(kInetd, F_OK));
 }
 
+// What is there and cannot be opened is not missing, whichever of the two it is.
+TEST_F(Accounts, OwnerOfAConfigurationThatCannotBeOpened) {
+    for (const char* path : {kInetd, kInetdElsewhere}) {
+        WriteFile(path, "");
+        files::Remove(path);
+        ASSERT_EQ(0, symlink("inetd.conf", path));
+        EXPECT_EQ(-1, ChangeOwner("x")) << path;
+        files::Remove(path);
+    }
+    EXPECT_EQ(2, log_.Count(Kind::kError, "ChangeNetServiceOwner", "fopen error"));
+    EXPECT_EQ(2, log_.Count(Kind::kError));
+    EXPECT_EQ(2, ChangeOwner("x"));
+    // The second place is taken when the first cannot be opened.
+    ASSERT_EQ(0, symlink("inetd.conf", kInetd));
+    WriteFile(kInetdElsewhere, "a b c d e /f g\n");
+    EXPECT_EQ(0, ChangeOwner("x"));
+    EXPECT_EQ("a b c d x /f g\n\n", ReadFile(kInetdElsewhere));
+}
+
 TEST_F(Accounts, OwnerLongLinesAndZeroBytes) {
     const std::string args(10000, 'g');
     WriteFile(kInetd,

@@ -80,15 +80,28 @@ TEST(LineFile, OnlyFilesOfASensibleSizeAreRead) {
     EXPECT_EQ(ENOENT, errno);
 }
 
+bool Rewrites(const char* path, const LineNode* first, Filler filler = Filler::kComment) {
+    LineFile file(path, LineFile::How::kRewrite);
+    return file.Rewrite(first, filler);
+}
+
+bool Appends(const char* path, std::initializer_list<std::string_view> parts,
+             LineFile::How how = LineFile::How::kAppend) {
+    LineFile file(path, how);
+    return file.Append(parts);
+}
+
 TEST(LineFile, RewriteReplacesTheWholeContent) {
     WriteFile(kFile, "a much longer content than the new one\n");
     LineList lines;
     ASSERT_TRUE(lines.Add(NewLine({"a", "b", "\n"})));
     ASSERT_TRUE(lines.Add(NewLine({"c"})));
-    EXPECT_TRUE(RewriteLines(OpenLines(kFile, Open::kRewrite), lines.First()));
+    EXPECT_TRUE(Rewrites(kFile, lines.First()));
     EXPECT_EQ("ab\nc", ReadFile(kFile));
-    EXPECT_TRUE(RewriteLines(OpenLines(kFile, Open::kRewrite), nullptr));
+    EXPECT_TRUE(Rewrites(kFile, nullptr));
     EXPECT_EQ("", ReadFile(kFile));
+    EXPECT_TRUE(Rewrites(kFile, lines.First(), Filler::kEmptyLines));
+    EXPECT_EQ("ab\nc", ReadFile(kFile));
     EXPECT_FALSE(lines.Add(nullptr));
 }
 
@@ -97,19 +110,41 @@ TEST(LineFile, RewriteThatWouldNotBeReadAgainIsRefused) {
     LineList lines;
     const std::string half(kLineFileMax / 2, 'x');
     ASSERT_TRUE(lines.Add(NewLine({half, half, "y"})));
-    EXPECT_FALSE(RewriteLines(OpenLines(kFile, Open::kRewrite), lines.First()));
+    EXPECT_FALSE(Rewrites(kFile, lines.First()));
     EXPECT_EQ(EFBIG, errno);
     EXPECT_EQ("old", ReadFile(kFile));
+    EXPECT_FALSE(Rewrites("/tmp/other", lines.First()));
+    EXPECT_NE(0, access("/tmp/other", F_OK));
 }
 
 TEST(LineFile, RewriteOfWhatIsNoFile) {
-    EXPECT_FALSE(RewriteLines(OpenLines("/dev/full", Open::kRewrite), nullptr));
-    EXPECT_FALSE(AppendLine(OpenLines("/dev/null", Open::kAppend), {"x\n"}));
-    EXPECT_FALSE(RewriteLines(Fd(), nullptr));
-    EXPECT_FALSE(AppendLine(Fd(), {"x\n"}));
-    WriteFile(kFile, "a\n");
-    EXPECT_FALSE(AppendLine(OpenLines(kFile, Open::kRead), {"x\n"}));
-    EXPECT_EQ("a\n", ReadFile(kFile));
+    EXPECT_FALSE(Rewrites("/dev/full", nullptr));
+    EXPECT_FALSE(Appends("/dev/null", {"x\n"}));
+    EXPECT_FALSE(Rewrites("/tmp", nullptr));
+    EXPECT_FALSE(Appends("/tmp/none/file", {"x\n"}));
+    EXPECT_FALSE(Appends("/tmp/none", {"x\n"}, LineFile::How::kAppendExisting));
+    EXPECT_NE(0, access("/tmp/none", F_OK));
+}
+
+TEST(LineFile, WhatIsMadeHasTheUsualMode) {
+    umask(027);
+    EXPECT_TRUE(Appends(kFile, {"x\n"}));
+    EXPECT_EQ("x\n", ReadFile(kFile));
+    EXPECT_EQ(static_cast<mode_t>(S_IFREG | 0640), std::get<1>(files::Identity(kFile)));
+}
+
+TEST(LineFile, AFileIsMadeWhereALinkLeads) {
+    ASSERT_EQ(0, symlink("/tmp/target", kFile));
+    EXPECT_TRUE(Appends(kFile, {"x\n"}));
+    EXPECT_EQ("x\n", ReadFile("/tmp/target"));
+    struct stat status {};
+    ASSERT_EQ(0, lstat(kFile, &status));
+    EXPECT_TRUE(S_ISLNK(status.st_mode));
+}
+
+TEST(LineFile, WhatGetsNoContentIsNotThere) {
+    { const LineFile file(kFile, LineFile::How::kRewrite); }
+    EXPECT_NE(0, access(kFile, F_OK));
 }
 
 TEST(LineFile, AppendMendsAMissingNewline) {
@@ -119,7 +154,7 @@ TEST(LineFile, AppendMendsAMissingNewline) {
     } kFiles[] = {{"", "x\n"}, {"a\n", "a\nx\n"}, {"a", "a\nx\n"}, {"\n", "\nx\n"}};
     for (const auto& [before, after] : kFiles) {
         WriteFile(kFile, before);
-        EXPECT_TRUE(AppendLine(OpenLines(kFile, Open::kAppend), {"x", "\n"}));
+        EXPECT_TRUE(Appends(kFile, {"x", "\n"}));
         EXPECT_EQ(after, ReadFile(kFile));
     }
 }
@@ -134,8 +169,16 @@ TEST(LineFile, FirstPlaceThatOpens) {
     ASSERT_TRUE(reader.Load(OpenLines(kPlaces, Open::kRead)));
     ASSERT_TRUE(reader.Next(line));
     EXPECT_EQ("c", line);
-    EXPECT_TRUE(OpenLines(kPlaces, Open::kRewrite));
+    LineFile file(kPlaces, LineFile::How::kRewrite);
+    EXPECT_TRUE(file.Rewrite(nullptr, Filler::kComment));
     EXPECT_EQ(0, access("/tmp/b", F_OK));
+}
+
+TEST(LineFile, AbsenceTellsOfNothingElse) {
+    constexpr const char* kPlaces[] = {"/tmp/a", "/tmp/loop", "/tmp/b"};
+    ASSERT_EQ(0, symlink("loop", "/tmp/loop"));
+    EXPECT_FALSE(OpenLines(kPlaces, Open::kRead));
+    EXPECT_EQ(ELOOP, errno);
 }
 
 }  // namespace

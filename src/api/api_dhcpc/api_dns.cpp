@@ -229,7 +229,7 @@ s32 WriteToReslovconf(TNetDnsParam* ptDnsList) {
         return VIMBRA_ERR_GENERAL;
     }
     const CancelGuard guard;
-    const Fd file = OpenLines(kResolvConf, Open::kRewrite);
+    LineFile file(kResolvConf, LineFile::How::kRewrite);
     if (!file) {
         VLOG_ERROR("fopen error");
         return VIMBRA_ERR_GENERAL;
@@ -241,7 +241,8 @@ s32 WriteToReslovconf(TNetDnsParam* ptDnsList) {
             return VIMBRA_ERR_GENERAL;
         }
     }
-    if (!RewriteLines(file, lines.First())) {
+    // A comment of many "#" would be a marker.
+    if (!file.Rewrite(lines.First(), Filler::kEmptyLines)) {
         VLOG_ERRNO("write error");
         return VIMBRA_ERR_GENERAL;
     }

@@ -95,8 +95,8 @@ s32 FreeList(ServNode* list) {
 }
 
 s32 WriteList(const ServNode* list) {
-    const Fd file = OpenLines(kInetdPaths, Open::kRewrite);
-    if (!file || !RewriteLines(file, list->next)) {
+    LineFile file(kInetdPaths, LineFile::How::kRewrite);
+    if (!file || !file.Rewrite(list->next, Filler::kComment)) {
         VLOG_ERROR("fopen error.");
         return VIMBRA_ERR_GENERAL;
     }
@@ -157,8 +157,8 @@ s32 StopServToList(NetService*& list, const char* service) {
 }
 
 s32 WriteToInetdFile(const NetService* list) {
-    const Fd file = OpenLines(kInetdPaths, Open::kRewrite);
-    if (!file || !RewriteLines(file, list)) {
+    LineFile file(kInetdPaths, LineFile::How::kRewrite);
+    if (!file || !file.Rewrite(list, Filler::kComment)) {
         VLOG_ERROR("OpenConfigFile error!");
         return VIMBRA_ERR_GENERAL;
     }
