@@ -4,8 +4,9 @@
  * in it.
  *
  * Passwords are kept as MD5-crypt hashes, crypt(3), in the file itself. The file is edited in
- * place: its mode, owner and inode stay. Nothing is locked and no other editor of the file is
- * reckoned with: call from one thread at a time.
+ * place: its mode, owner and inode stay. A file of more than 256 KiB, or one that is no regular
+ * file, counts as one that cannot be read. Nothing is locked and no other editor of the file is
+ * reckoned with: call from one thread at a time. <vimbra/vimbra.h> says what holds for every call.
  *
  * A user name has 1 to 63 characters, no ":" and no control character; another one is refused with
  * -1, the file untouched.
@@ -25,10 +26,17 @@ VIMBRA_BEGIN_DECLS
 #define VIMBRA_SALT_SIZE 20
 
 /** Results of check_user_in_pwd_file(). */
-enum { VIMBRA_USER_NONE = 1, VIMBRA_USER_ONE = 2, VIMBRA_USER_MANY = 3 };
+enum {
+    VIMBRA_USER_NONE = 1, /**< no line has the name */
+    VIMBRA_USER_ONE = 2,  /**< one has */
+    VIMBRA_USER_MANY = 3  /**< more than one have */
+};
 
 /** Results of ChangeNetServiceOwner() beside -1. */
-enum { VIMBRA_OWNER_CHANGED = 0, VIMBRA_OWNER_NO_CONFIG = 2 };
+enum {
+    VIMBRA_OWNER_CHANGED = 0,  /**< written */
+    VIMBRA_OWNER_NO_CONFIG = 2 /**< there is no configuration */
+};
 
 /**
  * Adds an account with the calling process's real user and group id, the comment "tolvane", and the
@@ -39,8 +47,8 @@ enum { VIMBRA_OWNER_CHANGED = 0, VIMBRA_OWNER_NO_CONFIG = 2 };
  * @retval 0         done.
  * @retval 1105      a null argument.
  * @retval -1        a refused name, an account of that name, a password that crypt(3) refuses (more
- *                   than 511 characters, where the C library says so), or the file cannot be read
- *                   or written.
+ *                   than 511 characters, where the C library says so), no memory, or the file
+ *                   cannot be read or written.
  */
 VIMBRA_API s32 VimbraAddNetUser(char* pchUser, char* pchPasswd);
 
@@ -52,7 +60,7 @@ VIMBRA_API s32 VimbraAddNetUser(char* pchUser, char* pchPasswd);
  * @retval 0         done.
  * @retval 1105      a null argument.
  * @retval -1        a refused name, no account of that name or more than one, a refused password,
- *                   or the file cannot be read or written.
+ *                   no memory, or the file cannot be read or written.
  */
 VIMBRA_API s32 VimbraModifyNetPwd(char* pchUser, char* pchPasswd);
 
@@ -64,7 +72,7 @@ VIMBRA_API s32 VimbraModifyNetPwd(char* pchUser, char* pchPasswd);
  * @retval 0       done.
  * @retval 1105    a null argument.
  * @retval -1      a refused name, no account of that name or more than one, no other root account,
- *                 a file cannot be read or written, or inetd does not run although its
+ *                 no memory, a file cannot be read or written, or inetd does not run although its
  *                 configuration was rewritten; in that last case the account is gone all the same.
  */
 VIMBRA_API s32 VimbraDelNetUser(char* pchUser);
@@ -88,7 +96,7 @@ VIMBRA_API s32 check_user_in_pwd_file(char* pchUser);
  * @param pchHash  its password as crypt(3) gives it, at most 127 characters, no ":" and no control
  *                 character.
  * @retval 0       done.
- * @retval -1      a null or refused argument, or the file cannot be written.
+ * @retval -1      a null or refused argument, no memory, or the file cannot be written.
  */
 VIMBRA_API s32 add_user_to_pwd_file(char* pchUser, char* pchHash);
 
@@ -99,7 +107,7 @@ VIMBRA_API s32 add_user_to_pwd_file(char* pchUser, char* pchHash);
  * @param pchUser  its name.
  * @param pchHash  its password, as for add_user_to_pwd_file().
  * @retval 0       done.
- * @retval -1      a null or refused argument, or the file cannot be written.
+ * @retval -1      a null or refused argument, no memory, or the file cannot be written.
  */
 VIMBRA_API s32 add_common_user_to_pwd_file(char* pchUser, char* pchHash);
 
@@ -142,7 +150,8 @@ VIMBRA_API s32 IsLastRootUser(char* pchUser, char* pchOtherRoot);
  * @param pchOwner  the account's name, without blanks and control characters.
  * @retval 0        done.
  * @retval 2        there is no such configuration.
- * @retval -1       a null or refused name, no memory, or the file cannot be read or written.
+ * @retval -1       a null or refused name, no memory, or a file that is there cannot be read or
+ *                  written.
  */
 VIMBRA_API s32 ChangeNetServiceOwner(char* pchOwner);
 
@@ -165,10 +174,19 @@ VIMBRA_API char* crypt_make_pw_salt(char* pchSalt, const char* pchAlgo);
  */
 VIMBRA_API u32 crypt_make_salt(char* pchSalt, s32 nSteps);
 
-/** The salt character of a number's low six bits: "./0-9A-Za-z". */
+/**
+ * The salt character of a number, crypt(5).
+ *
+ * @param nValue  the number, of which the low six bits count.
+ * @return        one of "./0-9A-Za-z", in this order.
+ */
 VIMBRA_API s32 i64c(s32 nValue);
 
-/** Microseconds of the wall clock, gettimeofday(2); despite the name they may go backwards. */
+/**
+ * The wall clock, gettimeofday(2); despite the name it may go backwards.
+ *
+ * @return microseconds since 1970.
+ */
 VIMBRA_API u64 monotonic_us(void);
 
 /**

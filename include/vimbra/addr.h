@@ -33,9 +33,9 @@ typedef enum EVimbraScopeType VIMBRA_ENUM32 {
 
 /** One address of an interface; 28 bytes. */
 typedef struct TVimbraIfaceIp {
-    EVimbraScopeType eScopeType;
-    TVimbraAddr tIpAddr;
-    u32 dwPrefix; /**< prefix length in bits: 0 to 32, or 0 to 128 */
+    EVimbraScopeType eScopeType; /**< how far the address is valid */
+    TVimbraAddr tIpAddr;         /**< the address */
+    u32 dwPrefix;                /**< prefix length in bits: 0 to 32, or 0 to 128 */
 } TVimbraIfaceIp;
 
 /** All addresses of an interface; 452 bytes. */
@@ -46,7 +46,7 @@ typedef struct TVimbraIfaceAllIp {
 
 /** A MAC address in transmission order; 6 bytes. */
 typedef struct TVimbraIfaceMac {
-    u8 abyMacAddr[6];
+    u8 abyMacAddr[6]; /**< the first byte is sent first */
 } TVimbraIfaceMac;
 
 VIMBRA_END_DECLS

@@ -1,7 +1,8 @@
 /**
  * @file
  * Entry point, version, log level, interface up and down, DSCP marking, and the same-subnet check.
- * Only VimbraLogSwitch() talks to the daemon; all may be called before VimbraInit().
+ * Only VimbraLogSwitch() talks to the daemon; all may be called before VimbraInit(). What holds for
+ * every call stands in <vimbra/vimbra.h>.
  */
 #ifndef VIMBRA_COMMON_H
 #define VIMBRA_COMMON_H
@@ -11,14 +12,19 @@
 VIMBRA_BEGIN_DECLS
 
 /** States that VimbraGetIfaceState() tells. */
-enum { VIMBRA_IFACE_UP = 1, VIMBRA_IFACE_DOWN = 2 };
+enum {
+    VIMBRA_IFACE_UP = 1,  /**< IFF_UP is set */
+    VIMBRA_IFACE_DOWN = 2 /**< it is not */
+};
 
 /**
  * Prepares the services of this process; call it once, before any service that reports back.
  * Sends nothing. Writes the version to the system log whatever the log level. A second call does
- * nothing. There is no counterpart: the state lives until the process ends.
+ * nothing, in a child of fork(2) too. There is no counterpart: the state lives until the process
+ * ends.
  *
- * @retval 0   ready, now or before.
+ * @retval 0   ready, now or before; also when memory ran out for the records of a service, whose
+ *             starts then fail as before VimbraInit() (the log tells).
  * @retval -1  the version text could not be built.
  */
 VIMBRA_API s32 VimbraInit(void);
@@ -37,10 +43,13 @@ VIMBRA_API s32 VimbraQueryVersion(char* pchVer, u32 dwBufLen);
  * Sets the log level of this process and of the network daemon.
  *
  * @param dwSwitch  VIMBRA_LEVEL_NONE (0) to VIMBRA_LEVEL_DEBUG (5).
- * @retval 0        done.
- * @retval -1       a level above 5 (nothing is changed), or the daemon refused.
- * @retval other    the result of IpcApiSendAndRecv(): the daemon was not reached. This process's
- *                  level is changed all the same, as it is after a refusal.
+ * @retval 0        done, or the daemon closed without an answer.
+ * @retval -1       a level above 5 (nothing is changed); or the daemon refused or was not there,
+ *                  the wait was interrupted, or memory ran out. This process's level is changed all
+ *                  the same, as it is with the results that follow.
+ * @retval 1101     the request could not be written whole.
+ * @retval 1102     no reply within 60 seconds.
+ * @retval >0       any other: the byte count of a malformed answer.
  */
 VIMBRA_API s32 VimbraLogSwitch(u32 dwSwitch);
 

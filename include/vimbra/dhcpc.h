@@ -13,8 +13,9 @@
  * is started again. Programs with several clients stop the last started first and keep an account
  * of their own.
  *
- * Interface names are at most 16 characters. Requests may take up to 60 seconds; clients are
- * started and stopped one after the other.
+ * Interface names are at most 16 characters. Requests are as <vimbra/vimbra.h> describes them;
+ * clients are started and stopped one after the other, so a start may wait for the 60 seconds of
+ * another one. VimbraInit() must have been called.
  */
 #ifndef VIMBRA_DHCPC_H
 #define VIMBRA_DHCPC_H
@@ -69,12 +70,15 @@ typedef struct DhcpClientInfo {
     u16 wSinfamily;                /**< VIMBRA_FAMILY_IPV4 or VIMBRA_FAMILY_IPV6 */
     vimbra_bool bDhcpcStarted;     /**< 1 while the listening thread serves and nobody stopped it */
     pthread_t DhcpcThreadID;       /**< the listening thread; 0 when it has ended */
-    VimbraDhcpcNotifyCallBack pfNetDhcpcNotifyCallBack;
-    s32 nPid;                        /**< not used: 0 */
+    VimbraDhcpcNotifyCallBack pfNetDhcpcNotifyCallBack; /**< called with its reports */
+    s32 nPid;                                           /**< not used: 0 */
     TVimbraDhcpcAddrInfo tDhcpcAddr; /**< last report; its achDevName is the client's name */
 } TDhcpcInfo;
 
-/** Head of the list of clients; null when it is empty. */
+/**
+ * Head of the list of clients; null when it is empty. VimbraInit() puts two empty records at its
+ * front. Applications only read it, and only while no thread starts or stops a client.
+ */
 VIMBRA_API extern TDhcpcInfo* g_ptApiDhcpCInfo;
 
 /** Prepares the service; VimbraInit() calls it. */
@@ -85,16 +89,16 @@ VIMBRA_API void DhcpcInit(void);
  *
  * @param pchIfaceName     the interface.
  * @param wSinFamily       VIMBRA_FAMILY_IPV4; every other value is taken for IPv6 here and handed
- * to the daemon as it is.
+ *                         to the daemon as it is.
  * @param ptDhcpcCallBack  called with every report. A client that was started before keeps the one
  *                         that it has.
- * @retval 0     started; or there is such a client, which was told to renew whether or not that
- *               was possible. A client whose listening thread has ended on an error is one too:
- * stop it first.
+ * @retval 0     started, or the daemon closed without an answer; or there is such a client, which
+ *               was told to renew whether or not that was possible. A client whose listening thread
+ *               has ended on an error is one too: stop it first.
  * @retval 1105  a null name or one of more than 16 characters.
  * @retval 1106  a null callback.
- * @retval 1109  the daemon was not reached or refused. Nothing is left but a thread that ends
- * within 10 seconds.
+ * @retval 1109  the daemon was not reached, refused or did not answer in time, or memory ran out
+ *               for the request. Nothing is left but a thread that ends within 10 seconds.
  * @retval -1    no memory or no thread.
  */
 VIMBRA_API s32 VimbraDhcpcStart(const char* pchIfaceName, u16 wSinFamily,
@@ -106,10 +110,10 @@ VIMBRA_API s32 VimbraDhcpcStart(const char* pchIfaceName, u16 wSinFamily,
  *
  * @param pchIfaceName  the interface.
  * @param wSinFamily    VIMBRA_FAMILY_IPV4 or VIMBRA_FAMILY_IPV6.
- * @retval 0            done.
+ * @retval 0            done, or the daemon closed without an answer.
  * @retval 1105         a refused name or another family.
- * @retval -1           no such client; or the daemon was not reached or refused, then the client
- *                      goes on.
+ * @retval -1           no such client; or the daemon was not reached, refused or did not answer in
+ *                      time, or memory ran out, then the client goes on.
  */
 VIMBRA_API s32 VimbraDhcpcStop(const char* pchIfaceName, u16 wSinFamily);
 
@@ -149,10 +153,26 @@ VIMBRA_API s32 VimbraDhcpcGetLeaseInfo(const char* pchIfaceName, u16 wSinFamily,
 VIMBRA_API s32 VimbraDhcpcGetIfstate(const char* pchIfaceName, u16 wSinFamily,
                                      TVimbraDhcpcState* ptNetdhcpcIfState);
 
-/** VimbraDhcpcRenew() is this call. */
+/**
+ * VimbraDhcpcRenew() is this call.
+ *
+ * @param pchIfaceName  the interface.
+ * @param wSinFamily    the family.
+ * @retval 0            signalled; the new lease comes as a report.
+ * @retval 1108         there is no such process.
+ * @retval -1           a refused name, no such client, one that does not serve, or kill(2) failed.
+ */
 VIMBRA_API s32 LinuxNetDhcpcRenew(const char* pchIfaceName, u16 wSinFamily);
 
-/** VimbraDhcpcGetIfstate() is this call. */
+/**
+ * VimbraDhcpcGetIfstate() is this call.
+ *
+ * @param pchIfaceName       the interface.
+ * @param wSinFamily         the family.
+ * @param ptNetdhcpcIfState  receives 1, or 0 also when there is no such client.
+ * @retval 0                 done.
+ * @retval 1105              a refused name or a null record.
+ */
 VIMBRA_API s32 LinuxNetDhcpcGetState(const char* pchIfaceName, u16 wSinFamily,
                                      TVimbraDhcpcState* ptNetdhcpcIfState);
 
@@ -162,20 +182,28 @@ VIMBRA_API s32 LinuxNetDhcpcGetState(const char* pchIfaceName, u16 wSinFamily,
  *
  * @param pchIfaceName  the interface.
  * @param wSinFamily    the family, handed on as it is.
- * @retval 0            done.
- * @retval -1           a refused name (nothing is sent), no daemon, or the daemon refused.
+ * @retval 0            done, or the daemon closed without an answer.
+ * @retval -1           a refused name (nothing is sent); the daemon was not reached, refused or did
+ *                      not answer in time, or memory ran out.
  */
 VIMBRA_API s32 AndoridDhcpcRenew(const char* pchIfaceName, u16 wSinFamily);
 
-/** Is it one of the two families? Logs which. @retval 0 it is. @retval -1 it is not. */
+/**
+ * Is it one of the two families? Logs which.
+ *
+ * @param wSinFamily  the family.
+ * @retval 0          it is VIMBRA_FAMILY_IPV4 or VIMBRA_FAMILY_IPV6.
+ * @retval -1         it is not.
+ */
 VIMBRA_API s32 CheckFamily(u16 wSinFamily);
 
 /**
  * The start request alone, without client or thread.
  *
  * @param ptDhcpcInfo  its wSinfamily and tDhcpcAddr.achDevName are sent.
- * @retval 0           done.
- * @retval -1          a null record, no daemon, or the daemon refused.
+ * @retval 0           done, or the daemon closed without an answer.
+ * @retval -1          a null record; the daemon was not reached, refused or did not answer in time,
+ *                     or memory ran out.
  */
 VIMBRA_API s32 ApicDhcpcStart(const TDhcpcInfo* ptDhcpcInfo);
 
@@ -184,19 +212,27 @@ VIMBRA_API s32 ApicDhcpcStart(const TDhcpcInfo* ptDhcpcInfo);
  *
  * @param pchIfaceName  the interface; the first 16 characters are sent.
  * @param wSinFamily    the family.
- * @retval 0            done.
- * @retval -1           a null name, no daemon, or the daemon refused.
+ * @retval 0            done, or the daemon closed without an answer.
+ * @retval -1           a null name; the daemon was not reached, refused or did not answer in time,
+ *                      or memory ran out.
  */
 VIMBRA_API s32 ApicDhcpcStop(const char* pchIfaceName, u16 wSinFamily);
 
 /**
- * Finds a client.
+ * Finds a client. Takes no lock.
  *
+ * @param wSinFamily    the family.
+ * @param pchIfaceName  the interface, compared over 16 characters.
  * @return the client or null. It may be gone as soon as somebody stops it.
  */
 VIMBRA_API TDhcpcInfo* FamilyMapDhcpcInfoExt(u16 wSinFamily, const char* pchIfaceName);
 
-/** The first or else the second client of the list, if it has the family; null otherwise. */
+/**
+ * Looks at the first two clients of the list alone. Takes no lock.
+ *
+ * @param wSinFamily  the family.
+ * @return the first or else the second client, if it has the family; null otherwise.
+ */
 VIMBRA_API TDhcpcInfo* FamilyMapDhcpcInfo(u16 wSinFamily);
 
 VIMBRA_END_DECLS

@@ -9,6 +9,7 @@
  * search, options) do not survive a rewrite. The file is written in place: its mode, owner and
  * inode stay, a symbolic link is followed. It must exist before the first call.
  *
+ * A file of more than 256 KiB, or one that is no regular file, counts as one that cannot be read.
  * No lock is taken: of two processes that set servers at the same time one may lose its section.
  */
 #ifndef VIMBRA_DNS_H

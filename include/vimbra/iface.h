@@ -2,15 +2,17 @@
  * @file
  * Addresses, MAC address and MTU of an interface, kept by the network daemon.
  *
- * Each call is one exchange with the daemon, so it may take up to 60 seconds; any number of threads
- * may call at once and nothing is kept between calls. Records belong to the caller and are
- * untouched unless the call returns 0.
+ * Each call is one request as <vimbra/vimbra.h> describes it; any number of threads may call at
+ * once and nothing is kept between calls. Records belong to the caller and are untouched unless the
+ * call returns 0.
  *
- * Results that all of them share:
- *   0     done;
+ * What the results mean:
+ *   0     done; or the daemon closed without an answer, then what is read is all zero;
  *   1105  an argument is refused, nothing was sent: a null interface name or one of more than 16
  *         characters, a null record, or what the call lists;
- *   -1    the daemon was not reached, refused, or memory ran out; the log tells which.
+ *   -1    "no answer": the daemon was not reached, did not answer in time or sent something
+ *         malformed, the wait was interrupted, or memory ran out; or "a refusal": its number is in
+ *         the log, which tells all of these apart.
  */
 #ifndef VIMBRA_IFACE_H
 #define VIMBRA_IFACE_H
@@ -24,7 +26,7 @@ VIMBRA_BEGIN_DECLS
  *
  * @param pchIfaceName  the interface.
  * @param wSinFamily    VIMBRA_FAMILY_IPV4, _IPV6 or _BOTH.
- * @param ptNetIfaceIp  receives the addresses, at most 16.
+ * @param ptNetIfaceIp  receives the addresses; a count above 16 from the daemon is cut to 16.
  * @retval 0            done.
  * @retval 1105         a refused name, a null record, or another family.
  * @retval -1           no answer or a refusal.
@@ -41,7 +43,7 @@ VIMBRA_API s32 VimbraIfaceGetIp(char* pchIfaceName, u16 wSinFamily,
  *                      dwIpNum are neither looked at nor sent.
  * @retval 0            done.
  * @retval 1105         a refused name, a null record, another family, a count or scope out of
- * range.
+ *                      range.
  * @retval -1           no answer or a refusal.
  */
 VIMBRA_API s32 VimbraIfaceSetIp(char* pchIfaceName, u16 wSinFamily,
@@ -55,8 +57,8 @@ VIMBRA_API s32 VimbraIfaceSetIp(char* pchIfaceName, u16 wSinFamily,
  * @retval 0            done.
  * @retval 1105         a refused name, a null record, another family or scope.
  * @retval -1           no answer or a refusal; or an address that no host may have: IPv4 0.x,
- * 127.x, multicast, 240.0.0.0 and above, the first or last of its classful network; IPv6 ::, ::1,
- * multicast.
+ *                      127.x, multicast, 240.0.0.0 and above, the first or last of its classful
+ *                      network; IPv6 ::, ::1, multicast.
  */
 VIMBRA_API s32 VimbraIfaceAddIp(char* pchIfaceName, TVimbraIfaceIp* ptNetIfaceIp);
 

@@ -1,7 +1,8 @@
 /**
  * @file
  * Checks of IPv4 addresses, and the kernel's interface ioctls, netdevice(7). Nothing here talks to
- * the daemon. IPv4 words are in network byte order.
+ * the daemon. IPv4 words are in network byte order. <vimbra/vimbra.h> says what holds for every
+ * call.
  */
 #ifndef VIMBRA_IFACE_CHECK_H
 #define VIMBRA_IFACE_CHECK_H

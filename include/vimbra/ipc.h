@@ -4,7 +4,8 @@
  *
  * Every request, reply and notification is an IpcMsgHead followed by a body of `size` bytes, over a
  * Unix stream socket in /tmp, unix(7). A connection carries one message each way at most. Peers are
- * on one machine, so integers are in host byte order.
+ * on one machine, so integers are in host byte order. <vimbra/vimbra.h> says what holds for every
+ * call.
  */
 #ifndef VIMBRA_IPC_H
 #define VIMBRA_IPC_H
@@ -26,14 +27,17 @@ typedef struct IpcMsgHead {
 } IpcMsgHead;
 
 /**
- * Connects a socket to the named peer, connect(2).
+ * Connects a socket to the named peer, connect(2). Waits at most 60 seconds for a place in the
+ * peer's backlog, less if the socket has a shorter SO_SNDTIMEO, not at all if it does not block.
+ * The calling thread cannot be cancelled meanwhile.
  *
  * @param nSockfd  a Unix stream socket; stays open whatever the result.
  * @param pchName  the peer's name below /tmp, at most 96 characters.
  * @param ptAddr   receives the peer's address; the caller's memory.
  * @param len      receives the address length: that of the path plus 2.
  * @retval 0       connected.
- * @retval -1      a null pointer, a name that is too long, or nobody listens.
+ * @retval -1      a null pointer, a name that is too long, nobody listens, or no place in time;
+ *                 errno says which of the last two.
  */
 VIMBRA_API s32 MakeAddrClient(s32 nSockfd, const char* pchName, struct sockaddr_un* ptAddr,
                               socklen_t* len);
@@ -56,8 +60,10 @@ VIMBRA_API s32 MakeAddrServer(s32 nSockfd, const char* pchName, struct sockaddr_
 
 /**
  * One request to the network daemon and, if wanted, its reply. Opens a connection of its own, so
- * any number of threads may call it at once. Waits at most 60 seconds in all for the daemon.
- * Raises no SIGPIPE.
+ * any number of threads may call it at once. Waits at most 60 seconds in all, connecting included,
+ * and its thread cannot be cancelled meanwhile. A REQUEST WITHOUT A REPLY NEVER WAITS: where the
+ * peer has no room at once the connect has failed, or the message is dropped as one that took too
+ * long. Raises no SIGPIPE.
  *
  * @param dwType    type of the request.
  * @param pSendBuf  body, or null with a length of 0.
@@ -67,8 +73,10 @@ VIMBRA_API s32 MakeAddrServer(s32 nSockfd, const char* pchName, struct sockaddr_
  * @param nRecvLen  the exact length of the reply's body in bytes.
  * @retval 0        done; also when the daemon closed without an answer, or took no data within the
  *                  time: the reply is then untouched, so hand in a buffer with a value that says
- * so.
- * @retval -1       invalid lengths, no daemon, out of memory, or a failed select(2) or read(2).
+ *                  so.
+ * @retval -1       invalid lengths, no daemon, no place in its backlog in time, no memory, or a
+ *                  failed select(2) or read(2). An interruption by a signal is one of these, and
+ *                  then the daemon may have carried the request out.
  * @retval 1101     the request could not be written whole.
  * @retval 1102     no reply within the time.
  * @retval >0       a reply of the wrong size: the number of bytes that were read.
@@ -81,13 +89,24 @@ VIMBRA_API s32 IpcApiSendAndRecv(u32 dwType, const void* pSendBuf, s32 nSendLen,
  * listener of this library.
  *
  * @param pchPathName  the listener's name below /tmp, at most 96 characters.
- * Everything else, results included, is as with IpcApiSendAndRecv().
+ * @param dwType       type of the message.
+ * @param pSendBuf     body, or null with a length of 0.
+ * @param nSendLen     its length in bytes, at most VIMBRA_IPC_BODY_MAX.
+ * @param pRecvBuf     receives the reply's body, or null with a length of 0: no reply is awaited.
+ * @param nRecvLen     the exact length of the reply's body in bytes.
+ * @retval 0           done, as IpcApiSendAndRecv() has it.
+ * @retval -1          as IpcApiSendAndRecv() has it; a null name; or nobody listens.
+ * @retval 1101        the message could not be written whole.
+ * @retval 1102        no reply within the time.
+ * @retval >0          a reply of the wrong size: the number of bytes that were read.
  */
 VIMBRA_API s32 IpcCallbackSendAndRecv(const char* pchPathName, u32 dwType, const void* pSendBuf,
                                       s32 nSendLen, void* pRecvBuf, s32 nRecvLen);
 
 /**
- * Sends one message on a connected socket. No limit is put on the body. Raises no SIGPIPE.
+ * Sends one message on a connected socket. No limit is put on the body. Waits at most 60 seconds,
+ * and its thread cannot be cancelled meanwhile; the write itself waits too where the socket blocks
+ * and has room for a part alone. Raises no SIGPIPE.
  *
  * @param nSockfd   the socket; stays open.
  * @param dwType    type of the message.
@@ -95,12 +114,17 @@ VIMBRA_API s32 IpcCallbackSendAndRecv(const char* pchPathName, u32 dwType, const
  * @param nSendLen  its length in bytes.
  * @param nFlag     goes into the header's `flag`.
  * @retval 0        written whole.
- * @retval -1       invalid lengths, out of memory, a failed select(2), or a short write.
+ * @retval -1       invalid lengths, no memory, a failed select(2) (an interruption by a signal
+ *                  included), or a short write.
  * @retval 1103     the socket took no data for 60 seconds.
  */
 VIMBRA_API s32 IpcApiSendMsg(s32 nSockfd, u32 dwType, void* pSendBuf, s32 nSendLen, s32 nFlag);
 
-/** Without effect; kept for programs that link to it. @retval -1 always. */
+/**
+ * Without effect; kept for programs that link to it.
+ *
+ * @retval -1  always.
+ */
 VIMBRA_API s32 IpcApiRecvmsg(s32 nSockfd, u32 dwType, void* pRecvBuf, s32 nRecvLen, s32 nFlag);
 
 VIMBRA_END_DECLS

@@ -39,8 +39,8 @@ typedef void* gpointer;
 typedef struct _GList GList;
 struct _GList {
     gpointer data; /**< the caller's; never followed */
-    GList* next;
-    GList* prev;
+    GList* next;   /**< null in the last node */
+    GList* prev;   /**< null in the first node */
 };
 
 #endif
@@ -64,7 +64,12 @@ VIMBRA_API GList* vimbra_g_list_append(GList* list, gpointer data);
  */
 VIMBRA_API GList* vimbra_g_list_remove(GList* list, gpointer data);
 
-/** The first node of a node's list; null for null. */
+/**
+ * Finds the beginning of a list.
+ *
+ * @param list  any node of it, or null.
+ * @return the first node; null for null.
+ */
 VIMBRA_API GList* vimbra_g_list_first(GList* list);
 
 VIMBRA_END_DECLS

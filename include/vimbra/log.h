@@ -11,7 +11,9 @@
  *     [VIMBRA_PRT]:PID[%d]:[%s](%d):      information
  *     [VIMBRA_PERROR]PID[%d]:%s(%d):%s{errno(%d):%s}    a failed system call
  *
- * All of them may be called from any thread and leave errno as it was. They allocate nothing.
+ * All of them may be called from any thread, not from a signal handler, and leave errno as it was.
+ * They allocate nothing themselves; the C library allocates for a line that goes to the system log,
+ * syslog(3), and both destinations may block the caller. A line is never cut by a cancellation.
  */
 #ifndef VIMBRA_LOG_H
 #define VIMBRA_LOG_H
@@ -41,19 +43,39 @@ VIMBRA_API extern u32 g_nVimbraLogSwitch;
  */
 VIMBRA_API s32 VimbraDebugLevelSet(u32 nSwitch);
 
-/** Logs at level 2 or more, syslog(3) priority LOG_ERR. @param format as printf(3) takes it. */
+/**
+ * Logs at level 2 or more, syslog(3) priority LOG_ERR.
+ *
+ * @param format  as printf(3) takes it.
+ */
 VIMBRA_API void VimbraLogError(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-/** Logs a failed system call at level 2 or more, priority LOG_ERR. @param format as printf(3). */
+/**
+ * Logs a failed system call at level 2 or more, priority LOG_ERR. Adds nothing of errno itself.
+ *
+ * @param format  as printf(3) takes it.
+ */
 VIMBRA_API void VimbraLogPerror(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-/** Logs at level 3 or more, priority LOG_DEBUG (not LOG_WARNING). @param format as printf(3). */
+/**
+ * Logs at level 3 or more, priority LOG_DEBUG (not LOG_WARNING).
+ *
+ * @param format  as printf(3) takes it.
+ */
 VIMBRA_API void VimbraLogWarn(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-/** Logs at level 4 or more, priority LOG_INFO. @param format as printf(3) takes it. */
+/**
+ * Logs at level 4 or more, priority LOG_INFO.
+ *
+ * @param format  as printf(3) takes it.
+ */
 VIMBRA_API void VimbraLogPrint(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-/** Logs at level 5 or more, priority LOG_DEBUG. @param format as printf(3) takes it. */
+/**
+ * Logs at level 5 or more, priority LOG_DEBUG.
+ *
+ * @param format  as printf(3) takes it.
+ */
 VIMBRA_API void VimbraLogDebug(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 VIMBRA_END_DECLS

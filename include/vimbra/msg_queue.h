@@ -11,16 +11,32 @@
 
 VIMBRA_BEGIN_DECLS
 
-/** Opens no queue; logs that it failed. @retval -1 always. */
+/**
+ * Opens no queue, msgget(2); logs that it failed.
+ *
+ * @retval -1  always.
+ */
 VIMBRA_API int CreateMsgQueue(s32 key, int nMsgFlag);
 
-/** Without effect. @retval 0 always. */
+/**
+ * Without effect.
+ *
+ * @retval 0  always.
+ */
 VIMBRA_API int DestroyMsgQueue(int nMsgId);
 
-/** Without effect: the buffer stays as it is. @retval 0 always. */
+/**
+ * Without effect: the buffer stays as it is.
+ *
+ * @retval 0  always.
+ */
 VIMBRA_API int RecvFromQueue(int nMsgId, long MsgType, void* msg, int nMsgSize, int nMsgFlag);
 
-/** Without effect. @retval 0 always. */
+/**
+ * Without effect.
+ *
+ * @retval 0  always.
+ */
 VIMBRA_API int SendtoQueue(int nMsgId, long MsgType, const void* msg, int nMsgSize, int nMsgFlag);
 
 /**

@@ -2,6 +2,10 @@
  * @file
  * The whole legacy interface (1.x): interfaces by number, IPv4 words. New programs include
  * <vimbra/vimbra.h>.
+ *
+ * Each call converts its arguments and makes the current call that it names. What <vimbra/vimbra.h>
+ * says at its beginning of requests, threads, callbacks, processes, fork(2) and files holds for all
+ * of them.
  */
 #ifndef VIMBRA_NET_H
 #define VIMBRA_NET_H

@@ -1,6 +1,6 @@
 /**
  * @file
- * Legacy account calls; see <vimbra/account.h>.
+ * Legacy account calls. Everything that <vimbra/account.h> says holds here too.
  */
 #ifndef VIMBRA_NET_ACCOUNT_H
 #define VIMBRA_NET_ACCOUNT_H
@@ -9,13 +9,36 @@
 
 VIMBRA_BEGIN_DECLS
 
-/** VimbraAddNetUser() under its older name; same results. */
+/**
+ * VimbraAddNetUser() under its older name.
+ *
+ * @param pchUser    its name.
+ * @param pchPasswd  its password in clear.
+ * @retval 0         done.
+ * @retval 1105      a null argument.
+ * @retval -1        as VimbraAddNetUser().
+ */
 VIMBRA_API s32 NetAddNetUser(char* pchUser, char* pchPasswd);
 
-/** VimbraModifyNetPwd() under its older name; same results. */
+/**
+ * VimbraModifyNetPwd() under its older name.
+ *
+ * @param pchUser    its name.
+ * @param pchPasswd  the new password in clear.
+ * @retval 0         done.
+ * @retval 1105      a null argument.
+ * @retval -1        as VimbraModifyNetPwd().
+ */
 VIMBRA_API s32 NetModifyNetPwd(char* pchUser, char* pchPasswd);
 
-/** VimbraDelNetUser() under its older name; same results. */
+/**
+ * VimbraDelNetUser() under its older name.
+ *
+ * @param pchUser  its name.
+ * @retval 0       done.
+ * @retval 1105    a null argument.
+ * @retval -1      as VimbraDelNetUser().
+ */
 VIMBRA_API s32 NetDelNetUser(char* pchUser);
 
 /**

@@ -1,6 +1,6 @@
 /**
  * @file
- * Legacy bonding: interfaces by number.
+ * Legacy bonding: interfaces by number. Everything that <vimbra/bond.h> says holds here too.
  */
 #ifndef VIMBRA_NET_BOND_H
 #define VIMBRA_NET_BOND_H
@@ -22,12 +22,19 @@ typedef struct BondParam {
  *
  * @param dwBondMode   bonding mode, 0 to 6.
  * @param ptBondParam  members, active member and control path.
- * @retval 1105        also for more than 3 members.
- * @retval -1          also when memory runs out. Other results as VimbraBondStart().
+ * @retval 0           done, as VimbraBondStart() has it.
+ * @retval 1105        as VimbraBondStart(), and for more than 3 members.
+ * @retval -1          the path does not exist, or no memory for the texts.
+ * @retval 1109        as VimbraBondStart().
  */
 VIMBRA_API s32 NetBondStart(u32 dwBondMode, BondParam* ptBondParam);
 
-/** VimbraBondStop() under its older name; same results. */
+/**
+ * VimbraBondStop() under its older name.
+ *
+ * @retval 0   done, as VimbraBondStop() has it.
+ * @retval -1  the daemon refused or was not there, the wait was interrupted, or memory ran out.
+ */
 VIMBRA_API s32 NetBondStop(void);
 
 VIMBRA_END_DECLS

@@ -20,15 +20,18 @@ typedef struct TNetDhcpcNotify {
     u32 dwDnsServer[VIMBRA_DHCPC_DNS_MAX]; /**< DNS servers */
 } TNetDhcpcNotify;
 
-/** A lease by its older shape; see NetDhcpcGetLeaseInfo(). */
+/**
+ * A lease by its older shape, which no call fills: NetDhcpcGetLeaseInfo() writes the current record
+ * over it.
+ */
 typedef struct TNetDhcpcLeaseInfo {
-    u32 byEthId;
-    u32 dwIpAddrs;
-    u32 dwMask;
-    u32 dwGateWay;
-    u32 dwLeaseInfo;
-    u32 dwDnsNum;
-    u32 dwDnsServer[VIMBRA_DHCPC_DNS_MAX];
+    u32 byEthId;                           /**< not filled */
+    u32 dwIpAddrs;                         /**< not filled */
+    u32 dwMask;                            /**< not filled */
+    u32 dwGateWay;                         /**< not filled */
+    u32 dwLeaseInfo;                       /**< not filled */
+    u32 dwDnsNum;                          /**< not filled */
+    u32 dwDnsServer[VIMBRA_DHCPC_DNS_MAX]; /**< not filled */
 } TNetDhcpcLeaseInfo;
 
 /** Memory for NetDhcpcGetLeaseInfo(): as large as what it writes. Read tLease. */
@@ -56,9 +59,13 @@ typedef int (*NetDhcpcNotifyCallBack)(u32 dwMsgID, TNetDhcpcNotify* ptNotify);
  *
  * @param byEthId          any number; it is formatted as a signed one.
  * @param ptDhcpcCallBack  called with the reports of ALL clients that were started here: the
- * library keeps one, and each start replaces it, also a start that fails. Null: no reports.
+ *                         library keeps one, and each start replaces it, also a start that fails.
+ *                         Null: no reports.
  * @param bSetDefautGate   not looked at.
- * Results as VimbraDhcpcStart(), except 1105 and 1106.
+ * @retval 0               as VimbraDhcpcStart().
+ * @retval 1109            the daemon was not reached, refused or did not answer in time, or memory
+ *                         ran out for the request.
+ * @retval -1              no memory or no thread.
  */
 VIMBRA_API s32 NetDhcpcStart(u32 byEthId, NetDhcpcNotifyCallBack ptDhcpcCallBack,
                              vimbra_bool bSetDefautGate);
@@ -67,7 +74,8 @@ VIMBRA_API s32 NetDhcpcStart(u32 byEthId, NetDhcpcNotifyCallBack ptDhcpcCallBack
  * VimbraDhcpcStop() for IPv4 on "eth<number>".
  *
  * @param byEthId  any number; it is formatted as a signed one.
- * Results as VimbraDhcpcStop(), except 1105.
+ * @retval 0       done.
+ * @retval -1      as VimbraDhcpcStop().
  */
 VIMBRA_API s32 NetDhcpcStop(u32 byEthId);
 
@@ -75,7 +83,10 @@ VIMBRA_API s32 NetDhcpcStop(u32 byEthId);
  * VimbraDhcpcRenew() for IPv4 on a numbered interface.
  *
  * @param byEthId  0, 1 or 2.
- * @retval 1201    there is no such interface. Other results as VimbraDhcpcRenew().
+ * @retval 0       signalled; the new lease comes as a report.
+ * @retval 1108    there is no DHCP client process.
+ * @retval 1201    there is no interface of this number.
+ * @retval -1      as VimbraDhcpcRenew().
  */
 VIMBRA_API s32 NetDhcpcRenew(u32 byEthId);
 
@@ -85,9 +96,11 @@ VIMBRA_API s32 NetDhcpcRenew(u32 byEthId);
  * @param byEthId              0, 1 or 2.
  * @param ptNetDhcpcLeaseInfo  memory of AT LEAST 1348 BYTES, MORE THAN THE RECORD OF ITS TYPE HAS:
  *                             A WHOLE TVimbraDhcpcAddrInfo IS WRITTEN THERE, IN THAT LAYOUT.
- * Declare a TNetDhcpcLeaseBuffer, hand in &buffer.tLegacy and read buffer.tLease.
- * @retval 1201                there is no such interface. Other results as
- * VimbraDhcpcGetLeaseInfo().
+ *                             Declare a TNetDhcpcLeaseBuffer, hand in &buffer.tLegacy and read
+ *                             buffer.tLease.
+ * @retval 0                   done.
+ * @retval 1201                there is no interface of this number.
+ * @retval -1                  as VimbraDhcpcGetLeaseInfo().
  */
 VIMBRA_API s32 NetDhcpcGetLeaseInfo(u32 byEthId, TNetDhcpcLeaseInfo* ptNetDhcpcLeaseInfo);
 
@@ -96,7 +109,9 @@ VIMBRA_API s32 NetDhcpcGetLeaseInfo(u32 byEthId, TNetDhcpcLeaseInfo* ptNetDhcpcL
  *
  * @param byEthId            0, 1 or 2.
  * @param ptNetdhcpcIfState  receives the state.
- * @retval 1201              there is no such interface. Other results as VimbraDhcpcGetIfstate().
+ * @retval 0                 done.
+ * @retval 1105              a null record.
+ * @retval 1201              there is no interface of this number.
  */
 VIMBRA_API s32 NetDhcpcGetIfstate(u32 byEthId, TNetDhcpcState* ptNetdhcpcIfState);
 

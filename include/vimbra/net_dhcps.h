@@ -1,7 +1,7 @@
 /**
  * @file
  * Legacy DHCP server: interfaces by number, IPv4 words in network byte order, and the leases as
- * they change.
+ * they change. Everything that <vimbra/dhcps.h> says holds here too.
  */
 #ifndef VIMBRA_NET_DHCPS_H
 #define VIMBRA_NET_DHCPS_H
@@ -58,7 +58,7 @@ typedef struct TDhcpServerDnsInfo {
 typedef struct TDhcpServerConfInfo {
     TDhcpServerEthInfo achTDhcpServerEthInfo[16]; /**< only the first one is used */
     u32 dwDhcpServerEthCount;                     /**< not used */
-    TDhcpServerDnsInfo tTDhcpServerDnsInfo;
+    TDhcpServerDnsInfo tTDhcpServerDnsInfo;       /**< DNS that is handed out */
 } TDhcpServerConfInfo;
 
 /** State of a server. */
@@ -77,13 +77,21 @@ typedef struct TNetDhcpsState {
  *
  * @param ptDhcpServerConfInfo  the configuration.
  * @param pfCallBack            told the leases, in place of the one before; null keeps that one.
- * @retval -1                   a null configuration, or no thread. Other results as
- *                              VimbraDhcpsStart().
+ * @retval 0                    done.
+ * @retval 1105                 as VimbraDhcpsStart().
+ * @retval 1109                 as VimbraDhcpsStart().
+ * @retval -1                   a null configuration.
  */
 VIMBRA_API s32 NetDhcpsStart(TDhcpServerConfInfo* ptDhcpServerConfInfo,
                              NetDhcpsNotifyCallBack pfCallBack);
 
-/** VimbraDhcpsStop() of "eth" and the number, IPv4; same results. @param dwEthId any number. */
+/**
+ * VimbraDhcpsStop() of "eth" and the number, IPv4. Does not end the watches of leases.
+ *
+ * @param dwEthId  any number; it is formatted as a signed one.
+ * @retval 0       done.
+ * @retval -1      as VimbraDhcpsStop().
+ */
 VIMBRA_API s32 NetDhcpsStopOneEth(u32 dwEthId);
 
 /**
@@ -91,15 +99,18 @@ VIMBRA_API s32 NetDhcpsStopOneEth(u32 dwEthId);
  *
  * @param dwEthId          0, 1 or 2.
  * @param ptNetdhcpsState  receives the answer; untouched unless the call returns 0.
- * @retval 1201            there is no such interface. Other results as VimbraDhcpsGetState().
+ * @retval 0               done.
+ * @retval 1105            a null record.
+ * @retval 1201            there is no interface of this number.
+ * @retval -1              as VimbraDhcpsGetState().
  */
 VIMBRA_API s32 NetDhcpsGetState(u32 dwEthId, TNetDhcpsState* ptNetdhcpsState);
 
 /**
- * Stops the server on every interface.
+ * Stops the server on every interface. Does not end the watches of leases.
  *
- * @retval 0   done.
- * @retval -1  the daemon refused, was not reached, or memory ran out.
+ * @retval 0   done, or the daemon closed without an answer.
+ * @retval -1  the daemon refused, was not reached or did not answer in time, or memory ran out.
  */
 VIMBRA_API s32 NetDhcpsStop(void);
 

@@ -1,6 +1,7 @@
 /**
  * @file
- * Legacy DNS call: interface by number, IPv4 words.
+ * Legacy DNS call: interface by number, IPv4 words. Everything that <vimbra/dns.h> says holds here
+ * too.
  */
 #ifndef VIMBRA_NET_DNS_H
 #define VIMBRA_NET_DNS_H
@@ -15,8 +16,10 @@ VIMBRA_BEGIN_DECLS
  * @param byEthId  0, 1 or 2.
  * @param adwDns   the servers, network byte order.
  * @param dwNum    how many; more than 128 are cut to 128 with a warning, of which 64 are kept.
+ * @retval 0       done.
  * @retval 1201    there is no such interface.
- * @retval -1      also for a negative count. Other results as VimbraDNSSet().
+ * @retval -1      a negative count, a null array with a count, no memory, or the file cannot be
+ *                 read or written.
  */
 VIMBRA_API s32 NetDNSSetEx(u32 byEthId, u32* adwDns, s32 dwNum);
 

@@ -3,15 +3,14 @@
  * Legacy calls for interface addresses and MTU: interfaces by number, IPv4 words in network byte
  * order. New programs use <vimbra/iface.h>.
  *
- * Each call but NetGetEthNum() is one exchange with the network daemon, so it may take up to 60
- * seconds; any number of threads may call at once and nothing is kept between calls. Records belong
- * to the caller.
+ * Each call but NetGetEthNum() is one request as <vimbra/vimbra.h> describes it; any number of
+ * threads may call at once and nothing is kept between calls. Records belong to the caller.
  *
- * Results that all of them share:
- *   0      done;
+ * What the results mean:
+ *   0      done; or the daemon closed without an answer, then what is read is all zero;
  *   1105   a null record, nothing was sent;
  *   1201   there is no interface of this number (0, 1 and 2 are eth0, eth1 and eth2);
- *   other  the result of the current call that each of them names.
+ *   -1     "no answer" and "a refusal" are what they are in <vimbra/iface.h>.
  */
 #ifndef VIMBRA_NET_IP_H
 #define VIMBRA_NET_IP_H
@@ -30,7 +29,7 @@ typedef struct TNetEthParam {
 /** All addresses of an interface; 260 bytes. */
 typedef struct TNetEthParamAll {
     u32 dwIpNum; /**< how many entries are valid, at most VIMBRA_IFACE_IP_MAX */
-    TNetEthParam atNetEthParam[VIMBRA_IFACE_IP_MAX];
+    TNetEthParam atNetEthParam[VIMBRA_IFACE_IP_MAX]; /**< entries past the count are zero */
 } TNetEthParamAll;
 
 /** An address entry of the interface report; 56 bytes. */
@@ -43,28 +42,28 @@ typedef struct ir_ipaddr_param {
 /** The addresses of the interface report; 900 bytes. */
 typedef struct ir_ipaddr_param_all {
     u32 ipnum; /**< how many entries are valid, at most VIMBRA_IFACE_IP_MAX */
-    ir_ipaddr_param ipaddr_param[VIMBRA_IFACE_IP_MAX];
+    ir_ipaddr_param ipaddr_param[VIMBRA_IFACE_IP_MAX]; /**< the addresses */
 } ir_ipaddr_param_all;
 
 /** What the interface report tells; 924 bytes. */
 typedef struct ir_ipaddr_show_info {
-    u32 mtu;      /**< MTU in bytes */
-    char mac[20]; /**< MAC address as text, bytes separated by ':' */
-    ir_ipaddr_param_all ipaddr_param_all;
+    u32 mtu;                              /**< MTU in bytes */
+    char mac[20];                         /**< MAC address as text, bytes separated by ':' */
+    ir_ipaddr_param_all ipaddr_param_all; /**< its addresses */
 } ir_ipaddr_show_info;
 
 /** The interface report as the daemon sends it; 928 bytes. */
 typedef struct api_ipaddr_show_info {
-    s32 errid; /**< 0, or the daemon's number for its refusal */
-    ir_ipaddr_show_info ipaddr_show_info;
+    s32 errid;                            /**< 0, or the daemon's number for its refusal */
+    ir_ipaddr_show_info ipaddr_show_info; /**< the interface */
 } api_ipaddr_show_info;
 
 /** An interface as applications describe it to each other. */
 typedef struct NetdevParam {
-    char achIfaceName[VIMBRA_IFACE_NAME_LEN];
-    vimbra_bool bIfUpState;
-    u8 byMac[6];
-    TVimbraIfaceAllIp tNetIfaceAllIp;
+    char achIfaceName[VIMBRA_IFACE_NAME_LEN]; /**< its name */
+    vimbra_bool bIfUpState;                   /**< not 0: it is up */
+    u8 byMac[6];                              /**< its MAC address in transmission order */
+    TVimbraIfaceAllIp tNetIfaceAllIp;         /**< its addresses */
 } NetdevParam;
 
 /** A record for the applications' own use: the library neither reads nor writes it. */
@@ -78,11 +77,12 @@ VIMBRA_API extern NetdevParam TNetdevParam;
  * @param out      receives the report; NOTHING IN IT IS CHECKED, the count may be too high and the
  *                 texts unterminated. Written also when the daemon refuses.
  * @retval 0      done.
- * @retval -1     the daemon was not reached, memory ran out, or the daemon refused.
+ * @retval -1     the daemon was not reached, the wait was interrupted, memory ran out, or the
+ *                daemon refused.
  * @retval 1101   the request could not be written whole.
  * @retval 1102   no reply within 60 seconds.
  * @retval 1105   a null argument.
- * @retval other  the byte count of a malformed answer.
+ * @retval >0     any other: the byte count of a malformed answer.
  */
 VIMBRA_API s32 apic_ipaddr_show_filter(const char* devname, api_ipaddr_show_info* out);
 
@@ -99,7 +99,9 @@ VIMBRA_API s32 apic_ipaddr_show_filter(const char* devname, api_ipaddr_show_info
  * @retval 1105   a null record.
  * @retval 1201   there is no such interface.
  * @retval -1     no answer, a refusal, no memory, or a prefix length above 32 in the report.
- * @retval other  the result of apic_ipaddr_show_filter().
+ * @retval 1101   the request could not be written whole.
+ * @retval 1102   no reply within 60 seconds.
+ * @retval >0     any other: the byte count of a malformed answer.
  */
 VIMBRA_API s32 NetGetEthParam(u32 byEthId, TNetEthParam* ptNetEthParam);
 
@@ -116,7 +118,9 @@ VIMBRA_API s32 NetGetEthParam(u32 byEthId, TNetEthParam* ptNetEthParam);
  * @retval 1105   a null record.
  * @retval 1201   there is no such interface.
  * @retval -1     no answer, a refusal, no memory, or a prefix length above 32 in the report.
- * @retval other  the result of apic_ipaddr_show_filter().
+ * @retval 1101   the request could not be written whole.
+ * @retval 1102   no reply within 60 seconds.
+ * @retval >0     any other: the byte count of a malformed answer.
  */
 VIMBRA_API s32 NetGetEthParamAll(u32 byEthId, TNetEthParamAll* ptNetEthParamAll);
 

@@ -1,6 +1,12 @@
 /**
  * @file
- * Legacy detection of IPv4 and MAC conflicts; see <vimbra/ip_conflict.h>, which also stops it.
+ * Legacy detection of IPv4 and MAC conflicts. Everything that <vimbra/ip_conflict.h> says holds
+ * here too, and VimbraIpConflictCheckStop(2) stops it.
+ *
+ * The library keeps one callback of each of the two kinds, plain and extended, which a stop leaves
+ * where they are. Who is told of an IPv4 conflict: the extended callback if there is one, and
+ * nobody else; without one the callback of the start that was accepted, which is that of
+ * VimbraIpConflictCheckStart(), or else the plain callback, if there is one.
  */
 #ifndef VIMBRA_NET_IP_CONFLICT_H
 #define VIMBRA_NET_IP_CONFLICT_H
@@ -33,19 +39,32 @@ typedef void (*TIpConflictCallBack)(u32 dwType, u8* pbyMac, u32 dwIpaddr);
  */
 typedef void (*TIpConflictCallBackEx)(u32 dwType, TNetConflictInfo* ptInfo);
 
-/** Was there a conflict? Not told this way. @retval 0 always. */
+/**
+ * Was there a conflict? Not told this way.
+ *
+ * @retval 0  always.
+ */
 VIMBRA_API vimbra_bool NetIpOnceConflicted(void);
 
 /**
  * Starts the IPv4 watch with a legacy callback. The callback is stored first: a second registration
  * fails with -1 but its callback counts from then on.
  *
- * @param ptFunc  the callback; null silences it.
- * Results as VimbraIpConflictCheckStart().
+ * @param ptFunc  the plain callback. Null forgets the plain callback: without an extended one
+ *                nobody is told then, unless VimbraIpConflictCheckStart() has started the watch.
+ * @retval 0      as VimbraIpConflictCheckStart() has it: also when the daemon refused.
+ * @retval -1     the watch is on already, before VimbraInit(), or no thread.
  */
 VIMBRA_API s32 NetIpConflictCallBackReg(TIpConflictCallBack ptFunc);
 
-/** NetIpConflictCallBackReg() of an extended callback, which goes before the plain one. */
+/**
+ * NetIpConflictCallBackReg() of an extended callback, which goes before all others.
+ *
+ * @param ptFunc  the extended callback. Null forgets the extended callback and so BRINGS BACK THE
+ *                OTHER ONE: the plain callback, or that of VimbraIpConflictCheckStart().
+ * @retval 0      as VimbraIpConflictCheckStart() has it: also when the daemon refused.
+ * @retval -1     the watch is on already, before VimbraInit(), or no thread.
+ */
 VIMBRA_API s32 NetIpConflictCallBackRegEx(TIpConflictCallBackEx ptFunc);
 
 VIMBRA_END_DECLS

@@ -20,30 +20,30 @@ enum {
 
 /** Dial parameters; meanings and ranges as in TVimbraPppoeParam. */
 typedef struct PppoeInitParam {
-    char abyUserName[255]; /**< the first 254 characters count, as they do in the next two */
-    char abyPassword[255];
-    char abyServerName[255];
-    vimbra_bool bAutoDialEnable;
-    vimbra_bool bDefaultRouteEnable;
-    vimbra_bool bDebug;
-    u32 dwAutoDialInterval;
-    u16 wDialRetryTimes;
-    u16 wLcpEchoSendInterval;
-    u16 wLcpEchoRetryTimes;
-    u32 dwEthID; /**< number of the Ethernet interface: 0, 1 or 2 */
+    char abyUserName[255];       /**< the first 254 characters count, as they do in the next two */
+    char abyPassword[255];       /**< as achPassword */
+    char abyServerName[255];     /**< as achServerName: not sent */
+    vimbra_bool bAutoDialEnable; /**< dial again when the link is lost */
+    vimbra_bool bDefaultRouteEnable; /**< make the link the default route */
+    vimbra_bool bDebug;              /**< the PPP daemon's debug log */
+    u32 dwAutoDialInterval;          /**< seconds between two dials */
+    u16 wDialRetryTimes;             /**< dials before it is given up */
+    u16 wLcpEchoSendInterval;        /**< seconds between two LCP echo requests */
+    u16 wLcpEchoRetryTimes;          /**< unanswered ones before the link is lost */
+    u32 dwEthID;                     /**< number of the Ethernet interface: 0, 1 or 2 */
 } TPppoeInitParam;
 
 /** Addresses of a link that is up, IPv4 words in network byte order; 16 bytes. */
 typedef struct TConnNotify {
-    u32 dwOurIpAddr;
-    u32 dwPeerIpAddr;
-    u32 dwDnsServer1;
-    u32 dwDnsServer2;
+    u32 dwOurIpAddr;  /**< this end */
+    u32 dwPeerIpAddr; /**< the other end */
+    u32 dwDnsServer1; /**< first DNS server, or 0 */
+    u32 dwDnsServer2; /**< second DNS server, or 0 */
 } TConnNotify;
 
 /** The version text. */
 typedef struct PppoeVersion {
-    char abyVersion[255];
+    char abyVersion[255]; /**< terminated */
 } TVersion;
 
 /**
@@ -67,8 +67,12 @@ typedef void (*TPppoeCallBack)(u32 dwMsgID, void* pMsg, u32 dwMsgLen);
 VIMBRA_API s32 NetPppoeStart(TPppoeInitParam* ptPppoeInitParam, TPppoeCallBack ptNotifyCallBack);
 
 /**
- * VimbraPppoeStop() for IPv4; same results. The callback is forgotten first, also when the call
- * fails: it is not told of the stop.
+ * VimbraPppoeStop() for IPv4. The callback is forgotten first, also when the call fails: it is not
+ * told of the stop.
+ *
+ * @retval 0     done; or it was not started.
+ * @retval 1105  VimbraInit() was not called.
+ * @retval -1    as VimbraPppoeStop().
  */
 VIMBRA_API s32 NetPppoeStop(void);
 

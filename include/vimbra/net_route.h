@@ -1,8 +1,8 @@
 /**
  * @file
  * Legacy calls for routes and default gateways: interfaces by number, IPv4 words in network byte
- * order. New programs use <vimbra/route.h>, whose calls these are; results other than those listed
- * here are theirs.
+ * order. New programs use <vimbra/route.h>, whose calls these are: what it says of requests,
+ * unanswered ones included, and of the results holds here too.
  */
 #ifndef VIMBRA_NET_ROUTE_H
 #define VIMBRA_NET_ROUTE_H
@@ -26,7 +26,7 @@ typedef struct TNetIpRouteParam {
 /** A listing of routes. */
 typedef struct TNetAllIpRouteInfo {
     u32 dwIpRouteNum; /**< how many entries are valid, at most NET_ROUTE_MAX */
-    TNetIpRouteParam tNetIpRouteParam[NET_ROUTE_MAX];
+    TNetIpRouteParam tNetIpRouteParam[NET_ROUTE_MAX]; /**< the routes */
 } TNetAllIpRouteInfo;
 
 /**

@@ -1,6 +1,6 @@
 /**
  * @file
- * Legacy service calls; see <vimbra/service.h>.
+ * Legacy service calls. Everything that <vimbra/service.h> says holds here too.
  */
 #ifndef VIMBRA_NET_SERVICE_H
 #define VIMBRA_NET_SERVICE_H
@@ -13,18 +13,24 @@ VIMBRA_BEGIN_DECLS
 typedef TVimbraServInfo TServInfo;
 
 /**
- * VimbraServiceStart() under its older name; same results.
+ * VimbraServiceStart() under its older name.
  *
  * @param pchServName  not looked at; may be null.
  * @param ptServInfo   the service.
+ * @retval 0           done, and inetd told.
+ * @retval 1105        a null record, a null name, or port 0.
+ * @retval -1          as VimbraServiceStart().
  */
 VIMBRA_API s32 NetServiceStart(char* pchServName, TServInfo* ptServInfo);
 
 /**
- * VimbraServiceStop() under its older name; same results.
+ * VimbraServiceStop() under its older name.
  *
  * @param pchServName  the service.
  * @param wPort        not looked at.
+ * @retval 0           as VimbraServiceStop().
+ * @retval 1105        a null name.
+ * @retval -1          as VimbraServiceStop().
  */
 VIMBRA_API s32 NetServiceStop(char* pchServName, u16 wPort);
 

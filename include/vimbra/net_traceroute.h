@@ -1,6 +1,7 @@
 /**
  * @file
- * Legacy traces: IPv4 words, and one callback for all traces of the process.
+ * Legacy traces: IPv4 words, and one callback for all traces of the process. Everything that
+ * <vimbra/traceroute.h> says holds here too.
  */
 #ifndef VIMBRA_NET_TRACEROUTE_H
 #define VIMBRA_NET_TRACEROUTE_H
@@ -28,17 +29,23 @@ typedef void (*TNetTracerouteCallBack)(s32 nResult, s32 nTtl, s32 nTripTime, u32
  * @param ptTraceroutePara  destination and hops; not kept.
  * @param nUserID           names the trace; 1 or more.
  * @param ptCallBackFunc    takes the place of the callback of ALL legacy traces, before anything
- * else is checked.
- * @retval 1106             a null callback. Other results as VimbraTracerouteStart().
- * @retval 1105             null parameters.
+ *                          else is checked.
+ * @retval 0                started.
+ * @retval 1105             null parameters, or an id below 1.
+ * @retval 1106             a null callback; the one before stays.
+ * @retval -1               as VimbraTracerouteStart().
  */
 VIMBRA_API s32 NetTracerouteStart(TTraceroutePara* ptTraceroutePara, s32 nUserID,
                                   TNetTracerouteCallBack ptCallBackFunc);
 
 /**
- * VimbraTracerouteStop(). Silences ALL legacy traces until the next NetTracerouteStart().
+ * VimbraTracerouteStop(). Silences ALL legacy traces until the next NetTracerouteStart(), whatever
+ * the id and the result.
  *
- * Results as VimbraTracerouteStop().
+ * @param nUserID  the trace.
+ * @retval 0       stopped, or no such trace runs.
+ * @retval 1105    an id below 1.
+ * @retval 1403    as VimbraTracerouteStop().
  */
 VIMBRA_API s32 NetTracerouteStop(s32 nUserID);
 

@@ -4,9 +4,10 @@
  * hands to the application.
  *
  * There is one client for each family. A listening thread in the application's process, on the
- * socket /tmp/ipc_ntp (IPv4) or /tmp/ipc_ntpv6 (IPv6), calls the application. Requests may take up
- * to 60 seconds; clients are started and stopped one after the other, starts in all processes of
- * the machine too: they share a System V semaphore with key 7783.
+ * socket /tmp/ipc_ntp (IPv4) or /tmp/ipc_ntpv6 (IPv6), calls the application. Requests are as
+ * <vimbra/vimbra.h> describes them; clients are started and stopped one after the other, so a call
+ * may wait for the 60 seconds of another one. The beginnings of starts are kept apart in all
+ * processes of the machine: they share a System V semaphore, semop(2), with key 7783.
  */
 #ifndef VIMBRA_NTPC_H
 #define VIMBRA_NTPC_H
@@ -47,7 +48,7 @@ typedef struct NtpClientInfo {
     pthread_t tNtpcThreadID;      /**< the listening thread, 0 when there is none */
     sem_t NtpcSem;                /**< not used: zero */
     u32 m_dwSyncTimeInterval;     /**< not used: 0 */
-    VimBraNtpcSyncTimeCallBack pfNtpcNotifyCallBack;
+    VimBraNtpcSyncTimeCallBack pfNtpcNotifyCallBack; /**< called with its reports */
 } TNtpcInfo;
 
 /** The clients, always two from VimbraInit() on, in the order IPv4, IPv6. */
@@ -59,23 +60,26 @@ VIMBRA_API extern TNtpcInfo* g_ptApiNtpCInfo;
  * @param tServerIp           the server. An IPv4 address must be of class A, B, C or D.
  * @param dwSyncTimeInterval  interval, in the daemon's unit.
  * @param ptCallBack          called with every report.
- * @retval 0     started.
+ * @retval 0     started, or the daemon closed without an answer.
  * @retval 1106  a null callback.
- * @retval -1    another family, a client that is started, a refused address, no thread, no daemon,
- *               the daemon refused, or VimbraInit() was not called. After a thread that could not
- * be made every further start on the machine waits until this process ends.
+ * @retval -1    another family, a client that is started, a refused address, no thread, the daemon
+ *               was not reached, refused or did not answer in time, no memory, or VimbraInit() was
+ *               not called. After a thread that could not be made every further start on the
+ *               machine waits until this process ends.
  */
 VIMBRA_API s32 VimbraNtpcStart(TVimbraAddr tServerIp, u32 dwSyncTimeInterval,
                                VimBraNtpcSyncTimeCallBack ptCallBack);
 
 /**
  * Stops a client. A callback that runs at this moment runs to its end first, and the call waits for
- * it; none is called afterwards.
+ * it; none is called afterwards. A stop from a callback does not wait.
  *
  * @param wSinFamily  VIMBRA_FAMILY_IPV4 or VIMBRA_FAMILY_IPV6.
- * @retval 0          done; or it was not started, then nothing is sent.
- * @retval -1         another family, or VimbraInit() was not called; or no daemon, or the daemon
- *                    refused, then the client stays started.
+ * @retval 0          done, or the daemon closed without an answer; or it was not started, then
+ *                    nothing is sent.
+ * @retval -1         another family, or VimbraInit() was not called; or the daemon was not reached,
+ *                    refused or did not answer in time, or memory ran out, then the client stays
+ *                    started.
  */
 VIMBRA_API s32 VimbraNtpcStop(u16 wSinFamily);
 
@@ -83,8 +87,9 @@ VIMBRA_API s32 VimbraNtpcStop(u16 wSinFamily);
  * Asks the daemon whether a server answers. Needs no client.
  *
  * @param tServerIp  the server, IPv4 or IPv6.
- * @retval 0         it does.
- * @retval -1        another family, no daemon, or the server is no good.
+ * @retval 0         it does; also when the daemon closed without an answer.
+ * @retval -1        another family, the server is no good, the daemon was not reached or did not
+ *                   answer in time, or memory ran out.
  */
 VIMBRA_API s32 VimbraNtpcSerCheck(TVimbraAddr tServerIp);
 

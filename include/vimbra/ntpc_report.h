@@ -5,7 +5,7 @@
  *
  * vimbrad asks the server when the client is started and then once in every interval. The interval
  * of VimbraNtpcStart() is in seconds; 0 stands for 64, and less than 16 counts as 16. After a
- * failure it asks again after 64 seconds at the latest.
+ * failure it asks again after 64 seconds at the latest. Integers are in host byte order.
  */
 #ifndef VIMBRA_NTPC_REPORT_H
 #define VIMBRA_NTPC_REPORT_H

@@ -1,7 +1,14 @@
 /**
  * @file
  * Echo tests (ping, RFC 792 and RFC 4443), up to ten at once, each under a user id that the caller
- * chooses. The network daemon sends the probes; each result comes to the test's callback.
+ * chooses. The network daemon sends the probes and reports each result. Requests and callbacks are
+ * as <vimbra/vimbra.h> describes them.
+ *
+ * ALL TESTS OF THE MACHINE SHARE ONE SOCKET, /tmp/ipc_ping, WHICH BELONGS TO THE NEWEST: its
+ * listener gets the records of all tests and drops those that are not for it. So of several tests
+ * only the one that was started last calls back; the others are silent, also after it has ended,
+ * and keep their places until they are stopped. User ids are shared by all processes, since the
+ * daemon knows no other name of a test: programs agree on ranges.
  */
 #ifndef VIMBRA_PING_H
 #define VIMBRA_PING_H
@@ -33,7 +40,7 @@ typedef struct TVimbraPingCBInfo {
 } TVimbraPingCBInfo;
 
 /**
- * Called for each probe, on the test's listener thread.
+ * Called for each probe, on the test's listener thread, while its test is the newest.
  *
  * It may stop its own test and start others.
  *
@@ -45,8 +52,8 @@ typedef int (*TVimbraPingCallBack)(s32 nResult, TVimbraPingCBInfo* ptInfo);
 
 /** One place for a test. The chain has VIMBRA_PING_MAX of them, for the life of the process. */
 typedef struct PingInfo {
-    struct PingInfo* ptNext;
-    u16 wSinFamily;
+    struct PingInfo* ptNext;            /**< next place, or null */
+    u16 wSinFamily;                     /**< not used: 2 in the first place at first, else 0 */
     s32 nUserId;                        /**< whose test; -1 after one has ended */
     u32 bIsStarted;                     /**< 1 while a test has this place */
     pthread_t tThreadId;                /**< its listener; -1 after it has ended */
@@ -66,23 +73,25 @@ VIMBRA_API void PingInit(void);
  * @param ptPingOpt       options; the caller's, not kept.
  * @param nUserID         names the test until it ends; 1 or more.
  * @param ptCallBackFunc  called for each probe.
- * @retval 0              started.
+ * @retval 0              started, or the daemon closed without an answer.
  * @retval 1105           a null pointer, another family, or an id below 1.
- * @retval -1             the id is in use, ten tests run already, VimbraInit() was not called, or
- * the daemon was not reached or refused.
- * @retval 1301           no thread could be made.
+ * @retval -1             the id is in use, ten tests run already, VimbraInit() was not called, the
+ *                        daemon was not reached, refused or did not answer in time, or memory ran
+ *                        out.
+ * @retval 1301           no thread could be made, or no memory for one.
  */
 VIMBRA_API s32 VimbraPingStart(TVimbraAddr tDestIp, TVimbraPingOpt* ptPingOpt, s32 nUserID,
                                TVimbraPingCallBack ptCallBackFunc);
 
 /**
- * Stops a test. A callback that runs at this moment still ends; no other begins.
+ * Stops a test. A callback that runs at this moment on another thread, or is just beginning there,
+ * still ends; the call does not wait for it.
  *
  * @param nUserID  the test.
- * @retval 0       stopped.
+ * @retval 0       stopped, or the daemon closed without an answer.
  * @retval 1105    an id below 1.
- * @retval 1303    the daemon was not reached or refused; the test keeps its place until its thread
- *                 has ended.
+ * @retval 1303    the daemon was not reached, refused or did not answer in time, or memory ran out;
+ *                 the test keeps its place until its thread has ended.
  * @retval 1305    no such test runs, or it has ended by itself.
  */
 VIMBRA_API s32 VimbraPingStop(s32 nUserID);

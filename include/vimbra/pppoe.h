@@ -5,7 +5,7 @@
  *
  * There is one link for each family: IPv4 (2), IPv6 (10), both together (11). A listening thread in
  * the application's process, on the socket /tmp/ipc_pppoe (IPv4) or /tmp/ipc_pppoe6 (the others),
- * calls the application. Requests may take up to 60 seconds.
+ * calls the application. Requests and callbacks are as <vimbra/vimbra.h> describes them.
  *
  * Starting family 11 marks all three as started. Where exactly one of IPv4 and IPv6 runs, starting
  * family 11 starts the other one, and stopping family 11 stops that one.
@@ -24,10 +24,10 @@ VIMBRA_BEGIN_DECLS
 /** Events of the callback. What 2, 3 and 4 say is the daemon's business. */
 enum {
     VIMBRA_PPPOE_EVENT_CONNECTED = 1, /**< the link is up; with a TVimbraPppoeAddr */
-    VIMBRA_PPPOE_EVENT_2 = 2,
-    VIMBRA_PPPOE_EVENT_3 = 3,
-    VIMBRA_PPPOE_EVENT_4 = 4,
-    VIMBRA_PPPOE_EVENT_STOPPED = 5 /**< stopped, by VimbraPppoeStop() or by the daemon */
+    VIMBRA_PPPOE_EVENT_2 = 2,         /**< a notification of type 2; without data */
+    VIMBRA_PPPOE_EVENT_3 = 3,         /**< a notification of type 3; without data */
+    VIMBRA_PPPOE_EVENT_4 = 4,         /**< a notification of type 4; without data */
+    VIMBRA_PPPOE_EVENT_STOPPED = 5    /**< stopped, by VimbraPppoeStop() or by the daemon */
 };
 
 /** Dial parameters. */
@@ -45,46 +45,46 @@ typedef struct VimbraPppoeParam {
     u16 wLcpEchoRetryTimes;   /**< unanswered ones before the link is lost, 1 to 255; else 3 */
 } TVimbraPppoeParam;
 
-/** Dial configuration as it is sent to the daemon; 809 bytes. */
+/** Dial configuration as it is sent to the daemon, made of a TVimbraPppoeParam; 809 bytes. */
 typedef struct __attribute__((packed)) PppoeConfig {
-    char username[VIMBRA_PPPOE_TEXT_LEN];
-    char password[VIMBRA_PPPOE_TEXT_LEN];
+    char username[VIMBRA_PPPOE_TEXT_LEN];   /**< achUserName */
+    char password[VIMBRA_PPPOE_TEXT_LEN];   /**< achPassword */
     char servername[VIMBRA_PPPOE_TEXT_LEN]; /**< zero */
-    u32 auto_dial_enable;
-    u32 default_route_enable;
-    u32 debug;
-    u32 dial_retry_seconds;
-    u32 lcp_echo_interval;
-    u32 lcp_echo_failure;
-    u32 maxfail;
-    char devname[VIMBRA_IFACE_NAME_LEN];
+    u32 auto_dial_enable;                   /**< bAutoDialEnable */
+    u32 default_route_enable;               /**< bDefaultRouteEnable */
+    u32 debug;                              /**< 1 once bDebug was set, else 0 */
+    u32 dial_retry_seconds;                 /**< dwAutoDialInterval */
+    u32 lcp_echo_interval;                  /**< wLcpEchoSendInterval, or 20 */
+    u32 lcp_echo_failure;                   /**< wLcpEchoRetryTimes, or 3 */
+    u32 maxfail;                            /**< wDialRetryTimes */
+    char devname[VIMBRA_IFACE_NAME_LEN];    /**< achDevName */
 } PppoeConfig;
 
 /** Addresses of a link that is up; 80 bytes. */
 typedef struct VimbraPppoeAddr {
-    TVimbraAddr tOurIpaddr;
-    TVimbraAddr tPeerIpAddr;
-    TVimbraAddr tDnsServer1;
-    TVimbraAddr tDnsServer2;
+    TVimbraAddr tOurIpaddr;  /**< this end */
+    TVimbraAddr tPeerIpAddr; /**< the other end */
+    TVimbraAddr tDnsServer1; /**< first DNS server; zero for none */
+    TVimbraAddr tDnsServer2; /**< second DNS server; zero for none */
 } TVimbraPppoeAddr;
 
 /** For VimbraPppoeStatesDump(), which fills nothing. */
 typedef struct VimbraPppoeStates {
-    vimbra_bool bPppoeRunning;
-    TVimbraAddr tOurIpaddr;
-    TVimbraAddr tPeerIpAddr;
-    char achServerName[VIMBRA_PPPOE_TEXT_LEN];
-    u32 dwLinkKeepTimes;
-    u32 dwLinkDownTimes;
-    u32 dwPktsSend;
-    u32 dwPktsRecv;
-    u32 dwBytesSend;
-    u32 dwBytesRecv;
+    vimbra_bool bPppoeRunning;                 /**< not filled */
+    TVimbraAddr tOurIpaddr;                    /**< not filled */
+    TVimbraAddr tPeerIpAddr;                   /**< not filled */
+    char achServerName[VIMBRA_PPPOE_TEXT_LEN]; /**< not filled */
+    u32 dwLinkKeepTimes;                       /**< not filled */
+    u32 dwLinkDownTimes;                       /**< not filled */
+    u32 dwPktsSend;                            /**< not filled */
+    u32 dwPktsRecv;                            /**< not filled */
+    u32 dwBytesSend;                           /**< not filled */
+    u32 dwBytesRecv;                           /**< not filled */
 } TVimbraPppoeStates;
 
 /** The version text. */
 typedef struct TVimbraVersion {
-    char achVersion[256];
+    char achVersion[256]; /**< terminated */
 } TVimbraVersion;
 
 /**
@@ -103,9 +103,10 @@ typedef struct PppoeInfo {
     struct PppoeInfo* ptNext; /**< next family's */
     u16 wSinFamily;           /**< 2, 10 or 11 */
     s32 bPppoeStarted;        /**< 1 from start to stop */
-    TVimbraPppoeCallBack pfPppoeNotifyCallBack;
-    pthread_t tPppoeThreadId; /**< the listening thread, 0 when there is none */
-    PppoeConfig tConfig;      /**< what was sent last */
+    TVimbraPppoeCallBack
+        pfPppoeNotifyCallBack; /**< called with its events; null when there is none */
+    pthread_t tPppoeThreadId;  /**< the listening thread, 0 when there is none */
+    PppoeConfig tConfig;       /**< what was sent last */
 } TPppoeInfo;
 
 /** The links, always three from VimbraInit() on, in the order 2, 10, 11. */
@@ -120,11 +121,14 @@ VIMBRA_API void PppoeInit(void);
  * @param ptPppoeParam      dial parameters; read during the call only.
  * @param wSinFamily        VIMBRA_FAMILY_IPV4, _IPV6 or _BOTH.
  * @param ptNotifyCallBack  called with every event.
- * @retval 0     the daemon dials; VIMBRA_PPPOE_EVENT_CONNECTED follows when the link is up.
+ * @retval 0     the daemon dials, and VIMBRA_PPPOE_EVENT_CONNECTED follows when the link is up; or
+ *               the daemon closed without an answer.
  * @retval 1105  a null argument, family 0, or a user name, password or device name that is empty or
  *               too long; nothing was sent.
- * @retval 1109  the daemon was not reached or refused; nothing is left.
- * @retval -1    another family, a link that is started or just being started, no thread, or
+ * @retval 1109  the daemon was not reached, refused or did not answer in time, or memory ran out
+ *               for the request; nothing is left.
+ * @retval -1    another family, a link that is started or just being started, no thread or no
+ *               memory for one, or
  *               VimbraInit() was not called.
  */
 VIMBRA_API s32 VimbraPppoeStart(TVimbraPppoeParam* ptPppoeParam, u16 wSinFamily,
@@ -132,13 +136,16 @@ VIMBRA_API s32 VimbraPppoeStart(TVimbraPppoeParam* ptPppoeParam, u16 wSinFamily,
 
 /**
  * Hangs up. The callback gets VIMBRA_PPPOE_EVENT_STOPPED during the call and nothing after it; one
- * that runs at this moment runs to its end first, and the call waits for it.
+ * that runs at this moment runs to its end first, and the call waits for it. A stop from a callback
+ * does not wait.
  *
  * @param pchIfaceName  not looked at.
  * @param wSinFamily    VIMBRA_FAMILY_IPV4, _IPV6 or _BOTH.
- * @retval 0            done; or it was not started, then nothing is sent.
+ * @retval 0            done, or the daemon closed without an answer; or it was not started, then
+ *                      nothing is sent.
  * @retval 1105         another family, or VimbraInit() was not called.
- * @retval -1           the daemon was not reached or refused: the link stays started.
+ * @retval -1           the daemon was not reached, refused or did not answer in time, or memory ran
+ *                      out: the link stays started.
  */
 VIMBRA_API s32 VimbraPppoeStop(const char* pchIfaceName, u16 wSinFamily);
 
@@ -151,7 +158,11 @@ VIMBRA_API s32 VimbraPppoeStop(const char* pchIfaceName, u16 wSinFamily);
  */
 VIMBRA_API s32 VimbraPppoeVer(TVimbraVersion* ptVersion);
 
-/** Without effect; kept for programs that link to it. */
+/**
+ * Without effect; kept for programs that link to it.
+ *
+ * @param ptPppoeStates  left as it is; may be null.
+ */
 VIMBRA_API void VimbraPppoeStatesDump(TVimbraPppoeStates* ptPppoeStates);
 
 VIMBRA_END_DECLS

@@ -5,7 +5,8 @@
  *
  * The calls that run a program set the process's SIGCHLD disposition to the default while they run,
  * and put it back: run ONE COMMAND AT A TIME, and none while another thread relies on a SIGCHLD
- * handler of its own.
+ * handler of its own. No call may be made from a signal handler; <vimbra/vimbra.h> says what else
+ * holds for every call.
  */
 #ifndef VIMBRA_PROCESS_H
 #define VIMBRA_PROCESS_H

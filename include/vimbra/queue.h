@@ -1,6 +1,7 @@
 /**
  * @file
- * A first-in, first-out queue of inotify(7) events. It has no lock: its users guard it.
+ * A first-in, first-out queue of inotify(7) events. It has no lock: its users guard it. What holds
+ * for every call stands in <vimbra/vimbra.h>.
  */
 #ifndef VIMBRA_QUEUE_H
 #define VIMBRA_QUEUE_H
@@ -28,17 +29,29 @@ typedef struct queue_struct {
     struct queue_entry* tail; /**< the youngest */
 } * queue_t;
 
-/** A new, empty queue, to be given back to queue_destroy(). Without memory the process ends with
- * exit(-1). */
+/**
+ * Makes a queue. WITHOUT MEMORY THE PROCESS ENDS with exit(-1), exit(3).
+ *
+ * @return a new, empty queue, to be given back to queue_destroy().
+ */
 VIMBRA_API queue_t queue_create(void);
 
-/** 1 if the queue is empty, else 0. */
+/**
+ * Is the queue empty?
+ *
+ * @retval 1  it is.
+ * @retval 0  it is not.
+ */
 VIMBRA_API int queue_empty(queue_t q);
 
 /** Appends an entry, which belongs to the queue from here on. Its `next_ptr` is overwritten. */
 VIMBRA_API void queue_enqueue(queue_entry_t d, queue_t q);
 
-/** Takes the oldest entry, which the caller frees with free(3); null when the queue is empty. */
+/**
+ * Takes the oldest entry.
+ *
+ * @return the entry, which the caller frees with free(3); null when the queue is empty.
+ */
 VIMBRA_API queue_entry_t queue_dequeue(queue_t q);
 
 /** Frees a queue with all its entries; null is taken. */

@@ -3,9 +3,9 @@
  * Routes, routing tables, policy rules, default gateways and the network priority, kept by the
  * network daemon in the kernel (rtnetlink(7), ip-route(8), ip-rule(8)).
  *
- * Each call is one exchange with the daemon, so it may take up to 60 seconds; any number of threads
- * may call at once and nothing is kept between calls. Records belong to the caller; those that a
- * call fills are untouched unless it returns 0. No argument is kept after the call.
+ * Each call is one request as <vimbra/vimbra.h> describes it; any number of threads may call at
+ * once and nothing is kept between calls. Records belong to the caller; those that a call fills are
+ * untouched unless it returns 0. No argument is kept after the call.
  *
  * Two ways of telling a failure stand side by side:
  *
@@ -14,8 +14,9 @@
  *     1105   an argument is refused, nothing was sent;
  *     1101   the request could not be written whole;
  *     1102   no reply within 60 seconds;
- *     -1     the daemon was not reached, or memory ran out;
- *     other  the daemon's own number for its refusal, or the byte count of a malformed answer;
+ *     -1     the daemon was not reached, the wait was interrupted, or memory ran out;
+ *     other  the daemon's own number for its refusal (vimbrad's are those of errno(3)), or the byte
+ *            count of a malformed answer;
  *
  *   gateways and network priority do not:
  *     0      done;
@@ -50,7 +51,7 @@ typedef struct TVimbraIpRouteParam {
 /** A listing of routes; 644 bytes. */
 typedef struct TVimbraAllIpRouteInfo {
     u32 dwIpRouteNum; /**< how many entries are valid, at most VIMBRA_ROUTE_MAX */
-    TVimbraIpRouteParam tNetIpRouteParam[VIMBRA_ROUTE_MAX];
+    TVimbraIpRouteParam tNetIpRouteParam[VIMBRA_ROUTE_MAX]; /**< the routes */
 } TVimbraAllIpRouteInfo;
 
 /** One policy rule: packets from a source, or with a mark, look a table up; 36 bytes. */
@@ -62,26 +63,26 @@ typedef struct TVimbraIpRuleParam {
     u32 dwFwmark;           /**< firewall mark to match, 0 for none; not checked here */
 } TVimbraIpRuleParam;
 
-/** Priority of an interface among those that lead out; 4 bytes. */
+/** Priority of an interface among those that lead out; 4 bytes. The daemon decides who wins. */
 typedef enum EVimbraNetworkPrio VIMBRA_ENUM32 {
-    VIMBRA_NETWORK_PRIORITY_DEF = 0,
-    VIMBRA_NETWORK_PRIORITY_1 = 1,
-    VIMBRA_NETWORK_PRIORITY_2 = 2,
-    VIMBRA_NETWORK_PRIORITY_3 = 3,
-    VIMBRA_NETWORK_PRIORITY_4 = 4,
-    VIMBRA_NETWORK_PRIORITY_5 = 5
+    VIMBRA_NETWORK_PRIORITY_DEF = 0, /**< none was given */
+    VIMBRA_NETWORK_PRIORITY_1 = 1,   /**< level 1 */
+    VIMBRA_NETWORK_PRIORITY_2 = 2,   /**< level 2 */
+    VIMBRA_NETWORK_PRIORITY_3 = 3,   /**< level 3 */
+    VIMBRA_NETWORK_PRIORITY_4 = 4,   /**< level 4 */
+    VIMBRA_NETWORK_PRIORITY_5 = 5    /**< level 5 */
 } EVimbraNetworkPrio;
 
 /** The priority of one interface; 20 bytes. */
 typedef struct TVimbraNetworkPriority {
     char achIfaceName[VIMBRA_IFACE_NAME_LEN]; /**< the interface; terminated if shorter */
-    EVimbraNetworkPrio ePrio;
+    EVimbraNetworkPrio ePrio;                 /**< its priority */
 } TVimbraNetworkPriority;
 
 /** The priorities of all interfaces; 204 bytes. */
 typedef struct TVimbraNetworkPrioInfo {
     u32 dwNetNum; /**< how many entries are valid, at most VIMBRA_NETWORK_PRIORITY_MAX */
-    TVimbraNetworkPriority tNetPrioParam[VIMBRA_NETWORK_PRIORITY_MAX];
+    TVimbraNetworkPriority tNetPrioParam[VIMBRA_NETWORK_PRIORITY_MAX]; /**< the interfaces */
 } TVimbraNetworkPrioInfo;
 
 /**

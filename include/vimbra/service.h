@@ -6,7 +6,9 @@
  *
  * The configuration is /etc/inetd.conf or, if that cannot be opened, /usr/config/system/inetd.conf;
  * the search is made anew for writing. It is written in place: mode, owner and inode stay. No file
- * lock is taken. Services run as the first root account of the password file.
+ * lock is taken. A file of more than 256 KiB, or one that is no regular file, counts as one that
+ * cannot be read. Services run as the first root account of the password file. <vimbra/vimbra.h>
+ * says what holds for every call.
  */
 #ifndef VIMBRA_SERVICE_H
 #define VIMBRA_SERVICE_H

@@ -1,7 +1,14 @@
 /**
  * @file
  * Traces of the route to an IPv4 destination, up to ten at once, each under a user id that the
- * caller chooses. The network daemon sends the probes; each hop comes to the trace's callback.
+ * caller chooses. The network daemon sends the probes and reports each hop. Requests and callbacks
+ * are as <vimbra/vimbra.h> describes them.
+ *
+ * ALL TRACES OF THE MACHINE SHARE ONE SOCKET, /tmp/ipc_traceroute, WHICH BELONGS TO THE NEWEST: its
+ * callback gets the hops of all traces, those of other processes too, the others' get none. User
+ * ids are shared by all processes, since the daemon knows no other name of a trace: programs agree
+ * on ranges. The beginnings of starts are kept apart in all processes by a System V semaphore,
+ * semop(2), with key 7784: a start may wait for another process's.
  */
 #ifndef VIMBRA_TRACEROUTE_H
 #define VIMBRA_TRACEROUTE_H
@@ -43,11 +50,11 @@ typedef int (*TVimbraTracerouteCallBack)(s32 nResult, TVimbraTracerouteCBInfo* p
 
 /** One place for a trace. The chain has VIMBRA_TRACEROUTE_MAX, for the life of the process. */
 typedef struct TracerouteInfo {
-    struct TracerouteInfo* ptNext;
-    u16 wSinFamily;
-    s32 nUserId;                              /**< whose trace; -1 after one has ended */
-    u32 bIsStarted;                           /**< 1 while a trace has this place */
-    pthread_t tThreadId;                      /**< its listener; -1 after it has ended */
+    struct TracerouteInfo* ptNext; /**< next place, or null */
+    u16 wSinFamily;                /**< not used: 2 in the first place at first, else 0 */
+    s32 nUserId;                   /**< whose trace; -1 after one has ended */
+    u32 bIsStarted;                /**< 1 while a trace has this place */
+    pthread_t tThreadId;           /**< its listener; -1 after it has ended */
     TVimbraTracerouteCallBack ptCallBackFunc; /**< its callback */
 } TracerouteInfo, TTraceRtInfo;
 
@@ -67,23 +74,26 @@ VIMBRA_API void TracerouteInit(void);
  * @param ptTraceRtOpt    options; the caller's, not kept.
  * @param nUserID         names the trace until it ends; 1 or more.
  * @param ptCallBackFunc  called for each hop.
- * @retval 0              started.
+ * @retval 0              started, or the daemon closed without an answer.
  * @retval 1106           null options or callback.
  * @retval 1105           another family, or an id below 1.
  * @retval -1             the id is in use, AND THE TRACE THAT USES IT HAS BEEN ENDED, without a
- * word to the daemon; or ten traces run already, VimbraInit() was not called, no thread could be
- * made, or the daemon was not reached or refused.
+ *                        word to the daemon; or ten traces run already, VimbraInit() was not
+ *                        called, no thread could be made, the daemon was not reached, refused or
+ *                        did not answer in time, or memory ran out.
  */
 VIMBRA_API s32 VimbraTracerouteStart(TVimbraAddr tDestIp, TVimbraTracerouteOpt* ptTraceRtOpt,
                                      s32 nUserID, TVimbraTracerouteCallBack ptCallBackFunc);
 
 /**
- * Stops a trace.
+ * Stops a trace. A callback that runs at this moment on another thread, or is just beginning there,
+ * still ends; the call does not wait for it.
  *
  * @param nUserID  the trace.
- * @retval 0       stopped, or no such trace runs.
+ * @retval 0       stopped, or the daemon closed without an answer; or no such trace runs.
  * @retval 1105    an id below 1.
- * @retval 1403    the daemon was not reached or refused; the trace goes on.
+ * @retval 1403    the daemon was not reached, refused or did not answer in time, or memory ran out;
+ *                 the trace goes on.
  */
 VIMBRA_API s32 VimbraTracerouteStop(s32 nUserID);
 
