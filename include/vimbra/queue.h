@@ -39,22 +39,33 @@ VIMBRA_API queue_t queue_create(void);
 /**
  * Is the queue empty?
  *
+ * @param q   the queue.
  * @retval 1  it is.
  * @retval 0  it is not.
  */
 VIMBRA_API int queue_empty(queue_t q);
 
-/** Appends an entry, which belongs to the queue from here on. Its `next_ptr` is overwritten. */
+/**
+ * Appends an entry, which belongs to the queue from here on.
+ *
+ * @param d  the entry, made with malloc(3); its `next_ptr` is overwritten.
+ * @param q  the queue.
+ */
 VIMBRA_API void queue_enqueue(queue_entry_t d, queue_t q);
 
 /**
  * Takes the oldest entry.
  *
+ * @param q  the queue.
  * @return the entry, which the caller frees with free(3); null when the queue is empty.
  */
 VIMBRA_API queue_entry_t queue_dequeue(queue_t q);
 
-/** Frees a queue with all its entries; null is taken. */
+/**
+ * Frees a queue with all its entries.
+ *
+ * @param q  the queue; null is taken.
+ */
 VIMBRA_API void queue_destroy(queue_t q);
 
 VIMBRA_END_DECLS

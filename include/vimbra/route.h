@@ -50,7 +50,7 @@ typedef struct TVimbraIpRouteParam {
 
 /** A listing of routes; 644 bytes. */
 typedef struct TVimbraAllIpRouteInfo {
-    u32 dwIpRouteNum; /**< how many entries are valid, at most VIMBRA_ROUTE_MAX */
+    u32 dwIpRouteNum; /**< how many entries are valid, at most VIMBRA_ROUTE_MAX: cut to it here */
     TVimbraIpRouteParam tNetIpRouteParam[VIMBRA_ROUTE_MAX]; /**< the routes */
 } TVimbraAllIpRouteInfo;
 

@@ -40,9 +40,14 @@ VIMBRA_API pthread_t ThreadSpawn(char* name, void (*proc)(void*), void* param, i
                                  int policy, int priority);
 
 /**
- * ThreadSpawn() of a detached thread: nobody has to wait for it, and nobody can. Its parameters are
- * those of ThreadSpawn().
+ * ThreadSpawn() of a detached thread: nobody has to wait for it, and nobody can.
  *
+ * @param name       as ThreadSpawn() takes it.
+ * @param proc       what the thread runs.
+ * @param param      handed to it.
+ * @param stacksize  as ThreadSpawn() takes it, in bytes.
+ * @param policy     as ThreadSpawn() takes it.
+ * @param priority   as ThreadSpawn() takes it.
  * @return the thread's handle, or 0: no memory or no thread.
  */
 VIMBRA_API pthread_t ThreadSpawnDeatched(char* name, void (*proc)(void*), void* param,

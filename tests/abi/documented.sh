@@ -14,7 +14,26 @@ holes() {
         # A comment belongs to what follows it directly.
         function begin() { statement = ""; told = doc; doc = "" }
 
-        function declared(    name, line, codes, isFunction) {
+        # Each parameter has its line, unless nothing is done with any.
+        function parameters(call, list,    count, i, part) {
+            if (told ~ /ithout effect|Not supported|no queue/) return
+            while (match(list, /\(\*[a-z_]+\)\([^()]*\)/)) {  # a function is known by its name
+                part = substr(list, RSTART + 2, RLENGTH - 2)
+                sub(/\).*/, "", part)
+                list = substr(list, 1, RSTART - 1) " " part substr(list, RSTART + RLENGTH)
+            }
+            sub(/\).*/, "", list)
+            count = split(list, parts, ",")
+            for (i = 1; i <= count; i++) {
+                if (parts[i] ~ /^ *(void|\.\.\.) *$/) continue
+                match(parts[i], /[A-Za-z_0-9]+ *$/)
+                part = substr(parts[i], RSTART, RLENGTH)
+                gsub(/ /, "", part)
+                if (told !~ "@param +" part "( |\n|$)") hole(call " does not tell of " part)
+            }
+        }
+
+        function declared(    name, line, codes, isFunction, rest) {
             line = statement
             gsub(/__attribute__ *\(\(([^()]|\([^()]*\))*\)\)/, "", line)
             gsub(/__extension__/, "", line)
@@ -43,6 +62,7 @@ holes() {
             isFunction = match(line, /[A-Za-z_0-9]+ *\(/)
             if (isFunction) {
                 name = substr(line, RSTART, RLENGTH - 1)
+                rest = substr(line, RSTART + RLENGTH)
             } else {
                 sub(/(\[[^]]*\])* *;.*/, "", line)
                 match(line, /[A-Za-z_0-9]+ *$/)
@@ -51,6 +71,7 @@ holes() {
             gsub(/ /, "", name)
             if (told == "") hole(name " has no comment")
             else print "name " name
+            if (isFunction) parameters(name, rest)
             if (!isFunction || line ~ /VIMBRA_API +void +[A-Za-z_]/) return
             if (codes && name != values && told !~ /@retval/) hole(name " has no @retval line")
             if (told !~ /@retval|@return/) hole(name " does not say what it returns")
@@ -106,7 +127,8 @@ holes() {
             # A comment in the middle of a field (union) or behind it, in this line or the next.
             if (inside && code ~ /[A-Za-z0-9_]/) {
                 if (pending != "") { hole("no comment:" pending); pending = "" }
-                if ($0 !~ /\/\*\*</ && doc == "" && code ~ /[;,] *$|^ *[A-Z_0-9]+( *= *[-0-9]+)? *$/)
+                if ($0 !~ /\/\*\*</ && doc == "" &&
+                    code ~ /[;,] *$|^ *[A-Z_0-9]+( *= *[-0-9]+)? *$/)
                     pending = $0
                 doc = ""
             } else if ($0 ~ /\/\*\*</) {
@@ -150,6 +172,9 @@ planted "a call without comment" ping.h '/VimbraPingStop\(/s/^/\n/'
 planted "a call without results" ping.h '/@retval/d'
 planted "a call that is not there" ping.h '/VimbraPingStop\(/d'
 planted "a call that does not say what it returns" queue.h '/@retval/d'
+planted "a parameter that is not told" ping.h '/@param ptPingOpt/d'
+planted "the last parameter that is not told" process.h '/@param flag/d'
+planted "a function that is not told" thread.h '/@param proc/d'
 planted "a pointer that is not told" service.h '/@return/d'
 planted "a variable without comment" ping.h '/g_ptApiPingInfo/s/^/\n/'
 planted "a record without comment" ping.h '/^typedef struct PingInfo/s/^/\n/'
