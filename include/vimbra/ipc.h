@@ -5,8 +5,8 @@
  * Every request, reply and notification is an IpcMsgHead followed by a body of `size` bytes, over a
  * Unix stream socket in /tmp, unix(7). A connection carries one message each way at most. Peers are
  * on one machine, so integers are in host byte order. A listener of this library waits five seconds
- * from the accept for the message. <vimbra/vimbra.h> says what holds for
- * every call.
+ * from the accept for the message. <vimbra/vimbra.h> says what holds for every
+ * call.
  */
 #ifndef VIMBRA_IPC_H
 #define VIMBRA_IPC_H
