@@ -22,6 +22,7 @@ struct Slot {
     ListenerSlot listener;
     bool taken;  // from TakeSlot() to GiveBack(); a record may count as started later than that
     u32 turn;    // counts the takers
+    u32 asking;  // starts that share it and wait for the daemon's reply; see ShareSlot()
 };
 
 // The slot of a record; null for null.
@@ -99,6 +100,18 @@ u32 TakeSlot(Slot<Info>& slot) {
 template <typename Info>
 void GiveBack(Slot<Info>& slot) {
     slot.taken = false;
+    slot.asking = 0;
+}
+
+// For a service of which there is one: starts that cross share its slot. Each asks the daemon, and
+// one listener, which the first of them starts (`asking` is 1), serves them all.
+template <typename Info>
+u32 ShareSlot(Slot<Info>& slot) {
+    if (!slot.taken) {
+        TakeSlot(slot);
+    }
+    slot.asking++;
+    return slot.turn;
 }
 
 // Is it still that taker's? Its listener, or a stop, may have given it back meanwhile, and another

@@ -10,6 +10,8 @@
 #include <functional>
 #include <mutex>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 #include <vimbra/bed.hpp>
 
@@ -94,6 +96,17 @@ class Conflicts : public testing::TestWithParam<int> {
     std::string Number() const { return std::to_string(Family()); }
     TIpConflictInfo* Info() const {
         return GetParam() == 0 ? g_ptIpConflictInfo : g_ptIpConflictInfo->ptNext;
+    }
+
+    // Whatever came before: the family can be used.
+    void ExpectStartsAndStops() const {
+        g_seen.clear();
+        EXPECT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict));
+        EXPECT_EQ(1u, Info()->bIsStarted);
+        EXPECT_TRUE(Notify(Socket(), 1, Conflict()));
+        EXPECT_EQ(1u, Copy(g_seen).size());
+        EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
+        EXPECT_TRUE(WaitForNoListener(Socket()));
     }
 };
 
@@ -321,6 +334,142 @@ TEST_P(Conflicts, CallbackMayStopAndRestartTheWatch) {
     EXPECT_EQ(descriptors, OpenDescriptors());
 }
 
+// ---- Calls that cross --------------------------------------------------------------------------
+
+TEST_P(Conflicts, StopBeforeTheStartHasItsReplyLeavesTheFamilyStopped) {
+    ScriptedDaemon daemon;
+    const size_t threads = Threads();
+    const Gate gate;
+    daemon.Next(kStart, Answer::Code(0).Behind(gate));
+    std::thread starter([&] { EXPECT_EQ(0, VimbraIpConflictCheckStart(Family(), NoConflict)); });
+    ASSERT_TRUE(gate.WaitArrived());
+    EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
+    gate.Open();
+    starter.join();
+    EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
+    EXPECT_EQ(0u, Info()->bIsStarted);
+    EXPECT_EQ(nullptr, Info()->pfIpConflictCB);
+    ExpectStartsAndStops();
+}
+
+TEST_P(Conflicts, CallbackMayStopBeforeTheStartHasItsReply) {
+    ScriptedDaemon daemon;
+    g_inCallback = [&] { EXPECT_EQ(0, VimbraIpConflictCheckStop(Family())); };
+    daemon.Next(kStart, Answer::Code(0).After(
+                            [&](const Request&) { EXPECT_TRUE(Notify(Socket(), 1, Conflict())); }));
+    EXPECT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict));
+    g_inCallback = nullptr;
+    EXPECT_EQ(0u, Info()->bIsStarted);
+    EXPECT_TRUE(WaitForNoListener(Socket()));
+    ExpectStartsAndStops();
+}
+
+TEST_P(Conflicts, RefusedStartLeavesAWatchThatWasStartedSinceAlone) {
+    Capture log;
+    ScriptedDaemon daemon;
+    bool first = true;
+    g_inCallback = [&] {
+        if (!std::exchange(first, false)) {
+            return;
+        }
+        EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
+        EXPECT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict));
+    };
+    daemon.Next(kStart, Answer::Code(9).After(
+                            [&](const Request&) { EXPECT_TRUE(Notify(Socket(), 1, Conflict())); }));
+    EXPECT_EQ(-1, VimbraIpConflictCheckStart(Family(), TakeConflict));
+    EXPECT_TRUE(log.Has(Kind::kError, "VimbraIpConflictCheckStart", "ThreadKill error!"));
+    EXPECT_EQ(1u, Info()->bIsStarted);
+    EXPECT_TRUE(Notify(Socket(), 1, Conflict()));
+    EXPECT_EQ(2u, Copy(g_seen).size());
+    EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
+    g_inCallback = nullptr;
+    ExpectStartsAndStops();
+}
+
+TEST_P(Conflicts, LateStopLeavesAWatchThatWasStartedSinceAlone) {
+    Capture log;
+    ScriptedDaemon daemon;
+    ASSERT_EQ(0, VimbraIpConflictCheckStart(Family(), NoConflict));
+    const Gate gate;
+    daemon.Next(kStop, Answer::Code(0).Behind(gate));
+    std::thread stopper([&] { EXPECT_EQ(-1, VimbraIpConflictCheckStop(Family())); });
+    ASSERT_TRUE(gate.WaitArrived());
+    EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
+    EXPECT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict));
+    gate.Open();
+    stopper.join();
+    EXPECT_TRUE(log.Has(Kind::kError, "VimbraIpConflictCheckStop", "ThreadKill error!"));
+    EXPECT_EQ(1u, Info()->bIsStarted);
+    EXPECT_TRUE(Notify(Socket(), 1, Conflict()));
+    EXPECT_EQ(1u, Copy(g_seen).size());
+    EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
+    ExpectStartsAndStops();
+}
+
+TEST_P(Conflicts, TwoStartsOfWhichOneIsRefusedLeaveTheOther) {
+    for (const bool firstIsRefused : {false, true}) {
+        ScriptedDaemon daemon;
+        const Gate first;
+        const Gate second;
+        daemon.Next(kStart, Answer::Code(firstIsRefused ? 3 : 0).Behind(first));
+        daemon.Next(kStart, Answer::Code(firstIsRefused ? 0 : 3).Behind(second));
+        g_seen.clear();
+        std::thread one([&] { EXPECT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict)); });
+        ASSERT_TRUE(first.WaitArrived());
+        std::thread other(
+            [&] { EXPECT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict)); });
+        ASSERT_TRUE(second.WaitArrived());
+        // The refused one hears of it before the other has its reply.
+        (firstIsRefused ? first : second).Open();
+        (firstIsRefused ? one : other).join();
+        EXPECT_EQ(0u, Info()->bIsStarted);
+        (firstIsRefused ? second : first).Open();
+        (firstIsRefused ? other : one).join();
+        EXPECT_EQ(1u, Info()->bIsStarted);
+        EXPECT_TRUE(Notify(Socket(), 1, Conflict()));
+        EXPECT_EQ(1u, Copy(g_seen).size());
+        EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
+        ExpectStartsAndStops();
+    }
+}
+
+TEST_P(Conflicts, TwoRefusedStartsLeaveNothing) {
+    ScriptedDaemon daemon;
+    const size_t threads = Threads();
+    const Gate gate;
+    daemon.Next(kStart, Answer::Code(3).Behind(gate)).Next(kStart, Answer::Code(4).Behind(gate));
+    std::thread one([&] { EXPECT_EQ(0, VimbraIpConflictCheckStart(Family(), NoConflict)); });
+    ASSERT_TRUE(gate.WaitArrived(1));
+    std::thread other([&] { EXPECT_EQ(0, VimbraIpConflictCheckStart(Family(), NoConflict)); });
+    ASSERT_TRUE(gate.WaitArrived(2));
+    gate.Open();
+    one.join();
+    other.join();
+    EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
+    EXPECT_EQ(0u, Info()->bIsStarted);
+    EXPECT_EQ(nullptr, Info()->pfIpConflictCB);
+    ExpectStartsAndStops();
+}
+
+TEST_P(Conflicts, TwoAcceptedStartsAreOneWatchOfTheFirst) {
+    Capture log;
+    ScriptedDaemon daemon;
+    const Gate gate;
+    daemon.Next(kStart, Answer::Code(0).Behind(gate));
+    std::thread late([&] { EXPECT_EQ(-1, VimbraIpConflictCheckStart(Family(), NoConflict)); });
+    ASSERT_TRUE(gate.WaitArrived());
+    EXPECT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict));
+    gate.Open();
+    late.join();
+    EXPECT_TRUE(log.Has(Kind::kError, "VimbraIpConflictCheckStart",
+                        "the wSimFamily " + Number() + " ip conflict has been started!"));
+    EXPECT_TRUE(Notify(Socket(), 1, Conflict()));
+    EXPECT_EQ(1u, Copy(g_seen).size());
+    EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
+    ExpectStartsAndStops();
+}
+
 TEST_P(Conflicts, ListenerRunsUnderItsName) {
     ScriptedDaemon daemon;
     ASSERT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict));
@@ -382,6 +531,46 @@ TEST(Conflict, FamiliesAreIndependent) {
     EXPECT_TRUE(Notify(kSockets[1], 1, Conflict("eth0", 10, "2001:db8::1")));
     EXPECT_EQ(1u, Copy(g_seen).size());
     EXPECT_EQ(0, VimbraIpConflictCheckStop(10));
+}
+
+// The head is everybody's to see and to change; behind the second record nobody looks.
+TEST(Conflict, LookupGoesThroughTheHeadAndItsSuccessorOnly) {
+    ASSERT_EQ(0, VimbraInit());
+    Capture log;
+    ScriptedDaemon daemon;
+    TIpConflictInfo* const own = g_ptIpConflictInfo;
+    TIpConflictInfo* const ownIpv6 = own->ptNext;
+    TIpConflictInfo second = {};
+    second.ptNext = ownIpv6;
+    second.wSinFamily = 7;
+    own->ptNext = &second;
+    EXPECT_EQ(-1, VimbraIpConflictCheckStart(10, NoConflict));
+    EXPECT_TRUE(log.Has(Kind::kError, "FamilyMapIpConfictInfo", "the wSinFamily 10 is invalid!"));
+    EXPECT_EQ(0u, daemon.Requests().size());
+    own->ptNext = nullptr;
+    EXPECT_EQ(-1, VimbraIpConflictCheckStart(10, NoConflict));
+    own->ptNext = ownIpv6;
+
+    // A record of the application's is as good, and nothing beside it is touched.
+    struct {
+        TIpConflictInfo info;
+        uint8_t guard[64];
+    } foreign = {};
+    memset(foreign.guard, 0xa5, sizeof(foreign.guard));
+    foreign.info.ptNext = own;
+    foreign.info.wSinFamily = 10;
+    g_ptIpConflictInfo = &foreign.info;
+    EXPECT_EQ(0, VimbraIpConflictCheckStart(10, TakeConflict));
+    EXPECT_EQ(1u, foreign.info.bIsStarted);
+    EXPECT_NE(0u, foreign.info.tThreadId);
+    EXPECT_EQ(0u, ownIpv6->bIsStarted);
+    EXPECT_TRUE(Notify(kSockets[1], 1, Conflict("eth0", 10, "2001:db8::1")));
+    EXPECT_EQ(1u, Copy(g_seen).size());
+    EXPECT_EQ(0, VimbraIpConflictCheckStop(10));
+    EXPECT_EQ(0u, foreign.info.bIsStarted);
+    EXPECT_EQ(0u, foreign.info.tThreadId);
+    EXPECT_EQ(Bytes(64, 0xa5), Bytes(std::span<const uint8_t>(foreign.guard)));
+    g_ptIpConflictInfo = own;
 }
 
 class Legacy : public testing::Test {

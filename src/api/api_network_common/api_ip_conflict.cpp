@@ -15,7 +15,12 @@ TIpConflictInfo* g_ptIpConflictInfo = nullptr;
 
 namespace {
 
-using ConflictSlot = Slot<TIpConflictInfo>;
+// What only the library knows of a family's watch. It is not part of the record, since an
+// application may have put one of its own into the list.
+struct Watch {
+    TIpConflictInfo* info;  // of its newest start
+};
+using WatchSlot = Slot<Watch>;
 
 constexpr RequestRule Rule(RequestRule::OutOfMemory outOfMemory) {
     return {
@@ -32,8 +37,14 @@ constexpr RequestRule Rule(RequestRule::OutOfMemory outOfMemory) {
 constexpr RequestRule kStartRule = Rule(RequestRule::OutOfMemory::kErrno);
 constexpr RequestRule kStopRule = Rule(RequestRule::OutOfMemory::kPlain);
 
-// Guards the records against the listeners.
+// Guards the records and the watches. Not held while the daemon is asked.
 pthread_mutex_t g_tConflictMutex = PTHREAD_MUTEX_INITIALIZER;
+WatchSlot g_tWatchIpv4;
+WatchSlot g_tWatchIpv6;
+
+WatchSlot& WatchOf(u16 family) {
+    return family == VIMBRA_FAMILY_IPV4 ? g_tWatchIpv4 : g_tWatchIpv6;
+}
 
 bool IsOneFamily(u16 family) {
     return family == VIMBRA_FAMILY_IPV4 || family == VIMBRA_FAMILY_IPV6;
@@ -42,8 +53,8 @@ bool IsOneFamily(u16 family) {
 // The application's callback, unless the watch has been stopped or even started anew meanwhile.
 TVimbraConflictCallBack CallbackFor(Listener& listener) {
     const Lock lock(g_tConflictMutex);
-    const auto* info = static_cast<const TIpConflictInfo*>(listener.Argument());
-    return listener.IsCurrent() ? info->pfIpConflictCB : nullptr;
+    const auto* watch = static_cast<const WatchSlot*>(listener.Argument());
+    return listener.IsCurrent() ? watch->info.info->pfIpConflictCB : nullptr;
 }
 
 Next TakeConflict(Listener& listener, Message& message) {
@@ -94,14 +105,14 @@ TIpConflictInfo* FamilyMapIpConfictInfo(u16 wSinFamily) {
         VLOG_ERROR("the ip confilct is not inited!");
         return nullptr;
     }
-    ConflictSlot* const slot = FindSlot(g_ptIpConflictInfo, [=](const ConflictSlot& candidate) {
-        return candidate.info.wSinFamily == wSinFamily;
-    });
-    if (slot == nullptr) {
-        VLOG_ERROR("the wSinFamily %d is invalid!", wSinFamily);
-        return nullptr;
+    TIpConflictInfo* const first = g_ptIpConflictInfo;
+    for (TIpConflictInfo* info : {first, first->ptNext}) {
+        if (info != nullptr && info->wSinFamily == wSinFamily) {
+            return info;
+        }
     }
-    return &slot->info;
+    VLOG_ERROR("the wSinFamily %d is invalid!", wSinFamily);
+    return nullptr;
 }
 
 s32 Send(const CallSite& site, const RequestRule& rule, u32 type, u16 family) {
@@ -127,12 +138,29 @@ void IpConflictCleanUp(TIpConflictInfo* ptInfo) {
     ptInfo->tThreadId = 0;
 }
 
-// Ends the listener and clears the record.
-s32 Recycle(const CallSite& site, TIpConflictInfo* info) {
-    Lock lock(g_tConflictMutex);
-    const ListenerStop stop = KillListener(SlotOf(info)->listener);
-    if (stop.result == 0) {
-        IpConflictCleanUp(info);
+// With the lock held.
+bool Listen(WatchSlot& slot, TIpConflictInfo& info, TVimbraConflictCallBack callback) {
+    slot.info.info = &info;
+    info.pfIpConflictCB = callback;
+    return StartListener(info.wSinFamily == VIMBRA_FAMILY_IPV4 ? kServiceV4 : kServiceV6,
+                         slot.listener, {.argument = &slot, .handle = &info.tThreadId}) != 0;
+}
+
+s32 AlreadyStarted(const CallSite& site, u16 family) {
+    VLOG_ERROR_AT(site, "the wSimFamily %d ip conflict has been started!", family);
+    return VIMBRA_ERR_GENERAL;
+}
+
+// Ends one turn of a watch: its listener goes, its record is cleared. If the turn has ended already
+// there is no thread to kill, and a watch that was started since is left alone. Gives the lock up.
+s32 Recycle(const CallSite& site, WatchSlot& slot, u32 turn, Lock& lock) {
+    ListenerStop stop = {-1, 0};
+    if (IsStillTaken(slot, turn)) {
+        stop = KillListener(slot.listener);
+        if (stop.result == 0) {
+            IpConflictCleanUp(slot.info.info);
+        }
+        GiveBack(slot);
     }
     lock.Unlock();
     if (stop.result != 0) {
@@ -145,22 +173,70 @@ s32 Recycle(const CallSite& site, TIpConflictInfo* info) {
     return VIMBRA_OK;
 }
 
+// What follows on a refused start. Success, though refused: only the log tells. Another start that
+// shares the watch keeps it.
+s32 GiveUp(const CallSite& site, WatchSlot& slot, u32 turn, TVimbraConflictCallBack callback) {
+    Lock lock(g_tConflictMutex);
+    if (IsStillTaken(slot, turn)) {
+        TIpConflictInfo& info = *slot.info.info;
+        slot.asking--;
+        if (info.bIsStarted != 0) {
+            return VIMBRA_OK;
+        }
+        if (slot.asking > 0) {
+            if (info.pfIpConflictCB == callback) {
+                info.pfIpConflictCB = nullptr;
+            }
+            return VIMBRA_OK;
+        }
+    }
+    return Recycle(site, slot, turn, lock);
+}
+
+// What follows on an accepted start: the first that is accepted has the watch. One that was stopped
+// meanwhile has been started all the same.
+s32 Confirm(const CallSite& site, WatchSlot& slot, u32 turn, TVimbraConflictCallBack callback) {
+    Lock lock(g_tConflictMutex);
+    if (!IsStillTaken(slot, turn)) {
+        return VIMBRA_OK;
+    }
+    TIpConflictInfo& info = *slot.info.info;
+    slot.asking--;
+    if (info.bIsStarted == 0) {
+        info.pfIpConflictCB = callback;
+        info.bIsStarted = 1;
+        return VIMBRA_OK;
+    }
+    lock.Unlock();
+    return AlreadyStarted(site, info.wSinFamily);
+}
+
 }  // namespace
 
 void IpConflictCheckInit() {
-    constexpr u16 kFamilies[] = {VIMBRA_FAMILY_IPV4, VIMBRA_FAMILY_IPV6};
-    const bool built = BuildSlots(g_ptIpConflictInfo, 2, [&](TIpConflictInfo& info, int index) {
-        info.wSinFamily = kFamilies[index];
-    });
-    if (!built) {
-        VLOG_ERRNO("XMALLOC error");
+    if (g_ptIpConflictInfo != nullptr) {
+        return;
+    }
+    TIpConflictInfo** link = &g_ptIpConflictInfo;
+    for (const u16 family : {VIMBRA_FAMILY_IPV4, VIMBRA_FAMILY_IPV6}) {
+        auto* const info = NewZeroed<TIpConflictInfo>();
+        if (info == nullptr) {
+            VLOG_ERRNO("XMALLOC error");
+            return;
+        }
+        info->wSinFamily = family;
+        *link = info;
+        link = &info->ptNext;
     }
 }
 
 void vimbra::ForgetConflictWatches() {
     g_tConflictMutex = PTHREAD_MUTEX_INITIALIZER;
-    for (TIpConflictInfo* info = g_ptIpConflictInfo; info != nullptr; info = info->ptNext) {
-        IpConflictCleanUp(info);
+    for (WatchSlot* slot : {&g_tWatchIpv4, &g_tWatchIpv6}) {
+        if (slot->info.info != nullptr) {
+            IpConflictCleanUp(slot->info.info);
+        }
+        GiveBack(*slot);
     }
 }
 
@@ -178,27 +254,25 @@ s32 VimbraIpConflictCheckStart(u16 wSinFamily, TVimbraConflictCallBack ptFunc) {
         VLOG_ERROR("FamilyMapIpConfictInfo error!");
         return VIMBRA_ERR_GENERAL;
     }
+    WatchSlot& slot = WatchOf(wSinFamily);
     Lock lock(g_tConflictMutex);
     if (info->bIsStarted != 0) {
-        VLOG_ERROR("the wSimFamily %d ip conflict has been started!", wSinFamily);
-        return VIMBRA_ERR_GENERAL;
+        lock.Unlock();
+        return AlreadyStarted(VIMBRA_HERE, wSinFamily);
     }
-    info->pfIpConflictCB = ptFunc;
-    const pthread_t thread =
-        StartListener(wSinFamily == VIMBRA_FAMILY_IPV4 ? kServiceV4 : kServiceV6,
-                      SlotOf(info)->listener, {.argument = info, .handle = &info->tThreadId});
-    lock.Unlock();
-    if (thread == 0) {
+    const u32 turn = ShareSlot(slot);
+    if (slot.asking == 1 && !Listen(slot, *info, ptFunc)) {
+        GiveBack(slot);
+        lock.Unlock();
         VLOG_ERROR("VimbraIpConfilictCBThread thread create failed!");
         return VIMBRA_ERR_GENERAL;
     }
+    lock.Unlock();
     if (ApicConflictCheckStart(wSinFamily) != VIMBRA_OK) {
         VLOG_ERROR("ApicConflictCheckStart wSinFamily %d error!", wSinFamily);
-        return Recycle(VIMBRA_HERE, info);  // Success, though refused: only the log tells.
+        return GiveUp(VIMBRA_HERE, slot, turn, ptFunc);
     }
-    const Lock again(g_tConflictMutex);
-    info->bIsStarted = 1;
-    return VIMBRA_OK;
+    return Confirm(VIMBRA_HERE, slot, turn, ptFunc);
 }
 
 s32 VimbraIpConflictCheckStop(u16 wSinFamily) {
@@ -211,9 +285,14 @@ s32 VimbraIpConflictCheckStop(u16 wSinFamily) {
         VLOG_ERROR("FamilyMapIpConfictInfo error!");
         return VIMBRA_ERR_GENERAL;
     }
+    WatchSlot& slot = WatchOf(wSinFamily);
+    Lock lock(g_tConflictMutex);
+    const u32 turn = slot.turn;
+    lock.Unlock();
     if (ApicConflictCheckStop(wSinFamily) != VIMBRA_OK) {
         VLOG_ERROR("ApicConflictCheckStop wSinFamily %d error!", wSinFamily);
         return VIMBRA_ERR_GENERAL;
     }
-    return Recycle(VIMBRA_HERE, info);
+    Lock again(g_tConflictMutex);
+    return Recycle(VIMBRA_HERE, slot, turn, again);
 }
