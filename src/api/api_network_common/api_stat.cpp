@@ -4,8 +4,9 @@
 
 #include "api/api_network_common/stat_wire.hpp"
 #include "api/fork.hpp"
-#include "lib/listener.hpp"
+#include "lib/lock.hpp"
 #include "lib/request.hpp"
+#include "lib/slots.hpp"
 
 using namespace vimbra;
 using namespace vimbra::wire;
@@ -28,6 +29,21 @@ constexpr RequestRule kStopRule = {
     RequestRule::OutOfMemory::kErrno,
 };
 
+struct Statistics {
+    vimbra_bool isStarted;
+    TDevStatNotifyCallBack callback;
+};
+
+// Not held while the daemon is asked, nor in the callback.
+pthread_mutex_t g_tStatMutex = PTHREAD_MUTEX_INITIALIZER;
+Slot<Statistics> g_tStat;
+
+// The application's callback, unless the listener has been let go of.
+TDevStatNotifyCallBack CallbackFor(const Listener& listener) {
+    const Lock lock(g_tStatMutex);
+    return listener.IsCurrent() ? g_tStat.info.callback : nullptr;
+}
+
 Next TakeReport(Listener& listener, Message& message) {
     const StatReportBody& report = message.As<StatReportBody>();
     constexpr u32 kDevices = std::extent_v<decltype(StatReportBody::atStat)>;
@@ -41,8 +57,11 @@ Next TakeReport(Listener& listener, Message& message) {
             count++;
         }
     }
-    if (count > 0) {
-        reinterpret_cast<TDevStatNotifyCallBack>(listener.Argument())(stats, count);
+    if (count == 0) {
+        return Next::kGoOn;
+    }
+    if (const TDevStatNotifyCallBack callback = CallbackFor(listener); callback != nullptr) {
+        callback(stats, count);
     }
     return Next::kGoOn;
 }
@@ -58,17 +77,6 @@ constexpr ListenerService kService = {
     .message = TakeReport,
 };
 
-ListenerSlot g_tStatListener;
-vimbra_bool g_bVimBraStatRunState = 0;
-
-bool IsStarted() {
-    return __atomic_load_n(&g_bVimBraStatRunState, __ATOMIC_ACQUIRE) != 0;
-}
-
-void SetStarted(vimbra_bool started) {
-    __atomic_store_n(&g_bVimBraStatRunState, started, __ATOMIC_RELEASE);
-}
-
 s32 SendStart(const CallSite& site, int interval) {
     Request<StatStartBody> request(site, kStartRule);
     if (!request) {
@@ -83,43 +91,90 @@ s32 SendStop(const CallSite& site) {
     return request ? request.Send(kStatStop) : VIMBRA_ERR_GENERAL;
 }
 
+s32 AlreadyStarted(const CallSite& site) {
+    VLOG_PRINT_AT(site, "vimbra stat is already started");
+    return VIMBRA_OK;
+}
+
+// What follows on a refused registration. The listener goes with the last that waits for its reply,
+// unless another was accepted.
+void GiveUp(u32 turn, TDevStatNotifyCallBack callback) {
+    const Lock lock(g_tStatMutex);
+    if (!IsStillTaken(g_tStat, turn)) {
+        return;
+    }
+    g_tStat.asking--;
+    if (g_tStat.info.isStarted != 0) {
+        return;
+    }
+    if (g_tStat.asking == 0) {
+        KillListener(g_tStat.listener);
+        GiveBack(g_tStat);
+    } else if (g_tStat.info.callback == callback) {
+        g_tStat.info.callback = nullptr;
+    }
+}
+
+// What follows on an accepted registration: the first that is accepted counts.
+s32 Confirm(const CallSite& site, u32 turn, TDevStatNotifyCallBack callback) {
+    Lock lock(g_tStatMutex);
+    if (!IsStillTaken(g_tStat, turn)) {
+        return VIMBRA_OK;
+    }
+    g_tStat.asking--;
+    if (g_tStat.info.isStarted != 0) {
+        lock.Unlock();
+        return AlreadyStarted(site);
+    }
+    g_tStat.info = {1, callback};
+    return VIMBRA_OK;
+}
+
 }  // namespace
 
 void vimbra::ForgetStatistics() {
-    SetStarted(0);
+    g_tStatMutex = PTHREAD_MUTEX_INITIALIZER;
+    g_tStat.info = {};
+    GiveBack(g_tStat);
 }
 
 s32 VimbraStatNotifyCallbackReg(int nInterval, TDevStatNotifyCallBack pfNotifyCb) {
-    if (IsStarted()) {
-        VLOG_PRINT("vimbra stat is already started");
-        return VIMBRA_OK;
+    Lock lock(g_tStatMutex);
+    if (g_tStat.info.isStarted != 0) {
+        lock.Unlock();
+        return AlreadyStarted(VIMBRA_HERE);
     }
     if (nInterval <= 0) {
+        lock.Unlock();
         VLOG_ERROR("nInterval %d param is invalid!", nInterval);
         return VIMBRA_ERR_GENERAL;
     }
     if (pfNotifyCb == nullptr) {
+        lock.Unlock();
         VLOG_ERROR("pfNotifyCb is NULL!");
         return VIMBRA_ERR_GENERAL;
     }
-    const pthread_t thread =
-        StartListener(kService, g_tStatListener, {.argument = reinterpret_cast<void*>(pfNotifyCb)});
-    // A thread that could not be made is 0 and passes here; stopping tells it.
-    if (thread == static_cast<pthread_t>(-1)) {
-        VLOG_ERROR("create callback thread failed!");
-        return VIMBRA_ERR_GENERAL;
+    const u32 turn = ShareSlot(g_tStat);
+    if (g_tStat.asking == 1) {
+        g_tStat.info.callback = pfNotifyCb;
+        // A thread that could not be made passes here; stopping tells it.
+        StartListener(kService, g_tStat.listener, {});
     }
+    lock.Unlock();
     if (SendStart(VIMBRA_HERE, nInterval) != VIMBRA_OK) {
         VLOG_ERROR("api_operate_route error");  // Known by these words.
-        KillListener(g_tStatListener);
+        GiveUp(turn, pfNotifyCb);
         return VIMBRA_ERR_GENERAL;
     }
-    SetStarted(1);
-    return VIMBRA_OK;
+    return Confirm(VIMBRA_HERE, turn, pfNotifyCb);
 }
 
 s32 VimbraStatStop() {
-    if (!IsStarted()) {
+    Lock lock(g_tStatMutex);
+    const bool isStarted = g_tStat.info.isStarted != 0;
+    const u32 turn = g_tStat.turn;
+    lock.Unlock();
+    if (!isStarted) {
         VLOG_PRINT("vimbra stat is already stoped");
         return VIMBRA_OK;
     }
@@ -127,10 +182,14 @@ s32 VimbraStatStop() {
         VLOG_ERROR("stat stop error!");
         return VIMBRA_ERR_GENERAL;
     }
-    if (KillListener(g_tStatListener).result != 0) {
-        VLOG_ERROR("stat thread_kill error!");
-        return VIMBRA_ERR_GENERAL;
+    Lock again(g_tStatMutex);
+    // Stopped by another call meanwhile, it has no thread to kill; what came since is left alone.
+    if (IsStillTaken(g_tStat, turn) && KillListener(g_tStat.listener).result == 0) {
+        g_tStat.info = {};
+        GiveBack(g_tStat);
+        return VIMBRA_OK;
     }
-    SetStarted(0);
-    return VIMBRA_OK;
+    again.Unlock();
+    VLOG_ERROR("stat thread_kill error!");
+    return VIMBRA_ERR_GENERAL;
 }
