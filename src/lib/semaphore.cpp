@@ -1,3 +1,5 @@
+#include "lib/semaphore.hpp"
+
 #include <sys/sem.h>
 #include <vimbra/semaphore.h>
 
@@ -50,4 +52,9 @@ int semaphore_p(int sem_id) {
 
 int semaphore_v(int sem_id) {
     return Check(VIMBRA_HERE, Operate(sem_id, 1), "semaphore_v error", sem_id);
+}
+
+void vimbra::TakeSemaphore(int id) {
+    while (semaphore_p(id) != 0 && errno == EINTR) {
+    }
 }

@@ -6,6 +6,8 @@
 #include <vimbra/net_traceroute.h>
 #include <vimbra/traceroute.h>
 
+#include <csignal>
+#include <thread>
 #include <vimbra/bed.hpp>
 
 #include "recorder.hpp"
@@ -152,6 +154,31 @@ TEST_F(Traceroute, TheListenerIsBoundBeforeTheDaemonIsAsked) {
         EXPECT_EQ(0, Start(1));
         EXPECT_EQ(0, VimbraTracerouteStop(1));
     }
+    EXPECT_TRUE(AllGone());
+}
+
+// The lock of all starts on the machine is given back as often as it is taken.
+TEST_F(Traceroute, ASignalDoesNotLetAStartPass) {
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    ASSERT_EQ(0, sigaction(SIGUSR2, &action, nullptr));
+    const int semaphore = semget(7784, 1, 0);
+    ASSERT_LE(0, semaphore);
+    sembuf take = {0, -1, 0};
+    ASSERT_EQ(0, semop(semaphore, &take, 1));
+    std::thread starter([&] { EXPECT_EQ(0, Start(1)); });
+    for (int i = 1; i <= 3; i++) {
+        EXPECT_TRUE(WaitFor([&] { return semctl(semaphore, 0, GETNCNT) == 1; }));
+        pthread_kill(starter.native_handle(), SIGUSR2);
+        EXPECT_TRUE(WaitFor(
+            [&] { return log_.Count(Kind::kError, "semaphore_p", "semaphore_p error") == i; }));
+    }
+    EXPECT_EQ(0u, daemon_.Connections());
+    sembuf give = {0, 1, 0};
+    ASSERT_EQ(0, semop(semaphore, &give, 1));
+    starter.join();
+    EXPECT_EQ(1, semctl(semaphore, 0, GETVAL));
+    EXPECT_EQ(0, VimbraTracerouteStop(1));
     EXPECT_TRUE(AllGone());
 }
 

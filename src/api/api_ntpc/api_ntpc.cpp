@@ -11,6 +11,7 @@
 #include "lib/lock.hpp"
 #include "lib/memory.hpp"
 #include "lib/request.hpp"
+#include "lib/semaphore.hpp"
 
 using namespace vimbra;
 using namespace vimbra::wire;
@@ -89,13 +90,6 @@ Client* AwaitClient(u16 family) {
         pthread_cond_wait(&g_tEnded, &g_tNtpcMutex);
     }
     return client;
-}
-
-// A signal handler of the application's must not let a start pass: the semaphore would be given
-// back once more than it was taken.
-void TakeSemaphore() {
-    while (semaphore_p(ntpc_sem_id) != 0 && errno == EINTR) {
-    }
 }
 
 // ---- The listening thread ----------------------------------------------------------------------
@@ -261,14 +255,14 @@ s32 VimbraNtpcStart(TVimbraAddr tServerIp, u32 dwSyncTimeInterval,
         return VIMBRA_ERR_GENERAL;
     }
     __atomic_store_n(&client->info.pfNtpcNotifyCallBack, ptCallBack, __ATOMIC_RELEASE);
-    TakeSemaphore();
+    TakeSemaphore(ntpc_sem_id);
     if (StartListener(IsIpv4(*client) ? kIpv4 : kIpv6, client->listener,
                       {.argument = client, .handle = &client->info.tNtpcThreadID}) == 0) {
         // The semaphore stays taken; the test is Ntpc.SemaphoreStaysTakenWithoutThread.
         VLOG_ERROR("create ntpc callback thread failed!");
         return VIMBRA_ERR_GENERAL;
     }
-    TakeSemaphore();
+    TakeSemaphore(ntpc_sem_id);
     semaphore_v(ntpc_sem_id);
     if (ApicNtpcStart(tServerIp, dwSyncTimeInterval) != VIMBRA_OK) {
         VLOG_ERROR("ntpc client start error!");

@@ -10,6 +10,7 @@
 #include "lib/listener.hpp"
 #include "lib/lock.hpp"
 #include "lib/request.hpp"
+#include "lib/semaphore.hpp"
 #include "lib/slots.hpp"
 
 using namespace vimbra;
@@ -95,7 +96,7 @@ TraceSlot* FindBusy(s32 nUserID) {
 // Starts the listener and waits until it serves its socket; one start at a time on the whole
 // machine. With the registry locked.
 bool StartBound(TraceSlot& slot) {
-    semaphore_p(tracert_sem_id);
+    TakeSemaphore(tracert_sem_id);
     if (StartListener(kService, slot.listener,
                       {.argument = &slot, .handle = &slot.info.tThreadId}) == 0) {
         VLOG_ERROR_AT((CallSite{"VimbraTracerouteStart", __LINE__}),
@@ -103,7 +104,7 @@ bool StartBound(TraceSlot& slot) {
         semaphore_v(tracert_sem_id);
         return false;
     }
-    semaphore_p(tracert_sem_id);
+    TakeSemaphore(tracert_sem_id);
     semaphore_v(tracert_sem_id);
     return true;
 }
