@@ -575,7 +575,7 @@ TEST_F(Ntpc, ShortHeadEndsTheListener) {
             connection.Send(Pack().Zeros(11));
             EXPECT_TRUE(connection.WaitPeerClosed());
         }
-        EXPECT_TRUE(log_.Has(Kind::kPerror, family == 2 ? kThread : kThread6,
+        EXPECT_TRUE(log_.Has(Kind::kError, family == 2 ? kThread : kThread6,
                              "read ntpc message head error"));
         EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
         EXPECT_FALSE(HasListener(socket));
@@ -594,7 +594,7 @@ TEST_F(Ntpc, ShortBodyEndsTheListener) {
         const char* const socket = family == 2 ? kSocket : kSocket6;
         EXPECT_EQ(0, Start(family));
         EXPECT_TRUE(Notify(socket, 1, {1, 2, 3}, {.size = 4, .flag = 0, .wait = true}));
-        EXPECT_TRUE(log_.Has(Kind::kPerror, family == 2 ? kThread : kThread6,
+        EXPECT_TRUE(log_.Has(Kind::kError, family == 2 ? kThread : kThread6,
                              "read ntpc message body error"));
         EXPECT_TRUE(WaitForNoListener(socket));
         EXPECT_EQ(0, VimbraNtpcStop(family));

@@ -118,8 +118,8 @@ Next TakeReport(Listener& listener, Message& message) {
     return Next::kGoOn;
 }
 
-constexpr Trouble kShortHead = {"read ntpc message head error", Trouble::kErrno, Next::kEnd};
-constexpr Trouble kShortBody = {"read ntpc message body error", Trouble::kErrno, Next::kEnd};
+constexpr Trouble kShortHead = {"read ntpc message head error", Trouble::kPlain, Next::kEnd};
+constexpr Trouble kShortBody = {"read ntpc message body error", Trouble::kPlain, Next::kEnd};
 constexpr Trouble kBodyTooLong = {"the ntpc message body is too long!", Trouble::kPlain,
                                   Next::kGoOn};
 
