@@ -603,8 +603,12 @@ TEST_F(Pppoe, BothTogetherMayBeStartedOverBothHalves) {
     EXPECT_EQ(Config().Body(11), daemon_.Requests(kStart)[2].body);
     EXPECT_THAT(Started(), ElementsAre("2=1", "10=1", "11=1"));
     EXPECT_EQ(0, Stop(11));
-    // All are marked as stopped; the listeners of the halves go on until the next start.
+    // All are marked as stopped, and no thread is left that calls back.
     EXPECT_THAT(Started(), ElementsAre("2=0", "10=0", "11=0"));
+    EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
+    EXPECT_FALSE(HasListener(kSocket));
+    EXPECT_FALSE(HasListener(kSocket6));
+    EXPECT_THAT(Kinds(), ElementsAre(5u));
     EXPECT_EQ(0, Stop(2));
     EXPECT_EQ(1u, daemon_.Requests(kStop).size());
     for (const u16 family : {2, 10}) {
@@ -633,6 +637,71 @@ TEST_F(Pppoe, HalfOfBothHasNoThreadToStop) {
         EXPECT_THAT(Started(), ElementsAre("2=0", "10=0", "11=0"));
     }
     EXPECT_THAT(Kinds(), ElementsAre(2u, 5u, 2u, 5u));
+}
+
+// ---- Calls that cross --------------------------------------------------------------------------
+
+TEST_F(Pppoe, StartsOfBothAndOfAHalfAtOnceLeaveNothingWhenAllAreStopped) {
+    for (const u16 half : {2, 10}) {
+        for (const auto& order : {std::vector<u16>{11, 10, 2}, {2, 10, 11}, {11, 2, 10}}) {
+            const size_t threads = Threads();
+            const auto descriptors = OpenDescriptors();
+            const Gate gate;
+            daemon_.Next(kStart, Answer::Code(0).Behind(gate));
+            daemon_.Next(kStart, Answer::Code(0).Behind(gate));
+            std::thread both([&] { EXPECT_EQ(0, Start(11)); });
+            std::thread one([&] { EXPECT_EQ(0, Start(half)); });
+            ASSERT_TRUE(gate.WaitArrived(2));
+            gate.Open();
+            both.join();
+            one.join();
+            EXPECT_THAT(Started(), ElementsAre("2=1", "10=1", "11=1"));
+            for (const u16 family : order) {
+                EXPECT_EQ(0, Stop(family));
+            }
+            EXPECT_THAT(Started(), ElementsAre("2=0", "10=0", "11=0"));
+            EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
+            EXPECT_EQ(descriptors, OpenDescriptors());
+        }
+    }
+    EXPECT_EQ(0, Start(11));
+    EXPECT_TRUE(Notify(kSocket6, 4, {}));
+    EXPECT_EQ(0, Stop(11));
+}
+
+TEST_F(Pppoe, StopOfBothLeavesAHalfThatIsBeingStarted) {
+    const Gate gate;
+    daemon_.Next(kStart, Answer::Code(0).Behind(gate));
+    std::thread half([&] { EXPECT_EQ(0, Start(10)); });
+    ASSERT_TRUE(gate.WaitArrived());
+    EXPECT_EQ(0, Start(11, [](u32, void*, u32) {}));
+    EXPECT_EQ(0, Stop(11));
+    gate.Open();
+    half.join();
+    EXPECT_THAT(Started(), ElementsAre("2=0", "10=1", "11=0"));
+    EXPECT_THAT(ThreadNames(), Contains(ThreadOf("VimbraPppoeCBThread6")));
+    EXPECT_EQ(0, Stop(10));
+    EXPECT_THAT(log_.Count(Kind::kPerror, "VimbraPppoeStop", "pthread_cancel error"), 0);
+    EXPECT_EQ(0, Start(10));
+    EXPECT_TRUE(Notify(kSocket6, 4, {}));
+    EXPECT_EQ(0, Stop(10));
+    EXPECT_THAT(Kinds(), ElementsAre(5u, 4u, 5u));
+}
+
+TEST_F(Pppoe, LateStopLeavesALinkThatWasStartedSinceAlone) {
+    EXPECT_EQ(0, Start(2));
+    const Gate gate;
+    daemon_.Next(kStop, Answer::Code(0).Behind(gate));
+    std::thread stopper([] { EXPECT_EQ(0, Stop(2)); });
+    ASSERT_TRUE(gate.WaitArrived());
+    EXPECT_EQ(0, Stop(2));
+    EXPECT_EQ(0, Start(2));
+    gate.Open();
+    stopper.join();
+    EXPECT_THAT(Started(), ElementsAre("2=1", "10=0", "11=0"));
+    EXPECT_TRUE(Notify(kSocket, 4, {}));
+    EXPECT_EQ(0, Stop(2));
+    EXPECT_THAT(Kinds(), ElementsAre(5u, 4u, 5u));
 }
 
 // ---- Events ------------------------------------------------------------------------------------

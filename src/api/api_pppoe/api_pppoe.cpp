@@ -1,6 +1,8 @@
 #include <vimbra/pppoe.h>
 #include <vimbra/thread.h>
 
+#include <span>
+
 #include "api/api_pppoe/pppoe_wire.hpp"
 #include "api/fork.hpp"
 #include "lib/listener.hpp"
@@ -39,6 +41,7 @@ struct Link {
     // A start or stop is under way, on another thread or further up on this one.
     bool isStarting;
     bool isStopping;
+    u32 turn;  // counts the starts
 };
 static_assert(offsetof(Link, info) == 0);
 
@@ -101,9 +104,11 @@ Link* FamilyMapPppoeInfo(u16 wSinFamily) {
 
 // ---- The listening thread ----------------------------------------------------------------------
 
-void Call(Link& link, u32 event, void* data, u32 length) {
+void Call(const Listener& listener, u32 event, void* data, u32 length) {
     Lock lock(g_tPppoeMutex);
-    const TVimbraPppoeCallBack callback = link.info.pfPppoeNotifyCallBack;
+    const auto* link = static_cast<const Link*>(listener.Argument());
+    const TVimbraPppoeCallBack callback =
+        listener.IsCurrent() ? link->info.pfPppoeNotifyCallBack : nullptr;
     lock.Unlock();
     if (callback != nullptr) {
         callback(event, data, length);
@@ -111,17 +116,16 @@ void Call(Link& link, u32 event, void* data, u32 length) {
 }
 
 Next TakeEvent(Listener& listener, Message& message) {
-    Link& link = *static_cast<Link*>(listener.Argument());
     const u32 type = message.head.type;
     switch (type) {
         case kPppoeConnected:
-            Call(link, type, message.body, sizeof(TVimbraPppoeAddr));
+            Call(listener, type, message.body, sizeof(TVimbraPppoeAddr));
             break;
         case kPppoeEvent2:
         case kPppoeEvent3:
         case kPppoeEvent4:
         case kPppoeStopped:
-            Call(link, type, nullptr, 0);
+            Call(listener, type, nullptr, 0);
             break;
         default:
             VLOG_ERROR_AT(listener.At(__LINE__), "the unkonwn type = 0x%x", type);
@@ -288,6 +292,21 @@ void HangUp(const CallSite& site, Link& link) {
     WaitListener(stop);
 }
 
+// Stopping both marks the halves as stopped. One that was started on its own, before or at the same
+// time, ends with it: no later stop would find it. One whose start or stop is under way is that
+// call's.
+void HangUpHalves() {
+    for (Link& half : std::span(g_ptLinks->of).first(2)) {
+        Lock lock(g_tPppoeMutex);
+        if (half.isStarting || half.isStopping) {
+            continue;
+        }
+        const ListenerStop stop = KillListener(half.listener);
+        lock.Unlock();
+        WaitListener(stop);
+    }
+}
+
 }  // namespace
 
 void PppoeInit() {
@@ -340,6 +359,7 @@ s32 VimbraPppoeStart(TVimbraPppoeParam* ptPppoeParam, u16 wSinFamily,
         return VIMBRA_ERR_GENERAL;
     }
     link->isStarting = true;
+    link->turn++;
     FillConfig(VIMBRA_HERE, *ptPppoeParam, link->info.tConfig);
     link->info.pfPppoeNotifyCallBack = ptNotifyCallBack;
     lock.Unlock();
@@ -363,8 +383,9 @@ s32 VimbraPppoeStop(const char*, u16 wSinFamily) {
         VLOG_ERROR("FamilyMapPppoeInfo error!");
         return VIMBRA_ERR_PARAM;
     }
-    const auto isStoppable = [link] {
-        return link->info.bPppoeStarted != 0 && !link->isStarting && !link->isStopping;
+    const auto isStoppable = [link, turn = link->turn] {
+        return link->info.bPppoeStarted != 0 && !link->isStarting && !link->isStopping &&
+               link->turn == turn;
     };
     if (!isStoppable()) {
         VLOG_PRINT("pppoe already stopped!");
@@ -379,12 +400,15 @@ s32 VimbraPppoeStop(const char*, u16 wSinFamily) {
 
     Lock taking(g_tPppoeMutex);
     if (!isStoppable()) {
-        return VIMBRA_OK;  // Another thread was faster.
+        return VIMBRA_OK;  // Another call was faster, and what was started since is not this one's.
     }
     link->isStopping = true;
     taking.Unlock();
 
     HangUp(VIMBRA_HERE, *link);
+    if (wSinFamily == VIMBRA_FAMILY_BOTH) {
+        HangUpHalves();
+    }
 
     Lock marking(g_tPppoeMutex);
     link->isStopping = false;
