@@ -533,6 +533,38 @@ TEST_F(Dhcpc, StoppingTheHeadEmptiesTheList) {
     EXPECT_EQ(FamilyMapDhcpcInfoExt(2, "c"), FamilyMapDhcpcInfo(2));
 }
 
+// A client that fell out of the list is ended by the next of its name, once that one serves the
+// socket in its place; not before.
+TEST_F(Dhcpc, LostClientGoesOnWhenTheNextOfItsNameDoesNotBind) {
+    for (const char* name : {"a", "b", "c"}) {
+        EXPECT_EQ(0, VimbraDhcpcStart(name, 2, Take));
+    }
+    const TDhcpcInfo* lost = FamilyMapDhcpcInfoExt(2, "a");
+    EXPECT_EQ(0, VimbraDhcpcStop("c", 2));
+    EXPECT_THAT(Listed(), ElementsAre("b/2"));
+    const auto isStarted = [lost] {
+        return __atomic_load_n(&lost->bDhcpcStarted, __ATOMIC_ACQUIRE) != 0;
+    };
+    {
+        const NoThreads none;
+        EXPECT_EQ(-1, VimbraDhcpcStart("a", 2, Never));
+    }
+    EXPECT_TRUE(isStarted());
+    EXPECT_EQ(0, VimbraDhcpcStart("b", 2, Take));
+    ASSERT_EQ(0, rename("/tmp/ipc_dhcpc_a", "/tmp/kept"));
+    ASSERT_EQ(0, mkdir("/tmp/ipc_dhcpc_a", 0700));
+    EXPECT_EQ(0, VimbraDhcpcStart("a", 2, Never));
+    EXPECT_TRUE(log_.WaitFor(Kind::kPerror, kThreadV4, "select error"));
+    EXPECT_TRUE(isStarted());
+    EXPECT_EQ(0, VimbraDhcpcStop("a", 2));
+    ASSERT_EQ(0, rmdir("/tmp/ipc_dhcpc_a"));
+    ASSERT_EQ(0, rename("/tmp/kept", "/tmp/ipc_dhcpc_a"));
+    EXPECT_TRUE(Notify("ipc_dhcpc_a", kLease, Lease("a")));
+    EXPECT_THAT(Kinds(), ElementsAre(30001u));
+    EXPECT_EQ(0, VimbraDhcpcStart("a", 2, Take));
+    EXPECT_FALSE(isStarted());
+}
+
 // ---- Reports -----------------------------------------------------------------------------------
 
 TEST_F(Dhcpc, LeaseReachesTheCallbackAsItCame) {

@@ -164,8 +164,8 @@ void LetGo(Client* client, bool Client::*holder) {
     FreeIfUnused(client);
 }
 
-// A client that fell out of the list cannot be stopped. Once another takes over its socket nobody
-// reaches it either: its thread ends at its next time-out.
+// A client that fell out of the list cannot be stopped. Once another has taken over its socket
+// nobody reaches it either: its thread ends at its next time-out.
 void EndSuperseded(const Client& by) {
     Client* next = g_ptClients;
     while (next != nullptr) {
@@ -192,7 +192,6 @@ Client* NewRegistered(const CallSite& site, const char* name, u16 family,
     snprintf(client->socketName, sizeof(client->socketName), "%s_%s",
              IsIpv4(*client) ? kDhcpcSocketIpv4 : kDhcpcSocketIpv6, name);
     Append(*client);
-    EndSuperseded(*client);
     return client;
 }
 
@@ -223,9 +222,13 @@ Next Begin(Listener& listener) {
 }
 
 void BoundTo(Listener& listener, Bound bound) {
-    if (bound == Bound::kListening) {
-        SetStarted(ServedBy(listener), 1);
+    if (bound != Bound::kListening) {
+        return;
     }
+    Client& client = ServedBy(listener);
+    SetStarted(client, 1);
+    const Lock lock(g_tRecordMutex);
+    EndSuperseded(client);
 }
 
 void Call(Client& client, u32 event) {
