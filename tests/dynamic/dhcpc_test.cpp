@@ -10,6 +10,7 @@
 #include <vimbra/common.h>
 #include <vimbra/dhcpc.h>
 #include <vimbra/net_dhcpc.h>
+#include <vimbra/thread.h>
 
 #include <atomic>
 #include <chrono>
@@ -563,6 +564,23 @@ TEST_F(Dhcpc, LostClientGoesOnWhenTheNextOfItsNameDoesNotBind) {
     EXPECT_THAT(Kinds(), ElementsAre(30001u));
     EXPECT_EQ(0, VimbraDhcpcStart("a", 2, Take));
     EXPECT_FALSE(isStarted());
+}
+
+TEST_F(Dhcpc, ListenersAreDetachedFromTheirFirstStepOn) {
+    for (const u16 family : {u16{2}, u16{10}}) {
+        EXPECT_EQ(0, VimbraDhcpcStart("eth0", family, Take));
+        const pthread_t thread = FamilyMapDhcpcInfoExt(family, "eth0")->DhcpcThreadID;
+        pthread_attr_t attributes;
+        ASSERT_EQ(0, pthread_getattr_np(thread, &attributes));
+        int state = PTHREAD_CREATE_JOINABLE;
+        EXPECT_EQ(0, pthread_attr_getdetachstate(&attributes, &state));
+        EXPECT_EQ(PTHREAD_CREATE_DETACHED, state);
+        pthread_attr_destroy(&attributes);
+        EXPECT_EQ(-1, ThreadDetach(thread));
+        EXPECT_TRUE(
+            Notify(family == 2 ? "ipc_dhcpc_eth0" : "ipc_dhcpcv6_eth0", kLease, Lease("eth0")));
+    }
+    EXPECT_THAT(Kinds(), ElementsAre(30001u, 30001u));
 }
 
 // ---- Reports -----------------------------------------------------------------------------------

@@ -1,5 +1,6 @@
 #include <vimbra/dhcpc.h>
 #include <vimbra/process.h>
+#include <vimbra/thread.h>
 
 #include <csignal>
 #include <cstdio>
@@ -214,6 +215,7 @@ Client& ServedBy(const Listener& listener) {
 }
 
 Next Begin(Listener& listener) {
+    ThreadDetach(pthread_self());
     const Client& client = ServedBy(listener);
     if (!IsIpv4(client)) {
         VLOG_PRINT_AT(listener.At(__LINE__), "server_path %s", client.socketName);
@@ -289,7 +291,7 @@ constexpr int kTimeOut = 10;
 constexpr ListenerService kIpv4 = {
     .function = "DhcpcCBThreadV4",
     .threadName = "VimbraDhcpcCBThreadV4",
-    .detached = false,  // It detaches itself when it ends.
+    .detached = false,  // It detaches itself as its first step.
     .bodySize = sizeof(TVimbraDhcpcAddrInfo),
     .tickSeconds = kTimeOut,
     .waitText = "select error",
@@ -306,7 +308,7 @@ constexpr ListenerService kIpv4 = {
 constexpr ListenerService kIpv6 = {
     .function = "DhcpcCBThreadV6",
     .threadName = "VimbraDhcpcCBThreadV6",
-    .detached = false,  // It detaches itself when it ends.
+    .detached = false,  // It detaches itself as its first step.
     .bodySize = sizeof(TVimbraDhcpcAddrInfo),
     .tickSeconds = kTimeOut,
     .waitText = "select error",
