@@ -108,11 +108,10 @@ TEST_F(Dhcps, RefusedParametersSendNothing) {
     TVimbraDhcpsInfo pool = Pool();
     EXPECT_EQ(1105, VimbraDhcpsStart(nullptr, 2, &pool));
     EXPECT_EQ(1105, VimbraDhcpsStart(name, 2, nullptr));
-    EXPECT_EQ(1105, Start("seventeen-letters", 2, pool));
     EXPECT_EQ(1105, VimbraDhcpsStart(nullptr, 99, nullptr));
     EXPECT_EQ(
-        4, log_.Count(Kind::kError, "CheckDhcpsParam", "ptDhcpsConfInfo || pchIfaceName is NULL!"));
-    EXPECT_EQ(4, log_.Count(Kind::kError, "VimbraDhcpsStart", "CheckDhcpsParam error!"));
+        3, log_.Count(Kind::kError, "CheckDhcpsParam", "ptDhcpsConfInfo || pchIfaceName is NULL!"));
+    EXPECT_EQ(3, log_.Count(Kind::kError, "VimbraDhcpsStart", "CheckDhcpsParam error!"));
     for (const u16 family : {u16{0}, u16{1}, u16{3}, u16{11}, u16{0xffff}}) {
         EXPECT_EQ(1105, Start("eth0", family, pool));
         EXPECT_TRUE(log_.Has(Kind::kError, "CheckDhcpsParam",
@@ -169,6 +168,18 @@ TEST_F(Dhcps, InterfaceMustBeReadable) {
     EXPECT_TRUE(log_.Has(Kind::kError, "CheckDhcpsParam", "VimbraIfaceGetIp error!"));
     EXPECT_TRUE(log_.Has(Kind::kError, "VimbraDhcpsStart", "CheckDhcpsParam error!"));
     EXPECT_EQ(0u, daemon_.Requests(kStart).size());
+}
+
+TEST_F(Dhcps, NameOf17CharactersFailsWhereTheInterfaceIsAskedFor) {
+    EXPECT_EQ(1105, Start("seventeen-letters", 99, Pool()));
+    EXPECT_TRUE(log_.Has(Kind::kError, "CheckDhcpsParam", "wSinFamily 99 is invalid!"));
+    log_.Clear();
+    EXPECT_EQ(1105, Start("seventeen-letters", 2, Pool()));
+    EXPECT_EQ(3, log_.Count(Kind::kError));
+    EXPECT_TRUE(log_.Has(Kind::kError, "VimbraIfaceGetIp", "pchIfaceName is invalid!"));
+    EXPECT_TRUE(log_.Has(Kind::kError, "CheckDhcpsParam", "VimbraIfaceGetIp error!"));
+    EXPECT_TRUE(log_.Has(Kind::kError, "VimbraDhcpsStart", "CheckDhcpsParam error!"));
+    EXPECT_EQ(0u, daemon_.Connections());
 }
 
 TEST_F(Dhcps, RefusedStartIs1109) {

@@ -95,7 +95,8 @@ s32 ApicDhcpsStopAll() {
 }
 
 s32 CheckDhcpsParam(char* pchIfaceName, u16 wSinFamily, const TVimbraDhcpsInfo* ptDhcpsConfInfo) {
-    if (ptDhcpsConfInfo == nullptr || !IsIfaceName(pchIfaceName)) {
+    // A name that is too long is told below, where the interface is asked for.
+    if (ptDhcpsConfInfo == nullptr || pchIfaceName == nullptr) {
         VLOG_ERROR("ptDhcpsConfInfo || pchIfaceName is NULL!");
         return VIMBRA_ERR_PARAM;
     }
