@@ -393,19 +393,23 @@ TEST(IfaceGetIp, HandsTheRecordOver) {
     }
 }
 
-// The count is the daemon's word; the record is as long as it is.
-TEST(IfaceGetIp, CopiesNoMoreThanTheRecordWhateverItsCount) {
+// The daemon's count is cut to the array, as in every listing.
+TEST(IfaceGetIp, CountAboveTheArrayIsCutToIt) {
     ScriptedDaemon daemon;
-    daemon.On(277, Answer::Body(Bytes(Pack().S32(0).U32(0xffffffff).FillTo(456))));
     char name[] = "eth0";
-    struct {
-        TVimbraIfaceAllIp all;
-        u32 guard;
-    } output = {};
-    output.guard = 0xA5A5A5A5;
-    EXPECT_EQ(0, VimbraIfaceGetIp(name, 2, &output.all));
-    EXPECT_EQ(0xffffffffu, output.all.dwIpNum);
-    EXPECT_EQ(0xA5A5A5A5u, output.guard);
+    const std::pair<u32, u32> counts[] = {
+        {0, 0}, {16, 16}, {17, 16}, {0x80000000, 16}, {0xffffffff, 16}};
+    for (const auto& [told, seen] : counts) {
+        daemon.On(277, Answer::Body(Bytes(Pack().S32(0).U32(told).FillTo(456))));
+        struct {
+            TVimbraIfaceAllIp all;
+            u32 guard;
+        } output = {};
+        output.guard = 0xA5A5A5A5;
+        EXPECT_EQ(0, VimbraIfaceGetIp(name, 2, &output.all));
+        EXPECT_EQ(seen, output.all.dwIpNum);
+        EXPECT_EQ(0xA5A5A5A5u, output.guard);
+    }
 }
 
 TEST(IfaceGetIp, ChecksItsArgumentsInOrder) {

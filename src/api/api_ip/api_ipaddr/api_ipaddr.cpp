@@ -199,6 +199,8 @@ s32 ApicIpaddrGet(const char* pchIfaceName, u16 wSinFamily, TVimbraIfaceAllIp* p
     TIpcAllIp reply = {};
     const s32 result = request.Send(kIpaddrGet, reply);
     if (result == VIMBRA_OK) {
+        u32& count = reply.tIpcAllIp.dwIpNum;
+        count = std::min<u32>(count, VIMBRA_IFACE_IP_MAX);
         *ptNetIfaceIp = reply.tIpcAllIp;
     }
     return result;
