@@ -5,12 +5,15 @@
 #include <vimbra/vimbra.h>
 // After the current interface.
 #include <vimbra/net.h>
+#include <vimbra/thread.h>
 
+#include <fstream>
 #include <functional>
 #include <string>
 #include <vector>
 #include <vimbra/bed.hpp>
 
+#include "api/api_1x/api_dhcps/inotify_utils.hpp"
 #include "processes.hpp"
 
 using namespace vimbra::bed;
@@ -217,6 +220,42 @@ TEST_F(Memory, Requests) {
     EXPECT_EQ(1109, VimbraDhcpsStart(name, 2, &pool));
     g_failing = -1;
     EXPECT_EQ(0, VimbraDhcpsStart(name, 2, &pool));
+}
+
+// The watcher goes with a line, the application stays.
+TEST_F(Memory, LeaseWatcherEndsWithoutMemory) {
+    constexpr char kLeases[] = "/usr/etc/udhcpd.leases";
+    WriteFile(kLeases, std::string(44, '\0'));
+    static char name[] = "watcher";
+    const size_t threads = Threads();
+    const auto watch = [](int failing) {
+        // As NetDhcpsStart() starts it, with so many allocations left.
+        ThreadSpawn(
+            name,
+            [](void* rounds) {
+                g_failing = static_cast<int>(reinterpret_cast<intptr_t>(rounds));
+                VimbraDhcpsCBThread(nullptr);
+            },
+            reinterpret_cast<void*>(static_cast<intptr_t>(failing)), 0x200000, 0, 5);
+    };
+    {
+        Capture log;
+        watch(0);  // the queue
+        EXPECT_TRUE(log.WaitFor(Kind::kPerror, "VimbraDhcpsCBThread", "XMALLOC error"));
+        EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
+    }
+    {
+        Capture log;
+        watch(1);  // the first event
+        EXPECT_TRUE(WaitFor(
+            [&] { return log.StdoutText().find("Watching = 1 items") != std::string::npos; }));
+        std::ofstream(kLeases, std::ios::app) << "more";
+        EXPECT_TRUE(log.WaitFor(Kind::kPerror, "read_events", "XMALLOC error"));
+        EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
+    }
+    for (const auto& [fd, target] : OpenDescriptors()) {
+        EXPECT_EQ(std::string::npos, target.find("inotify")) << fd;
+    }
 }
 
 }  // namespace

@@ -10,6 +10,8 @@
 #include "api/fork.hpp"
 #include "lib/cancel.hpp"
 #include "lib/lock.hpp"
+#include "lib/log.hpp"
+#include "lib/memory.hpp"
 #include "lib/select_set.hpp"
 
 using namespace vimbra;
@@ -151,7 +153,11 @@ int watch_dir(Watcher& watcher, const char* name, u32 mask) {
 
 int event_check(const Watcher& watcher) {
     SelectSet set(watcher.fd.Get());
-    return set ? set.WaitReadable(nullptr) : -1;
+    if (!set) {
+        VLOG_ERRNO("XMALLOC error");
+        return -1;
+    }
+    return set.WaitReadable(nullptr);
 }
 
 int read_events(Watcher& watcher) {
@@ -171,7 +177,8 @@ int read_events(Watcher& watcher) {
         }
         const size_t size = sizeof(event) + event.len;
         if (!Enqueue(watcher.queue, buffer + at, size)) {
-            break;
+            VLOG_ERRNO("XMALLOC error");
+            return -1;
         }
         at += size;
         queued++;
@@ -234,8 +241,11 @@ void VimbraDhcpsCBThread(void*) {
         return;
     }
     const Running running(watcher);
-    watcher.queue = queue_create();
-    if (watch_dir(watcher, kLeaseFile, IN_MODIFY) > 0) {
+    // Not queue_create(), which ends the process where there is no memory.
+    watcher.queue = NewZeroed<queue_struct>();
+    if (watcher.queue == nullptr) {
+        VLOG_ERRNO("XMALLOC error");
+    } else if (watch_dir(watcher, kLeaseFile, IN_MODIFY) > 0) {
         process_inotify_events(watcher);
     }
     Close(watcher);
