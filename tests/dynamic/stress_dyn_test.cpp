@@ -296,17 +296,11 @@ void RunUntil(Clock::time_point end, std::vector<std::thread>& threads, int coun
 }
 
 void StopPppoeAndNtp() {
-    for (int i = 0; i < 2; i++) {
-        for (const u16 family : kPppoeFamilies) {
-            // What two starts together left behind goes with a start of its own.
-            TVimbraPppoeParam param = {};
-            param.achUserName[0] = param.achPassword[0] = param.achDevName[0] = 'x';
-            VimbraPppoeStart(&param, family, [](u32, void*, u32) {});
-            EXPECT_EQ(0, VimbraPppoeStop(nullptr, family));
-        }
-        for (const u16 family : kFamilies) {
-            EXPECT_EQ(0, VimbraNtpcStop(family));
-        }
+    for (const u16 family : kPppoeFamilies) {
+        EXPECT_EQ(0, VimbraPppoeStop(nullptr, family));
+    }
+    for (const u16 family : kFamilies) {
+        EXPECT_EQ(0, VimbraNtpcStop(family));
     }
     for (const TPppoeInfo* info = g_ptApiPppoeInfo; info != nullptr; info = info->ptNext) {
         EXPECT_EQ(0, info->bPppoeStarted);
