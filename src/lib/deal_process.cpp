@@ -165,12 +165,17 @@ ssize_t ReadOnce(int fd, char* buf, size_t size) {
     return count;
 }
 
-// The words of a command; false is logged.
+// The words of a command; false is logged. A command without any names the program "", which there
+// is not.
 bool SplitCommand(const CallSite& site, char* command, s32 size,
                   char* (&argv)[VIMBRA_EXEC_ARG_MAX + 1]) {
     if (VimbraBufToArgv(command, argv, VIMBRA_EXEC_ARG_MAX, size, ' ') != VIMBRA_OK) {
         VLOG_ERROR_AT(site, "%s", command);
         return false;
+    }
+    if (argv[0] == nullptr) {
+        argv[0] = command;
+        argv[1] = nullptr;
     }
     return true;
 }

@@ -518,8 +518,19 @@ TEST(ExecCmd, Refusals) {
     EXPECT_TRUE(log.Has(Kind::kError, "VimbraBufToArgv", "cmd length=14,the max length is 14"));
     EXPECT_TRUE(log.Has(Kind::kError, "ExecCmd", "touch /tmp/one"));
     EXPECT_NE(0, access("/tmp/one", F_OK));
-    EXPECT_EQ(-1, Command(""));
     EXPECT_EQ(-1, Command(" true"));  // An empty first word is no program.
+}
+
+TEST(ExecCmd, NoWordAtAllIsNoProgram) {
+    Capture log;
+    EXPECT_EQ(-1, Command(""));
+    EXPECT_TRUE(log.Has(Kind::kPerror, "VimbraExecShellPrcPipe", "exec error:"));
+    EXPECT_TRUE(log.Has(Kind::kError, "ExecCmd", ""));
+    log.Clear();
+    char command[] = "";
+    char output[512];
+    EXPECT_EQ(-1, VimbraExecCmdAndGetOutput(command, sizeof(command), output, sizeof(output)));
+    EXPECT_TRUE(log.Has(Kind::kPerror, "VimbraExecShellPrcPipe", "exec error:"));
 }
 
 TEST(ExecCmd, The64thWordIsTooMany) {
