@@ -362,10 +362,11 @@ s32 VimbraBufToArgv(char* cmd, char** argv, s32 max_param, s32 max_length, char 
         VLOG_ERROR("cmd length=%d,the max length is %d", static_cast<int>(length), max_length);
         return VIMBRA_ERR_GENERAL;
     }
-    const char* const end = cmd + max_length;
+    // The end by its distance: its address may lie beyond the last one there is.
+    const ptrdiff_t end = max_length;
     s32 count = 0;
     char* position = cmd;
-    while (position != nullptr && *position != '\0' && count < max_param && position < end) {
+    while (position != nullptr && *position != '\0' && count < max_param && position - cmd < end) {
         argv[count++] = position;
         position = FindSeparator(position, sepchar);
         while (position != nullptr && *position == sepchar) {
@@ -377,7 +378,7 @@ s32 VimbraBufToArgv(char* cmd, char** argv, s32 max_param, s32 max_length, char 
         VLOG_ERROR("argc=%d,the max parame is %d", count, max_param);
         return VIMBRA_ERR_GENERAL;
     }
-    if (position == end) {
+    if (position != nullptr && position - cmd == end) {
         VLOG_ERROR("the buffer is overrun");
         return VIMBRA_ERR_GENERAL;
     }

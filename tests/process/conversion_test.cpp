@@ -1,6 +1,8 @@
 // Splitting command lines, finding values, MAC texts and masks.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 #include <vimbra/process.h>
 
 #include <climits>
@@ -100,6 +102,32 @@ TEST(BufToArgv, LengthOfTheText) {
     EXPECT_EQ(0, SplitText(empty, 4, ' ', 1).result);
     char* slot[2] = {};
     EXPECT_EQ(-1, VimbraBufToArgv(empty.Get(), slot, 1, 0, ' '));
+}
+
+// As far up as the system lets a program, where on 32 bits the text's address and the length make
+// more than an address can say.
+TEST(BufToArgv, LengthNearTheEndOfTheAddressSpace) {
+    const long page = sysconf(_SC_PAGESIZE);
+    const auto mapAt = [page](uintptr_t hint, int flags) {
+        return mmap(reinterpret_cast<void*>(hint), static_cast<size_t>(page),
+                    PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | flags, -1, 0);
+    };
+    void* map = sizeof(void*) > 4 ? mapAt(0, 0) : MAP_FAILED;
+    for (uintptr_t hint = 0xf0000000; map == MAP_FAILED && hint > 0x80000000; hint -= 0x01000000) {
+        map = mapAt(hint, MAP_FIXED_NOREPLACE);
+    }
+    ASSERT_NE(MAP_FAILED, map);
+    for (const s32 length : {INT_MAX, INT_MAX - 1, 0x70000000, 8}) {
+        auto* text = static_cast<char*>(map);
+        strcpy(text, "ip  -4 ");
+        char* argv[5] = {};
+        EXPECT_EQ(0, VimbraBufToArgv(text, argv, 4, length, ' ')) << length;
+        ASSERT_NE(nullptr, argv[0]);
+        EXPECT_STREQ("ip", argv[0]);
+        EXPECT_STREQ("-4", argv[1]);
+        EXPECT_EQ(nullptr, argv[2]);
+    }
+    munmap(map, static_cast<size_t>(page));
 }
 
 TEST(BufToArgv, NumberOfWords) {
