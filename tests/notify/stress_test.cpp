@@ -191,4 +191,56 @@ TEST(Chaos, StartsStopsAndMessagesOfAllServices) {
     ExpectLevel(before);
 }
 
+// Calls of one service from several threads at once, some of them refused, with messages in
+// between: whatever the order, the service can be used afterwards.
+class Crossing : public testing::TestWithParam<NotifyService> {};
+
+INSTANTIATE_TEST_SUITE_P(Services, Crossing,
+                         testing::Values(kServices[0], kServices[1], kServices[2]),
+                         [](const auto& which) { return std::string(which.param.name); });
+
+TEST_P(Crossing, StartsStopsAndRefusals) {
+    const NotifyService& service = GetParam();
+    const Bytes message = GoodMessage(service);
+    VimbraDebugLevelSet(0);
+    ASSERT_EQ(0, VimbraInit());
+    const size_t threads = Threads();
+    {
+        ScriptedDaemon daemon;
+        std::atomic<unsigned> asked = 0;
+        daemon.Default(
+            Answer::By([&](const Request&) { return Answer::Code(asked++ % 3 == 0 ? 1 : 0); }));
+        std::atomic<bool> over = false;
+        std::vector<std::thread> callers;
+        for (unsigned seed = 1; seed <= 4; seed++) {
+            callers.emplace_back([&, seed] {
+                std::mt19937 random(seed);
+                for (int i = 0; i < Scaled(2000); i++) {
+                    random() % 2 == 0 ? service.start() : service.stop();
+                }
+            });
+        }
+        std::thread notifier([&] {
+            while (!over) {
+                Post(service.socket, message);
+                daemon.Forget();
+            }
+        });
+        for (std::thread& caller : callers) {
+            caller.join();
+        }
+        over = true;
+        notifier.join();
+    }
+    const ScriptedDaemon daemon;
+    service.stop();
+    EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
+    const int calls = g_calls;
+    ASSERT_EQ(0, service.start());
+    ASSERT_TRUE(Post(service.socket, message));
+    EXPECT_TRUE(WaitFor([&] { return g_calls > calls; }));
+    EXPECT_EQ(0, service.stop());
+    EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
+}
+
 }  // namespace
