@@ -4,7 +4,7 @@
 
 #include <cerrno>
 
-#include "lib/listener.hpp"
+#include "lib/ipc/listener.hpp"
 #include "lib/log.hpp"
 #include "lib/threads/thread.hpp"
 

@@ -10,11 +10,11 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "lib/cancel.hpp"
-#include "lib/directory.hpp"
-#include "lib/fd.hpp"
+#include "lib/base/cancel.hpp"
+#include "lib/base/directory.hpp"
+#include "lib/base/fd.hpp"
+#include "lib/base/memory.hpp"
 #include "lib/log.hpp"
-#include "lib/memory.hpp"
 
 using namespace vimbra;
 

@@ -1,6 +1,6 @@
 #include <vimbra/queue.h>
 
-#include "lib/memory.hpp"
+#include "lib/base/memory.hpp"
 
 queue_t queue_create() {
     auto* q = vimbra::NewZeroed<queue_struct>();

@@ -7,8 +7,8 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "lib/directory.hpp"
-#include "lib/fd.hpp"
+#include "lib/base/directory.hpp"
+#include "lib/base/fd.hpp"
 #include "lib/log.hpp"
 
 using namespace vimbra;

@@ -2,7 +2,7 @@
 #include <sys/socket.h>
 #include <vimbra/iface_check.h>
 
-#include "lib/fd.hpp"
+#include "lib/base/fd.hpp"
 #include "lib/log.hpp"
 
 s32 SocketIoctl(u32 dwRequest, char* buffer) {

@@ -2,10 +2,10 @@
 
 #include <fcntl.h>
 
-#include "lib/cancel.hpp"
-#include "lib/fd.hpp"
-#include "lib/ipc_connect.hpp"
-#include "lib/select_set.hpp"
+#include "lib/base/cancel.hpp"
+#include "lib/base/fd.hpp"
+#include "lib/base/select_set.hpp"
+#include "lib/ipc/connect.hpp"
 
 namespace vimbra {
 

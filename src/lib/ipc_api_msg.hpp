@@ -4,8 +4,8 @@
 
 #include <vimbra/ipc.h>
 
+#include "lib/base/memory.hpp"
 #include "lib/log.hpp"
-#include "lib/memory.hpp"
 #include "lib/wire.hpp"
 
 namespace vimbra {

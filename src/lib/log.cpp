@@ -5,8 +5,8 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "lib/cancel.hpp"
-#include "lib/lock.hpp"
+#include "lib/base/cancel.hpp"
+#include "lib/base/lock.hpp"
 
 u32 g_nVimbraLogSwitch = VIMBRA_LEVEL_DEBUG;
 

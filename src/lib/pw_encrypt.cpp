@@ -2,13 +2,13 @@
 
 #include <cstdio>
 
-#include "lib/cancel.hpp"
-#include "lib/inetd.hpp"
-#include "lib/line_file.hpp"
-#include "lib/pw_file.hpp"
-#include "lib/pw_list.hpp"
-#include "lib/pw_salt.hpp"
-#include "lib/text.hpp"
+#include "lib/base/cancel.hpp"
+#include "lib/base/text.hpp"
+#include "lib/files/inetd.hpp"
+#include "lib/files/line_file.hpp"
+#include "lib/files/pw_file.hpp"
+#include "lib/files/pw_list.hpp"
+#include "lib/files/pw_salt.hpp"
 
 using namespace vimbra;
 

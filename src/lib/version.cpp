@@ -6,8 +6,8 @@
 #include <cstring>
 
 #include "build_info.h"
+#include "lib/base/memory.hpp"
 #include "lib/log.hpp"
-#include "lib/memory.hpp"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // Cancellation and owners: a thread that is to be cancelled finishes its call and loses nothing.
-#include "lib/cancel.hpp"
+#include "lib/base/cancel.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -20,8 +20,8 @@
 #include <utility>
 #include <vimbra/bed.hpp>
 
-#include "lib/fd.hpp"
-#include "lib/lock.hpp"
+#include "lib/base/fd.hpp"
+#include "lib/base/lock.hpp"
 
 using namespace vimbra;
 using namespace vimbra::bed;

@@ -1,5 +1,5 @@
 // The editor of line files.
-#include "lib/line_file.hpp"
+#include "lib/files/line_file.hpp"
 
 #include <gtest/gtest.h>
 

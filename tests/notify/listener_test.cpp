@@ -1,5 +1,5 @@
 // The listener engine itself, where its services do not show it.
-#include "lib/listener.hpp"
+#include "lib/ipc/listener.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

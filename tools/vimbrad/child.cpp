@@ -9,7 +9,7 @@
 #include <optional>
 #include <utility>
 
-#include "lib/fd.hpp"
+#include "lib/base/fd.hpp"
 #include "refusal.hpp"
 
 namespace vimbrad {

@@ -9,7 +9,7 @@
 #include <map>
 #include <memory>
 
-#include "lib/fd.hpp"
+#include "lib/base/fd.hpp"
 #include "uv.hpp"
 
 namespace vimbrad {

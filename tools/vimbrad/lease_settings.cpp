@@ -12,7 +12,7 @@
 #include "api/api_ip/api_ipaddr/ipaddr_wire.hpp"
 #include "api/api_route/api_route/route_wire.hpp"
 #include "kernel_route.hpp"
-#include "lib/fd.hpp"
+#include "lib/base/fd.hpp"
 #include "log.hpp"
 #include "netlink.hpp"
 

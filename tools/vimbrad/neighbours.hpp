@@ -7,7 +7,7 @@
 #include <array>
 #include <functional>
 
-#include "lib/fd.hpp"
+#include "lib/base/fd.hpp"
 #include "uv.hpp"
 
 namespace vimbrad {

@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <system_error>
 
-#include "lib/fd.hpp"
+#include "lib/base/fd.hpp"
 #include "refusal.hpp"
 
 namespace vimbrad {

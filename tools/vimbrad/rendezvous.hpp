@@ -4,7 +4,7 @@
 
 #include <sys/types.h>
 
-#include "lib/fd.hpp"
+#include "lib/base/fd.hpp"
 
 namespace vimbrad {
 

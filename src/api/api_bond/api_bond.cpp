@@ -3,7 +3,7 @@
 #include <unistd.h>
 
 #include "api/api_bond/bond_wire.hpp"
-#include "lib/request.hpp"
+#include "lib/ipc/request.hpp"
 
 using namespace vimbra;
 using namespace vimbra::wire;

@@ -7,11 +7,11 @@
 
 #include "api/api_dhcpc/dhcpc_wire.hpp"
 #include "api/fork.hpp"
-#include "lib/listener.hpp"
-#include "lib/lock.hpp"
-#include "lib/memory.hpp"
-#include "lib/request.hpp"
-#include "lib/text.hpp"
+#include "lib/base/lock.hpp"
+#include "lib/base/memory.hpp"
+#include "lib/base/text.hpp"
+#include "lib/ipc/listener.hpp"
+#include "lib/ipc/request.hpp"
 
 using namespace vimbra;
 using namespace vimbra::wire;

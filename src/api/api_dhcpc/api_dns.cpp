@@ -4,10 +4,10 @@
 #include <cstdio>
 
 #include "api/api_dhcpc/dns_node.hpp"
-#include "lib/cancel.hpp"
-#include "lib/line_file.hpp"
+#include "lib/base/cancel.hpp"
+#include "lib/base/text.hpp"
+#include "lib/files/line_file.hpp"
 #include "lib/log.hpp"
-#include "lib/text.hpp"
 
 using namespace vimbra;
 

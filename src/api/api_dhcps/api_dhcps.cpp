@@ -4,8 +4,8 @@
 #include <vimbra/iface.h>
 
 #include "api/api_dhcps/dhcps_wire.hpp"
-#include "lib/request.hpp"
-#include "lib/text.hpp"
+#include "lib/base/text.hpp"
+#include "lib/ipc/request.hpp"
 
 using namespace vimbra;
 using namespace vimbra::wire;

@@ -3,10 +3,10 @@
 #include "api/api_1x/api_network_common/net_ip_conflict.hpp"
 #include "api/api_network_common/ip_conflict_wire.hpp"
 #include "api/fork.hpp"
-#include "lib/lock.hpp"
-#include "lib/request.hpp"
-#include "lib/slots.hpp"
-#include "lib/text.hpp"
+#include "lib/base/lock.hpp"
+#include "lib/base/text.hpp"
+#include "lib/ipc/request.hpp"
+#include "lib/ipc/slots.hpp"
 
 using namespace vimbra;
 using namespace vimbra::wire;

@@ -17,8 +17,8 @@
 #include "api/api_ntpc/api_ntpc.hpp"
 #include "api/fork.hpp"
 #include "build_info.h"
-#include "lib/lock.hpp"
-#include "lib/request.hpp"
+#include "lib/base/lock.hpp"
+#include "lib/ipc/request.hpp"
 #include "lib/version.hpp"
 
 using namespace vimbra;

@@ -4,9 +4,9 @@
 
 #include "api/api_network_common/stat_wire.hpp"
 #include "api/fork.hpp"
-#include "lib/lock.hpp"
-#include "lib/request.hpp"
-#include "lib/slots.hpp"
+#include "lib/base/lock.hpp"
+#include "lib/ipc/request.hpp"
+#include "lib/ipc/slots.hpp"
 
 using namespace vimbra;
 using namespace vimbra::wire;

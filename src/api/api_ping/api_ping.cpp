@@ -2,10 +2,10 @@
 
 #include "api/api_ping/ping_wire.hpp"
 #include "api/fork.hpp"
-#include "lib/listener.hpp"
-#include "lib/lock.hpp"
-#include "lib/request.hpp"
-#include "lib/slots.hpp"
+#include "lib/base/lock.hpp"
+#include "lib/ipc/listener.hpp"
+#include "lib/ipc/request.hpp"
+#include "lib/ipc/slots.hpp"
 
 using namespace vimbra;
 using namespace vimbra::wire;

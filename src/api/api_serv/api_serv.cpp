@@ -8,10 +8,10 @@
 
 #include "api/api_serv/inetd_list.hpp"
 #include "api/fork.hpp"
-#include "lib/inetd.hpp"
-#include "lib/lock.hpp"
+#include "lib/base/lock.hpp"
+#include "lib/files/inetd.hpp"
+#include "lib/files/pw_file.hpp"
 #include "lib/log.hpp"
-#include "lib/pw_file.hpp"
 
 using namespace vimbra;
 

@@ -1,7 +1,7 @@
 #include "api/api_serv/inetd_list.hpp"
 
 #include "api/api_serv/api_serv.hpp"
-#include "lib/inetd.hpp"
+#include "lib/files/inetd.hpp"
 #include "lib/log.hpp"
 
 using namespace vimbra;

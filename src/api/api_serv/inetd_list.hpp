@@ -5,7 +5,7 @@
 
 #include <vimbra/service.h>
 
-#include "lib/line_file.hpp"
+#include "lib/files/line_file.hpp"
 
 // The flag is 1 for a marker comment of this library's, else 0.
 using ServNode = vimbra::LineNode;

@@ -7,11 +7,11 @@
 
 #include "api/api_traceroute/traceroute_wire.hpp"
 #include "api/fork.hpp"
-#include "lib/listener.hpp"
-#include "lib/lock.hpp"
-#include "lib/request.hpp"
-#include "lib/semaphore.hpp"
-#include "lib/slots.hpp"
+#include "lib/base/lock.hpp"
+#include "lib/ipc/listener.hpp"
+#include "lib/ipc/request.hpp"
+#include "lib/ipc/semaphore.hpp"
+#include "lib/ipc/slots.hpp"
 
 using namespace vimbra;
 using namespace vimbra::wire;

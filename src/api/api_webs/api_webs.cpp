@@ -1,7 +1,7 @@
 #include "api/api_webs/api_webs.hpp"
 
 #include "api/api_webs/webs_wire.hpp"
-#include "lib/request.hpp"
+#include "lib/ipc/request.hpp"
 
 using namespace vimbra;
 using namespace vimbra::wire;

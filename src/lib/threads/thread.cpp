@@ -12,9 +12,10 @@
 #include <ctime>
 #include <initializer_list>
 
-#include "lib/lock.hpp"
+#include "lib/base/lock.hpp"
+#include "lib/base/memory.hpp"
+#include "lib/base/thread_local.hpp"
 #include "lib/log.hpp"
-#include "lib/memory.hpp"
 
 using namespace vimbra;
 
@@ -270,7 +271,7 @@ void GiveUpJoining(void* entry) {
 }
 
 // Not on a waiter's stack, which a cancellation leaves as it is.
-thread_local void* t_value = nullptr;
+VIMBRA_THREAD_LOCAL thread_local void* t_value = nullptr;
 
 // Cancellation acts in this function and the next one.
 [[gnu::no_sanitize_address]] void* Join(pthread_t handle, void* entry) {

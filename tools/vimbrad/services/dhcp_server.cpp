@@ -13,7 +13,7 @@
 
 #include "api/api_dhcps/dhcps_wire.hpp"
 #include "child.hpp"
-#include "lib/fd.hpp"
+#include "lib/base/fd.hpp"
 #include "log.hpp"
 #include "netlink.hpp"
 #include "private_dir.hpp"

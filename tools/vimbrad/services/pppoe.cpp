@@ -14,7 +14,7 @@
 
 #include "api/api_pppoe/pppoe_wire.hpp"
 #include "child.hpp"
-#include "lib/fd.hpp"
+#include "lib/base/fd.hpp"
 #include "log.hpp"
 #include "netlink.hpp"
 #include "notifier.hpp"

@@ -7,7 +7,7 @@
 
 #include "api/api_webs/webs_wire.hpp"
 #include "child.hpp"
-#include "lib/fd.hpp"
+#include "lib/base/fd.hpp"
 #include "log.hpp"
 #include "services/services.hpp"
 #include "uv.hpp"

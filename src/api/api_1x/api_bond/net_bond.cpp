@@ -3,9 +3,9 @@
 
 #include <cstdio>
 
+#include "lib/base/memory.hpp"
+#include "lib/base/text.hpp"
 #include "lib/log.hpp"
-#include "lib/memory.hpp"
-#include "lib/text.hpp"
 
 using namespace vimbra;
 

@@ -8,11 +8,11 @@
 
 #include "api/api_1x/api_dhcps/leases.hpp"
 #include "api/fork.hpp"
-#include "lib/cancel.hpp"
-#include "lib/lock.hpp"
+#include "lib/base/cancel.hpp"
+#include "lib/base/lock.hpp"
+#include "lib/base/memory.hpp"
+#include "lib/base/select_set.hpp"
 #include "lib/log.hpp"
-#include "lib/memory.hpp"
-#include "lib/select_set.hpp"
 
 using namespace vimbra;
 

@@ -4,7 +4,7 @@
 
 #include <vimbra/queue.h>
 
-#include "lib/fd.hpp"
+#include "lib/base/fd.hpp"
 
 // One watcher; any number may run, each on a thread of its own.
 struct Watcher {

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "lib/fd.hpp"
+#include "lib/base/fd.hpp"
 
 using namespace vimbra;
 

@@ -8,10 +8,10 @@
 
 #include "api/api_1x/api_ip/net_ip_wire.hpp"
 #include "api/api_1x/legacy.hpp"
-#include "lib/cancel.hpp"
-#include "lib/memory.hpp"
-#include "lib/request.hpp"
-#include "lib/text.hpp"
+#include "lib/base/cancel.hpp"
+#include "lib/base/memory.hpp"
+#include "lib/base/text.hpp"
+#include "lib/ipc/request.hpp"
 
 using namespace vimbra;
 using namespace vimbra::wire;

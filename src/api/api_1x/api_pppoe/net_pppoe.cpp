@@ -2,8 +2,8 @@
 #include <vimbra/net_pppoe.h>
 #include <vimbra/pppoe.h>
 
+#include "lib/base/text.hpp"
 #include "lib/log.hpp"
-#include "lib/text.hpp"
 
 using namespace vimbra;
 

@@ -4,7 +4,7 @@
 #include <algorithm>
 
 #include "api/api_1x/legacy.hpp"
-#include "lib/text.hpp"
+#include "lib/base/text.hpp"
 
 using namespace vimbra;
 

@@ -6,8 +6,8 @@
 #include <algorithm>
 
 #include "api/api_ip/api_ipaddr/ipaddr_wire.hpp"
-#include "lib/request.hpp"
-#include "lib/text.hpp"
+#include "lib/base/text.hpp"
+#include "lib/ipc/request.hpp"
 
 using namespace vimbra;
 using namespace vimbra::wire;

@@ -3,8 +3,8 @@
 #include <algorithm>
 
 #include "api/api_route/api_route/route_wire.hpp"
-#include "lib/request.hpp"
-#include "lib/text.hpp"
+#include "lib/base/text.hpp"
+#include "lib/ipc/request.hpp"
 
 using namespace vimbra;
 using namespace vimbra::wire;

@@ -3,10 +3,10 @@
 #include "api/api_ip/api_ipaddr/ipaddr_wire.hpp"
 #include "api/api_route/api_route/router_notify_wire.hpp"
 #include "api/fork.hpp"
-#include "lib/lock.hpp"
-#include "lib/request.hpp"
-#include "lib/slots.hpp"
-#include "lib/text.hpp"
+#include "lib/base/lock.hpp"
+#include "lib/base/text.hpp"
+#include "lib/ipc/request.hpp"
+#include "lib/ipc/slots.hpp"
 
 using namespace vimbra;
 using namespace vimbra::wire;

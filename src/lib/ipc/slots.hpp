@@ -4,15 +4,15 @@
 //
 // Only Runs takes a lock: a service guards its chain with a mutex of its own. How a record is
 // matched and what clearing it means differs by service; whoever clears one calls GiveBack().
-#ifndef VIMBRA_LIB_SLOTS_HPP
-#define VIMBRA_LIB_SLOTS_HPP
+#ifndef VIMBRA_LIB_IPC_SLOTS_HPP
+#define VIMBRA_LIB_IPC_SLOTS_HPP
 
 #include <cstddef>
 #include <type_traits>
 
-#include "lib/listener.hpp"
-#include "lib/lock.hpp"
-#include "lib/memory.hpp"
+#include "lib/base/lock.hpp"
+#include "lib/base/memory.hpp"
+#include "lib/ipc/listener.hpp"
 
 namespace vimbra {
 

@@ -1,4 +1,4 @@
-#include "lib/ipc_connect.hpp"
+#include "lib/ipc/connect.hpp"
 
 #include <fcntl.h>
 #include <time.h>

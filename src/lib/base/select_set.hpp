@@ -1,7 +1,7 @@
 // A select(2) set for one descriptor, as large as that descriptor needs: an application may well
 // hold more descriptors than an fd_set has bits.
-#ifndef VIMBRA_LIB_SELECT_SET_HPP
-#define VIMBRA_LIB_SELECT_SET_HPP
+#ifndef VIMBRA_LIB_BASE_SELECT_SET_HPP
+#define VIMBRA_LIB_BASE_SELECT_SET_HPP
 
 #include <sys/select.h>
 
@@ -9,7 +9,7 @@
 #include <climits>
 #include <cstring>
 
-#include "lib/memory.hpp"
+#include "lib/base/memory.hpp"
 
 namespace vimbra {
 

@@ -1,4 +1,4 @@
-#include "lib/semaphore.hpp"
+#include "lib/ipc/semaphore.hpp"
 
 #include <sys/sem.h>
 #include <vimbra/semaphore.h>

@@ -1,4 +1,4 @@
-#include "lib/pw_salt.hpp"
+#include "lib/files/pw_salt.hpp"
 
 #include <crypt.h>
 #include <sys/time.h>

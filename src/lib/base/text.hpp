@@ -1,6 +1,6 @@
 // Bounded copies of texts.
-#ifndef VIMBRA_LIB_TEXT_HPP
-#define VIMBRA_LIB_TEXT_HPP
+#ifndef VIMBRA_LIB_BASE_TEXT_HPP
+#define VIMBRA_LIB_BASE_TEXT_HPP
 
 #include <vimbra/types.h>
 

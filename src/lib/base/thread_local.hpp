@@ -1,6 +1,6 @@
 // What a variable of a thread's own is marked with.
-#ifndef VIMBRA_LIB_THREAD_LOCAL_HPP
-#define VIMBRA_LIB_THREAD_LOCAL_HPP
+#ifndef VIMBRA_LIB_BASE_THREAD_LOCAL_HPP
+#define VIMBRA_LIB_BASE_THREAD_LOCAL_HPP
 
 #include <features.h>
 

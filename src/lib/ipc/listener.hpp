@@ -47,8 +47,8 @@
 //
 // A peer has kMessageSeconds for its message once it is accepted. One that says nothing is a short
 // read; it does not keep the others waiting for good.
-#ifndef VIMBRA_LIB_LISTENER_HPP
-#define VIMBRA_LIB_LISTENER_HPP
+#ifndef VIMBRA_LIB_IPC_LISTENER_HPP
+#define VIMBRA_LIB_IPC_LISTENER_HPP
 
 #include <pthread.h>
 #include <vimbra/ipc.h>
@@ -57,10 +57,10 @@
 #include <cstring>
 #include <type_traits>
 
+#include "lib/base/memory.hpp"
+#include "lib/base/select_set.hpp"
 #include "lib/ipc_api_msg.hpp"
 #include "lib/log.hpp"
-#include "lib/memory.hpp"
-#include "lib/select_set.hpp"
 
 namespace vimbra {
 
@@ -303,7 +303,7 @@ class Listener {
     // Guarded by the engine's lock.
     ListenerSlot* slot_ = nullptr;  // null: let go
     pthread_t* const handle_;
-    pthread_t thread_ = 0;  // 0 until the thread runs
+    pthread_t thread_ = 0;    // 0 until the thread runs
     bool isWaiting_ = false;  // for a connection: the thread, and nobody else, closes the server
     bool* settled_;           // the starter waits for it
 };

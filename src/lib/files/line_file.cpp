@@ -1,4 +1,4 @@
-#include "lib/line_file.hpp"
+#include "lib/files/line_file.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -1,6 +1,6 @@
 // Heap memory of the library: zero-filled, exactly as long as asked for, freed by its owner.
-#ifndef VIMBRA_LIB_MEMORY_HPP
-#define VIMBRA_LIB_MEMORY_HPP
+#ifndef VIMBRA_LIB_BASE_MEMORY_HPP
+#define VIMBRA_LIB_BASE_MEMORY_HPP
 
 #include <vimbra/types.h>
 

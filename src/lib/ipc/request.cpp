@@ -1,4 +1,4 @@
-#include "lib/request.hpp"
+#include "lib/ipc/request.hpp"
 
 namespace vimbra {
 

@@ -1,6 +1,6 @@
 // Where the configuration of inetd is, and how inetd is told of a new one.
-#ifndef VIMBRA_LIB_INETD_HPP
-#define VIMBRA_LIB_INETD_HPP
+#ifndef VIMBRA_LIB_FILES_INETD_HPP
+#define VIMBRA_LIB_FILES_INETD_HPP
 
 #include <cstdio>
 

@@ -1,6 +1,6 @@
-#include "lib/pw_file.hpp"
+#include "lib/files/pw_file.hpp"
 
-#include "lib/line_file.hpp"
+#include "lib/files/line_file.hpp"
 
 namespace vimbra {
 

@@ -1,4 +1,4 @@
-#include "lib/pw_list.hpp"
+#include "lib/files/pw_list.hpp"
 
 #include "lib/log.hpp"
 

@@ -1,6 +1,6 @@
 // What lines of the password file say.
-#ifndef VIMBRA_LIB_PW_FILE_HPP
-#define VIMBRA_LIB_PW_FILE_HPP
+#ifndef VIMBRA_LIB_FILES_PW_FILE_HPP
+#define VIMBRA_LIB_FILES_PW_FILE_HPP
 
 #include <vimbra/types.h>
 

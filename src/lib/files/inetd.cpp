@@ -1,4 +1,4 @@
-#include "lib/inetd.hpp"
+#include "lib/files/inetd.hpp"
 
 #include <signal.h>
 #include <vimbra/process.h>

@@ -1,10 +1,10 @@
 // A directory that is read entry by entry. The thread cannot be cancelled meanwhile.
-#ifndef VIMBRA_LIB_DIRECTORY_HPP
-#define VIMBRA_LIB_DIRECTORY_HPP
+#ifndef VIMBRA_LIB_BASE_DIRECTORY_HPP
+#define VIMBRA_LIB_BASE_DIRECTORY_HPP
 
 #include <dirent.h>
 
-#include "lib/cancel.hpp"
+#include "lib/base/cancel.hpp"
 
 namespace vimbra {
 

@@ -1,4 +1,4 @@
-#include "lib/listener.hpp"
+#include "lib/ipc/listener.hpp"
 
 #include <poll.h>
 #include <unistd.h>
@@ -7,8 +7,9 @@
 #include <ctime>
 #include <new>
 
-#include "lib/lock.hpp"
-#include "lib/text.hpp"
+#include "lib/base/lock.hpp"
+#include "lib/base/text.hpp"
+#include "lib/base/thread_local.hpp"
 
 namespace vimbra {
 
@@ -26,7 +27,7 @@ pthread_cond_t g_tSettled = PTHREAD_COND_INITIALIZER;
 Listener* g_ptListeners = nullptr;
 
 // The calling thread's.
-thread_local Listener* t_own = nullptr;
+VIMBRA_THREAD_LOCAL thread_local Listener* t_own = nullptr;
 
 // Errors of accept(2) that have nothing to do with the listening socket itself.
 bool IsPassing(int error) {

@@ -1,8 +1,8 @@
 // The password file as a list of lines with an empty head.
-#ifndef VIMBRA_LIB_PW_LIST_HPP
-#define VIMBRA_LIB_PW_LIST_HPP
+#ifndef VIMBRA_LIB_FILES_PW_LIST_HPP
+#define VIMBRA_LIB_FILES_PW_LIST_HPP
 
-#include "lib/line_file.hpp"
+#include "lib/files/line_file.hpp"
 
 using tagListNode = vimbra::LineNode;
 

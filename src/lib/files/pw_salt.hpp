@@ -1,9 +1,9 @@
 // Password hashes.
-#ifndef VIMBRA_LIB_PW_SALT_HPP
-#define VIMBRA_LIB_PW_SALT_HPP
+#ifndef VIMBRA_LIB_FILES_PW_SALT_HPP
+#define VIMBRA_LIB_FILES_PW_SALT_HPP
 
+#include "lib/base/memory.hpp"
 #include "lib/log.hpp"
-#include "lib/memory.hpp"
 
 namespace vimbra {
 

@@ -1,6 +1,6 @@
 // System V semaphores as the library's own starts use them.
-#ifndef VIMBRA_LIB_SEMAPHORE_HPP
-#define VIMBRA_LIB_SEMAPHORE_HPP
+#ifndef VIMBRA_LIB_IPC_SEMAPHORE_HPP
+#define VIMBRA_LIB_IPC_SEMAPHORE_HPP
 
 namespace vimbra {
 

@@ -1,10 +1,10 @@
 // A mutex held for a scope, and no cancellation while it is.
-#ifndef VIMBRA_LIB_LOCK_HPP
-#define VIMBRA_LIB_LOCK_HPP
+#ifndef VIMBRA_LIB_BASE_LOCK_HPP
+#define VIMBRA_LIB_BASE_LOCK_HPP
 
 #include <pthread.h>
 
-#include "lib/cancel.hpp"
+#include "lib/base/cancel.hpp"
 
 namespace vimbra {
 

@@ -1,8 +1,8 @@
 // Files that are edited line by line: read whole, changed as a list of lines, written back in
 // place. Name, mode, owner and inode stay, a symbolic link stays one, and what a line means is the
 // service's affair.
-#ifndef VIMBRA_LIB_LINE_FILE_HPP
-#define VIMBRA_LIB_LINE_FILE_HPP
+#ifndef VIMBRA_LIB_FILES_LINE_FILE_HPP
+#define VIMBRA_LIB_FILES_LINE_FILE_HPP
 
 #include <vimbra/types.h>
 
@@ -10,8 +10,8 @@
 #include <span>
 #include <string_view>
 
-#include "lib/fd.hpp"
-#include "lib/memory.hpp"
+#include "lib/base/fd.hpp"
+#include "lib/base/memory.hpp"
 
 namespace vimbra {
 

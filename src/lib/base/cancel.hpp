@@ -1,11 +1,11 @@
 // Keeps pthread_cancel(3) out of a scope. Destructors do not run on cancellation, so whoever holds
 // a lock, a descriptor or memory must not be cut there.
-#ifndef VIMBRA_LIB_CANCEL_HPP
-#define VIMBRA_LIB_CANCEL_HPP
+#ifndef VIMBRA_LIB_BASE_CANCEL_HPP
+#define VIMBRA_LIB_BASE_CANCEL_HPP
 
 #include <pthread.h>
 
-#include "lib/thread_local.hpp"
+#include "lib/base/thread_local.hpp"
 
 namespace vimbra {
 

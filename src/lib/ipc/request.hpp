@@ -9,8 +9,8 @@
 //     request->wSinFamily = wSinFamily;
 //     CopyField(request->achIfaceName, pchIfaceName);
 //     return request.Send(kFlush);
-#ifndef VIMBRA_LIB_REQUEST_HPP
-#define VIMBRA_LIB_REQUEST_HPP
+#ifndef VIMBRA_LIB_IPC_REQUEST_HPP
+#define VIMBRA_LIB_IPC_REQUEST_HPP
 
 #include <type_traits>
 

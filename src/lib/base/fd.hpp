@@ -1,13 +1,13 @@
 // Owner of a descriptor.
-#ifndef VIMBRA_LIB_FD_HPP
-#define VIMBRA_LIB_FD_HPP
+#ifndef VIMBRA_LIB_BASE_FD_HPP
+#define VIMBRA_LIB_BASE_FD_HPP
 
 #include <unistd.h>
 
 #include <cerrno>
 #include <type_traits>
 
-#include "lib/cancel.hpp"
+#include "lib/base/cancel.hpp"
 
 namespace vimbra {
 
