@@ -29,10 +29,10 @@ using namespace vimbra::test;
 
 namespace {
 
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__) || defined(__arm__)
-constexpr int kForks = 50;
+#ifdef __arm__
+[[maybe_unused]] constexpr int kForks = 50;
 #else
-constexpr int kForks = 1000;
+[[maybe_unused]] constexpr int kForks = 1000;
 #endif
 
 // What a child does, 0 for success; it has no more than this, since no test runs in it.
@@ -185,8 +185,9 @@ TEST_F(Fork, ChildBeginsWithNothingStartedAndTheParentGoesOn) {
     }
 }
 
-// The thread sanitizer knows no threads in a child of a process that had several.
-#ifndef __SANITIZE_THREAD__
+// The thread sanitizer knows no threads in a child of a process that had several; the address
+// sanitizer's memory may be locked in such a child, and it takes the test's own for lost.
+#if !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
 
 // The child starts the very service that runs in its parent; its own requests go to the daemon.
 TEST_F(Fork, ChildStartsAndStopsEveryServiceItself) {
@@ -284,6 +285,8 @@ TEST_F(Fork, WatcherOfLeasesIsTheParents) {
     EXPECT_TRUE(WaitFor([] { return Watches() == 0; }));
 }
 
+#if !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
+
 // Locks of all kinds are held at any moment: by requests, starts, stops, callbacks and log lines.
 TEST_F(Fork, UnderLoad) {
     const std::vector<Operation> operations = Operations();
@@ -312,13 +315,11 @@ TEST_F(Fork, UnderLoad) {
         });
     }
     int bad = 0;
-    [[maybe_unused]] const Operation& last = operations.back();
+    const Operation& last = operations.back();
     for (int i = 0; i < kForks && bad == 0; i++) {
         bad = InAChild([&] {
             int errors = VimbraInit() != 0 || VimbraLogSwitch(5) != 0;
-#ifndef __SANITIZE_THREAD__
             errors += last.start() != 0 || last.stop() != 0;
-#endif
             return errors;
         });
     }
@@ -332,5 +333,7 @@ TEST_F(Fork, UnderLoad) {
     EXPECT_EQ(0, bad);
     EXPECT_EQ(0, failures);
 }
+
+#endif
 
 }  // namespace
