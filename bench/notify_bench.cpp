@@ -1,19 +1,15 @@
 // One notification through the listener engine, from connect to callback, against a bare thread
-// that accepts, reads and closes; and one start and stop of a service. Prints the ratio of the
-// medians and fails above the bound.
-#include <benchmark/benchmark.h>
-#include <sched.h>
+// that accepts, reads and closes; and one start and stop of a service. Fails when the ratio is
+// above the bound.
 #include <semaphore.h>
 #include <vimbra/log.h>
 #include <vimbra/stat.h>
 
-#include <algorithm>
-#include <chrono>
-#include <string>
 #include <thread>
 #include <vector>
 
 #include "answerer.hpp"
+#include "pairs.hpp"
 
 namespace {
 
@@ -81,95 +77,36 @@ bool Notify(const char* path) {
     return sent && sem_wait(&g_called) == 0;
 }
 
-void Notification(benchmark::State& state, const char* path) {
-    for (auto _ : state) {
-        if (!Notify(path)) {
-            state.SkipWithError("the notification failed");
-        }
+int Register() {
+    return VimbraStatNotifyCallbackReg(1, [](TNetDevStat*, u32) { sem_post(&g_called); });
+}
+
+bool StartAndStop() {
+    return Register() == VIMBRA_OK && VimbraStatStop() == VIMBRA_OK;
+}
+
+// What a service takes to start and to stop; the other process answers.
+void MeasureStartAndStop() {
+    std::vector<double> times;
+    for (int i = 0; i < 1000; i++) {
+        times.push_back(bench::Nanoseconds("start and stop", StartAndStop));
     }
-}
-
-// A statistics service that runs over its own start and stop, answered by the other process.
-void StartAndStop(benchmark::State& state) {
-    VimbraStatStop();
-    for (auto _ : state) {
-        if (VimbraStatNotifyCallbackReg(1, [](TNetDevStat*, u32) { sem_post(&g_called); }) != 0 ||
-            VimbraStatStop() != 0) {
-            state.SkipWithError("the service failed");
-        }
-    }
-}
-
-void Library(benchmark::State& state) {
-    VimbraStatNotifyCallbackReg(1, [](TNetDevStat*, u32) { sem_post(&g_called); });
-    Notification(state, kServicePath);
-}
-
-void Bare(benchmark::State& state) {
-    Notification(state, kBarePath);
-}
-
-BENCHMARK(Bare)->UseRealTime();
-BENCHMARK(Library)->UseRealTime();
-BENCHMARK(StartAndStop)->UseRealTime();
-
-double Nanoseconds(const char* path) {
-    const auto begin = std::chrono::steady_clock::now();
-    if (!Notify(path)) {
-        fprintf(stderr, "%s: the notification failed\n", path);
-        exit(1);
-    }
-    return std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - begin)
-        .count();
-}
-
-double Median(std::vector<double>& values) {
-    std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
-    return values[values.size() / 2];
-}
-
-// The two in turns, each notification timed by itself: what else the machine does hits both alike
-// and does not get into the medians.
-double Ratio() {
-    constexpr int kPairs = 30000;
-    std::vector<double> bare;
-    std::vector<double> library;
-    for (int i = 0; i < kPairs; i++) {
-        bare.push_back(Nanoseconds(kBarePath));
-        library.push_back(Nanoseconds(kServicePath));
-    }
-    printf("medians in turns: bare %.0f ns, library %.0f ns\n", Median(bare), Median(library));
-    return Median(library) / Median(bare);
-}
-
-// One processor for both sides, so that no wake-up of a sleeping one is measured.
-void StayOnOneProcessor() {
-    cpu_set_t one;
-    CPU_ZERO(&one);
-    CPU_SET(sched_getcpu(), &one);
-    sched_setaffinity(0, sizeof(one), &one);
+    printf("%-14s %.0f ns\n", "start and stop", bench::Median(times));
 }
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main() {
+    bench::StayOnOneProcessor();
     const bench::Answerer answerer;
     VimbraDebugLevelSet(VIMBRA_LEVEL_NONE);
     sem_init(&g_called, 0, 0);
-    StayOnOneProcessor();
     StartBare();
-    std::vector<char*> args(argv, argv + argc);
-    std::string defaults[] = {"--benchmark_repetitions=5", "--benchmark_min_time=0.05",
-                              "--benchmark_report_aggregates_only=true"};
-    for (std::string& option : defaults) {
-        args.insert(args.begin() + 1, option.data());
-    }
-    int count = static_cast<int>(args.size());
-    benchmark::Initialize(&count, args.data());
-    benchmark::RunSpecifiedBenchmarks();
-    VimbraStatNotifyCallbackReg(1, [](TNetDevStat*, u32) { sem_post(&g_called); });
-    const double ratio = Ratio();
-    printf("notification library/bare %.3f (at most %.2f)%s\n", ratio, kMostRatio,
-           ratio <= kMostRatio ? "" : "  TOO SLOW");
-    return ratio <= kMostRatio ? 0 : 1;
+    MeasureStartAndStop();
+    Register();
+    return bench::Compare(
+               "notification", kMostRatio, [] { return Notify(kBarePath); },
+               [] { return Notify(kServicePath); })
+               ? 0
+               : 1;
 }
