@@ -64,6 +64,7 @@
 #include <vimbra/dhcpc.h>
 #include <vimbra/dhcps.h>
 #include <vimbra/dns.h>
+#include <vimbra/failure.h>
 #include <vimbra/iface.h>
 #include <vimbra/iface_check.h>
 #include <vimbra/ip_conflict.h>

@@ -5,6 +5,7 @@
 #include "lib/base/cancel.hpp"
 #include "lib/base/fd.hpp"
 #include "lib/base/select_set.hpp"
+#include "lib/failure.hpp"
 #include "lib/ipc/connect.hpp"
 
 namespace vimbra {
@@ -43,14 +44,38 @@ bool FillAddress(const char* name, sockaddr_un* address, socklen_t* length) {
 
 // Whoever connects, the lines are those of the call that applications know.
 constexpr char kMakeAddrClient[] = "MakeAddrClient";
-constexpr char kConnectError[] = "connect error";
 
 bool FillPeerAddress(const char* name, sockaddr_un* address, socklen_t* length) {
     if (FillAddress(name, address, length)) {
         return true;
     }
     VLOG_ERROR_AT((CallSite{kMakeAddrClient, __LINE__}), "the name is too long!");
+    NoteFailure(kMakeAddrClient, VIMBRA_FAILURE_ARGUMENT);
     return false;
+}
+
+// What the error of a connect says of the peer.
+EVimbraFailureStep StepOfConnect(int error) {
+    switch (error) {
+        case EACCES:
+        case EPERM:
+            return VIMBRA_FAILURE_NO_PERMISSION;
+        case EAGAIN:
+            return VIMBRA_FAILURE_TIMEOUT;
+        case ECONNREFUSED:
+        case ELOOP:
+        case ENOENT:
+        case ENOTDIR:
+        case EPROTOTYPE:
+            return VIMBRA_FAILURE_NO_DAEMON;
+        default:
+            return VIMBRA_FAILURE_LOCAL;
+    }
+}
+
+void TellFailedConnect(const CallSite& site) {
+    LogErrnoAt(site, "connect error");
+    NoteFailure(site.function, StepOfConnect(errno), errno);
 }
 
 // The connection of one exchange.
@@ -61,7 +86,7 @@ bool ConnectTo(const char* name, int fd, timeval* left) {
         return false;
     }
     if (!ConnectNonBlocking(fd, address, left)) {
-        LogErrnoAt({kMakeAddrClient, __LINE__}, kConnectError);
+        TellFailedConnect({kMakeAddrClient, __LINE__});
         return false;
     }
     return true;
@@ -74,6 +99,7 @@ enum class Sent { kWhole, kShort, kTimeout, kFailed };
 // One write of the whole message. A peer that has gone is an error of the call, not a signal for
 // the application's process.
 Sent SendNow(int fd, const u8* data, size_t size) {
+    errno = 0;  // It stays so where a part was written.
     const ssize_t written = send(fd, data, size, MSG_NOSIGNAL);
     return written == static_cast<ssize_t>(size) ? Sent::kWhole : Sent::kShort;
 }
@@ -82,7 +108,7 @@ Sent SendWhenWritable(const CallSite& site, int fd, SelectSet& set, timeval* lef
                       size_t size) {
     const int ready = set.WaitWritable(left);
     if (ready < 0) {
-        LogErrnoAt(site, kSelectError);
+        FailedCallAt(site, kSelectError);
         return Sent::kFailed;
     }
     if (ready == 0) {
@@ -96,7 +122,6 @@ Sent SendWhenWritable(const CallSite& site, int fd, SelectSet& set, timeval* lef
 // to nothing; only then is there a wait.
 Sent SendAtOnce(const CallSite& site, int fd, SelectSet& set, timeval* left, const u8* data,
                 size_t size) {
-    errno = 0;
     const Sent sent = SendNow(fd, data, size);
     return sent == Sent::kShort && errno == EAGAIN
                ? SendWhenWritable(site, fd, set, left, data, size)
@@ -109,26 +134,32 @@ s32 ReceiveWhole(const CallSite& site, int fd, SelectSet& set, timeval* left, vo
     const size_t size = sizeof(IpcMsgHead) + static_cast<size_t>(replySize);
     const Buffer buffer(size);
     if (!buffer) {
-        LogErrnoAt(site, kNoMemory);
+        FailedCallAt(site, kNoMemory);
         return VIMBRA_ERR_GENERAL;
     }
     const int ready = set.WaitReadable(left);
     if (ready < 0) {
         LogErrnoAt(site, kSelectError);
+        NoteFailure(site.function, VIMBRA_FAILURE_ANSWER, errno);
         return VIMBRA_ERR_GENERAL;
     }
     if (ready == 0) {
         VLOG_ERROR_AT(site, "wait time out for reading!");
+        NoteFailure(site.function, VIMBRA_FAILURE_TIMEOUT);
         return VIMBRA_ERR_RECV_TIMEOUT;
     }
     const ssize_t count = read(fd, buffer.Get(), size);
     if (count != static_cast<ssize_t>(size)) {
+        if (count != 0) {  // Established: none at all is no failure.
+            NoteFailure(site.function, VIMBRA_FAILURE_ANSWER, count < 0 ? errno : 0);
+        }
         VLOG_ERROR_AT(site, "fail to receive message!");
         return static_cast<s32>(count);
     }
     IpcMsgHead head;
     memcpy(&head, buffer.Get(), sizeof(head));
     if (head.size != static_cast<u32>(replySize)) {
+        NoteFailure(site.function, VIMBRA_FAILURE_ANSWER);
         VLOG_ERROR_AT(site, "received message's head is error!");
         return static_cast<s32>(count);
     }
@@ -155,7 +186,7 @@ s32 SendAndRecv(const CallSite& site, const IpcPeer& peer, u32 type, const void*
                 void* reply, s32 replySize) {
     if (peer.name == nullptr || !IsPair(body, bodySize) || !IsPair(reply, replySize)) {
         VLOG_ERROR_AT(site, "the parameters is invalid");
-        return VIMBRA_ERR_GENERAL;
+        return RefuseArgument(site.function, VIMBRA_ERR_GENERAL);
     }
     IpcMessage message;
     return IpcExchange(site, peer, type, message, body, bodySize, reply, replySize);
@@ -182,23 +213,24 @@ s32 IpcExchange(const CallSite& site, const IpcPeer& peer, u32 type, IpcMessage&
     if (bodySize > VIMBRA_IPC_BODY_MAX) {
         VLOG_ERROR_AT(site, "the send buf is too long:%d,the max capacity is %d!", bodySize,
                       VIMBRA_IPC_BODY_MAX);
-        return VIMBRA_ERR_GENERAL;
+        return RefuseArgument(site.function, VIMBRA_ERR_GENERAL);
     }
     const Fd fd(socket, AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (!fd) {
-        LogErrnoAt(site, peer.socketStep);
+        FailedCallAt(site, peer.socketStep);
         return VIMBRA_ERR_GENERAL;
     }
     // One budget for all waits: what the first takes, the next ones lack. Nobody answers a message
     // without a reply, and who posts one may be the very thread that its listener runs on.
     timeval left = reply != nullptr ? kPatience : kNoTime;
     if (!ConnectTo(peer.name, fd.Get(), &left)) {
+        NameFailure(site.function);
         VLOG_ERROR_AT(site, "%s", peer.connectText);
         return VIMBRA_ERR_GENERAL;
     }
     SelectSet set(fd.Get());
     if (!set || !Build(message, body, bodySize)) {
-        LogErrnoAt(site, kNoMemory);
+        FailedCallAt(site, kNoMemory);
         return VIMBRA_ERR_GENERAL;
     }
     switch (SendAtOnce(site, fd.Get(), set, &left, message.Whole(type, 0), message.WholeSize())) {
@@ -207,6 +239,7 @@ s32 IpcExchange(const CallSite& site, const IpcPeer& peer, u32 type, IpcMessage&
         case Sent::kTimeout:
             return VIMBRA_OK;  // Established: the caller then finds its reply untouched.
         case Sent::kShort:
+            NoteFailure(site.function, VIMBRA_FAILURE_SENDING, errno);
             VLOG_ERROR_AT(site, "%s", peer.writeText);
             return VIMBRA_ERR_SEND;
         case Sent::kWhole:
@@ -260,14 +293,14 @@ using namespace vimbra;
 
 s32 MakeAddrClient(s32 nSockfd, const char* pchName, sockaddr_un* ptAddr, socklen_t* len) {
     if (pchName == nullptr || ptAddr == nullptr || len == nullptr) {
-        return VIMBRA_ERR_GENERAL;
+        return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     if (!FillPeerAddress(pchName, ptAddr, len)) {
         return VIMBRA_ERR_GENERAL;
     }
     const CancelGuard guard;
     if (!ConnectAny(nSockfd, *ptAddr, kPatience)) {
-        VLOG_ERRNO(kConnectError);
+        TellFailedConnect(VIMBRA_HERE);
         return VIMBRA_ERR_GENERAL;
     }
     return VIMBRA_OK;
@@ -275,7 +308,7 @@ s32 MakeAddrClient(s32 nSockfd, const char* pchName, sockaddr_un* ptAddr, sockle
 
 s32 MakeAddrServer(s32 nSockfd, const char* pchName, sockaddr_un* ptAddr, socklen_t* len) {
     if (pchName == nullptr || ptAddr == nullptr || len == nullptr) {
-        return VIMBRA_ERR_GENERAL;
+        return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     const CancelGuard guard;  // The socket may have to be closed.
     const Server server = MakeServer(nSockfd, pchName, ptAddr, len);
@@ -306,7 +339,7 @@ s32 IpcApiSendMsg(s32 nSockfd, u32 dwType, void* pSendBuf, s32 nSendLen, s32 nFl
     const CallSite site = VIMBRA_HERE;
     if (!IsPair(pSendBuf, nSendLen)) {
         VLOG_ERROR("the parameters is invalid");
-        return VIMBRA_ERR_GENERAL;
+        return RefuseArgument(site.function, VIMBRA_ERR_GENERAL);
     }
     const CancelGuard guard;
     // Not left to select(2): a 32-bit kernel does not look at what lies above its table, and a set
@@ -327,8 +360,10 @@ s32 IpcApiSendMsg(s32 nSockfd, u32 dwType, void* pSendBuf, s32 nSendLen, s32 nFl
         case Sent::kWhole:
             return VIMBRA_OK;
         case Sent::kTimeout:
+            NoteFailure(site.function, VIMBRA_FAILURE_TIMEOUT);
             return VIMBRA_ERR_SEND_TIMEOUT;
         case Sent::kShort:
+            NoteFailure(site.function, VIMBRA_FAILURE_SENDING, errno);
             VLOG_ERROR("fail to send message!");
             return VIMBRA_ERR_GENERAL;
         case Sent::kFailed:

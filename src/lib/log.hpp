@@ -72,8 +72,11 @@ inline void LogErrnoAt(const CallSite& site, const char* step) {
     errno = error;
 }
 
+// The same, and noted as the reason why a call of the application fails.
+void FailedCallAt(const CallSite& site, const char* step);
+
 }  // namespace vimbra
 
-#define VLOG_ERRNO(step) ::vimbra::LogErrnoAt(VIMBRA_HERE, step)
+#define VLOG_ERRNO(step) ::vimbra::FailedCallAt(VIMBRA_HERE, step)
 
 #endif

@@ -21,6 +21,7 @@ RequestBase::RequestBase(const CallSite& site, const RequestRule& rule, u32 body
     if (message_.Allocate(bodySize)) {
         return;
     }
+    NoteFailure(site_.function, VIMBRA_FAILURE_LOCAL, ENOMEM);
     switch (bodySize > 0 ? rule_.outOfMemory : RequestRule::OutOfMemory::kTransport) {
         case RequestRule::OutOfMemory::kErrno:
             LogErrnoAt(site_, rule_.outOfMemoryText);
@@ -35,11 +36,21 @@ RequestBase::RequestBase(const CallSite& site, const RequestRule& rule, u32 body
     }
 }
 
+// A reply that still holds what stands for none has not come.
+void RequestBase::NoteResult(s32 result) const {
+    if (result == rule_.unanswered) {
+        NoteFailure(site_.function, VIMBRA_FAILURE_ANSWER);
+    } else {
+        NoteRefusal(site_.function, result);
+    }
+}
+
 s32 RequestBase::Exchange(u32 type, void* reply, s32 replySize, bool hasResult) {
     const s32 transport =
         IpcExchange({kTransport, __LINE__}, kDaemonPeer, type, message_, message_.Body(),
                     static_cast<s32>(message_.BodySize()), reply, replySize);
     if (transport != VIMBRA_OK) {
+        NameFailure(site_.function);
         return Fail(site_, rule_.transportFormat, rule_.transport, transport);
     }
     s32 result = VIMBRA_OK;
@@ -47,6 +58,7 @@ s32 RequestBase::Exchange(u32 type, void* reply, s32 replySize, bool hasResult) 
         memcpy(&result, reply, sizeof(result));
     }
     if (result != VIMBRA_OK) {
+        NoteResult(result);
         return Fail(site_, rule_.refusalFormat, rule_.refusal, result);
     }
     return VIMBRA_OK;

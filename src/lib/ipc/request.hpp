@@ -14,6 +14,7 @@
 
 #include <type_traits>
 
+#include "lib/failure.hpp"
 #include "lib/ipc_api_msg.hpp"
 
 namespace vimbra {
@@ -56,6 +57,7 @@ class RequestBase {
     RequestBase(const CallSite& site, const RequestRule& rule, u32 bodySize);
 
     s32 Exchange(u32 type, void* reply, s32 replySize, bool hasResult);
+    void NoteResult(s32 result) const;
 
     const CallSite site_;
     const RequestRule& rule_;
