@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <iterator>
 
+#include "lib/failure.hpp"
 #include "lib/log.hpp"
 
 namespace {
@@ -55,7 +56,7 @@ s32 check_ip_mask_gateway_the_same_net(u32 ip, u32 mask, u32 gateway) {
     if (gateway == 0 || ((ip ^ gateway) & mask) == 0) {
         return VIMBRA_OK;
     }
-    return VIMBRA_ERR_NOT_SAME_NET;
+    return vimbra::RefuseArgument(__func__, VIMBRA_ERR_NOT_SAME_NET);
 }
 
 s32 check_intranet_ip(u32 ip, u32 mask) {
@@ -68,7 +69,7 @@ s32 interface_name(u32 ethid, char* devname, s32 name_len) {
     if (ethid > kLastEthernet) {
         VLOG_ERROR("Eth:%d does not exist and max interface NO:%d", static_cast<int>(ethid),
                    static_cast<int>(kLastEthernet));
-        return VIMBRA_ERR_IFACE_NUMBER;
+        return vimbra::RefuseArgument(__func__, VIMBRA_ERR_IFACE_NUMBER);
     }
     if (devname == nullptr || name_len < 0) {
         return VIMBRA_ERR_GENERAL;

@@ -4,6 +4,7 @@
 
 #include "lib/base/cancel.hpp"
 #include "lib/base/text.hpp"
+#include "lib/failure.hpp"
 #include "lib/files/inetd.hpp"
 #include "lib/files/line_file.hpp"
 #include "lib/files/pw_file.hpp"
@@ -393,7 +394,7 @@ s32 vimbra::AddAccount(const CallSite& site, char* user, char* password,
 s32 VimbraAddNetUser(char* pchUser, char* pchPasswd) {
     if (pchUser == nullptr || pchPasswd == nullptr) {
         VLOG_ERROR("username or pasword is NULL!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     return AddAccount(VIMBRA_HERE, pchUser, pchPasswd, add_user_to_pwd_file);
 }
@@ -402,7 +403,7 @@ s32 VimbraModifyNetPwd(char* pchUser, char* pchPasswd) {
     const CallSite site = VIMBRA_HERE;
     if (pchUser == nullptr || pchPasswd == nullptr) {
         VLOG_ERROR("username or pasword is NULL!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (!CheckUser(site, pchUser)) {
         return VIMBRA_ERR_GENERAL;
@@ -424,7 +425,7 @@ s32 VimbraDelNetUser(char* pchUser) {
     const CallSite site = VIMBRA_HERE;
     if (pchUser == nullptr) {
         VLOG_ERROR("username is NULL!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (!CheckUser(site, pchUser)) {
         return VIMBRA_ERR_GENERAL;

@@ -158,18 +158,18 @@ s32 ApicBondStop() {
 s32 VimbraBondStart(u32 dwBondMode, TVimbraBondParam* ptBondParam) {
     if (dwBondMode >= kBondModes) {
         VLOG_ERROR("the bond mode is invalid!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (ptBondParam == nullptr) {
         VLOG_ERROR("the bond param pointer is NULL!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (ptBondParam->pchBondPath == nullptr) {
         VLOG_ERROR("the bond param pchBondPath is NULL!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (!CheckMembers(VIMBRA_HERE, *ptBondParam)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (access(ptBondParam->pchBondPath, F_OK) != 0) {
         const int error = errno;

@@ -493,11 +493,11 @@ s32 LinuxNetDhcpcRenew(const char* pchIfaceName, u16 wSinFamily) {
 s32 LinuxNetDhcpcGetState(const char* pchIfaceName, u16 wSinFamily,
                           TVimbraDhcpcState* ptNetdhcpcIfState) {
     if (!CheckName(VIMBRA_HERE, pchIfaceName)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (ptNetdhcpcIfState == nullptr) {
         VLOG_ERROR("ptNetdhcpcIfState is NULL!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     VLOG_PRINT("the pchIfaceName : %s, the wSinFamily : %d", pchIfaceName, wSinFamily);
     const Lock service(g_tDhcpcMutex);
@@ -513,11 +513,11 @@ s32 VimbraDhcpcStart(const char* pchIfaceName, u16 wSinFamily,
                      VimbraDhcpcNotifyCallBack ptDhcpcCallBack) {
     VLOG_PRINT("entering......");
     if (!CheckName(VIMBRA_HERE, pchIfaceName)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (ptDhcpcCallBack == nullptr) {
         VLOG_ERROR("the ptDhcpcCallBack is NULL!");
-        return VIMBRA_ERR_CALLBACK;
+        return RefuseArgument(__func__, VIMBRA_ERR_CALLBACK);
     }
     Lock service(g_tDhcpcMutex);
     VLOG_PRINT("the IfaceName : %s, Family : %d", pchIfaceName, wSinFamily);
@@ -548,11 +548,11 @@ s32 VimbraDhcpcStart(const char* pchIfaceName, u16 wSinFamily,
 
 s32 VimbraDhcpcStop(const char* pchIfaceName, u16 wSinFamily) {
     if (!CheckName(VIMBRA_HERE, pchIfaceName)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (wSinFamily != VIMBRA_FAMILY_IPV4 && wSinFamily != VIMBRA_FAMILY_IPV6) {
         VLOG_ERROR("wSinFamily %d is invalid!", wSinFamily);
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     VLOG_PRINT("the pchIfaceName : %s, the wSinFamily : %d", pchIfaceName, wSinFamily);
     Lock service(g_tDhcpcMutex);

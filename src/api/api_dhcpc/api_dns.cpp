@@ -6,6 +6,7 @@
 #include "api/api_dhcpc/dns_node.hpp"
 #include "lib/base/cancel.hpp"
 #include "lib/base/text.hpp"
+#include "lib/failure.hpp"
 #include "lib/files/line_file.hpp"
 #include "lib/log.hpp"
 
@@ -258,7 +259,7 @@ s32 VimbraDNSSet(char* pchIfaceName, u16 wSinFamily, TVimbraAddr* atDnsIP, u32 d
     // A newline in a name would make lines of its own.
     if (!IsIfaceName(pchIfaceName) || HasControl(pchIfaceName)) {
         VLOG_ERROR("pchIfaceName is invalid!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     VLOG_PRINT("pchIfaceName : %s", pchIfaceName);
     if (atDnsIP == nullptr && dwNum > 0) {

@@ -98,10 +98,10 @@ s32 CheckDhcpsParam(char* pchIfaceName, u16 wSinFamily, const TVimbraDhcpsInfo* 
     // A name that is too long is told below, where the interface is asked for.
     if (ptDhcpsConfInfo == nullptr || pchIfaceName == nullptr) {
         VLOG_ERROR("ptDhcpsConfInfo || pchIfaceName is NULL!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (!CheckFamily(VIMBRA_HERE, wSinFamily)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     const TVimbraDhcpsInfo& info = *ptDhcpsConfInfo;
     if (!HasFamily(info, wSinFamily)) {
@@ -128,7 +128,7 @@ s32 CheckDhcpsParam(char* pchIfaceName, u16 wSinFamily, const TVimbraDhcpsInfo* 
 s32 VimbraDhcpsStart(char* pchIfaceName, u16 wSinFamily, TVimbraDhcpsInfo* ptDhcpsConfInfo) {
     if (CheckDhcpsParam(pchIfaceName, wSinFamily, ptDhcpsConfInfo) != VIMBRA_OK) {
         VLOG_ERROR("CheckDhcpsParam error!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (ApicDhcpsStart(pchIfaceName, wSinFamily, ptDhcpsConfInfo) != VIMBRA_OK) {
         VLOG_ERROR("DHCPS client start error!");
@@ -140,10 +140,10 @@ s32 VimbraDhcpsStart(char* pchIfaceName, u16 wSinFamily, TVimbraDhcpsInfo* ptDhc
 s32 VimbraDhcpsStop(char* pchIfaceName, u16 wSinFamily) {
     if (!IsIfaceName(pchIfaceName)) {
         VLOG_ERROR("pchIfaceName is NULL!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (!CheckFamily(VIMBRA_HERE, wSinFamily)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (ApicDhcpsStop(pchIfaceName, wSinFamily) != VIMBRA_OK) {
         VLOG_ERROR("DHCPS client stop all eth error!");
@@ -155,10 +155,10 @@ s32 VimbraDhcpsStop(char* pchIfaceName, u16 wSinFamily) {
 s32 VimbraDhcpsGetState(char* pchIfaceName, u16 wSinFamily, TVimbraDhcpsState* ptNetdhcpsState) {
     if (!IsIfaceName(pchIfaceName) || ptNetdhcpsState == nullptr) {
         VLOG_ERROR("pchIfaceName or ptNetdhcpsState is NULL!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (!CheckFamily(VIMBRA_HERE, wSinFamily)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (ApicDhcpsGetState(pchIfaceName, wSinFamily, ptNetdhcpsState) != VIMBRA_OK) {
         VLOG_ERROR("DHCPS client get interface %s state error!", pchIfaceName);

@@ -243,11 +243,11 @@ void vimbra::ForgetConflictWatches() {
 s32 VimbraIpConflictCheckStart(u16 wSinFamily, TVimbraConflictCallBack ptFunc) {
     if (ptFunc == nullptr) {
         VLOG_ERROR("the callback function is null!");
-        return VIMBRA_ERR_CALLBACK;
+        return RefuseArgument(__func__, VIMBRA_ERR_CALLBACK);
     }
     if (!IsOneFamily(wSinFamily)) {
         VLOG_ERROR("wSinFamily %d is invalid!", wSinFamily);
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     TIpConflictInfo* const info = FamilyMapIpConfictInfo(wSinFamily);
     if (info == nullptr) {
@@ -278,7 +278,7 @@ s32 VimbraIpConflictCheckStart(u16 wSinFamily, TVimbraConflictCallBack ptFunc) {
 s32 VimbraIpConflictCheckStop(u16 wSinFamily) {
     if (!IsOneFamily(wSinFamily)) {
         VLOG_ERROR("wSinFamily %d is invalid!", wSinFamily);
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     TIpConflictInfo* const info = FamilyMapIpConfictInfo(wSinFamily);
     if (info == nullptr) {

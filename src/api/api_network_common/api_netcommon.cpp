@@ -48,7 +48,7 @@ bool g_bVimbraInit = false;
 s32 ChangeFlags(const CallSite& site, char* name, u32 clear, u32 set) {
     if (name == nullptr) {
         VLOG_ERROR_AT(site, "the pchIfaceName is NULL!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     VLOG_PRINT_AT(site, "pchIfaceName : %s", name);
     u32 flags = 0;
@@ -78,7 +78,7 @@ s32 CheckIpv4(const CallSite& site, const in_addr& address, u32 prefix, const in
     }
     if ((ntohl(address.s_addr ^ gateway.s_addr) & LeadingOnes(prefix)) != 0) {
         VLOG_ERROR_AT(site, "the two ipv4 address is not the same net!");
-        return VIMBRA_ERR_NOT_SAME_NET;
+        return RefuseArgument(__func__, VIMBRA_ERR_NOT_SAME_NET);
     }
     VLOG_PRINT_AT(site, "the two ipv4 address is the same net!");
     return VIMBRA_OK;
@@ -105,7 +105,7 @@ s32 CheckIpv6(const CallSite& site, const in6_addr& address, u32 prefix, const i
     }
     if (!IsSameNetIpv6(address, prefix, gateway)) {
         VLOG_ERROR_AT(site, "the two ipv6 address is not the same net!");
-        return VIMBRA_ERR_NOT_SAME_NET;
+        return RefuseArgument(__func__, VIMBRA_ERR_NOT_SAME_NET);
     }
     VLOG_PRINT_AT(site, "the two ipv6 address is the same net!");
     return VIMBRA_OK;
@@ -177,7 +177,7 @@ s32 VimbraIfaceNoShutdown(char* pchIfaceName) {
 s32 VimbraGetIfaceState(char* pchIfaceName, u32* pdwFlag) {
     if (pchIfaceName == nullptr || pdwFlag == nullptr) {
         VLOG_ERROR("the pchIfaceName or pdwFlag is NULL!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     VLOG_PRINT("pchIfaceName : %s", pchIfaceName);
     u32 flags = 0;
@@ -192,11 +192,11 @@ s32 VimbraGetIfaceState(char* pchIfaceName, u32* pdwFlag) {
 s32 VimbraCheckIsSameNet(TVimbraAddr tIpAddr, u32 dwPrefix, TVimbraAddr tGateway) {
     if (tIpAddr.wSinFamily != tGateway.wSinFamily) {
         VLOG_ERROR("the tIpAddr and the tGateway's wSinFamily is different!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (dwPrefix == 0) {
         VLOG_ERROR("the param dwPrefix is Zero!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     switch (tIpAddr.wSinFamily) {
         case VIMBRA_FAMILY_IPV4:
@@ -205,6 +205,6 @@ s32 VimbraCheckIsSameNet(TVimbraAddr tIpAddr, u32 dwPrefix, TVimbraAddr tGateway
             return CheckIpv6(VIMBRA_HERE, tIpAddr.tV6Addr, dwPrefix, tGateway.tV6Addr);
         default:
             VLOG_ERROR("the wSinFamily %d is invalid!", tIpAddr.wSinFamily);
-            return VIMBRA_ERR_PARAM;
+            return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
 }

@@ -2,6 +2,7 @@
 #include <sys/socket.h>
 #include <vimbra/common.h>
 
+#include "lib/failure.hpp"
 #include "lib/log.hpp"
 
 s32 VimbraSetDscp(u16 wSinFamily, s32 nSockfd, u8 byDscp) {
@@ -27,6 +28,6 @@ s32 VimbraSetDscp(u16 wSinFamily, s32 nSockfd, u8 byDscp) {
         }
         default:
             VLOG_ERROR("the wSinFamily %d is invalid!", wSinFamily);
-            return VIMBRA_ERR_PARAM;
+            return vimbra::RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
 }

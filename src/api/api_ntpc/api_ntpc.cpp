@@ -238,7 +238,7 @@ s32 VimbraNtpcStart(TVimbraAddr tServerIp, u32 dwSyncTimeInterval,
                     VimBraNtpcSyncTimeCallBack ptCallBack) {
     if (ptCallBack == nullptr) {
         VLOG_ERROR("the ntpc callback function is null!");
-        return VIMBRA_ERR_CALLBACK;
+        return RefuseArgument(__func__, VIMBRA_ERR_CALLBACK);
     }
     const Lock lock(g_tNtpcMutex);
     Client* const client = AwaitClient(tServerIp.wSinFamily);

@@ -161,15 +161,15 @@ s32 VimbraPingStart(TVimbraAddr tDestIp, TVimbraPingOpt* ptPingOpt, s32 nUserID,
                     TVimbraPingCallBack ptCallBackFunc) {
     if (ptPingOpt == nullptr || ptCallBackFunc == nullptr) {
         VLOG_ERROR("the ptPingOpt or ptCallBackFunc is NULL!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (tDestIp.wSinFamily != VIMBRA_FAMILY_IPV4 && tDestIp.wSinFamily != VIMBRA_FAMILY_IPV6) {
         VLOG_ERROR("the dest wSinFamily %d is invalid!", tDestIp.wSinFamily);
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (nUserID < 1) {
         VLOG_ERROR("the nUserID must be more than 0!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     Lock lock(g_tPingMutex);
     if (FamilyMapBusyPingInfo(nUserID) != nullptr) {
@@ -204,7 +204,7 @@ s32 VimbraPingStart(TVimbraAddr tDestIp, TVimbraPingOpt* ptPingOpt, s32 nUserID,
 s32 VimbraPingStop(s32 nUserID) {
     if (nUserID <= 0) {
         VLOG_ERROR("the nUserID must be more than 0!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     Lock lock(g_tPingMutex);
     TPingInfo* const info = FamilyMapBusyPingInfo(nUserID);

@@ -344,7 +344,7 @@ s32 VimbraPppoeStart(TVimbraPppoeParam* ptPppoeParam, u16 wSinFamily,
                      TVimbraPppoeCallBack ptNotifyCallBack) {
     if (CheckPppoeParam(ptPppoeParam, wSinFamily, ptNotifyCallBack) != VIMBRA_OK) {
         VLOG_ERROR("CheckPppoeParam error!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     const CancelGuard guard;
     Lock lock(g_tPppoeMutex);
@@ -381,7 +381,7 @@ s32 VimbraPppoeStop(const char*, u16 wSinFamily) {
     Link* const link = FamilyMapPppoeInfo(wSinFamily);
     if (link == nullptr) {
         VLOG_ERROR("FamilyMapPppoeInfo error!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     const auto isStoppable = [link, turn = link->turn] {
         return link->info.bPppoeStarted != 0 && !link->isStarting && !link->isStopping &&
@@ -425,7 +425,7 @@ s32 VimbraPppoeStop(const char*, u16 wSinFamily) {
 s32 VimbraPppoeVer(TVimbraVersion* ptVersion) {
     if (ptVersion == nullptr) {
         VLOG_ERROR("the ptVersion is NULL!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     *ptVersion = {"pppd version 2.4.5\nPPPoE Version 3.10"};
     return VIMBRA_OK;

@@ -9,6 +9,7 @@
 #include "api/api_serv/inetd_list.hpp"
 #include "api/fork.hpp"
 #include "lib/base/lock.hpp"
+#include "lib/failure.hpp"
 #include "lib/files/inetd.hpp"
 #include "lib/files/pw_file.hpp"
 #include "lib/log.hpp"
@@ -220,7 +221,7 @@ void vimbra::ForgetServiceLock() {
 s32 VimbraServiceStart(TVimbraServInfo* ptServInfo) {
     const CallSite site = VIMBRA_HERE;
     if (!CheckRequest(site, ptServInfo)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     const Lock lock(g_tServiceMutex);
     TServType* row = ptServInfo->pchProto != nullptr
@@ -258,7 +259,7 @@ s32 VimbraServiceStart(TVimbraServInfo* ptServInfo) {
 s32 VimbraServiceStop(char* pchServName) {
     if (pchServName == nullptr) {
         VLOG_ERROR("servName is NULL");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     const CancelGuard guard;
     NetService* list = ReadFromInetdFile();

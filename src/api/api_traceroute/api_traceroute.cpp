@@ -175,15 +175,15 @@ s32 VimbraTracerouteStart(TVimbraAddr tDestIp, TVimbraTracerouteOpt* ptTraceRtOp
                           TVimbraTracerouteCallBack ptCallBackFunc) {
     if (ptTraceRtOpt == nullptr || ptCallBackFunc == nullptr) {
         VLOG_ERROR("the ptCallBackFunc is NULL!");
-        return VIMBRA_ERR_CALLBACK;
+        return RefuseArgument(__func__, VIMBRA_ERR_CALLBACK);
     }
     if (tDestIp.wSinFamily != VIMBRA_FAMILY_IPV4) {
         VLOG_ERROR("the dest wSinFamily %d is invalid!", tDestIp.wSinFamily);
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (nUserID <= 0) {
         VLOG_ERROR("the nUserID must be more than 0!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     Lock lock(g_tTraceRtMutex);
     if (TraceSlot* const busy = FindBusy(nUserID); busy != nullptr) {
@@ -216,7 +216,7 @@ s32 VimbraTracerouteStart(TVimbraAddr tDestIp, TVimbraTracerouteOpt* ptTraceRtOp
 s32 VimbraTracerouteStop(s32 nUserID) {
     if (nUserID <= 0) {
         VLOG_ERROR("the nUserID must be more than 0!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     Lock lock(g_tTraceRtMutex);
     TraceSlot* const slot = FindBusy(nUserID);

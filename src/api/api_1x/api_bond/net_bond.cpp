@@ -5,6 +5,7 @@
 
 #include "lib/base/memory.hpp"
 #include "lib/base/text.hpp"
+#include "lib/failure.hpp"
 #include "lib/log.hpp"
 
 using namespace vimbra;
@@ -41,7 +42,7 @@ s32 NetBondStart(u32 dwBondMode, BondParam* ptBondParam) {
     }
     if (ptBondParam->dwBondIdNum > kIds) {
         VLOG_ERROR("the bond param dwBondIdNum is invalid!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     Buffer path;
     Buffer members[kIds];

@@ -144,7 +144,7 @@ s32 OnAddress(const CallSite& site, u32 number, const TNetEthParam* param,
               s32 (*call)(char*, TVimbraIfaceIp*)) {
     return OnInterface(site, number, kNamingFailed, [=](char* name) {
         if (param == nullptr) {
-            return static_cast<s32>(VIMBRA_ERR_PARAM);
+            return RefuseArgument(site.function, VIMBRA_ERR_PARAM);
         }
         TVimbraIfaceIp ip = {VIMBRA_SCOPE_TYPE_DEF, Ipv4(param->dwIpAdrs), param->dwIpMask};
         return call(name, &ip);
@@ -174,7 +174,7 @@ s32 PrefixOfMask(const CallSite& site, u32 mask, u32* prefix) {
 
 s32 apic_ipaddr_show_filter(const char* devname, api_ipaddr_show_info* out) {
     if (devname == nullptr || out == nullptr) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     Request<IfaceBody> request(VIMBRA_HERE, kReportRule);
     if (!request) {
@@ -187,7 +187,7 @@ s32 apic_ipaddr_show_filter(const char* devname, api_ipaddr_show_info* out) {
 s32 NetGetEthParam(u32 byEthId, TNetEthParam* ptNetEthParam) {
     const CallSite site = VIMBRA_HERE;
     if (ptNetEthParam == nullptr) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     memset(ptNetEthParam, 0, sizeof(*ptNetEthParam));
     return WithReport(site, byEthId, [&](const ir_ipaddr_show_info& info) {
@@ -198,7 +198,7 @@ s32 NetGetEthParam(u32 byEthId, TNetEthParam* ptNetEthParam) {
 s32 NetGetEthParamAll(u32 byEthId, TNetEthParamAll* ptNetEthParamAll) {
     const CallSite site = VIMBRA_HERE;
     if (ptNetEthParamAll == nullptr) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     memset(ptNetEthParamAll, 0, sizeof(*ptNetEthParamAll));
     return WithReport(site, byEthId, [&](const ir_ipaddr_show_info& info) {
@@ -215,7 +215,7 @@ s32 NetSetEthParam(u32 byEthId, u32 byIpOrMask, TNetEthParam* ptNetEthParam) {
     }
     return OnInterface(site, byEthId, kNamingFailed, [=](char* name) {
         if (ptNetEthParam == nullptr) {
-            return static_cast<s32>(VIMBRA_ERR_PARAM);
+            return RefuseArgument(site.function, VIMBRA_ERR_PARAM);
         }
         TVimbraIfaceAllIp all = {};
         all.dwIpNum = 1;

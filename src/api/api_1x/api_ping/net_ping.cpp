@@ -2,6 +2,7 @@
 
 #include "api/api_1x/legacy.hpp"
 #include "api/api_ping/ping_wire.hpp"
+#include "lib/failure.hpp"
 
 using namespace vimbra;
 using namespace vimbra::wire;
@@ -37,7 +38,7 @@ int PrivatePingCallBack(s32 nResult, TVimbraPingCBInfo* ptInfo) {
 s32 NetPingStart(u32 dwDestIP, TPingOpt* ptPingOpt, s32 nUserID, TNetPingCallBack ptCallBackFunc) {
     if (ptCallBackFunc == nullptr) {
         VLOG_ERROR("the ping callback function is null!");
-        return VIMBRA_ERR_CALLBACK;
+        return RefuseArgument(__func__, VIMBRA_ERR_CALLBACK);
     }
     SetCallback(ptCallBackFunc);
     return VimbraPingStart(Ipv4(dwDestIP), ptPingOpt, nUserID, PrivatePingCallBack);

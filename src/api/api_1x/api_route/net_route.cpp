@@ -5,6 +5,7 @@
 
 #include "api/api_1x/legacy.hpp"
 #include "lib/base/text.hpp"
+#include "lib/failure.hpp"
 
 using namespace vimbra;
 
@@ -16,7 +17,7 @@ s32 OnRoute(const CallSite& site, u32 number, const TNetIpRouteParam* legacy,
             s32 (*call)(TVimbraIpRouteParam*)) {
     return OnInterface(site, number, "interface_name failed", [=](char* name) {
         if (legacy == nullptr) {
-            return static_cast<s32>(VIMBRA_ERR_PARAM);
+            return RefuseArgument(site.function, VIMBRA_ERR_PARAM);
         }
         TVimbraIpRouteParam route = {};
         CopyField(route.achIfaceName, name);
@@ -38,7 +39,7 @@ s32 NetSetDefGateway(u32 byEthId, u32 dwGateway) {
 s32 NetGetDefGateway(u32 byEthId, u32* pdwGateway) {
     if (pdwGateway == nullptr) {
         VLOG_ERROR("pdwGateway is null");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     return OnInterface(
         VIMBRA_HERE, byEthId, "NetGetDefGateway interface_name failed", [=](char* name) {
@@ -66,7 +67,7 @@ s32 NetDelOneIpRoute(u32 byEthId, TNetIpRouteParam* ptNetIpRouteParam) {
 
 s32 NetModifyIpRouteMetric(TNetIpRouteParam* ptNetIpRouteParam) {
     if (ptNetIpRouteParam == nullptr) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     return OnRoute(VIMBRA_HERE, ptNetIpRouteParam->byEthId, ptNetIpRouteParam,
                    VimbraModifyIpRouteMetric);
@@ -75,7 +76,7 @@ s32 NetModifyIpRouteMetric(TNetIpRouteParam* ptNetIpRouteParam) {
 s32 NetGetAllIpRoute(TNetAllIpRouteInfo* ptNetAllIpRouteInfo) {
     if (ptNetAllIpRouteInfo == nullptr) {
         VLOG_ERROR("ptNetAllIpRouteInfo is null");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     TVimbraAllIpRouteInfo listing = {};
     const s32 result = VimbraGetAllIpRoute(VIMBRA_FAMILY_IPV4, &listing);

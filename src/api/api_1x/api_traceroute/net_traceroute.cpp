@@ -2,6 +2,7 @@
 
 #include "api/api_1x/legacy.hpp"
 #include "api/api_traceroute/traceroute_wire.hpp"
+#include "lib/failure.hpp"
 
 using namespace vimbra;
 using namespace vimbra::wire;
@@ -35,11 +36,11 @@ int PrivateTracerouteCallBack(s32 nResult, TVimbraTracerouteCBInfo* ptInfo) {
 s32 NetTracerouteStart(TTraceroutePara* ptTraceroutePara, s32 nUserID,
                        TNetTracerouteCallBack ptCallBackFunc) {
     if (ptCallBackFunc == nullptr) {
-        return VIMBRA_ERR_CALLBACK;
+        return RefuseArgument(__func__, VIMBRA_ERR_CALLBACK);
     }
     SetCallback(ptCallBackFunc);
     if (ptTraceroutePara == nullptr) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     TVimbraTracerouteOpt option = {ptTraceroutePara->dwTtl};
     return VimbraTracerouteStart(Ipv4(ptTraceroutePara->dwDstIp), &option, nUserID,

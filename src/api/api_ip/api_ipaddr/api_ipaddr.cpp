@@ -256,7 +256,7 @@ s32 ApicMtuGet(const char* pchIfaceName, u32* pdwMtu) {
 
 s32 VimbraIfaceGetIp(char* pchIfaceName, u16 wSinFamily, TVimbraIfaceAllIp* ptNetIfaceIp) {
     if (!CheckAllIp(VIMBRA_HERE, pchIfaceName, wSinFamily, ptNetIfaceIp)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     const s32 result = ApicIpaddrGet(pchIfaceName, wSinFamily, ptNetIfaceIp);
     if (result != VIMBRA_OK) {
@@ -267,17 +267,17 @@ s32 VimbraIfaceGetIp(char* pchIfaceName, u16 wSinFamily, TVimbraIfaceAllIp* ptNe
 
 s32 VimbraIfaceSetIp(char* pchIfaceName, u16 wSinFamily, TVimbraIfaceAllIp* ptNetIfaceIp) {
     if (!CheckAllIp(VIMBRA_HERE, pchIfaceName, wSinFamily, ptNetIfaceIp)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (ptNetIfaceIp->dwIpNum > VIMBRA_IFACE_IP_MAX) {
         VLOG_ERROR("the dwIpNum %d is invalid!", static_cast<int>(ptNetIfaceIp->dwIpNum));
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     for (u32 i = 0; i < ptNetIfaceIp->dwIpNum; i++) {
         const EVimbraScopeType scope = ptNetIfaceIp->atNetIfaceIp[i].eScopeType;
         if (CheckeScopeType(scope) != VIMBRA_OK) {
             VLOG_ERROR("the eScopeType %d is invalid!", static_cast<int>(scope));
-            return VIMBRA_ERR_PARAM;
+            return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
         }
     }
     const s32 result = ApicIpaddrSet(pchIfaceName, wSinFamily, ptNetIfaceIp);
@@ -289,7 +289,7 @@ s32 VimbraIfaceSetIp(char* pchIfaceName, u16 wSinFamily, TVimbraIfaceAllIp* ptNe
 
 s32 VimbraIfaceAddIp(char* pchIfaceName, TVimbraIfaceIp* ptNetIfaceIp) {
     if (!CheckOneIp(VIMBRA_HERE, pchIfaceName, ptNetIfaceIp)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (ApicCheckIp(ptNetIfaceIp) != VIMBRA_OK) {
         VLOG_ERROR("Ip addr is invalid!");
@@ -304,7 +304,7 @@ s32 VimbraIfaceAddIp(char* pchIfaceName, TVimbraIfaceIp* ptNetIfaceIp) {
 
 s32 VimbraIfaceDelIp(char* pchIfaceName, TVimbraIfaceIp* ptNetIfaceIp) {
     if (!CheckOneIp(VIMBRA_HERE, pchIfaceName, ptNetIfaceIp)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     const s32 result = ApicIpaddrDel(pchIfaceName, ptNetIfaceIp);
     if (result != VIMBRA_OK) {
@@ -315,11 +315,11 @@ s32 VimbraIfaceDelIp(char* pchIfaceName, TVimbraIfaceIp* ptNetIfaceIp) {
 
 s32 VimbraIfaceFlushIp(char* pchIfaceName, u16 wSinFamily) {
     if (!CheckName(VIMBRA_HERE, pchIfaceName)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (!IsFamilyOrBoth(wSinFamily)) {
         VLOG_ERROR("the wSinFamily %d is invalid!", wSinFamily);
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     const s32 result = ApicIpaddrFlush(pchIfaceName, wSinFamily);
     if (result != VIMBRA_OK) {
@@ -330,11 +330,11 @@ s32 VimbraIfaceFlushIp(char* pchIfaceName, u16 wSinFamily) {
 
 s32 VimbraIfaceSetMac(char* pchIfaceName, TVimbraIfaceMac* ptNetIfaceMac) {
     if (!CheckName(VIMBRA_HERE, pchIfaceName)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (ptNetIfaceMac == nullptr) {
         VLOG_ERROR("ptNetIfaceMac is NULL!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     const u8* mac = ptNetIfaceMac->abyMacAddr;
     VLOG_DEBUG("pchIfaceName : %s", pchIfaceName);
@@ -348,11 +348,11 @@ s32 VimbraIfaceSetMac(char* pchIfaceName, TVimbraIfaceMac* ptNetIfaceMac) {
 
 s32 VimbraIfaceGetMac(char* pchIfaceName, TVimbraIfaceMac* ptNetIfaceMac) {
     if (!CheckName(VIMBRA_HERE, pchIfaceName)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (ptNetIfaceMac == nullptr) {
         VLOG_ERROR("ptNetIfaceIp is NULL!");  // The address call's words, kept.
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     const s32 result = ApicMacGet(pchIfaceName, ptNetIfaceMac);
     if (result != VIMBRA_OK) {
@@ -365,15 +365,15 @@ s32 VimbraIfaceSetMtu(char* pchIfaceName, u16 wSinFamily, u32 dwMtu) {
     constexpr u32 kLeastIpv4 = 500;
     constexpr u32 kLeastIpv6 = 1280;
     if (!CheckName(VIMBRA_HERE, pchIfaceName)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (!IsOneFamily(wSinFamily)) {
         VLOG_ERROR("the wSinFamily %d is invalid!", wSinFamily);
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (dwMtu < (wSinFamily == VIMBRA_FAMILY_IPV6 ? kLeastIpv6 : kLeastIpv4)) {
         VLOG_ERROR("dwMtu %d is invalid", static_cast<int>(dwMtu));
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     VLOG_DEBUG("VimbraIfaceSetMtu interface : %s, mtu : %d", pchIfaceName, static_cast<int>(dwMtu));
     const s32 result = ApicMtuSet(pchIfaceName, dwMtu);
@@ -385,7 +385,7 @@ s32 VimbraIfaceSetMtu(char* pchIfaceName, u16 wSinFamily, u32 dwMtu) {
 
 s32 VimbraIfaceGetMtu(char* pchIfaceName, u32* pdwMtu) {
     if (!CheckName(VIMBRA_HERE, pchIfaceName)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (pdwMtu == nullptr) {
         VLOG_ERROR("pdwMtu is invalid!");

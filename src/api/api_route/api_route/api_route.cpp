@@ -246,21 +246,21 @@ s32 CheckRouteParam(const TVimbraIpRouteParam* ptNetIpRouteParam) {
     const u16 family = route.tDestIpNet.wSinFamily;
     if (family != route.tDestGateWay.wSinFamily) {
         VLOG_ERROR("%s", kFamiliesDiffer);
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (!IsOneFamily(family)) {
         VLOG_ERROR("sinFamily%d is not support ", family);
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (route.dwRoutePri >= kRoutePriEnd) {
         VLOG_ERROR("dwRoutePri%d is not support ", static_cast<int>(route.dwRoutePri));
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     const int longest = family == VIMBRA_FAMILY_IPV4 ? 32 : 128;
     if (route.dwPrefix > static_cast<u32>(longest)) {
         VLOG_ERROR("ptNetIpRouteParam->dwPrefix %d is max %d ", static_cast<int>(route.dwPrefix),
                    longest);
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     return VIMBRA_OK;
 }
@@ -268,15 +268,15 @@ s32 CheckRouteParam(const TVimbraIpRouteParam* ptNetIpRouteParam) {
 s32 CheckIpRuleParam(const TVimbraIpRuleParam* ptRule) {
     if (ptRule->dwTableId >= kRuleTableEnd) {
         VLOG_ERROR("%s", kFamiliesDiffer);  // The route check's words, kept.
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (ptRule->tFromIpNet.wSinFamily != VIMBRA_FAMILY_IPV4) {
         VLOG_ERROR("sinFamily%d is not support ", ptRule->tFromIpNet.wSinFamily);
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (ptRule->dwPref >= kRulePrefEnd) {
         VLOG_ERROR("pref %d is not support ", static_cast<int>(ptRule->dwPref));
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     return VIMBRA_OK;
 }
@@ -383,17 +383,17 @@ s32 ApicPriorityGet(TVimbraNetworkPrioInfo* ptInfo) {
 s32 VimbraAddOneIpRoute(TVimbraIpRouteParam* ptNetIpRouteParam) {
     if (ptNetIpRouteParam == nullptr) {
         VLOG_ERROR("Param error!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (!CheckRoute(VIMBRA_HERE, ptNetIpRouteParam)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     return Told(VIMBRA_HERE, "ApicOneRouteAdd", ApicOneRouteAdd(ptNetIpRouteParam));
 }
 
 s32 VimbraAddOneIpRouteToTable(TVimbraIpRouteParam* ptNetIpRouteParam, u32 nTableId) {
     if (!CheckRoute(VIMBRA_HERE, ptNetIpRouteParam)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     return Told(VIMBRA_HERE, "ApicOneRouteAdd",
                 ApicOneRouteAddToTable(ptNetIpRouteParam, nTableId));
@@ -401,14 +401,14 @@ s32 VimbraAddOneIpRouteToTable(TVimbraIpRouteParam* ptNetIpRouteParam, u32 nTabl
 
 s32 VimbraDelOneIpRoute(TVimbraIpRouteParam* ptNetIpRouteParam) {
     if (!CheckRoute(VIMBRA_HERE, ptNetIpRouteParam)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     return Told(VIMBRA_HERE, "ApicOneRouteDel", ApicOneRouteDel(ptNetIpRouteParam));
 }
 
 s32 VimbraDelOneIpRouteFromTable(TVimbraIpRouteParam* ptNetIpRouteParam, u32 nTableId) {
     if (!CheckRoute(VIMBRA_HERE, ptNetIpRouteParam)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     return Told(VIMBRA_HERE, "ApicOneRouteAdd",
                 ApicOneRouteDelFromTable(ptNetIpRouteParam, nTableId));
@@ -416,7 +416,7 @@ s32 VimbraDelOneIpRouteFromTable(TVimbraIpRouteParam* ptNetIpRouteParam, u32 nTa
 
 s32 VimbraModifyIpRouteMetric(TVimbraIpRouteParam* ptNetIpRouteParam) {
     if (!CheckRoute(VIMBRA_HERE, ptNetIpRouteParam)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     return Told(VIMBRA_HERE, "ApicOneRouteMeticModify", ApicOneRouteMeticModify(ptNetIpRouteParam));
 }
@@ -424,18 +424,18 @@ s32 VimbraModifyIpRouteMetric(TVimbraIpRouteParam* ptNetIpRouteParam) {
 s32 VimbraGetAllIpRoute(u16 wSinFamily, TVimbraAllIpRouteInfo* ptNetAllIpRouteInfo) {
     if (ptNetAllIpRouteInfo == nullptr) {
         VLOG_ERROR("ptNetAllIpRouteInfo is NULL!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (!IsOneFamily(wSinFamily) && wSinFamily != VIMBRA_FAMILY_BOTH) {
         VLOG_ERROR("the wSinFamily %d is invalid!", wSinFamily);
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     return Told(VIMBRA_HERE, "ApicAllRouteGet", ApicAllRouteGet(wSinFamily, ptNetAllIpRouteInfo));
 }
 
 s32 VimbraSetDefGateway(char* pchIfaceName, TVimbraAddr tGateWay) {
     if (!CheckGatewaySet(VIMBRA_HERE, pchIfaceName, tGateWay)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     return Told(VIMBRA_HERE, "ApicGateWaySet", ApicGateWaySet(pchIfaceName, tGateWay));
 }
@@ -443,7 +443,7 @@ s32 VimbraSetDefGateway(char* pchIfaceName, TVimbraAddr tGateWay) {
 s32 VimbraSetDefGatewayToTable(char* pchIfaceName, TVimbraAddr tGateWay, u32 dwTableId) {
     if (!CheckGatewaySet(VIMBRA_HERE, pchIfaceName, tGateWay) ||
         !CheckGatewayTable(VIMBRA_HERE, dwTableId)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     return Told(VIMBRA_HERE, "ApicGateWaySet",
                 ApicGateWaySetToTable(pchIfaceName, tGateWay, dwTableId));
@@ -451,7 +451,7 @@ s32 VimbraSetDefGatewayToTable(char* pchIfaceName, TVimbraAddr tGateWay, u32 dwT
 
 s32 VimbraGetDefGateway(char* pchIfaceName, u16 wSinFamily, TVimbraAddr* ptGateWay) {
     if (!CheckGatewayGet(VIMBRA_HERE, pchIfaceName, wSinFamily, ptGateWay)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     return Told(VIMBRA_HERE, "ApicGateWayGet", ApicGateWayGet(pchIfaceName, wSinFamily, ptGateWay));
 }
@@ -460,7 +460,7 @@ s32 VimbraGetDefGatewayFromTable(char* pchIfaceName, u16 wSinFamily, TVimbraAddr
                                  u32 dwTableId) {
     if (!CheckGatewayGet(VIMBRA_HERE, pchIfaceName, wSinFamily, ptGateWay) ||
         !CheckGatewayTable(VIMBRA_HERE, dwTableId)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     return Told(VIMBRA_HERE, "ApicGateWayGet",
                 ApicGateWayGetFromTable(pchIfaceName, wSinFamily, ptGateWay, dwTableId));
@@ -468,7 +468,7 @@ s32 VimbraGetDefGatewayFromTable(char* pchIfaceName, u16 wSinFamily, TVimbraAddr
 
 s32 VimbraDelDefGateway(char* pchIfaceName, u16 wSinFamily) {
     if (!CheckGatewayDel(VIMBRA_HERE, pchIfaceName, wSinFamily)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     return Told(VIMBRA_HERE, "ApicGateWayDel", ApicGateWayDel(pchIfaceName, wSinFamily));
 }
@@ -476,7 +476,7 @@ s32 VimbraDelDefGateway(char* pchIfaceName, u16 wSinFamily) {
 s32 VimbraDelDefGatewayFromTable(char* pchIfaceName, u16 wSinFamily, u32 dwTableId) {
     if (!CheckGatewayDel(VIMBRA_HERE, pchIfaceName, wSinFamily) ||
         !CheckGatewayTable(VIMBRA_HERE, dwTableId)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     return Told(VIMBRA_HERE, "ApicGateWayDel",
                 ApicGateWayDelFromTable(pchIfaceName, wSinFamily, dwTableId));
@@ -485,7 +485,7 @@ s32 VimbraDelDefGatewayFromTable(char* pchIfaceName, u16 wSinFamily, u32 dwTable
 s32 VimbraAddRouteTable(u32 dwTable) {
     if (!IsCreatedTable(dwTable)) {
         VLOG_ERROR("CheckRouteParam error!dwTable = %d", static_cast<int>(dwTable));
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     return Told(VIMBRA_HERE, "ApicOneRouteAdd", ApicRouteTableAdd(dwTable));
 }
@@ -493,21 +493,21 @@ s32 VimbraAddRouteTable(u32 dwTable) {
 s32 VimbraDelRouteTable(u32 dwTable) {
     if (!IsCreatedTable(dwTable)) {
         VLOG_ERROR("%s", kRouteRefused);
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     return Told(VIMBRA_HERE, "ApicOneRouteAdd", ApicRouteTableDel(dwTable));
 }
 
 s32 VimbraAddIpRule(TVimbraIpRuleParam* ptRule) {
     if (!CheckRule(VIMBRA_HERE, ptRule)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     return Told(VIMBRA_HERE, "ApicIpRuleAdd", ApicIpRuleAdd(ptRule));
 }
 
 s32 VimbraDelIpRule(TVimbraIpRuleParam* ptRule) {
     if (!CheckRule(VIMBRA_HERE, ptRule)) {
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     return Told(VIMBRA_HERE, "ApicIpRuleDel", ApicIpRuleDel(ptRule));
 }
@@ -519,7 +519,7 @@ s32 VimbraGetAllIpRule() {
 s32 VimbraSetNetworkPriority(TVimbraNetworkPrioInfo* ptConfig) {
     if (ptConfig == nullptr) {
         VLOG_ERROR("params is invalid!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     return Told(VIMBRA_HERE, "ApicGateWaySet", ApicPrioritySet(ptConfig));
 }
@@ -527,7 +527,7 @@ s32 VimbraSetNetworkPriority(TVimbraNetworkPrioInfo* ptConfig) {
 s32 VimbraGetNetworkPriority(TVimbraNetworkPrioInfo* ptInfo) {
     if (ptInfo == nullptr) {
         VLOG_ERROR("params is invalid!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     return Told(VIMBRA_HERE, "ApicGateWaySet", ApicPriorityGet(ptInfo));
 }

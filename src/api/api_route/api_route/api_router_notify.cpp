@@ -230,11 +230,11 @@ void vimbra::ForgetAdvertisementWatches() {
 s32 VimbraRouterAdvertiseStart(char* pchIfaceName, TVimbraRouterAdvertiseCallBack pfRACallback) {
     if (!IsIfaceName(pchIfaceName)) {
         VLOG_ERROR("pchIfaceName is NULL!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (pfRACallback == nullptr) {
         VLOG_ERROR("pfRACallback is NULL!");
-        return VIMBRA_ERR_CALLBACK;
+        return RefuseArgument(__func__, VIMBRA_ERR_CALLBACK);
     }
     VLOG_DEBUG("the inface name : %s", pchIfaceName);
     if (IsWatched(pchIfaceName)) {
@@ -256,7 +256,7 @@ s32 VimbraRouterAdvertiseStart(char* pchIfaceName, TVimbraRouterAdvertiseCallBac
 s32 VimbraRouterAdvertiseStop(char* pchIfaceName) {
     if (!IsIfaceName(pchIfaceName)) {
         VLOG_ERROR("pchIfaceName is invalid!");
-        return VIMBRA_ERR_PARAM;
+        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     Taken taken = {};
     if (!IsWatched(pchIfaceName, &taken)) {
