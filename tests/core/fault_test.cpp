@@ -9,6 +9,7 @@
 #include <sys/resource.h>
 #include <sys/un.h>
 #include <vimbra/common.h>
+#include <vimbra/failure.h>
 #include <vimbra/iface.h>
 #include <vimbra/iface_check.h>
 #include <vimbra/ipc.h>
@@ -776,6 +777,95 @@ TEST(FaultOfServices, OutputStaysUntouched) {
         EXPECT_EQ(Bytes(6, 0xA5), AsBytes(mac));
         EXPECT_EQ(0xA5A5A5A5u, mtu);
     }
+}
+
+// ---- What is noted ---------------------------------------------------------------------------
+
+struct Noted {
+    const char* name;
+    std::function<void(Injector&)> fail;
+    s32 result;
+    EVimbraFailureStep step;
+    int error;
+};
+
+void PrintTo(const Noted& noted, std::ostream* out) {
+    *out << noted.name;
+}
+
+void RefuseConnect(Injector& injector, int error) {
+    injector.onConnect = [=](int) {
+        errno = error;
+        return -1;
+    };
+}
+
+const Noted kNoted[] = {
+    {"NoMemoryForTheRequest", [](Injector& injector) { injector.FailAt(1); }, -1,
+     VIMBRA_FAILURE_LOCAL, ENOMEM},
+    {"NoSocket", [](Injector& injector) { injector.FailAt(2); }, -1, VIMBRA_FAILURE_LOCAL, EMFILE},
+    {"NoPermission", [](Injector& injector) { RefuseConnect(injector, EACCES); }, -1,
+     VIMBRA_FAILURE_NO_PERMISSION, EACCES},
+    {"NotPermitted", [](Injector& injector) { RefuseConnect(injector, EPERM); }, -1,
+     VIMBRA_FAILURE_NO_PERMISSION, EPERM},
+    {"NobodyListens", [](Injector& injector) { injector.FailAt(3); }, -1, VIMBRA_FAILURE_NO_DAEMON,
+     ECONNREFUSED},
+    {"AnotherKindOfSocket", [](Injector& injector) { RefuseConnect(injector, EPROTOTYPE); }, -1,
+     VIMBRA_FAILURE_NO_DAEMON, EPROTOTYPE},
+    {"NoMemoryToConnect", [](Injector& injector) { RefuseConnect(injector, ENOMEM); }, -1,
+     VIMBRA_FAILURE_LOCAL, ENOMEM},
+    {"NoPlaceInTheBacklog", [](Injector& injector) { RefuseConnect(injector, EAGAIN); }, -1,
+     VIMBRA_FAILURE_TIMEOUT, EAGAIN},
+    {"NotSent", [](Injector& injector) { injector.FailAt(4); }, 1101, VIMBRA_FAILURE_SENDING,
+     EPIPE},
+    {"SentInPart",
+     [](Injector& injector) { injector.onSend = [](int, const void*, size_t) { return 1; }; }, 1101,
+     VIMBRA_FAILURE_SENDING, 0},
+    {"NoMemoryForTheReply", [](Injector& injector) { injector.FailAt(5); }, -1,
+     VIMBRA_FAILURE_LOCAL, ENOMEM},
+    {"Interrupted", [](Injector& injector) { injector.FailAt(6); }, -1, VIMBRA_FAILURE_ANSWER,
+     EINTR},
+    {"NoAnswerInTime",
+     [](Injector& injector) {
+         injector.onSelect = [](int, fd_set*, fd_set*, fd_set*, timeval*) { return 0; };
+     },
+     1102, VIMBRA_FAILURE_TIMEOUT, 0},
+    {"NotRead", [](Injector& injector) { injector.FailAt(7); }, -1, VIMBRA_FAILURE_ANSWER,
+     ECONNRESET},
+};
+
+class FaultNoted : public testing::TestWithParam<Noted> {};
+
+INSTANTIATE_TEST_SUITE_P(Steps, FaultNoted, testing::ValuesIn(kNoted),
+                         [](const auto& param) { return std::string(param.param.name); });
+
+TEST_P(FaultNoted, TellsTheStepAndTheReason) {
+    ScriptedDaemon daemon;
+    Capture log;
+    TVimbraFailure failure;
+    EXPECT_EQ(-1, VimbraLastFailure(&failure));
+    Injector injector;
+    GetParam().fail(injector);
+    EXPECT_EQ(GetParam().result, VimbraLogSwitch(5));
+    injector.Stop();
+    EXPECT_EQ(0, VimbraLastFailure(&failure));
+    EXPECT_EQ(GetParam().step, failure.eStep);
+    EXPECT_EQ(GetParam().error, failure.nErrno);
+    EXPECT_EQ(0, failure.nDaemonCode);
+    EXPECT_STREQ("VimbraLogSwitch", failure.pchCall);
+}
+
+// Established: the call counts as done.
+TEST(FaultOfServices, TimeOutForWritingIsNotNoted) {
+    ScriptedDaemon daemon;
+    Capture log;
+    Injector injector;
+    HaveNoRoomAtFirst(injector);
+    injector.onSelect = [](int, fd_set*, fd_set*, fd_set*, timeval*) { return 0; };
+    EXPECT_EQ(0, VimbraLogSwitch(5));
+    injector.Stop();
+    TVimbraFailure failure;
+    EXPECT_EQ(-1, VimbraLastFailure(&failure));
 }
 
 // ---- IpcApiSendMsg ---------------------------------------------------------------------------
