@@ -5,6 +5,7 @@
 
 #include <cstddef>
 
+#include "lib/failure.hpp"
 #include "lib/log.hpp"
 
 namespace {
@@ -30,11 +31,11 @@ s32 Ioctl(u32 code, ifreq& request) {
 s32 IfethGetFlags(char* ifname, u32* flag) {
     if (ifname == nullptr) {
         VLOG_ERROR("ifname is null!");
-        return VIMBRA_ERR_GENERAL;
+        return vimbra::RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     if (flag == nullptr) {
         VLOG_ERROR("flag is null!");
-        return VIMBRA_ERR_GENERAL;
+        return vimbra::RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     ifreq request = RequestFor(ifname, kWholeField);
     if (Ioctl(SIOCGIFFLAGS, request) != 0) {
@@ -48,7 +49,7 @@ s32 IfethGetFlags(char* ifname, u32* flag) {
 s32 IfethSetFlags(char* ifname, u32 flags) {
     if (ifname == nullptr) {
         VLOG_ERROR("ifname is null!");
-        return VIMBRA_ERR_GENERAL;
+        return vimbra::RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     ifreq request = RequestFor(ifname, kTerminated);
     request.ifr_flags = static_cast<s16>(flags);
@@ -58,11 +59,11 @@ s32 IfethSetFlags(char* ifname, u32 flags) {
 s32 IfethGetLineStatus(char* ifname, u32* status) {
     if (ifname == nullptr) {
         VLOG_ERROR("ifname is null!");
-        return VIMBRA_ERR_GENERAL;
+        return vimbra::RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     if (status == nullptr) {
         VLOG_ERROR("status is null!");
-        return VIMBRA_ERR_GENERAL;
+        return vimbra::RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     ethtool_value value = {};
     value.cmd = ETHTOOL_GLINK;

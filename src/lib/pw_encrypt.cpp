@@ -182,7 +182,7 @@ class ServiceLine {
 s32 check_user_in_pwd_file(char* pchUser) {
     if (pchUser == nullptr) {
         VLOG_ERROR("the user name is invalid!");
-        return VIMBRA_ERR_GENERAL;
+        return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     const CancelGuard guard;
     LineReader reader;
@@ -197,7 +197,7 @@ s32 check_user_in_pwd_file(char* pchUser) {
         const std::string_view pVal = PasswdLine(line).name;
         if (pVal.empty()) {
             VLOG_ERROR("pVal is NULL");
-            return VIMBRA_ERR_GENERAL;
+            return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
         }
         VLOG_PRINT("pVal = [%.*s]", VIMBRA_TEXT(pVal));
         if (pVal == pchUser) {
@@ -281,7 +281,7 @@ s32 modify_user_in_pwd_file(char* pchUser, char* pchHash) {
 s32 del_user_from_pwd_file(char* pchUser) {
     if (pchUser == nullptr) {
         VLOG_ERROR("the user name is invalid!");
-        return VIMBRA_ERR_GENERAL;
+        return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     const CancelGuard guard;
     Edit edit(VIMBRA_HERE);
@@ -334,7 +334,7 @@ s32 ChangeNetServiceOwner(char* pchOwner) {
     const CallSite site = VIMBRA_HERE;
     if (pchOwner == nullptr || !IsServiceOwner(pchOwner)) {
         VLOG_ERROR("the owner is invalid!");
-        return VIMBRA_ERR_GENERAL;
+        return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     const CancelGuard guard;
     LineReader reader;

@@ -13,6 +13,7 @@
 #include <vimbra/net_ip.h>
 #include <vimbra/net_ping.h>
 #include <vimbra/ping.h>
+#include <vimbra/stat.h>
 
 #include <atomic>
 #include <cerrno>
@@ -108,6 +109,17 @@ TEST_F(LastFailure, TellsARefusedArgument) {
     EXPECT_EQ(Said(VIMBRA_FAILURE_ARGUMENT, 0, 0, "IpcApiSendAndRecv"), Failure());
     EXPECT_EQ(-1, IpcCallbackSendAndRecv(std::string(97, 'n').c_str(), 1, nullptr, 0, nullptr, 0));
     EXPECT_EQ(Said(VIMBRA_FAILURE_ARGUMENT, 0, 0, "IpcCallbackSendAndRecv"), Failure());
+}
+
+// Some calls refuse an argument with -1, which says nothing by itself.
+TEST_F(LastFailure, TellsAnArgumentThatIsRefusedWithMinusOne) {
+    u32 flags;
+    EXPECT_EQ(-1, IfethGetFlags(nullptr, &flags));
+    EXPECT_EQ(Said(VIMBRA_FAILURE_ARGUMENT, 0, 0, "IfethGetFlags"), Failure());
+    EXPECT_EQ(-1, VimbraIfaceGetMtu(g_eth, nullptr));
+    EXPECT_EQ(Said(VIMBRA_FAILURE_ARGUMENT, 0, 0, "VimbraIfaceGetMtu"), Failure());
+    EXPECT_EQ(-1, VimbraStatNotifyCallbackReg(0, nullptr));
+    EXPECT_EQ(Said(VIMBRA_FAILURE_ARGUMENT, 0, 0, "VimbraStatNotifyCallbackReg"), Failure());
 }
 
 // An argument that is refused where its interface is looked up is told with the call's own name.

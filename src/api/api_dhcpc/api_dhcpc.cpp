@@ -413,7 +413,7 @@ s32 CheckFamily(u16 wSinFamily) {
             return VIMBRA_OK;
         default:
             VLOG_ERROR("the family type is not ipv4 and ipv6!");
-            return VIMBRA_ERR_GENERAL;
+            return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
 }
 
@@ -588,7 +588,7 @@ s32 VimbraDhcpcGetLeaseInfo(const char* pchIfaceName, u16 wSinFamily,
     }
     if (ptNetDhcpcLeaseInfo == nullptr) {
         VLOG_ERRNO("ptNetDhcpcLeaseInfo is NULL.");
-        return VIMBRA_ERR_GENERAL;
+        return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     const Lock lock(g_tRecordMutex);
     const Client* const client = Find(wSinFamily, pchIfaceName);

@@ -137,7 +137,7 @@ s32 SetFamilyToList(DnsNode* list, const char* iface, u16 family, const TVimbraA
     constexpr char kFunction[] = "SetDnsToList";
     if (list == nullptr || iface == nullptr || (servers == nullptr && number > 0)) {
         VLOG_ERROR_AT((CallSite{kFunction, __LINE__}), "the parameters is invalid");
-        return VIMBRA_ERR_GENERAL;
+        return RefuseArgument(kFunction, VIMBRA_ERR_GENERAL);
     }
     DnsNode* section = NewSection({kMarker, iface, family == VIMBRA_FAMILY_IPV6 ? kIpv6 : ""});
     if (section == nullptr) {
@@ -264,17 +264,17 @@ s32 VimbraDNSSet(char* pchIfaceName, u16 wSinFamily, TVimbraAddr* atDnsIP, u32 d
     VLOG_PRINT("pchIfaceName : %s", pchIfaceName);
     if (atDnsIP == nullptr && dwNum > 0) {
         VLOG_ERROR("atDnsIP is NULL!");
-        return VIMBRA_ERR_GENERAL;
+        return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     for (u32 i = 0; i < dwNum; i++) {
         if (atDnsIP[i].wSinFamily != wSinFamily) {
             VLOG_ERROR("all the atDnsIP wSinFamily value must be same!");
-            return VIMBRA_ERR_GENERAL;
+            return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
         }
     }
     if (wSinFamily != VIMBRA_FAMILY_IPV4 && wSinFamily != VIMBRA_FAMILY_IPV6) {
         VLOG_ERROR("all the atDnsIP wSinFamily %d value must be AF_INET or AF_INET6!", wSinFamily);
-        return VIMBRA_ERR_GENERAL;
+        return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     VLOG_PRINT("wSinFamily : %d", wSinFamily);
     const CancelGuard guard;
@@ -289,7 +289,7 @@ s32 VimbraDNSSet(char* pchIfaceName, u16 wSinFamily, TVimbraAddr* atDnsIP, u32 d
 s32 VimbraDNSGet(TVimbraDnsAddrInfo* atDnsIP) {
     if (atDnsIP == nullptr) {
         VLOG_ERROR("atDnsIP is NULL!");
-        return VIMBRA_ERR_GENERAL;
+        return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     const CancelGuard guard;
     const List list(ReadFromReslovconf());

@@ -147,12 +147,12 @@ s32 VimbraStatNotifyCallbackReg(int nInterval, TDevStatNotifyCallBack pfNotifyCb
     if (nInterval <= 0) {
         lock.Unlock();
         VLOG_ERROR("nInterval %d param is invalid!", nInterval);
-        return VIMBRA_ERR_GENERAL;
+        return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     if (pfNotifyCb == nullptr) {
         lock.Unlock();
         VLOG_ERROR("pfNotifyCb is NULL!");
-        return VIMBRA_ERR_GENERAL;
+        return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     const u32 turn = ShareSlot(g_tStat);
     if (g_tStat.asking == 1) {

@@ -296,7 +296,7 @@ s32 VimbraNtpcStop(u16 wSinFamily) {
 s32 VimbraNtpcSerCheck(TVimbraAddr tServerIp) {
     if (tServerIp.wSinFamily != VIMBRA_FAMILY_IPV4 && tServerIp.wSinFamily != VIMBRA_FAMILY_IPV6) {
         VLOG_ERROR("sinFamily  %d is not support !", tServerIp.wSinFamily);
-        return VIMBRA_ERR_GENERAL;
+        return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     if (ApicNtpcSerCheck(tServerIp) != VIMBRA_OK) {
         VLOG_ERROR("ntpc check error!");

@@ -205,24 +205,24 @@ s32 CheckPppoeParam(const TVimbraPppoeParam* ptPppoeParam, u16 wSinFamily,
                     TVimbraPppoeCallBack ptNotifyCallBack) {
     if (ptPppoeParam == nullptr || ptNotifyCallBack == nullptr) {
         VLOG_ERROR("the ptPppoeParam or ptNotifyCallBack is invalid!");
-        return VIMBRA_ERR_GENERAL;
+        return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     // Only 0: other families that there are not have always been told apart by a later failure.
     if (wSinFamily == 0) {
         VLOG_ERROR("wSinFamily is not VIMBRA_PROTO_TYPE_IPV4 and is not AF_INET6!");
-        return VIMBRA_ERR_GENERAL;
+        return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     if (!IsText(ptPppoeParam->achUserName)) {
         VLOG_ERROR("the user name is invalid!");
-        return VIMBRA_ERR_GENERAL;
+        return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     if (!IsText(ptPppoeParam->achPassword)) {
         VLOG_ERROR("the password is invalid!");
-        return VIMBRA_ERR_GENERAL;
+        return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     if (!IsText(ptPppoeParam->achDevName)) {
         VLOG_ERROR("the device name is invalid!");
-        return VIMBRA_ERR_GENERAL;
+        return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     return VIMBRA_OK;
 }

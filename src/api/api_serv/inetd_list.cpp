@@ -1,6 +1,7 @@
 #include "api/api_serv/inetd_list.hpp"
 
 #include "api/api_serv/api_serv.hpp"
+#include "lib/failure.hpp"
 #include "lib/files/inetd.hpp"
 #include "lib/log.hpp"
 
@@ -143,7 +144,7 @@ s32 StopServToList(NetService*& list, const char* service) {
     const TServType* row = FindService(service, nullptr);
     if (row == nullptr) {
         VLOG_ERROR("Services is not supported!");
-        return VIMBRA_ERR_GENERAL;
+        return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     for (NetService** place = &list; *place != nullptr; place = &(*place)->next) {
         NetService* line = *place;

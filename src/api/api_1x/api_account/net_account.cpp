@@ -1,5 +1,6 @@
 #include <vimbra/net_account.h>
 
+#include "lib/failure.hpp"
 #include "lib/pw_encrypt.hpp"
 
 using namespace vimbra;
@@ -19,7 +20,7 @@ s32 NetDelNetUser(char* pchUser) {
 s32 NetAddNetCommonUser(char* pchUser, char* pchPasswd) {
     if (pchUser == nullptr || pchPasswd == nullptr) {
         VLOG_ERROR("username or pasword is NULL!");
-        return VIMBRA_ERR_GENERAL;  // Not 1105, unlike the current calls.
+        return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);  // Not 1105, unlike the current calls.
     }
     return AddAccount(VIMBRA_HERE, pchUser, pchPasswd, add_common_user_to_pwd_file);
 }

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "api/api_1x/legacy.hpp"
+#include "lib/failure.hpp"
 
 using namespace vimbra;
 
@@ -11,7 +12,7 @@ s32 NetDNSSetEx(u32 byEthId, u32* adwDns, s32 dwNum) {
     constexpr s32 kServerMax = 128;
     if (dwNum < 0) {
         VLOG_ERROR("DNS number is invalid");
-        return VIMBRA_ERR_GENERAL;
+        return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     if (dwNum > kServerMax) {
         VLOG_WARN("DNS number too large");

@@ -7,6 +7,7 @@
 #include "api/api_1x/api_dhcps/leases.hpp"
 #include "api/api_1x/legacy.hpp"
 #include "api/api_dhcps/api_dhcps.hpp"
+#include "lib/failure.hpp"
 
 using namespace vimbra;
 
@@ -50,7 +51,7 @@ bool SpawnWatcher() {
 s32 NetDhcpsStart(TDhcpServerConfInfo* ptDhcpServerConfInfo, NetDhcpsNotifyCallBack pfCallBack) {
     if (ptDhcpServerConfInfo == nullptr) {
         VLOG_ERROR("ptDhcpServerConfInfo is NULL");
-        return VIMBRA_ERR_GENERAL;
+        return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     const TDhcpServerEthInfo& eth = ptDhcpServerConfInfo->achTDhcpServerEthInfo[0];
     EthName name(eth.dwEthId);

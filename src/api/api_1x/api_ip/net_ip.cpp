@@ -155,7 +155,7 @@ s32 OnAddress(const CallSite& site, u32 number, const TNetEthParam* param,
 s32 PrefixOfMask(const CallSite& site, u32 mask, u32* prefix) {
     if (check_mask(mask) != VIMBRA_OK) {
         VLOG_ERROR_AT(site, "invalid mask!");
-        return VIMBRA_ERR_GENERAL;
+        return RefuseArgument(site.function, VIMBRA_ERR_GENERAL);
     }
     if (mask <= 32) {
         *prefix = mask;

@@ -107,7 +107,7 @@ s32 CheckHostIpv4(const CallSite& site, u32 ip) {
         case VIMBRA_IP_CLASS_C:
             if (check_intranet_ip(ip, ClassfulMask(addressClass)) == VIMBRA_ERR_GENERAL) {
                 VLOG_ERROR_AT(site, "invalid ip!");
-                return VIMBRA_ERR_GENERAL;
+                return RefuseArgument(site.function, VIMBRA_ERR_GENERAL);
             }
             return VIMBRA_OK;
         case VIMBRA_IP_CLASS_D:
@@ -116,7 +116,7 @@ s32 CheckHostIpv4(const CallSite& site, u32 ip) {
             return VIMBRA_ERR_GENERAL;
         default:
             VLOG_ERROR_AT(site, "invalid ip!");
-            return VIMBRA_ERR_GENERAL;
+            return RefuseArgument(site.function, VIMBRA_ERR_GENERAL);
     }
 }
 
@@ -293,7 +293,7 @@ s32 VimbraIfaceAddIp(char* pchIfaceName, TVimbraIfaceIp* ptNetIfaceIp) {
     }
     if (ApicCheckIp(ptNetIfaceIp) != VIMBRA_OK) {
         VLOG_ERROR("Ip addr is invalid!");
-        return VIMBRA_ERR_GENERAL;
+        return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     const s32 result = ApicIpaddrAdd(pchIfaceName, ptNetIfaceIp);
     if (result != VIMBRA_OK) {
@@ -389,7 +389,8 @@ s32 VimbraIfaceGetMtu(char* pchIfaceName, u32* pdwMtu) {
     }
     if (pdwMtu == nullptr) {
         VLOG_ERROR("pdwMtu is invalid!");
-        return VIMBRA_ERR_GENERAL;  // Not 1105, unlike the other calls; callers rely on it.
+        // Not 1105, unlike the other calls; callers rely on it.
+        return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     const s32 result = ApicMtuGet(pchIfaceName, pdwMtu);
     if (result != VIMBRA_OK) {
