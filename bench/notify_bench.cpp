@@ -1,7 +1,8 @@
 // One notification through the listener engine, from connect to callback, against a bare thread
-// that accepts, reads and closes; and one start and stop of a service. Fails when the ratio is
+// that selects, accepts, reads and closes; and one start and stop of a service. Fails when the ratio is
 // above the bound.
 #include <semaphore.h>
+#include <sys/select.h>
 #include <vimbra/log.h>
 #include <vimbra/stat.h>
 
@@ -13,7 +14,7 @@
 
 namespace {
 
-constexpr double kMostRatio = 1.10;
+constexpr double kMostRatio = 1.05;
 constexpr char kServicePath[] = "/tmp/ipc_stat";
 constexpr char kBarePath[] = "/tmp/ipc_bare";
 constexpr size_t kMessageSize = 84;
@@ -38,13 +39,19 @@ sockaddr_un Address(const char* path) {
     return address;
 }
 
-// What a listener costs at the very least.
+// Select, accept, read, close: a listener as one would write it down that can be told to stop.
 void ServeBare(int server) {
     if (nice(-5) == -1) {  // As the library's threads do.
         perror("nice");
     }
     char message[kMessageSize];
     for (;;) {
+        fd_set set;
+        FD_ZERO(&set);
+        FD_SET(server, &set);
+        if (select(server + 1, &set, nullptr, nullptr, nullptr) != 1) {
+            continue;
+        }
         const int client = accept(server, nullptr, nullptr);
         if (read(client, message, sizeof(message)) == kMessageSize) {
             sem_post(&g_called);
@@ -94,6 +101,16 @@ void MeasureStartAndStop() {
     printf("%-14s %.0f ns\n", "start and stop", bench::Median(times));
 }
 
+// The sender is not interrupted between connect and write: whether the listener finds the message
+// there or has to wait for it is else a matter of luck, and makes two different numbers.
+void SendUninterrupted() {
+    const sched_param first = {.sched_priority = 1};
+    if (sched_setscheduler(0, SCHED_FIFO, &first) != 0) {
+        perror("sched_setscheduler");
+        exit(1);
+    }
+}
+
 }  // namespace
 
 int main() {
@@ -104,6 +121,7 @@ int main() {
     StartBare();
     MeasureStartAndStop();
     Register();
+    SendUninterrupted();
     return bench::Compare(
                "notification", kMostRatio, [] { return Notify(kBarePath); },
                [] { return Notify(kServicePath); })
