@@ -52,7 +52,8 @@ enum {
 /**
  * Results of the calls. Calls that pass the daemon's own number on say so; such a number is the
  * daemon's and not in this list. Any call that talks to the daemon may also return a positive byte
- * count: the daemon answered with a message of the wrong size.
+ * count: the daemon answered with a message of the wrong size. VimbraLastFailure() tells what lies
+ * behind a failure, VimbraResultText() a result in words; see <vimbra/failure.h>.
  */
 enum {
     VIMBRA_OK = 0,                  /**< done */
