@@ -462,6 +462,7 @@ TEST_F(Ping, AStopFromElsewhereDoesNotWaitForAPlaceInTheBacklog) {
     EXPECT_EQ(0u, BusySlots());
     EXPECT_TRUE(g_reports.Events().empty()) << "the stop waited for the callback";
     g_gate.Open();
+    EXPECT_TRUE(g_reports.WaitCount(1));
     EXPECT_TRUE(WaitFor([&] { return Threads() == threads_; }));
 }
 
