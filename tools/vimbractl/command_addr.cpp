@@ -29,14 +29,14 @@ void Show(Tool& tool, Arguments& arguments) {
                                 arguments.family.value_or(VIMBRA_FAMILY_BOTH), &all);
     });
     std::string text;
-    Json addresses = Json::array();
+    Json addresses = Json::Array();
     for (u32 i = 0; i < std::min<u32>(all.dwIpNum, VIMBRA_IFACE_IP_MAX); i++) {
         const TVimbraIfaceIp& one = all.atNetIfaceIp[i];
         const std::string family = FamilyText(one.tIpAddr.wSinFamily);
         const std::string address = AddressText(one.tIpAddr);
         const std::string scope = ScopeText(one.eScopeType);
         text += family + "  " + address + "/" + std::to_string(one.dwPrefix) + "  " + scope + "\n";
-        addresses.push_back(
+        addresses.Append(
             {{"family", family}, {"address", address}, {"prefix", one.dwPrefix}, {"scope", scope}});
     }
     if (text.empty()) {

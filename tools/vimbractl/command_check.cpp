@@ -26,7 +26,7 @@ void Answer(Tool& tool, const std::function<s32()>& call, const char* yes, const
         }
         throw CommandFailed(*failure);
     }
-    tool.Show(yes, Json{{"result", VIMBRA_OK}, {"meaning", yes}});
+    tool.Show(yes, Json{{"result", s32{VIMBRA_OK}}, {"meaning", yes}});
 }
 
 void SameNet(Tool& tool, Arguments& arguments) {

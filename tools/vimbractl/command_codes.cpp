@@ -6,12 +6,12 @@ namespace {
 
 void ShowCodes(Tool& tool) {
     std::string text;
-    Json codes = Json::array();
+    Json codes = Json::Array();
     for (const ResultCode& known : ResultCodes()) {
         char line[128];
         snprintf(line, sizeof(line), "%6d  %s\n", known.code, known.meaning);
         text += line;
-        codes.push_back({{"code", known.code}, {"meaning", known.meaning}});
+        codes.Append({{"code", known.code}, {"meaning", known.meaning}});
     }
     tool.Show(text, Json{{"codes", codes}});
 }

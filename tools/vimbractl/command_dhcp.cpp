@@ -32,18 +32,19 @@ void ShowReport(Tool& tool, u32 event, const VimbraDhcpcAddrInfo& info) {
                    {"event", "lease"},
                    {"address", address},
                    {"gateway", nullptr},
-                   {"lease_time", info.dwLeaseTime},
-                   {"dns", Json::array()}};
+                   {"lease_time", info.dwLeaseTime}};
     if (!IsZero(info.tGateWay)) {
-        record["gateway"] = AddressText(info.tGateWay);
+        record.Set("gateway", AddressText(info.tGateWay));
         text += ", gateway " + AddressText(info.tGateWay);
     }
     text += ", for " + std::to_string(info.dwLeaseTime) + " s";
+    Json dns = Json::Array();
     const u32 count = std::min<u32>(info.dwDnsNum, VIMBRA_DHCPC_DNS_MAX);
     for (u32 i = 0; i < count; i++) {
-        record["dns"].push_back(AddressText(info.atDnsServer[i]));
+        dns.Append(AddressText(info.atDnsServer[i]));
         text += ", DNS " + AddressText(info.atDnsServer[i]);
     }
+    record.Set("dns", dns);
     tool.ShowLine(text, record);
 }
 

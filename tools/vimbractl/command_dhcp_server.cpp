@@ -67,7 +67,7 @@ void State(Tool& tool, Arguments& arguments) {
 
 bool ShowLeases(Tool& tool, const TNetDhcpsNotify& notify) {
     std::string text;
-    Json leases = Json::array();
+    Json leases = Json::Array();
     for (u32 i = 0; i < std::min<u32>(notify.dhcps_index, VIMBRA_DHCPS_LEASE_MAX); i++) {
         TVimbraAddr address = {};
         address.wSinFamily = VIMBRA_FAMILY_IPV4;
@@ -75,7 +75,7 @@ bool ShowLeases(Tool& tool, const TNetDhcpsNotify& notify) {
         TVimbraIfaceMac mac = {};
         std::ranges::copy(notify.dhcps_mac_ip[i].dhcps_mac, mac.abyMacAddr);
         text += (text.empty() ? "" : "\n") + AddressText(address) + " " + MacText(mac);
-        leases.push_back(Json{{"address", AddressText(address)}, {"mac", MacText(mac)}});
+        leases.Append(Json{{"address", AddressText(address)}, {"mac", MacText(mac)}});
     }
     return tool.ShowLine(text.empty() ? "no leases" : text, Json{{"leases", leases}});
 }

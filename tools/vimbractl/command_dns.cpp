@@ -19,9 +19,9 @@ void Show(Tool& tool) {
     TVimbraDnsAddrInfo all = {};
     tool.Call([&] { return VimbraDNSGet(&all); });
     std::string text;
-    Json servers = Json::array();
+    Json servers = Json::Array();
     for (u32 i = 0; i < std::min<u32>(all.dwDnsNum, VIMBRA_DNS_MAX); i++) {
-        servers.push_back(AddressText(all.atDnsServer[i]));
+        servers.Append(AddressText(all.atDnsServer[i]));
         text += AddressText(all.atDnsServer[i]) + "\n";
     }
     tool.Show(text.empty() ? "no servers\n" : text, Json{{"servers", servers}});

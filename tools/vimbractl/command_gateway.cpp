@@ -37,16 +37,16 @@ void Show(Tool& tool, Arguments& arguments) {
                    {"gateway", nullptr},
                    {"table", nullptr}};
     if (const char* name = Name(arguments)) {
-        record["interface"] = name;
+        record.Set("interface", name);
     }
     if (arguments.table) {
-        record["table"] = *arguments.table;
+        record.Set("table", *arguments.table);
     }
     // A default route may lead straight out of the interface.
     std::string text = "no gateway";
     if (!IsZero(gateway)) {
         text = AddressText(gateway);
-        record["gateway"] = text;
+        record.Set("gateway", text);
     }
     tool.Show(text, record);
 }

@@ -47,26 +47,26 @@ void Describe(Tool& tool, InterfaceName& name, std::string& text, Json& links) {
     // Neither an Ethernet link nor a hardware address is there on every kind of interface.
     u32 detected = 0;
     if (!tool.Try([&] { return IfethGetLineStatus(name.text, &detected); })) {
-        link["link"] = detected != 0;
+        link.Set("link", detected != 0);
         text += detected != 0 ? ", link" : ", no link";
     } else {
-        link["link"] = nullptr;
+        link.Set("link", nullptr);
     }
     TVimbraIfaceMac mac = {};
     if (!tool.Try([&] { return IfethGetHwAddr(name.text, mac.abyMacAddr, nullptr); })) {
-        link["mac"] = MacText(mac);
+        link.Set("mac", MacText(mac));
         text += ", " + MacText(mac);
     } else {
-        link["mac"] = nullptr;
+        link.Set("mac", nullptr);
     }
     text += "\n";
-    links.push_back(link);
+    links.Append(link);
 }
 
 void ShowLinks(Tool& tool, Arguments& arguments) {
     const bool isOne = arguments.interface.text[0] != '\0';
     std::string text;
-    Json links = Json::array();
+    Json links = Json::Array();
     for (InterfaceName& name : isOne ? std::vector{arguments.interface} : AllInterfaces()) {
         Describe(tool, name, text, links);
     }

@@ -93,9 +93,9 @@ class Summary {
         if (answers_ != 0) {
             text += "\nrtt min/avg/max = " + Milliseconds(least_) + "/" +
                     Milliseconds(sum_ / answers_) + "/" + Milliseconds(most_) + " ms";
-            record["minMs"] = least_ / 1000;
-            record["avgMs"] = sum_ / answers_ / 1000;
-            record["maxMs"] = most_ / 1000;
+            record.Set("minMs", least_ / 1000);
+            record.Set("avgMs", sum_ / answers_ / 1000);
+            record.Set("maxMs", most_ / 1000);
         }
         return tool.ShowLine(text, Json{{"summary", record}});
     }

@@ -92,17 +92,16 @@ void ShowConnected(Tool& tool, const TVimbraPppoeAddr& addresses) {
     const std::string our = AddressText(addresses.tOurIpaddr);
     const std::string peer = AddressText(addresses.tPeerIpAddr);
     std::string text = "connected: " + our + ", peer " + peer;
-    Json record = {{"event", "connected"},
-                   {"family", FamilyText(family)},
-                   {"address", our},
-                   {"peer", peer},
-                   {"dns", Json::array()}};
+    Json record = {
+        {"event", "connected"}, {"family", FamilyText(family)}, {"address", our}, {"peer", peer}};
+    Json dns = Json::Array();
     for (const TVimbraAddr& server : {addresses.tDnsServer1, addresses.tDnsServer2}) {
         if (!IsZero(server)) {
             text += ", DNS " + AddressText(server);
-            record["dns"].push_back(AddressText(server));
+            dns.Append(AddressText(server));
         }
     }
+    record.Set("dns", dns);
     tool.ShowLine(text, record);
 }
 

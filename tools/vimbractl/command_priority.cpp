@@ -28,13 +28,13 @@ void Show(Tool& tool) {
     TVimbraNetworkPrioInfo list = {};
     tool.Call([&] { return VimbraGetNetworkPriority(&list); });
     std::string text;
-    Json priorities = Json::array();
+    Json priorities = Json::Array();
     for (u32 i = 0; i < std::min<u32>(list.dwNetNum, VIMBRA_NETWORK_PRIORITY_MAX); i++) {
         const TVimbraNetworkPriority& one = list.tNetPrioParam[i];
         const std::string interface = FieldText(one.achIfaceName);
         const u32 priority = one.ePrio;
         text += interface + "=" + std::to_string(priority) + "\n";
-        priorities.push_back({{"interface", interface}, {"priority", priority}});
+        priorities.Append({{"interface", interface}, {"priority", priority}});
     }
     tool.Show(text.empty() ? "no priorities\n" : text, Json{{"priorities", priorities}});
 }

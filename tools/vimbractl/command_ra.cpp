@@ -23,15 +23,15 @@ bool Show(Tool& tool, const TVimbraRouterAdCb& notification) {
     const std::string name = FieldText(notification.achIfaceName);
     const TVimbraIfaceAllIp& all = notification.tNetIfaceAllIp;
     std::string text = name + ":";
-    Json addresses = Json::array();
+    Json addresses = Json::Array();
     for (u32 i = 0; i < std::min<u32>(all.dwIpNum, VIMBRA_IFACE_IP_MAX); i++) {
         const TVimbraIfaceIp& one = all.atNetIfaceIp[i];
         const std::string address = AddressText(one.tIpAddr);
         text += " " + address + "/" + std::to_string(one.dwPrefix);
-        addresses.push_back({{"family", FamilyText(one.tIpAddr.wSinFamily)},
-                             {"address", address},
-                             {"prefix", one.dwPrefix},
-                             {"scope", ScopeText(one.eScopeType)}});
+        addresses.Append({{"family", FamilyText(one.tIpAddr.wSinFamily)},
+                          {"address", address},
+                          {"prefix", one.dwPrefix},
+                          {"scope", ScopeText(one.eScopeType)}});
     }
     return tool.ShowLine(text, Json{{"interface", name}, {"addresses", addresses}});
 }

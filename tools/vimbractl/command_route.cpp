@@ -67,7 +67,7 @@ void Show(Tool& tool, Arguments& arguments) {
     TVimbraAllIpRouteInfo all = {};
     tool.Call([&] { return VimbraGetAllIpRoute(arguments.family, &all); });
     std::string text;
-    Json routes = Json::array();
+    Json routes = Json::Array();
     for (u32 i = 0; i < std::min<u32>(all.dwIpRouteNum, VIMBRA_ROUTE_MAX); i++) {
         const TVimbraIpRouteParam& one = all.tNetIpRouteParam[i];
         const std::string destination = AddressText(one.tDestIpNet);
@@ -80,12 +80,12 @@ void Show(Tool& tool, Arguments& arguments) {
                       {"metric", one.dwRoutePri}};
         text += destination + "/" + std::to_string(one.dwPrefix);
         if (!IsZero(one.tDestGateWay)) {
-            route["gateway"] = AddressText(one.tDestGateWay);
+            route.Set("gateway", AddressText(one.tDestGateWay));
             text += "  via " + AddressText(one.tDestGateWay);
         }
         text += "  " + (interface.empty() ? "-" : interface) + "  metric " +
                 std::to_string(one.dwRoutePri) + "\n";
-        routes.push_back(std::move(route));
+        routes.Append(std::move(route));
     }
     tool.Show(text.empty() ? "no routes\n" : text, Json{{"routes", routes}});
 }

@@ -84,17 +84,17 @@ class Table {
 
     bool Show(const Report& report, const Report& before) {
         const Rates rates(before);
-        Json interfaces = Json::array();
+        Json interfaces = Json::Array();
         std::vector<std::string> lines;
         for (const TNetDevStat& each : report.interfaces) {
             const auto sent = rates.Of(each, report.time, &TNetDevStat::dwBandSended);
             const auto received = rates.Of(each, report.time, &TNetDevStat::dwBandRecved);
             const std::string name = "eth" + std::to_string(each.byEthId);
-            interfaces.push_back({{"interface", name},
-                                  {"sent", each.dwBandSended},
-                                  {"received", each.dwBandRecved},
-                                  {"sentPerSecond", OrNull(sent)},
-                                  {"receivedPerSecond", OrNull(received)}});
+            interfaces.Append({{"interface", name},
+                               {"sent", each.dwBandSended},
+                               {"received", each.dwBandRecved},
+                               {"sentPerSecond", OrNull(sent)},
+                               {"receivedPerSecond", OrNull(received)}});
             char start[16];
             snprintf(start, sizeof(start), "%-10s", name.c_str());
             lines.push_back(start + Cell(OrDash(sent)) + Cell(OrDash(received)) +

@@ -89,18 +89,18 @@ bool Show(Tool& tool, const Hop& hop) {
         text += "*";
     } else if (hop.event == kNotSent) {
         text += strerror(info.nErrCode);
-        record["error"] = info.nErrCode;
+        record.Set("error", info.nErrCode);
     } else {
         const std::string address = AddressText(info.tIpaddr);
         char time[32];
         snprintf(time, sizeof(time), "  %.3f ms", info.nTripTime / 1000.0);
         text += address + time;
-        record["address"] = address;
-        record["ms"] = info.nTripTime / 1000.0;
+        record.Set("address", address);
+        record.Set("ms", info.nTripTime / 1000.0);
         if (hop.event == kUnreachable) {
             text += Mark(info);
-            record["icmpType"] = info.nErrType;
-            record["icmpCode"] = info.nErrCode;
+            record.Set("icmpType", info.nErrType);
+            record.Set("icmpCode", info.nErrCode);
         }
     }
     return tool.ShowLine(text, record);

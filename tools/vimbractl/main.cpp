@@ -128,12 +128,12 @@ void Report(const Failure& failure, const std::string& command, bool json) {
                   {"status", static_cast<int>(failure.status)},
                   {"message", failure.message}};
     if (failure.result) {
-        error["result"] = *failure.result;
+        error.Set("result", *failure.result);
     }
     if (failure.daemon) {
-        error["daemon"] = *failure.daemon;
+        error.Set("daemon", *failure.daemon);
     }
-    fprintf(stderr, "%s\n", Json{{"error", error}}.dump(2).c_str());
+    fprintf(stderr, "%s\n", Json{{"error", error}}.Text().c_str());
 }
 
 int Run(int argc, char** argv, LibraryLog& log) {

@@ -39,12 +39,12 @@ void Tool::Request(u32 type, const void* body, size_t size) {
 }
 
 void Tool::Show(const std::string& text, const Json& record) {
-    const std::string whole = json ? record.dump(2) : text;
+    const std::string whole = json ? record.Text() : text;
     fprintf(log_.Output(), "%s%s", whole.c_str(), whole.ends_with('\n') ? "" : "\n");
 }
 
 bool Tool::ShowLine(const std::string& text, const Json& record) {
-    const std::string whole = json ? record.dump() : text;
+    const std::string whole = json ? record.Line() : text;
     fprintf(log_.Output(), "%s\n", whole.c_str());
     return fflush(log_.Output()) == 0;
 }
@@ -64,7 +64,7 @@ bool Tool::OnTerminal() {
 
 void Tool::Done() {
     if (json) {
-        Show("", Json{{"result", VIMBRA_OK}});
+        Show("", Json{{"result", s32{VIMBRA_OK}}});
     }
 }
 

@@ -6,17 +6,14 @@
 
 #include <cstdio>
 #include <functional>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 
+#include "json.hpp"
 #include "library_log.hpp"
 #include "results.hpp"
 
 namespace ctl {
-
-// Keeps the order in which a command names its fields.
-using Json = nlohmann::ordered_json;
 
 // Thrown where a command cannot go on.
 class CommandFailed : public std::exception {

@@ -1,0 +1,68 @@
+// Values of JSON, for what a command shows. What writes them as text takes long to compile: one
+// file of the tool sees it.
+#ifndef VIMBRA_TOOLS_VIMBRACTL_JSON_HPP
+#define VIMBRA_TOOLS_VIMBRACTL_JSON_HPP
+
+#include <concepts>
+#include <cstdint>
+#include <initializer_list>
+#include <memory>
+#include <string>
+
+namespace ctl {
+
+struct JsonField;
+
+class Json {
+ public:
+    Json(std::nullptr_t);
+    Json(bool value);
+    Json(double value);
+    Json(const char* text);
+    Json(const std::string& text);
+    template <std::signed_integral Number>
+    Json(Number value) : Json(Signed{value}) {}
+    template <std::unsigned_integral Number>
+    Json(Number value) : Json(Unsigned{value}) {}
+    // An object; its fields stay in this order.
+    Json(std::initializer_list<JsonField> fields);
+    static Json Array();
+
+    Json(const Json& other);
+    Json(Json&& other) noexcept;
+    Json& operator=(Json other) noexcept;
+    ~Json();
+
+    // A field of an object, added behind the others or replaced.
+    void Set(const char* name, const Json& value);
+    // The next element of an array.
+    void Append(const Json& value);
+
+    // On one line, and on many.
+    std::string Line() const;
+    std::string Text() const;
+
+ private:
+    struct Signed {
+        int64_t value;
+    };
+    struct Unsigned {
+        uint64_t value;
+    };
+    struct Value;
+
+    explicit Json(Signed number);
+    explicit Json(Unsigned number);
+    explicit Json(Value value);
+
+    std::unique_ptr<Value> value_;
+};
+
+struct JsonField {
+    const char* name;
+    Json value;
+};
+
+}  // namespace ctl
+
+#endif
