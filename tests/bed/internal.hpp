@@ -1,5 +1,6 @@
 // What the bed's files share among themselves.
-#pragma once
+#ifndef VIMBRA_TESTS_BED_INTERNAL_HPP
+#define VIMBRA_TESTS_BED_INTERNAL_HPP
 
 #include <unistd.h>
 
@@ -63,3 +64,5 @@ bool AwaitRead(int descriptor, int stop);
 std::string SocketPath(std::string_view name);
 
 }  // namespace vimbra::bed::internal
+
+#endif

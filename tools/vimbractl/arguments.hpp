@@ -1,7 +1,7 @@
 // Arguments as people write them, turned into what the library takes. Each refusal names the
 // argument and says what is accepted.
-#ifndef VIMBRACTL_ARGUMENTS_HPP
-#define VIMBRACTL_ARGUMENTS_HPP
+#ifndef VIMBRA_TOOLS_VIMBRACTL_ARGUMENTS_HPP
+#define VIMBRA_TOOLS_VIMBRACTL_ARGUMENTS_HPP
 
 #include <vimbra/addr.h>
 

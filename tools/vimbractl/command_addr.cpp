@@ -116,35 +116,31 @@ void Flush(Tool& tool, Arguments& arguments) {
     tool.Done();
 }
 
-void AddFamily(CLI::App& command, Arguments& arguments, const char* about) {
-    AddArgument(command, "--family", arguments.family, kFamilyOrBoth, about);
-}
-
 }  // namespace
 
 void AddAddrCommands(CLI::App& root, Tool& tool) {
-    CLI::App& group = AddGroupCommand(root, "addr", "The IP addresses of an interface.");
-    auto arguments = std::make_shared<Arguments>();
+    const Commands<Arguments> commands(
+        AddGroupCommand(root, "addr", "The IP addresses of an interface."), tool);
     const auto command = [&](const CommandText& text, void (*run)(Tool&, Arguments&)) -> CLI::App& {
-        CLI::App& added =
-            AddCommand(group, tool, text, [&tool, arguments, run] { run(tool, *arguments); });
-        AddInterfaceArgument(added, arguments->interface);
+        CLI::App& added = commands.Add(text, run);
+        AddInterfaceArgument(added, commands->interface);
         return added;
     };
 
     CLI::App& show = command({"show", "Show an interface's addresses.",
                               "addr show eth0\naddr show eth0 --family ipv6 --json"},
                              Show);
-    AddFamily(show, *arguments, "Which ones, both by default");
+    AddFamilyArgument(show, commands->family, kFamilyOrBoth, "Which ones, both by default");
 
     CLI::App& set =
         command({"set", "Replace an interface's addresses: those that stay are never missing.",
                  "addr set eth0 192.0.2.10/24 192.0.2.11/24\naddr set eth0 --family ipv6"},
                 Set);
-    AddArguments(set, "address", arguments->addresses, kPrefixed,
+    AddArguments(set, "address", commands->addresses, kPrefixed,
                  "The new addresses, none to remove all");
-    AddFamily(set, *arguments, "Which ones are replaced, by default those of the addresses' kind");
-    AddArgument(set, "--scope", arguments->scope, kScopeOfSet, "Scope of the addresses");
+    AddFamilyArgument(set, commands->family, kFamilyOrBoth,
+                      "Which ones are replaced, by default those of the addresses' kind");
+    AddArgument(set, "--scope", commands->scope, kScopeOfSet, "Scope of the addresses");
 
     for (const auto& [text, run] :
          {std::pair<CommandText, void (*)(Tool&, Arguments&)>{
@@ -154,14 +150,14 @@ void AddAddrCommands(CLI::App& root, Tool& tool) {
           {{"del", "Delete an address from an interface.", "addr del eth0 192.0.2.10/24"},
            Delete}}) {
         CLI::App& one = command(text, run);
-        AddArgument(one, "address", arguments->address, kPrefixed, "The address").Required();
-        AddArgument(one, "--scope", arguments->scope, kScopeOfOne, "Scope of the address");
+        AddArgument(one, "address", commands->address, kPrefixed, "The address").Required();
+        AddArgument(one, "--scope", commands->scope, kScopeOfOne, "Scope of the address");
     }
 
     CLI::App& flush = command({"flush", "Delete all of an interface's addresses.",
                                "addr flush eth0\naddr flush eth0 --family ipv4"},
                               Flush);
-    AddFamily(flush, *arguments, "Which ones, both by default");
+    AddFamilyArgument(flush, commands->family, kFamilyOrBoth, "Which ones, both by default");
 }
 
 }  // namespace ctl

@@ -56,28 +56,28 @@ void Start(Tool& tool, Arguments& arguments) {
     tool.Done();
 }
 
+void Stop(Tool& tool, Arguments&) {
+    tool.Call(VimbraBondStop);
+    tool.Done();
+}
+
 }  // namespace
 
 void AddBondCommands(CLI::App& root, Tool& tool) {
-    CLI::App& group = AddGroupCommand(root, "bond", "Several interfaces joined to one.");
-    auto arguments = std::make_shared<Arguments>();
+    const Commands<Arguments> commands(
+        AddGroupCommand(root, "bond", "Several interfaces joined to one."), tool);
 
-    CLI::App& start = AddCommand(group, tool,
-                                 {"start", "Join interfaces.",
-                                  "bond start active-backup eth0 eth1\n"
-                                  "bond start 1 eth0 eth1 --active eth1"},
-                                 [&tool, arguments] { Start(tool, *arguments); });
-    AddArgument(start, "mode", arguments->mode, kMode, "How they work together").Required();
-    AddArguments(start, "member", arguments->members, kInterface, "An interface to join")
-        .Required();
-    AddArgument(start, "--active", arguments->active, kInterface,
+    CLI::App& start = commands.Add({"start", "Join interfaces.",
+                                    "bond start active-backup eth0 eth1\n"
+                                    "bond start 1 eth0 eth1 --active eth1"},
+                                   Start);
+    AddArgument(start, "mode", commands->mode, kMode, "How they work together").Required();
+    AddArguments(start, "member", commands->members, kInterface, "An interface to join").Required();
+    AddArgument(start, "--active", commands->active, kInterface,
                 "The member that is active at first, by default the first");
-    AddArgument(start, "--path", arguments->path, kPath, "The bonding driver's control path");
+    AddArgument(start, "--path", commands->path, kPath, "The bonding driver's control path");
 
-    AddCommand(group, tool, {"stop", "Undo the bond.", "bond stop"}, [&tool] {
-        tool.Call(VimbraBondStop);
-        tool.Done();
-    });
+    commands.Add({"stop", "Undo the bond.", "bond stop"}, Stop);
 }
 
 }  // namespace ctl

@@ -67,28 +67,25 @@ void Class(Tool& tool, Arguments& arguments) {
 }  // namespace
 
 void AddCheckCommands(CLI::App& root, Tool& tool) {
-    CLI::App& group = AddGroupCommand(root, "check", "Checks of addresses, without the daemon.");
-    auto arguments = std::make_shared<Arguments>();
-    const auto command = [&](const CommandText& text, void (*run)(Tool&, Arguments&)) -> CLI::App& {
-        return AddCommand(group, tool, text, [&tool, arguments, run] { run(tool, *arguments); });
-    };
+    const Commands<Arguments> commands(
+        AddGroupCommand(root, "check", "Checks of addresses, without the daemon."), tool);
 
-    CLI::App& sameNet = command({"same-net", "Are an address and a gateway in one subnet?",
-                                 "check same-net 192.0.2.10/24 192.0.2.1"},
-                                SameNet);
-    AddArgument(sameNet, "address", arguments->address, kPrefixed, "The address").Required();
-    AddArgument(sameNet, "gateway", arguments->gateway, kAddress, "The gateway").Required();
+    CLI::App& sameNet = commands.Add({"same-net", "Are an address and a gateway in one subnet?",
+                                      "check same-net 192.0.2.10/24 192.0.2.1"},
+                                     SameNet);
+    AddArgument(sameNet, "address", commands->address, kPrefixed, "The address").Required();
+    AddArgument(sameNet, "gateway", commands->gateway, kAddress, "The gateway").Required();
 
-    CLI::App& host = command(
+    CLI::App& host = commands.Add(
         {"host", "Can a host of its subnet have this address?", "check host 192.0.2.10/24"}, Host);
-    AddArgument(host, "address", arguments->address, kIpv4Network, "The address").Required();
+    AddArgument(host, "address", commands->address, kIpv4Network, "The address").Required();
 
-    CLI::App& mask = command({"mask", "Is this a netmask?", "check mask 255.255.255.0"}, Mask);
-    AddArgument(mask, "mask", arguments->ipv4, kIpv4Address, "The mask").Required();
+    CLI::App& mask = commands.Add({"mask", "Is this a netmask?", "check mask 255.255.255.0"}, Mask);
+    AddArgument(mask, "mask", commands->ipv4, kIpv4Address, "The mask").Required();
 
     CLI::App& classOf =
-        command({"class", "Show the class of an address.", "check class 192.0.2.1"}, Class);
-    AddArgument(classOf, "address", arguments->ipv4, kIpv4Address, "The address").Required();
+        commands.Add({"class", "Show the class of an address.", "check class 192.0.2.1"}, Class);
+    AddArgument(classOf, "address", commands->ipv4, kIpv4Address, "The address").Required();
 }
 
 }  // namespace ctl

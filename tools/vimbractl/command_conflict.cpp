@@ -102,15 +102,15 @@ void Watch(Tool& tool, const Arguments& arguments) {
 }  // namespace
 
 void AddConflictCommands(CLI::App& root, Tool& tool) {
-    CLI::App& group =
-        AddGroupCommand(root, "conflict", "Other hosts with an address or MAC address of ours.");
-    auto arguments = std::make_shared<Arguments>();
-    CLI::App& watch = AddCommand(group, tool,
-                                 {"watch", "Show conflicts until Ctrl-C; with --json a line each.",
-                                  "conflict watch\nconflict watch --family ipv6 --json"},
-                                 [&tool, arguments] { Watch(tool, *arguments); });
-    AddArgument(watch, "--family", arguments->family, kFamilyOrBoth, "Which, both by default");
-    AddArgument(watch, "--count", arguments->count, kNumber, "End after so many; 0 never");
+    const Commands<Arguments> commands(
+        AddGroupCommand(root, "conflict", "Other hosts with an address or MAC address of ours."),
+        tool);
+    CLI::App& watch =
+        commands.Add({"watch", "Show conflicts until Ctrl-C; with --json a line each.",
+                      "conflict watch\nconflict watch --family ipv6 --json"},
+                     Watch);
+    AddFamilyArgument(watch, commands->family, kFamilyOrBoth, "Which, both by default");
+    AddArgument(watch, "--count", commands->count, kNumber, "End after so many; 0 never");
 }
 
 }  // namespace ctl

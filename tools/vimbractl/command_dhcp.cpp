@@ -122,13 +122,12 @@ void State(Tool& tool, Arguments& arguments) {
 }  // namespace
 
 void AddDhcpCommands(CLI::App& root, Tool& tool) {
-    CLI::App& group = AddGroupCommand(root, "dhcp", "The DHCP client of an interface.");
-    auto arguments = std::make_shared<Arguments>();
+    const Commands<Arguments> commands(
+        AddGroupCommand(root, "dhcp", "The DHCP client of an interface."), tool);
     const auto command = [&](const CommandText& text, void (*run)(Tool&, Arguments&)) -> CLI::App& {
-        CLI::App& added =
-            AddCommand(group, tool, text, [&tool, arguments, run] { run(tool, *arguments); });
-        AddInterfaceArgument(added, arguments->interface);
-        AddArgument(added, "--family", arguments->family, kFamily, "Which one, ipv4 by default");
+        CLI::App& added = commands.Add(text, run);
+        AddInterfaceArgument(added, commands->interface);
+        AddFamilyArgument(added, commands->family, kFamily, "Which one, ipv4 by default");
         return added;
     };
     const char* const kWatch =
@@ -136,7 +135,7 @@ void AddDhcpCommands(CLI::App& root, Tool& tool) {
 
     CLI::App& start =
         command({"start", "Start the DHCP client.", "dhcp start eth0 --watch"}, Start);
-    AddFlag(start, "--watch", arguments->watch, kWatch);
+    AddFlag(start, "--watch", commands->watch, kWatch);
     command({"stop", "Stop the DHCP client.", "dhcp stop eth0"}, Stop);
     command({"renew", "Renew the lease.", "dhcp renew eth0"}, Renew);
     CLI::App& lease = command({"lease",
@@ -144,7 +143,7 @@ void AddDhcpCommands(CLI::App& root, Tool& tool) {
                                "reports.",
                                "dhcp lease eth0 --json"},
                               Lease);
-    AddFlag(lease, "--watch", arguments->watch, kWatch);
+    AddFlag(lease, "--watch", commands->watch, kWatch);
     command({"state", "Does a DHCP client run?", "dhcp state eth0"}, State);
 }
 

@@ -130,40 +130,37 @@ void Leases(Tool& tool, Arguments& arguments) {
 }  // namespace
 
 void AddDhcpServerCommands(CLI::App& root, Tool& tool) {
-    CLI::App& group =
-        AddGroupCommand(root, "dhcp-server", "The DHCP server of an interface, IPv4.");
-    auto arguments = std::make_shared<Arguments>();
-    const auto command = [&](const CommandText& text, void (*run)(Tool&, Arguments&)) -> CLI::App& {
-        return AddCommand(group, tool, text, [&tool, arguments, run] { run(tool, *arguments); });
-    };
+    const Commands<Arguments> commands(
+        AddGroupCommand(root, "dhcp-server", "The DHCP server of an interface, IPv4."), tool);
 
     CLI::App& start =
-        command({"start", "Start the server, or give it another pool.",
-                 "dhcp-server start eth0 192.0.2.50/24 192.0.2.99 --router 192.0.2.1"},
-                Start);
-    AddInterfaceArgument(start, arguments->interface);
-    AddArgument(start, "first", arguments->first, kIpv4Network,
+        commands.Add({"start", "Start the server, or give it another pool.",
+                      "dhcp-server start eth0 192.0.2.50/24 192.0.2.99 --router 192.0.2.1"},
+                     Start);
+    AddInterfaceArgument(start, commands->interface);
+    AddArgument(start, "first", commands->first, kIpv4Network,
                 "The first address of the pool and its prefix")
         .Required();
-    AddArgument(start, "last", arguments->last, kIpv4Address, "The last address").Required();
-    AddArgument(start, "--router", arguments->router, kIpv4Address,
+    AddArgument(start, "last", commands->last, kIpv4Address, "The last address").Required();
+    AddArgument(start, "--router", commands->router, kIpv4Address,
                 "The router that clients are told; none by default");
-    AddArguments(start, "--dns", arguments->dns, kIpv4Address,
+    AddArguments(start, "--dns", commands->dns, kIpv4Address,
                  "The DNS servers that clients are told; none by default");
 
-    CLI::App& stop = command({"stop", "Stop the server of an interface, or all of them.",
-                              "dhcp-server stop eth0\ndhcp-server stop"},
-                             Stop);
-    AddArgument(stop, "interface", arguments->interface, kInterface,
+    CLI::App& stop = commands.Add({"stop", "Stop the server of an interface, or all of them.",
+                                   "dhcp-server stop eth0\ndhcp-server stop"},
+                                  Stop);
+    AddArgument(stop, "interface", commands->interface, kInterface,
                 "The interface; all of them without");
 
-    CLI::App& state = command({"state", "Does the server run?", "dhcp-server state eth0"}, State);
-    AddInterfaceArgument(state, arguments->interface);
+    CLI::App& state =
+        commands.Add({"state", "Does the server run?", "dhcp-server state eth0"}, State);
+    AddInterfaceArgument(state, commands->interface);
 
-    CLI::App& leases = command({"leases", "Show the leases when the server writes them next.",
-                                "dhcp-server leases\ndhcp-server leases --watch --json"},
-                               Leases);
-    AddFlag(leases, "--watch", arguments->watch, "Show every change until interrupted");
+    CLI::App& leases = commands.Add({"leases", "Show the leases when the server writes them next.",
+                                     "dhcp-server leases\ndhcp-server leases --watch --json"},
+                                    Leases);
+    AddFlag(leases, "--watch", commands->watch, "Show every change until interrupted");
 }
 
 }  // namespace ctl

@@ -15,7 +15,7 @@ struct Arguments {
 
 constexpr const char* kAccepted = "up to 64 servers, either all of IPv4 or all of IPv6";
 
-void Show(Tool& tool) {
+void Show(Tool& tool, Arguments&) {
     TVimbraDnsAddrInfo all = {};
     tool.Call([&] { return VimbraDNSGet(&all); });
     std::string text;
@@ -48,22 +48,20 @@ void Set(Tool& tool, Arguments& arguments) {
 }  // namespace
 
 void AddDnsCommands(CLI::App& root, Tool& tool) {
-    CLI::App& group = AddGroupCommand(root, "dns", "The DNS servers of the system.");
-    auto arguments = std::make_shared<Arguments>();
+    const Commands<Arguments> commands(
+        AddGroupCommand(root, "dns", "The DNS servers of the system."), tool);
 
-    AddCommand(group, tool,
-               {"show", "Show the DNS servers of all interfaces.", "dns show\ndns show --json"},
-               [&tool] { Show(tool); });
+    commands.Add({"show", "Show the DNS servers of all interfaces.", "dns show\ndns show --json"},
+                 Show);
 
-    CLI::App& set =
-        AddCommand(group, tool,
-                   {"set",
-                    "Replace the DNS servers that an interface brings; those of its other family\n"
-                    "stay. Without servers its IPv4 ones are taken away.",
-                    "dns set eth0 192.0.2.53 192.0.2.54\ndns set eth0 2001:db8::53\ndns set eth0"},
-                   [&tool, arguments] { Set(tool, *arguments); });
-    AddInterfaceArgument(set, arguments->interface);
-    AddArguments(set, "server", arguments->servers, kAddress, "The servers, of one family");
+    CLI::App& set = commands.Add(
+        {"set",
+         "Replace the DNS servers that an interface brings; those of its other family\n"
+         "stay. Without servers its IPv4 ones are taken away.",
+         "dns set eth0 192.0.2.53 192.0.2.54\ndns set eth0 2001:db8::53\ndns set eth0"},
+        Set);
+    AddInterfaceArgument(set, commands->interface);
+    AddArguments(set, "server", commands->servers, kAddress, "The servers, of one family");
 }
 
 }  // namespace ctl

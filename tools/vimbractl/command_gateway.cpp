@@ -76,21 +76,20 @@ void Delete(Tool& tool, Arguments& arguments) {
 }  // namespace
 
 void AddGatewayCommands(CLI::App& root, Tool& tool) {
-    CLI::App& group = AddGroupCommand(root, "gateway", "The default gateway of an interface.");
-    auto arguments = std::make_shared<Arguments>();
+    const Commands<Arguments> commands(
+        AddGroupCommand(root, "gateway", "The default gateway of an interface."), tool);
     const auto command = [&](const CommandText& text, void (*run)(Tool&, Arguments&)) -> CLI::App& {
-        CLI::App& added =
-            AddCommand(group, tool, text, [&tool, arguments, run] { run(tool, *arguments); });
-        AddArgument(added, "interface", arguments->interface, kInterfaceOrAny, "The interface")
+        CLI::App& added = commands.Add(text, run);
+        AddArgument(added, "interface", commands->interface, kInterfaceOrAny, "The interface")
             .Required();
         return added;
     };
     const auto table = [&](CLI::App& added) {
-        AddArgument(added, "--table", arguments->table, kGatewayTable,
+        AddArgument(added, "--table", commands->table, kGatewayTable,
                     "The table; the main one by default");
     };
     const auto family = [&](CLI::App& added) {
-        AddArgument(added, "--family", arguments->family, kFamily, "Which one, ipv4 by default");
+        AddFamilyArgument(added, commands->family, kFamily, "Which one, ipv4 by default");
     };
 
     CLI::App& show =
@@ -103,7 +102,7 @@ void AddGatewayCommands(CLI::App& root, Tool& tool) {
     CLI::App& set = command({"set", "Set the default gateway of an interface.",
                              "gateway set eth0 192.0.2.1\ngateway set eth0 192.0.2.1 --table 100"},
                             Set);
-    AddArgument(set, "address", arguments->gateway, kAddress, "The gateway").Required();
+    AddArgument(set, "address", commands->gateway, kAddress, "The gateway").Required();
     table(set);
 
     CLI::App& del = command({"del", "Delete the default gateway of an interface.",

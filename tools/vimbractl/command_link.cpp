@@ -63,6 +63,18 @@ void Describe(Tool& tool, InterfaceName& name, std::string& text, Json& links) {
     links.Append(link);
 }
 
+void Up(Tool& tool, Arguments& arguments) {
+    CallOn(tool, arguments.interface,
+           [&] { return VimbraIfaceNoShutdown(arguments.interface.text); });
+    tool.Done();
+}
+
+void Down(Tool& tool, Arguments& arguments) {
+    CallOn(tool, arguments.interface,
+           [&] { return VimbraIfaceShutdown(arguments.interface.text); });
+    tool.Done();
+}
+
 void ShowLinks(Tool& tool, Arguments& arguments) {
     const bool isOne = arguments.interface.text[0] != '\0';
     std::string text;
@@ -76,24 +88,18 @@ void ShowLinks(Tool& tool, Arguments& arguments) {
 }  // namespace
 
 void AddLinkCommands(CLI::App& root, Tool& tool) {
-    CLI::App& group = AddGroupCommand(root, "link", "Interfaces up and down, without the daemon.");
-    auto arguments = std::make_shared<Arguments>();
+    const Commands<Arguments> commands(
+        AddGroupCommand(root, "link", "Interfaces up and down, without the daemon."), tool);
 
-    const auto change = [&](const CommandText& text, s32 (*call)(char*)) {
-        CLI::App& command = AddCommand(group, tool, text, [&tool, arguments, call] {
-            CallOn(tool, arguments->interface, [&] { return call(arguments->interface.text); });
-            tool.Done();
-        });
-        AddInterfaceArgument(command, arguments->interface);
-    };
-    change({"up", "Bring an interface up.", "link up eth0"}, VimbraIfaceNoShutdown);
-    change({"down", "Take an interface down.", "link down eth0"}, VimbraIfaceShutdown);
+    CLI::App& up = commands.Add({"up", "Bring an interface up.", "link up eth0"}, Up);
+    AddInterfaceArgument(up, commands->interface);
+    CLI::App& down = commands.Add({"down", "Take an interface down.", "link down eth0"}, Down);
+    AddInterfaceArgument(down, commands->interface);
 
-    CLI::App& show = AddCommand(group, tool,
-                                {"show", "Show whether interfaces are up and have a link.",
-                                 "link show\nlink show eth0 --json"},
-                                [&tool, arguments] { ShowLinks(tool, *arguments); });
-    AddArgument(show, "interface", arguments->interface, kInterface,
+    CLI::App& show = commands.Add({"show", "Show whether interfaces are up and have a link.",
+                                   "link show\nlink show eth0 --json"},
+                                  ShowLinks);
+    AddArgument(show, "interface", commands->interface, kInterface,
                 "The interface; all of them without");
 }
 

@@ -27,19 +27,17 @@ void SetMac(Tool& tool, Arguments& arguments) {
 }  // namespace
 
 void AddMacCommands(CLI::App& root, Tool& tool) {
-    CLI::App& group = AddGroupCommand(root, "mac", "The MAC address of an interface.");
-    auto arguments = std::make_shared<Arguments>();
+    const Commands<Arguments> commands(
+        AddGroupCommand(root, "mac", "The MAC address of an interface."), tool);
 
     CLI::App& show =
-        AddCommand(group, tool, {"show", "Show an interface's MAC address.", "mac show eth0"},
-                   [&tool, arguments] { ShowMac(tool, *arguments); });
-    AddInterfaceArgument(show, arguments->interface);
+        commands.Add({"show", "Show an interface's MAC address.", "mac show eth0"}, ShowMac);
+    AddInterfaceArgument(show, commands->interface);
 
-    CLI::App& set = AddCommand(
-        group, tool, {"set", "Set an interface's MAC address.", "mac set eth0 02:00:00:00:00:01"},
-        [&tool, arguments] { SetMac(tool, *arguments); });
-    AddInterfaceArgument(set, arguments->interface);
-    AddArgument(set, "mac", arguments->mac, kMac, "The MAC address").Required();
+    CLI::App& set = commands.Add(
+        {"set", "Set an interface's MAC address.", "mac set eth0 02:00:00:00:00:01"}, SetMac);
+    AddInterfaceArgument(set, commands->interface);
+    AddArgument(set, "mac", commands->mac, kMac, "The MAC address").Required();
 }
 
 }  // namespace ctl

@@ -35,20 +35,18 @@ void SetMtu(Tool& tool, Arguments& arguments) {
 }  // namespace
 
 void AddMtuCommands(CLI::App& root, Tool& tool) {
-    CLI::App& group = AddGroupCommand(root, "mtu", "The MTU of an interface.");
-    auto arguments = std::make_shared<Arguments>();
+    const Commands<Arguments> commands(AddGroupCommand(root, "mtu", "The MTU of an interface."),
+                                       tool);
 
-    CLI::App& show = AddCommand(group, tool, {"show", "Show an interface's MTU.", "mtu show eth0"},
-                                [&tool, arguments] { ShowMtu(tool, *arguments); });
-    AddInterfaceArgument(show, arguments->interface);
+    CLI::App& show = commands.Add({"show", "Show an interface's MTU.", "mtu show eth0"}, ShowMtu);
+    AddInterfaceArgument(show, commands->interface);
 
-    CLI::App& set = AddCommand(
-        group, tool,
+    CLI::App& set = commands.Add(
         {"set", "Set an interface's MTU.", "mtu set eth0 1400\nmtu set eth0 1280 --family ipv6"},
-        [&tool, arguments] { SetMtu(tool, *arguments); });
-    AddInterfaceArgument(set, arguments->interface);
-    AddArgument(set, "mtu", arguments->mtu, kMtu, "The MTU").Required();
-    AddArgument(set, "--family", arguments->family, kFamily, "Whose least MTU it has to keep to");
+        SetMtu);
+    AddInterfaceArgument(set, commands->interface);
+    AddArgument(set, "mtu", commands->mtu, kMtu, "The MTU").Required();
+    AddFamilyArgument(set, commands->family, kFamily, "Whose least MTU it has to keep to");
 }
 
 }  // namespace ctl

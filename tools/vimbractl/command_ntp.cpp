@@ -97,27 +97,26 @@ void Check(Tool& tool, Arguments& arguments) {
 }  // namespace
 
 void AddNtpCommands(CLI::App& root, Tool& tool) {
-    CLI::App& group = AddGroupCommand(root, "ntp", "The NTP clients, one for each family.");
-    auto arguments = std::make_shared<Arguments>();
-    const auto command = [&](const CommandText& text, void (*run)(Tool&, Arguments&)) -> CLI::App& {
-        return AddCommand(group, tool, text, [&tool, arguments, run] { run(tool, *arguments); });
-    };
+    const Commands<Arguments> commands(
+        AddGroupCommand(root, "ntp", "The NTP clients, one for each family."), tool);
 
-    CLI::App& start = command({"start", "Start the client of the server's family.",
-                               "ntp start 192.0.2.1\nntp start 2001:db8::1 --interval 60 --watch"},
-                              Start);
-    AddArgument(start, "server", arguments->server, kAddress, "The server").Required();
-    AddArgument(start, "--interval", arguments->interval, kNumber,
+    CLI::App& start =
+        commands.Add({"start", "Start the client of the server's family.",
+                      "ntp start 192.0.2.1\nntp start 2001:db8::1 --interval 60 --watch"},
+                     Start);
+    AddArgument(start, "server", commands->server, kAddress, "The server").Required();
+    AddArgument(start, "--interval", commands->interval, kNumber,
                 "Between two questions, in seconds; 0, the default, leaves it to the daemon");
-    AddFlag(start, "--watch", arguments->watch,
+    AddFlag(start, "--watch", commands->watch,
             "Show every report until interrupted, then stop the client; an application that "
             "listens loses them");
 
-    CLI::App& stop = command({"stop", "Stop a client.", "ntp stop --family ipv6"}, Stop);
-    AddArgument(stop, "--family", arguments->family, kFamily, "Which one, ipv4 by default");
+    CLI::App& stop = commands.Add({"stop", "Stop a client.", "ntp stop --family ipv6"}, Stop);
+    AddFamilyArgument(stop, commands->family, kFamily, "Which one, ipv4 by default");
 
-    CLI::App& check = command({"check", "Does a server answer?", "ntp check 192.0.2.1"}, Check);
-    AddArgument(check, "server", arguments->server, kAddress, "The server").Required();
+    CLI::App& check =
+        commands.Add({"check", "Does a server answer?", "ntp check 192.0.2.1"}, Check);
+    AddArgument(check, "server", commands->server, kAddress, "The server").Required();
 }
 
 }  // namespace ctl

@@ -174,17 +174,16 @@ void Run(Tool& tool, const Arguments& arguments) {
 }  // namespace
 
 void AddPingCommand(CLI::App& root, Tool& tool) {
-    auto arguments = std::make_shared<Arguments>();
-    CLI::App& command = AddCommand(
-        root, tool,
+    const Commands<Arguments> commands(root, tool);
+    CLI::App& command = commands.Add(
         {"ping", "Ask a host for answers, one a second, until Ctrl-C; with --json a line each.",
          "ping 192.0.2.1\nping 2001:db8::1 --count 3 --size 1000 --json"},
-        [&tool, arguments] { Run(tool, *arguments); });
-    AddArgument(command, "host", arguments->host, kAddress, "Whom to ask").Required();
-    AddArgument(command, "--count", arguments->count, kOption, "How often, without end by default");
-    AddArgument(command, "--size", arguments->size, kOption, "Bytes of payload, usually 56");
-    AddArgument(command, "--ttl", arguments->ttl, kOption, "Time to live of the probes");
-    AddArgument(command, "--timeout", arguments->timeout, kOption,
+        Run);
+    AddArgument(command, "host", commands->host, kAddress, "Whom to ask").Required();
+    AddArgument(command, "--count", commands->count, kOption, "How often, without end by default");
+    AddArgument(command, "--size", commands->size, kOption, "Bytes of payload, usually 56");
+    AddArgument(command, "--ttl", commands->ttl, kOption, "Time to live of the probes");
+    AddArgument(command, "--timeout", commands->timeout, kOption,
                 "How long to wait for each answer in milliseconds, usually 1000");
 }
 

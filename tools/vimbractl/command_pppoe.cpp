@@ -170,40 +170,36 @@ void ShowVersion(Tool& tool, Arguments&) {
 }  // namespace
 
 void AddPppoeCommands(CLI::App& root, Tool& tool) {
-    CLI::App& group = AddGroupCommand(root, "pppoe", "PPPoE links.");
-    auto arguments = std::make_shared<Arguments>();
-    const auto command = [&](const CommandText& text, void (*run)(Tool&, Arguments&)) -> CLI::App& {
-        return AddCommand(group, tool, text, [&tool, arguments, run] { run(tool, *arguments); });
-    };
+    const Commands<Arguments> commands(AddGroupCommand(root, "pppoe", "PPPoE links."), tool);
 
     const std::string about = std::string("Dial.") + kPasswordText;
-    CLI::App& start = command({"start", about.c_str(),
-                               "pppoe start eth0 --user me@isp --auto-dial 30 <password-file\n"
-                               "pppoe start eth0 --user me@isp --default-route --watch"},
-                              Start);
-    AddInterfaceArgument(start, arguments->interface);
-    AddArgument(start, "--user", arguments->user, kUser, "The user name").Required();
-    AddArgument(start, "--family", arguments->family, kFamilyOrBoth, "ipv4 by default");
-    AddArgument(start, "--auto-dial", arguments->redial, kNumber,
+    CLI::App& start = commands.Add({"start", about.c_str(),
+                                    "pppoe start eth0 --user me@isp --auto-dial 30 <password-file\n"
+                                    "pppoe start eth0 --user me@isp --default-route --watch"},
+                                   Start);
+    AddInterfaceArgument(start, commands->interface);
+    AddArgument(start, "--user", commands->user, kUser, "The user name").Required();
+    AddFamilyArgument(start, commands->family, kFamilyOrBoth, "ipv4 by default");
+    AddArgument(start, "--auto-dial", commands->redial, kNumber,
                 "Dial again so many seconds after the link was lost or a dial failed");
-    AddArgument(start, "--retries", arguments->retries, kRetries,
+    AddArgument(start, "--retries", commands->retries, kRetries,
                 "Give up after so many failures in a row; 0, the default, never");
-    AddArgument(start, "--echo-interval", arguments->echoInterval, kEcho,
+    AddArgument(start, "--echo-interval", commands->echoInterval, kEcho,
                 "Seconds between two questions whether the peer is alive, 20 by default");
-    AddArgument(start, "--echo-failures", arguments->echoFailures, kEcho,
+    AddArgument(start, "--echo-failures", commands->echoFailures, kEcho,
                 "Unanswered ones before the link is lost, 3 by default");
-    AddFlag(start, "--default-route", arguments->isDefaultRoute, "Make it the default route");
-    AddFlag(start, "--debug", arguments->debug, "Let the PPP daemon log every packet");
-    AddFlag(start, "--watch", arguments->watch,
+    AddFlag(start, "--default-route", commands->isDefaultRoute, "Make it the default route");
+    AddFlag(start, "--debug", commands->debug, "Let the PPP daemon log every packet");
+    AddFlag(start, "--watch", commands->watch,
             "Show every event until interrupted, then hang up; an application that listens loses "
             "them");
 
-    CLI::App& stop = command(
+    CLI::App& stop = commands.Add(
         {"stop", "Hang up, whoever has dialled.", "pppoe stop\npppoe stop --family both"}, Stop);
-    AddArgument(stop, "--family", arguments->family, kFamilyOrBoth, "ipv4 by default");
+    AddFamilyArgument(stop, commands->family, kFamilyOrBoth, "ipv4 by default");
 
-    command({"version", "The version of PPPoE that the library tells.", "pppoe version"},
-            ShowVersion);
+    commands.Add({"version", "The version of PPPoE that the library tells.", "pppoe version"},
+                 ShowVersion);
 }
 
 }  // namespace ctl

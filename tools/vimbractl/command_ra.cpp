@@ -54,15 +54,14 @@ void Watch(Tool& tool, Arguments& arguments) {
 }  // namespace
 
 void AddRaCommands(CLI::App& root, Tool& tool) {
-    CLI::App& group = AddGroupCommand(root, "ra", "IPv6 router advertisements.");
-    auto arguments = std::make_shared<Arguments>();
-    CLI::App& watch = AddCommand(
-        group, tool,
+    const Commands<Arguments> commands(AddGroupCommand(root, "ra", "IPv6 router advertisements."),
+                                       tool);
+    CLI::App& watch = commands.Add(
         {"watch", "Show an interface's addresses whenever an advertisement changes them.",
          "ra watch eth0\nra watch eth0 --json"},
-        [&tool, arguments] { Watch(tool, *arguments); });
-    AddInterfaceArgument(watch, arguments->interface);
-    AddArgument(watch, "--count", arguments->count, kNumber, "End after so many; 0 never");
+        Watch);
+    AddInterfaceArgument(watch, commands->interface);
+    AddArgument(watch, "--count", commands->count, kNumber, "End after so many; 0 never");
 }
 
 }  // namespace ctl

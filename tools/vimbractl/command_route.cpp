@@ -93,45 +93,42 @@ void Show(Tool& tool, Arguments& arguments) {
 }  // namespace
 
 void AddRouteCommands(CLI::App& root, Tool& tool) {
-    CLI::App& group = AddGroupCommand(root, "route", "Routes to networks.");
-    auto arguments = std::make_shared<Arguments>();
-    const auto command = [&](const CommandText& text, void (*run)(Tool&, Arguments&)) -> CLI::App& {
-        return AddCommand(group, tool, text, [&tool, arguments, run] { run(tool, *arguments); });
-    };
+    const Commands<Arguments> commands(AddGroupCommand(root, "route", "Routes to networks."), tool);
     // What names a route.
     const auto route = [&](CLI::App& added) {
-        AddArgument(added, "destination", arguments->destination, kNetwork,
+        AddArgument(added, "destination", commands->destination, kNetwork,
                     "The network that the route leads to")
             .Required();
-        AddArgument(added, "--via", arguments->gateway, kAddress, "The gateway; none by default");
-        AddArgument(added, "--interface", arguments->interface, kInterface,
+        AddArgument(added, "--via", commands->gateway, kAddress, "The gateway; none by default");
+        AddArgument(added, "--interface", commands->interface, kInterface,
                     "The interface that it leaves by; left to the daemon by default");
     };
 
-    CLI::App& show = command({"show", "Show the routes of the main table, 10 of them at most.",
-                              "route show\nroute show --family ipv6 --json"},
-                             Show);
-    AddArgument(show, "--family", arguments->family, kFamilyOrBoth, "Which ones, both by default");
+    CLI::App& show = commands.Add({"show", "Show the routes of the main table, 10 of them at most.",
+                                   "route show\nroute show --family ipv6 --json"},
+                                  Show);
+    AddFamilyArgument(show, commands->family, kFamilyOrBoth, "Which ones, both by default");
 
-    CLI::App& add = command({"add", "Add a route.",
-                             "route add 198.51.100.0/24 --via 192.0.2.1\n"
-                             "route add 2001:db8:1::/48 --interface eth0 --metric 10 --table 100"},
-                            Add);
+    CLI::App& add =
+        commands.Add({"add", "Add a route.",
+                      "route add 198.51.100.0/24 --via 192.0.2.1\n"
+                      "route add 2001:db8:1::/48 --interface eth0 --metric 10 --table 100"},
+                     Add);
     route(add);
-    AddArgument(add, "--metric", arguments->metric, kMetric, "Its metric, 0 by default");
-    AddArgument(add, "--table", arguments->table, kNumber, "The table; the main one by default");
+    AddArgument(add, "--metric", commands->metric, kMetric, "Its metric, 0 by default");
+    AddArgument(add, "--table", commands->table, kNumber, "The table; the main one by default");
 
-    CLI::App& del =
-        command({"del", "Delete a route.", "route del 198.51.100.0/24 --via 192.0.2.1"}, Delete);
+    CLI::App& del = commands.Add(
+        {"del", "Delete a route.", "route del 198.51.100.0/24 --via 192.0.2.1"}, Delete);
     route(del);
-    AddArgument(del, "--metric", arguments->metric, kMetric, "Its metric, 0 by default");
-    AddArgument(del, "--table", arguments->table, kNumber, "The table; the main one by default");
+    AddArgument(del, "--metric", commands->metric, kMetric, "Its metric, 0 by default");
+    AddArgument(del, "--table", commands->table, kNumber, "The table; the main one by default");
 
-    CLI::App& metric = command({"metric", "Change the metric of a route in the main table.",
-                                "route metric 198.51.100.0/24 20 --interface eth0"},
-                               ChangeMetric);
+    CLI::App& metric = commands.Add({"metric", "Change the metric of a route in the main table.",
+                                     "route metric 198.51.100.0/24 20 --interface eth0"},
+                                    ChangeMetric);
     route(metric);
-    AddArgument(metric, "metric", arguments->metric, kMetric, "The new metric").Required();
+    AddArgument(metric, "metric", commands->metric, kMetric, "The new metric").Required();
 }
 
 }  // namespace ctl

@@ -30,33 +30,40 @@ TVimbraIpRuleParam Record(const Arguments& arguments) {
     return record;
 }
 
+void Add(Tool& tool, Arguments& arguments) {
+    TVimbraIpRuleParam record = Record(arguments);
+    tool.Call([&] { return VimbraAddIpRule(&record); }, kAccepted);
+    tool.Done();
+}
+
+void Delete(Tool& tool, Arguments& arguments) {
+    TVimbraIpRuleParam record = Record(arguments);
+    tool.Call([&] { return VimbraDelIpRule(&record); }, kAccepted);
+    tool.Done();
+}
+
 }  // namespace
 
 void AddRuleCommands(CLI::App& root, Tool& tool) {
-    CLI::App& group =
-        AddGroupCommand(root, "rule", "Policy rules: whose packets look up which table.");
-    auto arguments = std::make_shared<Arguments>();
-    const auto command = [&](const CommandText& text, s32 (*call)(TVimbraIpRuleParam*)) {
-        CLI::App& added = AddCommand(group, tool, text, [&tool, arguments, call] {
-            TVimbraIpRuleParam record = Record(*arguments);
-            tool.Call([&] { return call(&record); }, kAccepted);
-            tool.Done();
-        });
-        AddArgument(added, "--table", arguments->table, kRuleTable, "The table to look up")
+    const Commands<Arguments> commands(
+        AddGroupCommand(root, "rule", "Policy rules: whose packets look up which table."), tool);
+    const auto command = [&](const CommandText& text, void (*run)(Tool&, Arguments&)) {
+        CLI::App& added = commands.Add(text, run);
+        AddArgument(added, "--table", commands->table, kRuleTable, "The table to look up")
             .Required();
-        AddArgument(added, "--priority", arguments->priority, kPriority,
+        AddArgument(added, "--priority", commands->priority, kPriority,
                     "When it is asked, the lower the earlier")
             .Required();
-        AddArgument(added, "--from", arguments->from, kIpv4Network, "Source; any by default");
-        AddArgument(added, "--fwmark", arguments->mark, kNumber, "Firewall mark; any by default");
+        AddArgument(added, "--from", commands->from, kIpv4Network, "Source; any by default");
+        AddArgument(added, "--fwmark", commands->mark, kNumber, "Firewall mark; any by default");
     };
     command({"add", "Add a policy rule.",
              "rule add --from 192.0.2.11/32 --table 100 --priority 1000\n"
              "rule add --fwmark 7 --table 100 --priority 1001"},
-            VimbraAddIpRule);
+            Add);
     command({"del", "Delete a policy rule.",
              "rule del --from 192.0.2.11/32 --table 100 --priority 1000"},
-            VimbraDelIpRule);
+            Delete);
 }
 
 }  // namespace ctl

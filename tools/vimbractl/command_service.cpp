@@ -67,29 +67,27 @@ void Stop(Tool& tool, Arguments& arguments) {
 }  // namespace
 
 void AddServiceCommands(CLI::App& root, Tool& tool) {
-    CLI::App& group = AddGroupCommand(root, "service", "Network services that inetd starts.");
-    auto arguments = std::make_shared<Arguments>();
+    const Commands<Arguments> commands(
+        AddGroupCommand(root, "service", "Network services that inetd starts."), tool);
 
-    CLI::App& start = AddCommand(
-        group, tool,
+    CLI::App& start = commands.Add(
         {"start", "Switch a service on. It takes the place of one of the same program.",
          "service start telnetd\nservice start telnetd --port 2323\nservice start httpd --family "
          "ipv6 --path /etc/httpd.conf"},
-        [&tool, arguments] { Start(tool, *arguments); });
-    AddArgument(start, "service", arguments->name, kService, "The service").Required();
-    AddArgument(start, "--family", arguments->family, kFamily, "Of its address, ipv4 by default");
-    AddArgument(start, "--port", arguments->port, kPort, "Its port; its usual one by default");
-    AddArgument(start, "--path", arguments->path, kPath,
+        Start);
+    AddArgument(start, "service", commands->name, kService, "The service").Required();
+    AddFamilyArgument(start, commands->family, kFamily, "Of its address, ipv4 by default");
+    AddArgument(start, "--port", commands->port, kPort, "Its port; its usual one by default");
+    AddArgument(start, "--path", commands->path, kPath,
                 "What follows its arguments, such as its configuration file");
 
-    CLI::App& stop =
-        AddCommand(group, tool,
-                   {"stop",
-                    "Switch a service off and end a process of its name. Where the configuration\n"
-                    "holds several lines for it, one goes with each stop.",
-                    "service stop telnetd"},
-                   [&tool, arguments] { Stop(tool, *arguments); });
-    AddArgument(stop, "service", arguments->name, kService, "The service").Required();
+    CLI::App& stop = commands.Add(
+        {"stop",
+         "Switch a service off and end a process of its name. Where the configuration\n"
+         "holds several lines for it, one goes with each stop.",
+         "service stop telnetd"},
+        Stop);
+    AddArgument(stop, "service", commands->name, kService, "The service").Required();
 }
 
 }  // namespace ctl

@@ -160,15 +160,14 @@ void Watch(Tool& tool, const Arguments& arguments) {
 }  // namespace
 
 void AddStatCommands(CLI::App& root, Tool& tool) {
-    CLI::App& group = AddGroupCommand(root, "stat", "Traffic of eth0, eth1 and eth2.");
-    auto arguments = std::make_shared<Arguments>();
+    const Commands<Arguments> commands(
+        AddGroupCommand(root, "stat", "Traffic of eth0, eth1 and eth2."), tool);
     CLI::App& watch =
-        AddCommand(group, tool,
-                   {"watch", "Show the traffic until Ctrl-C; with --json a line each.",
-                    "stat watch\nstat watch --interval 5 --count 12 --json"},
-                   [&tool, arguments] { Watch(tool, *arguments); });
-    AddArgument(watch, "--interval", arguments->interval, kInterval, "Between two reports");
-    AddArgument(watch, "--count", arguments->count, kNumber, "End after so many; 0 never");
+        commands.Add({"watch", "Show the traffic until Ctrl-C; with --json a line each.",
+                      "stat watch\nstat watch --interval 5 --count 12 --json"},
+                     Watch);
+    AddArgument(watch, "--interval", commands->interval, kInterval, "Between two reports");
+    AddArgument(watch, "--count", commands->count, kNumber, "End after so many; 0 never");
 }
 
 }  // namespace ctl

@@ -156,14 +156,13 @@ void Run(Tool& tool, const Arguments& arguments) {
 }  // namespace
 
 void AddTracerouteCommand(CLI::App& root, Tool& tool) {
-    auto arguments = std::make_shared<Arguments>();
-    CLI::App& command =
-        AddCommand(root, tool,
-                   {"traceroute", "Show the routers on the way to a host; with --json a line each.",
-                    "traceroute 192.0.2.1\ntraceroute 192.0.2.1 --hops 10 --json"},
-                   [&tool, arguments] { Run(tool, *arguments); });
-    AddArgument(command, "host", arguments->host, kIpv4Address, "The host").Required();
-    AddArgument(command, "--hops", arguments->hops, kHops, "The highest hop, usually 30");
+    const Commands<Arguments> commands(root, tool);
+    CLI::App& command = commands.Add(
+        {"traceroute", "Show the routers on the way to a host; with --json a line each.",
+         "traceroute 192.0.2.1\ntraceroute 192.0.2.1 --hops 10 --json"},
+        Run);
+    AddArgument(command, "host", commands->host, kIpv4Address, "The host").Required();
+    AddArgument(command, "--hops", commands->hops, kHops, "The highest hop, usually 30");
 }
 
 }  // namespace ctl

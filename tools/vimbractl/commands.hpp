@@ -1,6 +1,6 @@
 // The commands, one group in one file, and the table that names them all.
-#ifndef VIMBRACTL_COMMANDS_HPP
-#define VIMBRACTL_COMMANDS_HPP
+#ifndef VIMBRA_TOOLS_VIMBRACTL_COMMANDS_HPP
+#define VIMBRA_TOOLS_VIMBRACTL_COMMANDS_HPP
 
 #include <functional>
 #include <memory>
@@ -31,8 +31,40 @@ struct CommandText {
 CLI::App& AddCommand(CLI::App& parent, Tool& tool, const CommandText& text,
                      std::function<void()> run);
 
+// The commands below a group, or the root, that share their arguments.
+template <typename Arguments>
+class Commands {
+ public:
+    using Run = std::function<void(Tool&, Arguments&)>;
+
+    Commands(CLI::App& parent, Tool& tool)
+        : parent_(parent), tool_(tool), arguments_(std::make_shared<Arguments>()) {}
+
+    CLI::App& Add(const CommandText& text, Run run) const {
+        return AddCommand(parent_, tool_, text,
+                          [&tool = tool_, arguments = arguments_, run = std::move(run)] {
+                              run(tool, *arguments);
+                          });
+    }
+
+    // Where the commands find what the arguments were read into.
+    Arguments* operator->() const { return arguments_.get(); }
+
+ private:
+    CLI::App& parent_;
+    Tool& tool_;
+    std::shared_ptr<Arguments> arguments_;
+};
+
 // An option without a value. `target` outlives the command.
 void AddFlag(CLI::App& command, const char* name, bool& target, const char* about);
+
+// Which family a command is about.
+template <typename Target>
+void AddFamilyArgument(CLI::App& command, Target& target, const Kind<u16>& kind,
+                       const char* about) {
+    AddArgument(command, "--family", target, kind, about);
+}
 
 // The interface that a command acts on, its first argument.
 void AddInterfaceArgument(CLI::App& command, InterfaceName& name);

@@ -1,7 +1,7 @@
 // What the library's threads report, taken up by the thread that prints it, until somebody wants
 // the command to end.
-#ifndef VIMBRACTL_EVENTS_HPP
-#define VIMBRACTL_EVENTS_HPP
+#ifndef VIMBRA_TOOLS_VIMBRACTL_EVENTS_HPP
+#define VIMBRA_TOOLS_VIMBRACTL_EVENTS_HPP
 
 #include <signal.h>
 

@@ -1,6 +1,6 @@
 // How a command ends, for scripts. The numbers are an interface: they stay.
-#ifndef VIMBRACTL_EXIT_STATUS_HPP
-#define VIMBRACTL_EXIT_STATUS_HPP
+#ifndef VIMBRA_TOOLS_VIMBRACTL_EXIT_STATUS_HPP
+#define VIMBRA_TOOLS_VIMBRACTL_EXIT_STATUS_HPP
 
 #include <string>
 

@@ -1,8 +1,8 @@
 // The library logs to standard output, where the tool's own output goes. This keeps the two apart:
 // while it lives, what is written to standard output by others ends here, and the tool writes to a
 // stream of its own that leads where standard output led.
-#ifndef VIMBRACTL_LIBRARY_LOG_HPP
-#define VIMBRACTL_LIBRARY_LOG_HPP
+#ifndef VIMBRA_TOOLS_VIMBRACTL_LIBRARY_LOG_HPP
+#define VIMBRA_TOOLS_VIMBRACTL_LIBRARY_LOG_HPP
 
 #include <atomic>
 #include <cstdio>

@@ -1,7 +1,7 @@
 // How a password comes to the tool. Never on the command line, which everybody can see: typed at a
 // prompt without echo, or the first line of standard input when that is no terminal.
-#ifndef VIMBRACTL_PASSWORD_HPP
-#define VIMBRACTL_PASSWORD_HPP
+#ifndef VIMBRA_TOOLS_VIMBRACTL_PASSWORD_HPP
+#define VIMBRA_TOOLS_VIMBRACTL_PASSWORD_HPP
 
 #include <string>
 

@@ -1,6 +1,6 @@
 // The library's result codes in words, and what became of a call.
-#ifndef VIMBRACTL_RESULTS_HPP
-#define VIMBRACTL_RESULTS_HPP
+#ifndef VIMBRA_TOOLS_VIMBRACTL_RESULTS_HPP
+#define VIMBRA_TOOLS_VIMBRACTL_RESULTS_HPP
 
 #include <vimbra/types.h>
 

@@ -1,6 +1,6 @@
 // What every command works with: the way to the library, and the way out for what it found.
-#ifndef VIMBRACTL_TOOL_HPP
-#define VIMBRACTL_TOOL_HPP
+#ifndef VIMBRA_TOOLS_VIMBRACTL_TOOL_HPP
+#define VIMBRA_TOOLS_VIMBRACTL_TOOL_HPP
 
 #include <vimbra/types.h>
 

@@ -1,7 +1,7 @@
 // Shows what a listener tells, each report as a function that knows how to show itself, until
 // somebody wants the command to end.
-#ifndef VIMBRACTL_WATCH_HPP
-#define VIMBRACTL_WATCH_HPP
+#ifndef VIMBRA_TOOLS_VIMBRACTL_WATCH_HPP
+#define VIMBRA_TOOLS_VIMBRACTL_WATCH_HPP
 
 #include <chrono>
 #include <functional>

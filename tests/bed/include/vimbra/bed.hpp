@@ -22,8 +22,8 @@
 // Run each test under `vimbra-sandbox`, which gives it a /tmp, /etc and /dev/log of its own; the
 // fixed names in /tmp belong to the machine's real daemon otherwise, and the bed refuses to take
 // them from it.
-#ifndef VIMBRA_BED_HPP
-#define VIMBRA_BED_HPP
+#ifndef VIMBRA_TESTS_BED_HPP
+#define VIMBRA_TESTS_BED_HPP
 
 #include <chrono>
 #include <cstddef>
