@@ -28,8 +28,9 @@ class Ctl {
     std::vector<Json> Lines() const {
         std::vector<Json> lines;
         std::istringstream text(Out());
-        for (std::string line; std::getline(text, line);)
+        for (std::string line; std::getline(text, line);) {
             lines.push_back(Json::parse(line, nullptr, false));
+        }
         return lines;
     }
 

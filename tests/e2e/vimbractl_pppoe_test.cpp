@@ -57,8 +57,9 @@ TEST_F(CtlPppoe, OptionsReachTheDaemon) {
         const std::string seen = Pppd::Options(dials + 1);
         EXPECT_THAT(seen, HasSubstr("lcp-echo-interval 11\nlcp-echo-failure 13\n"));
         EXPECT_THAT(seen, HasSubstr("\ndefaultroute\n+ipv6\ndefaultroute6\ndebug\n"));
-        if (!watch.empty())
+        if (!watch.empty()) {
             ctl.Interrupt();
+        }
         EXPECT_EQ(0, ctl.Wait()) << ctl.Err();
         EXPECT_EQ(0, RunCtl("pppoe stop --family both").status);
     }

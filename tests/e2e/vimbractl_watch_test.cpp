@@ -70,8 +70,9 @@ TEST(CtlStat, RedrawsInPlaceOnATerminal) {
     Shell("script -qec '" VIMBRACTL_PATH " stat watch --count 3' /tmp/typescript >/dev/null");
     const std::string text = ReadFile("/tmp/typescript");
     size_t redrawn = 0;
-    for (size_t at = 0; (at = text.find("\033[2A", at)) != std::string::npos; ++at)
-        ++redrawn;
+    for (size_t at = 0; (at = text.find("\033[2A", at)) != std::string::npos; at++) {
+        redrawn++;
+    }
     EXPECT_EQ(2u, redrawn) << text;
 }
 
@@ -249,8 +250,9 @@ TEST_F(CtlDiag, PingGoesOnUntilCtrlC) {
 }
 
 TEST_F(CtlDiag, SeveralPingsOneAfterTheOther) {
-    for (int i = 0; i < 5; ++i)
+    for (int i = 0; i < 5; i++) {
         EXPECT_EQ(0, RunCtl("ping 192.0.2.2 --count 1").status);
+    }
 }
 
 TEST_F(CtlDiag, PingRefusals) {

@@ -30,7 +30,7 @@ EndWish::EndWish(int output) : output_(output) {
     signals_ = Checked(signalfd(-1, &wishes, SFD_CLOEXEC | SFD_NONBLOCK), "signals");
     pthread_sigmask(SIG_BLOCK, &wishes, &before_);
     // The stop has to be sent even when nobody reads the output any more.
-    pipe_before_ = signal(SIGPIPE, SIG_IGN);
+    pipeBefore_ = signal(SIGPIPE, SIG_IGN);
 }
 
 EndWish::~EndWish() {
@@ -38,7 +38,7 @@ EndWish::~EndWish() {
     while (read(signals_, &taken, sizeof(taken)) > 0) {
     }
     close(signals_);
-    signal(SIGPIPE, pipe_before_);
+    signal(SIGPIPE, pipeBefore_);
     pthread_sigmask(SIG_SETMASK, &before_, nullptr);
 }
 

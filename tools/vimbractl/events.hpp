@@ -6,6 +6,7 @@
 #include <signal.h>
 
 #include <chrono>
+#include <cstdint>
 #include <deque>
 #include <mutex>
 #include <optional>
@@ -30,7 +31,7 @@ class EndWish {
     int output_;
     int signals_ = -1;
     sigset_t before_{};
-    void (*pipe_before_)(int) = nullptr;
+    void (*pipeBefore_)(int) = nullptr;
 };
 
 enum class Woken { kEvent, kEnd, kTimeout };
@@ -90,6 +91,19 @@ class EventQueue {
     std::deque<Event> events_;
     Bell bell_;
 };
+
+// Shows each event as it comes, `count` of them or, if that is 0, any number, until the command is
+// to end or one cannot be written.
+template <typename Event, typename Show>
+void ShowEach(const EndWish& wish, uint32_t count, Show show) {
+    Woken woken;
+    for (uint32_t shown = 0; count == 0 || shown < count; shown++) {
+        const std::optional<Event> event = EventQueue<Event>::Instance().Next(wish, woken);
+        if (!event || !show(*event)) {
+            break;
+        }
+    }
+}
 
 }  // namespace ctl
 
