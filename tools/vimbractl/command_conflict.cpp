@@ -1,8 +1,10 @@
 #include <vimbra/common.h>
 #include <vimbra/ip_conflict.h>
 
+#include "api/api_network_common/ip_conflict_wire.hpp"
 #include "commands.hpp"
 #include "events.hpp"
+#include "take_over.hpp"
 
 namespace ctl {
 
@@ -17,10 +19,16 @@ struct Conflict {
 struct Arguments {
     u16 family = VIMBRA_FAMILY_BOTH;
     u32 count = 0;
+    bool takeOver = false;
 };
 
 void OnConflict(EVimbraConflictType type, TVimbraIfaceMac* mac, TVimbraAddr* address) {
     EventQueue<Conflict>::Instance().Post({type, *mac, *address});
+}
+
+const char* SocketOf(u16 family) {
+    return family == VIMBRA_FAMILY_IPV4 ? vimbra::wire::kConflictSocket
+                                        : vimbra::wire::kConflictSocketV6;
 }
 
 bool IsWatched(u16 family) {
@@ -81,21 +89,21 @@ class Watches {
 };
 
 void Watch(Tool& tool, const Arguments& arguments) {
+    std::vector<u16> families = {VIMBRA_FAMILY_IPV4, VIMBRA_FAMILY_IPV6};
+    if (arguments.family != VIMBRA_FAMILY_BOTH) {
+        families = {arguments.family};
+    }
+    for (const u16 family : families) {
+        ExpectFree(SocketOf(family), arguments.takeOver);
+    }
     const EndWish wish(tool.OutputDescriptor());
     tool.Call(VimbraInit);
     Watches watches(tool);
-    for (const u16 family : {VIMBRA_FAMILY_IPV4, VIMBRA_FAMILY_IPV6}) {
-        if (arguments.family == VIMBRA_FAMILY_BOTH || arguments.family == family) {
-            watches.Add(family);
-        }
+    for (const u16 family : families) {
+        watches.Add(family);
     }
-    Woken woken;
-    for (u32 shown = 0; arguments.count == 0 || shown < arguments.count; shown++) {
-        const auto conflict = EventQueue<Conflict>::Instance().Next(wish, woken);
-        if (!conflict || !Show(tool, *conflict)) {
-            break;
-        }
-    }
+    ShowEach<Conflict>(wish, arguments.count,
+                       [&](const Conflict& conflict) { return Show(tool, conflict); });
     watches.Stop();
 }
 
@@ -111,6 +119,7 @@ void AddConflictCommands(CLI::App& root, Tool& tool) {
                      Watch);
     AddFamilyArgument(watch, commands->family, kFamilyOrBoth, "Which, both by default");
     AddArgument(watch, "--count", commands->count, kNumber, "End after so many; 0 never");
+    AddTakeOverFlag(watch, commands->takeOver);
 }
 
 }  // namespace ctl

@@ -4,12 +4,16 @@
 
 #include <algorithm>
 
+#include "api/api_dhcpc/dhcpc_wire.hpp"
 #include "commands.hpp"
+#include "take_over.hpp"
 #include "watch.hpp"
 
 namespace ctl {
 
 namespace {
+
+namespace wire = vimbra::wire;
 
 // The daemon renews the lease of a client that runs when it is asked to start it.
 constexpr std::chrono::seconds kRenewal{30};
@@ -18,6 +22,7 @@ struct Arguments {
     InterfaceName interface;
     u16 family = VIMBRA_FAMILY_IPV4;
     bool watch = false;
+    bool takeOver = false;
 };
 
 void ShowReport(Tool& tool, u32 event, const VimbraDhcpcAddrInfo& info) {
@@ -65,6 +70,12 @@ bool Runs(Arguments& arguments) {
                 : GetServicePidFromCmdline(path, ipv6, interface)) > 0;
 }
 
+std::string SocketOf(const Arguments& arguments) {
+    const char* const start =
+        arguments.family == VIMBRA_FAMILY_IPV4 ? wire::kDhcpcSocketIpv4 : wire::kDhcpcSocketIpv6;
+    return std::string(start) + "_" + arguments.interface.text;
+}
+
 // Becomes the one that is told.
 void Listen(Tool& tool, Arguments& arguments) {
     VimbraInit();
@@ -75,6 +86,7 @@ void Listen(Tool& tool, Arguments& arguments) {
 
 void Start(Tool& tool, Arguments& arguments) {
     if (arguments.watch) {
+        ExpectFree(SocketOf(arguments), arguments.takeOver);
         Watch watch(tool);
         Listen(tool, arguments);
         watch.ShowAll();
@@ -102,6 +114,7 @@ void Lease(Tool& tool, Arguments& arguments) {
     if (!Runs(arguments)) {
         throw CommandFailed(ExitStatus::kNotSo, "no DHCP client runs on this interface");
     }
+    ExpectFree(SocketOf(arguments), arguments.takeOver);
     Watch watch(tool);
     Listen(tool, arguments);
     if (!watch.ShowOne(kRenewal)) {
@@ -130,20 +143,18 @@ void AddDhcpCommands(CLI::App& root, Tool& tool) {
         AddFamilyArgument(added, commands->family, kFamily, "Which one, ipv4 by default");
         return added;
     };
-    const char* const kWatch =
-        "Show every report until interrupted; an application that listens loses them";
+    const char* const about = "Show every report until interrupted";
 
     CLI::App& start =
         command({"start", "Start the DHCP client.", "dhcp start eth0 --watch"}, Start);
-    AddFlag(start, "--watch", commands->watch, kWatch);
+    AddFlag(start, "--watch", commands->watch, about);
+    AddTakeOverFlag(start, commands->takeOver);
     command({"stop", "Stop the DHCP client.", "dhcp stop eth0"}, Stop);
     command({"renew", "Renew the lease.", "dhcp renew eth0"}, Renew);
-    CLI::App& lease = command({"lease",
-                               "Renew the lease and show it; an application that listens loses its "
-                               "reports.",
-                               "dhcp lease eth0 --json"},
-                              Lease);
-    AddFlag(lease, "--watch", commands->watch, kWatch);
+    CLI::App& lease =
+        command({"lease", "Renew the lease and show it.", "dhcp lease eth0 --json"}, Lease);
+    AddFlag(lease, "--watch", commands->watch, about);
+    AddTakeOverFlag(lease, commands->takeOver);
     command({"state", "Does a DHCP client run?", "dhcp state eth0"}, State);
 }
 

@@ -3,30 +3,30 @@
 #include <cstdio>
 #include <cstring>
 
+#include "api/api_ntpc/ntpc_wire.hpp"
 #include "commands.hpp"
+#include "take_over.hpp"
 #include "watch.hpp"
 
 namespace ctl {
 
 namespace {
 
+namespace wire = vimbra::wire;
+
 struct Arguments {
     TVimbraAddr server = {};
     u32 interval = 0;
     u16 family = VIMBRA_FAMILY_IPV4;
     bool watch = false;
+    bool takeOver = false;
 };
 
 // The library asks the daemon to start a client only together with a listener, and to stop one only
-// in the process that has started it. What the daemon runs is everybody's.
-enum : u32 { kStart = 0x901, kStop = 0x902 };
-
-struct __attribute__((packed)) StartBody {
-    u16 family;
-    TVimbraAddr server;
-    u32 interval;
-};
-static_assert(sizeof(StartBody) == 26);
+// in the process that has started it. What the daemon runs is everybody's: it is asked directly.
+const char* SocketOf(u16 family) {
+    return family == VIMBRA_FAMILY_IPV4 ? wire::kNtpcSocketIpv4 : wire::kNtpcSocketIpv6;
+}
 
 std::string Seconds(s64 microseconds) {
     char text[32];
@@ -65,26 +65,20 @@ int TakeReport(u32 event, void* report) {
 
 void Start(Tool& tool, Arguments& arguments) {
     if (!arguments.watch) {
-        const StartBody body = {arguments.server.wSinFamily, arguments.server, arguments.interval};
-        tool.Request(kStart, &body, sizeof(body));
+        tool.Request(wire::kNtpcStart, wire::NtpcStartBody{arguments.server.wSinFamily,
+                                                           arguments.server, arguments.interval});
         tool.Done();
         return;
     }
+    ExpectFree(SocketOf(arguments.server.wSinFamily), arguments.takeOver);
     Watch watch(tool);
     VimbraInit();
     tool.Call([&] { return VimbraNtpcStart(arguments.server, arguments.interval, TakeReport); });
-    const auto stop = [&] { return VimbraNtpcStop(arguments.server.wSinFamily); };
-    try {
-        watch.ShowAll();
-    } catch (...) {
-        tool.Try(stop);
-        throw;
-    }
-    tool.Call(stop);
+    watch.ShowAllAndStop([&] { return VimbraNtpcStop(arguments.server.wSinFamily); });
 }
 
 void Stop(Tool& tool, Arguments& arguments) {
-    tool.Request(kStop, &arguments.family, sizeof(arguments.family));
+    tool.Request(wire::kNtpcStop, wire::NtpcStopBody{arguments.family});
     tool.Done();
 }
 
@@ -108,8 +102,8 @@ void AddNtpCommands(CLI::App& root, Tool& tool) {
     AddArgument(start, "--interval", commands->interval, kNumber,
                 "Between two questions, in seconds; 0, the default, leaves it to the daemon");
     AddFlag(start, "--watch", commands->watch,
-            "Show every report until interrupted, then stop the client; an application that "
-            "listens loses them");
+            "Show every report until interrupted, then stop the client");
+    AddTakeOverFlag(start, commands->takeOver);
 
     CLI::App& stop = commands.Add({"stop", "Stop a client.", "ntp stop --family ipv6"}, Stop);
     AddFamilyArgument(stop, commands->family, kFamily, "Which one, ipv4 by default");

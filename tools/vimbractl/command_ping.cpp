@@ -6,8 +6,10 @@
 #include <chrono>
 #include <cstdio>
 
+#include "api/api_ping/ping_wire.hpp"
 #include "commands.hpp"
 #include "events.hpp"
+#include "take_over.hpp"
 
 namespace ctl {
 
@@ -24,6 +26,7 @@ struct Arguments {
     u32 size = 0;
     u32 ttl = 0;
     u32 timeout = 0;
+    bool takeOver = false;
 };
 
 // What the companion daemon takes; it says itself what it does not.
@@ -133,6 +136,7 @@ std::chrono::milliseconds Patience(const Arguments& arguments) {
 }
 
 void Run(Tool& tool, const Arguments& arguments) {
+    ExpectFree(vimbra::wire::kPingSocket, arguments.takeOver);
     const EndWish wish(tool.OutputDescriptor());
     tool.Call(VimbraInit);
     const std::string host = AddressText(arguments.host);
@@ -185,6 +189,7 @@ void AddPingCommand(CLI::App& root, Tool& tool) {
     AddArgument(command, "--ttl", commands->ttl, kOption, "Time to live of the probes");
     AddArgument(command, "--timeout", commands->timeout, kOption,
                 "How long to wait for each answer in milliseconds, usually 1000");
+    AddTakeOverFlag(command, commands->takeOver);
 }
 
 }  // namespace ctl

@@ -3,24 +3,23 @@
 
 #include <algorithm>
 
+#include "api/api_pppoe/pppoe_wire.hpp"
 #include "commands.hpp"
 #include "password.hpp"
+#include "take_over.hpp"
 #include "watch.hpp"
 
 namespace ctl {
 
 namespace {
 
+namespace wire = vimbra::wire;
+
 // The library's start takes the events from an application that listens, and its stop only knows
 // what the process itself has started: these two are asked of the daemon.
-constexpr u32 kStart = 0x601;
-constexpr u32 kStop = 0x602;
-
-struct __attribute__((packed)) StartBody {
-    u16 family;
-    PppoeConfig config;
-};
-static_assert(sizeof(StartBody) == 811);
+const char* SocketOf(u16 family) {
+    return family == VIMBRA_FAMILY_IPV4 ? wire::kPppoeSocketIpv4 : wire::kPppoeSocketIpv6;
+}
 
 struct Arguments {
     InterfaceName interface;
@@ -33,6 +32,7 @@ struct Arguments {
     bool isDefaultRoute = false;
     bool debug = false;
     bool watch = false;
+    bool takeOver = false;
 };
 
 bool ParseUser(const std::string& text, std::string& user) {
@@ -71,19 +71,20 @@ TVimbraPppoeParam ParamOf(const Arguments& arguments) {
     return param;
 }
 
-StartBody BodyOf(u16 family, const TVimbraPppoeParam& param) {
-    StartBody body = {};
-    body.family = family;
-    std::ranges::copy(param.achUserName, body.config.username);
-    std::ranges::copy(param.achPassword, body.config.password);
-    std::ranges::copy(param.achDevName, body.config.devname);
-    body.config.auto_dial_enable = param.bAutoDialEnable;
-    body.config.default_route_enable = param.bDefaultRouteEnable;
-    body.config.debug = param.bDebug;
-    body.config.dial_retry_seconds = param.dwAutoDialInterval;
-    body.config.lcp_echo_interval = param.wLcpEchoSendInterval;
-    body.config.lcp_echo_failure = param.wLcpEchoRetryTimes;
-    body.config.maxfail = param.wDialRetryTimes;
+wire::PppoeStartBody BodyOf(u16 family, const TVimbraPppoeParam& param) {
+    wire::PppoeStartBody body = {};
+    PppoeConfig& config = body.tConfig;
+    body.wSinFamily = family;
+    std::ranges::copy(param.achUserName, config.username);
+    std::ranges::copy(param.achPassword, config.password);
+    std::ranges::copy(param.achDevName, config.devname);
+    config.auto_dial_enable = param.bAutoDialEnable;
+    config.default_route_enable = param.bDefaultRouteEnable;
+    config.debug = param.bDebug;
+    config.dial_retry_seconds = param.dwAutoDialInterval;
+    config.lcp_echo_interval = param.wLcpEchoSendInterval;
+    config.lcp_echo_failure = param.wLcpEchoRetryTimes;
+    config.maxfail = param.wDialRetryTimes;
     return body;
 }
 
@@ -135,10 +136,12 @@ void TakeEvent(u32 event, void* data, u32) {
 }
 
 void Start(Tool& tool, Arguments& arguments) {
+    if (arguments.watch) {
+        ExpectFree(SocketOf(arguments.family), arguments.takeOver);
+    }
     TVimbraPppoeParam param = ParamOf(arguments);
     if (!arguments.watch) {
-        const StartBody body = BodyOf(arguments.family, param);
-        tool.Request(kStart, &body, sizeof(body));
+        tool.Request(wire::kPppoeStart, BodyOf(arguments.family, param));
         tool.Done();
         return;
     }
@@ -146,18 +149,12 @@ void Start(Tool& tool, Arguments& arguments) {
     VimbraInit();
     tool.Call([&] { return VimbraPppoeStart(&param, arguments.family, TakeEvent); },
               kInterface.accepted);
-    const auto stop = [&] { return VimbraPppoeStop(arguments.interface.text, arguments.family); };
-    try {
-        watch.ShowAll();
-    } catch (...) {
-        tool.Try(stop);
-        throw;
-    }
-    tool.Call(stop);
+    watch.ShowAllAndStop(
+        [&] { return VimbraPppoeStop(arguments.interface.text, arguments.family); });
 }
 
 void Stop(Tool& tool, Arguments& arguments) {
-    tool.Request(kStop, &arguments.family, sizeof(arguments.family));
+    tool.Request(wire::kPppoeStop, wire::PppoeStopBody{arguments.family});
     tool.Done();
 }
 
@@ -190,9 +187,8 @@ void AddPppoeCommands(CLI::App& root, Tool& tool) {
                 "Unanswered ones before the link is lost, 3 by default");
     AddFlag(start, "--default-route", commands->isDefaultRoute, "Make it the default route");
     AddFlag(start, "--debug", commands->debug, "Let the PPP daemon log every packet");
-    AddFlag(start, "--watch", commands->watch,
-            "Show every event until interrupted, then hang up; an application that listens loses "
-            "them");
+    AddFlag(start, "--watch", commands->watch, "Show every event until interrupted, then hang up");
+    AddTakeOverFlag(start, commands->takeOver);
 
     CLI::App& stop = commands.Add(
         {"stop", "Hang up, whoever has dialled.", "pppoe stop\npppoe stop --family both"}, Stop);

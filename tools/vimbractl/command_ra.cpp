@@ -3,8 +3,10 @@
 
 #include <algorithm>
 
+#include "api/api_route/api_route/router_notify_wire.hpp"
 #include "commands.hpp"
 #include "events.hpp"
+#include "take_over.hpp"
 
 namespace ctl {
 
@@ -13,6 +15,7 @@ namespace {
 struct Arguments {
     InterfaceName interface;
     u32 count = 0;
+    bool takeOver = false;
 };
 
 void OnAdvertisement(TVimbraRouterAdCb* notification) {
@@ -37,17 +40,13 @@ bool Show(Tool& tool, const TVimbraRouterAdCb& notification) {
 }
 
 void Watch(Tool& tool, Arguments& arguments) {
+    ExpectFree(vimbra::wire::kRouterNotifySocket, arguments.takeOver);
     const EndWish wish(tool.OutputDescriptor());
     tool.Call(VimbraInit);
     tool.Call(
         [&] { return VimbraRouterAdvertiseStart(arguments.interface.text, OnAdvertisement); });
-    Woken woken;
-    for (u32 shown = 0; arguments.count == 0 || shown < arguments.count; shown++) {
-        const auto notification = EventQueue<TVimbraRouterAdCb>::Instance().Next(wish, woken);
-        if (!notification || !Show(tool, *notification)) {
-            break;
-        }
-    }
+    ShowEach<TVimbraRouterAdCb>(wish, arguments.count,
+                                [&](const auto& notification) { return Show(tool, notification); });
     tool.Call([&] { return VimbraRouterAdvertiseStop(arguments.interface.text); });
 }
 
@@ -62,6 +61,7 @@ void AddRaCommands(CLI::App& root, Tool& tool) {
         Watch);
     AddInterfaceArgument(watch, commands->interface);
     AddArgument(watch, "--count", commands->count, kNumber, "End after so many; 0 never");
+    AddTakeOverFlag(watch, commands->takeOver);
 }
 
 }  // namespace ctl

@@ -4,8 +4,10 @@
 #include <chrono>
 #include <cstdio>
 
+#include "api/api_network_common/stat_wire.hpp"
 #include "commands.hpp"
 #include "events.hpp"
+#include "take_over.hpp"
 
 namespace ctl {
 
@@ -21,6 +23,7 @@ struct Report {
 struct Arguments {
     u32 interval = 1;
     u32 count = 0;
+    bool takeOver = false;
 };
 
 bool ParseInterval(const std::string& text, u32& seconds) {
@@ -140,20 +143,16 @@ class Table {
 };
 
 void Watch(Tool& tool, const Arguments& arguments) {
+    ExpectFree(vimbra::wire::kStatSocket, arguments.takeOver);
     const EndWish wish(tool.OutputDescriptor());
     tool.Call(
         [&] { return VimbraStatNotifyCallbackReg(static_cast<int>(arguments.interval), OnReport); },
         kInterval.accepted);
     Table table(tool);
     Report before;
-    Woken woken;
-    for (u32 shown = 0; arguments.count == 0 || shown < arguments.count; shown++) {
-        const auto report = EventQueue<Report>::Instance().Next(wish, woken);
-        if (!report || !table.Show(*report, before)) {
-            break;
-        }
-        before = *report;
-    }
+    ShowEach<Report>(wish, arguments.count, [&](const Report& report) {
+        return table.Show(report, std::exchange(before, report));
+    });
     tool.Call(VimbraStatStop);
 }
 
@@ -168,6 +167,7 @@ void AddStatCommands(CLI::App& root, Tool& tool) {
                      Watch);
     AddArgument(watch, "--interval", commands->interval, kInterval, "Between two reports");
     AddArgument(watch, "--count", commands->count, kNumber, "End after so many; 0 never");
+    AddTakeOverFlag(watch, commands->takeOver);
 }
 
 }  // namespace ctl

@@ -6,8 +6,10 @@
 #include <cstdio>
 #include <cstring>
 
+#include "api/api_traceroute/traceroute_wire.hpp"
 #include "commands.hpp"
 #include "events.hpp"
+#include "take_over.hpp"
 
 namespace ctl {
 
@@ -21,6 +23,7 @@ struct Hop {
 struct Arguments {
     TVimbraAddr host = {};
     u32 hops = 0;
+    bool takeOver = false;
 };
 
 // The companion daemon's events.
@@ -107,6 +110,7 @@ bool Show(Tool& tool, const Hop& hop) {
 }
 
 void Run(Tool& tool, const Arguments& arguments) {
+    ExpectFree(vimbra::wire::kTracerouteSocket, arguments.takeOver);
     const EndWish wish(tool.OutputDescriptor());
     tool.Call(VimbraInit);
     const std::string host = AddressText(arguments.host);
@@ -163,6 +167,7 @@ void AddTracerouteCommand(CLI::App& root, Tool& tool) {
         Run);
     AddArgument(command, "host", commands->host, kIpv4Address, "The host").Required();
     AddArgument(command, "--hops", commands->hops, kHops, "The highest hop, usually 30");
+    AddTakeOverFlag(command, commands->takeOver);
 }
 
 }  // namespace ctl

@@ -8,6 +8,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 #include "json.hpp"
 #include "library_log.hpp"
@@ -45,7 +46,11 @@ class Tool {
     std::optional<Failure> Try(const std::function<s32()>& call, std::string_view accepted = {});
 
     // A request that no call of the library makes alone; it is answered with a result code.
-    void Request(u32 type, const void* body, size_t size);
+    template <typename Body>
+    void Request(u32 type, const Body& body) {
+        static_assert(std::is_trivially_copyable_v<Body>);
+        Request(type, &body, sizeof(body));
+    }
 
     // The command's output, in the form that was asked for.
     void Show(const std::string& text, const Json& record);
@@ -64,6 +69,8 @@ class Tool {
     void Finish();
 
  private:
+    void Request(u32 type, const void* body, size_t size);
+
     LibraryLog& log_;
 };
 

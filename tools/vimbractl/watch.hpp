@@ -30,6 +30,17 @@ class Watch {
         }
     }
 
+    // The same; then `stop` ends what reports, also when the output could not be written.
+    void ShowAllAndStop(const std::function<s32()>& stop) {
+        try {
+            ShowAll();
+        } catch (...) {
+            tool_.Try(stop);
+            throw;
+        }
+        tool_.Call(stop);
+    }
+
     // Shows the next report; false when none came in time, or when the command is to end.
     bool ShowOne(std::chrono::seconds patience) { return Show(patience); }
 
