@@ -56,9 +56,13 @@ constexpr char kLease[] =
     "eth0: 192.0.2.100/25, gateway 192.0.2.1, for 3600 s, DNS 192.0.2.53, DNS 192.0.2.54\n";
 
 Json LeaseRecord() {
-    return Json{{"interface", "eth0"},         {"event", "lease"},
-                {"address", "192.0.2.100/25"}, {"gateway", "192.0.2.1"},
-                {"lease_time", 3600},          {"dns", {"192.0.2.53", "192.0.2.54"}}};
+    return Json{{"interface", "eth0"},
+                {"event", "lease"},
+                {"address", "192.0.2.100"},
+                {"prefix", 25},
+                {"gateway", "192.0.2.1"},
+                {"lease_time", 3600},
+                {"dns", {"192.0.2.53", "192.0.2.54"}}};
 }
 
 // ---- The client

@@ -108,7 +108,7 @@ TEST_F(CtlPppoe, WatchInJson) {
                                               {"address", "198.51.100.7"},
                                               {"peer", "198.51.100.1"},
                                               {"dns", none}},
-                                         Json{{"event", "lost"}}, Json{{"event", "no link"}},
+                                         Json{{"event", "lost"}}, Json{{"event", "no-link"}},
                                          Json{{"event", "stopped"}}));
 }
 

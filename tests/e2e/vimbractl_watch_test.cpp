@@ -59,8 +59,8 @@ TEST(CtlStat, JsonHasALineForEachReport) {
     ASSERT_EQ(2u, done.lines.size()) << done.out;
     const Json first = done.lines[0].at("interfaces").at(0);
     EXPECT_EQ("eth1", first.at("interface"));
-    EXPECT_TRUE(first.at("sentPerSecond").is_null());
-    EXPECT_TRUE(done.lines[1].at("interfaces").at(0).at("sentPerSecond").is_number());
+    EXPECT_TRUE(first.at("sent_per_second").is_null());
+    EXPECT_TRUE(done.lines[1].at("interfaces").at(0).at("sent_per_second").is_number());
     EXPECT_GE(done.lines[1].at("interfaces").at(0).at("sent"), first.at("sent"));
 }
 
@@ -224,7 +224,7 @@ TEST_F(CtlDiag, PingInJson) {
     EXPECT_GT(done.lines[0].at("ms"), 0.0);
     EXPECT_LT(done.lines[0].at("ms"), 30000.0);
     EXPECT_EQ(1, done.lines[1].at("summary").at("received"));
-    EXPECT_EQ(0, done.lines[1].at("summary").at("lossPercent"));
+    EXPECT_EQ(0, done.lines[1].at("summary").at("loss_percent"));
 }
 
 TEST_F(CtlDiag, PingTellsWhyThereIsNoAnswer) {
@@ -237,7 +237,7 @@ TEST_F(CtlDiag, PingTellsWhyThereIsNoAnswer) {
     done = RunCtl("ping 198.51.100.1 --count 1 --json");
     EXPECT_EQ(5, done.status);
     EXPECT_EQ("unreachable", done.lines.at(0).at("result"));
-    EXPECT_TRUE(done.lines.at(1).at("summary").at("avgMs").is_null());
+    EXPECT_TRUE(done.lines.at(1).at("summary").at("avg_ms").is_null());
 }
 
 TEST_F(CtlDiag, PingGoesOnUntilCtrlC) {

@@ -31,13 +31,11 @@ void ShowReport(Tool& tool, u32 event, const VimbraDhcpcAddrInfo& info) {
         tool.ShowLine(name + ": no lease", Json{{"interface", name}, {"event", "failure"}});
         return;
     }
-    const std::string address = AddressText(info.tIpAddrs) + "/" + std::to_string(info.dwIpPrefix);
-    std::string text = name + ": " + address;
-    Json record = {{"interface", name},
-                   {"event", "lease"},
-                   {"address", address},
-                   {"gateway", nullptr},
-                   {"lease_time", info.dwLeaseTime}};
+    const std::string address = AddressText(info.tIpAddrs);
+    std::string text = name + ": " + address + "/" + std::to_string(info.dwIpPrefix);
+    Json record = {{"interface", name},  {"event", "lease"},
+                   {"address", address}, {"prefix", info.dwIpPrefix},
+                   {"gateway", nullptr}, {"lease_time", info.dwLeaseTime}};
     if (!IsZero(info.tGateWay)) {
         record.Set("gateway", AddressText(info.tGateWay));
         text += ", gateway " + AddressText(info.tGateWay);

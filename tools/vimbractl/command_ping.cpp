@@ -90,15 +90,15 @@ class Summary {
         std::string text = "\n--- " + host + " ping statistics ---\n" + std::to_string(probes_) +
                            " packets transmitted, " + std::to_string(answers_) + " received, " +
                            std::to_string(loss) + "% packet loss";
-        Json record = {{"host", host},        {"transmitted", probes_}, {"received", answers_},
-                       {"lossPercent", loss}, {"minMs", nullptr},       {"avgMs", nullptr},
-                       {"maxMs", nullptr}};
+        Json record = {{"host", host},         {"transmitted", probes_}, {"received", answers_},
+                       {"loss_percent", loss}, {"min_ms", nullptr},      {"avg_ms", nullptr},
+                       {"max_ms", nullptr}};
         if (answers_ != 0) {
             text += "\nrtt min/avg/max = " + Milliseconds(least_) + "/" +
                     Milliseconds(sum_ / answers_) + "/" + Milliseconds(most_) + " ms";
-            record.Set("minMs", least_ / 1000);
-            record.Set("avgMs", sum_ / answers_ / 1000);
-            record.Set("maxMs", most_ / 1000);
+            record.Set("min_ms", least_ / 1000);
+            record.Set("avg_ms", sum_ / answers_ / 1000);
+            record.Set("max_ms", most_ / 1000);
         }
         return tool.ShowLine(text, Json{{"summary", record}});
     }

@@ -115,7 +115,7 @@ struct EventText {
 // As the companion daemon means them: the library leaves that to the daemon.
 constexpr EventText kEvents[] = {
     {VIMBRA_PPPOE_EVENT_2, "lost", "the link is lost"},
-    {VIMBRA_PPPOE_EVENT_3, "no link", "no link: nobody answers, or there is no agreement"},
+    {VIMBRA_PPPOE_EVENT_3, "no-link", "no link: nobody answers, or there is no agreement"},
     {VIMBRA_PPPOE_EVENT_4, "refused", "the user name or the password is refused"},
     {VIMBRA_PPPOE_EVENT_STOPPED, "stopped", "stopped: not dialled any more"},
 };

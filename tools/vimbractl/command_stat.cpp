@@ -96,8 +96,8 @@ class Table {
             interfaces.Append({{"interface", name},
                                {"sent", each.dwBandSended},
                                {"received", each.dwBandRecved},
-                               {"sentPerSecond", OrNull(sent)},
-                               {"receivedPerSecond", OrNull(received)}});
+                               {"sent_per_second", OrNull(sent)},
+                               {"received_per_second", OrNull(received)}});
             char start[16];
             snprintf(start, sizeof(start), "%-10s", name.c_str());
             lines.push_back(start + Cell(OrDash(sent)) + Cell(OrDash(received)) +

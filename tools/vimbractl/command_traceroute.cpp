@@ -102,8 +102,8 @@ bool Show(Tool& tool, const Hop& hop) {
         record.Set("ms", info.nTripTime / 1000.0);
         if (hop.event == kUnreachable) {
             text += Mark(info);
-            record.Set("icmpType", info.nErrType);
-            record.Set("icmpCode", info.nErrCode);
+            record.Set("icmp_type", info.nErrType);
+            record.Set("icmp_code", info.nErrCode);
         }
     }
     return tool.ShowLine(text, record);

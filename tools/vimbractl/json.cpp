@@ -39,8 +39,8 @@ Json& Json::operator=(Json other) noexcept {
     return *this;
 }
 
-void Json::Set(const char* name, const Json& value) {
-    value_->json[name] = value.value_->json;
+void Json::Set(FieldName name, const Json& value) {
+    value_->json[name.Text()] = value.value_->json;
 }
 
 void Json::Append(const Json& value) {

@@ -11,6 +11,29 @@
 
 namespace ctl {
 
+// How fields are named, in all commands alike: words of small letters and digits, joined by
+// underscores. The compiler refuses any other name.
+class FieldName {
+ public:
+    consteval FieldName(const char* text) : text_(text) {
+        if (*text < 'a' || *text > 'z') {
+            throw "a field's name begins with a small letter";
+        }
+        for (; *text != '\0'; text++) {
+            const bool isLetter = *text >= 'a' && *text <= 'z';
+            const bool isDigit = *text >= '0' && *text <= '9';
+            if (!isLetter && !isDigit && *text != '_') {
+                throw "a field's name is written like_this";
+            }
+        }
+    }
+
+    constexpr const char* Text() const { return text_; }
+
+ private:
+    const char* text_;
+};
+
 struct JsonField;
 
 class Json {
@@ -34,7 +57,7 @@ class Json {
     ~Json();
 
     // A field of an object, added behind the others or replaced.
-    void Set(const char* name, const Json& value);
+    void Set(FieldName name, const Json& value);
     // The next element of an array.
     void Append(const Json& value);
 
@@ -59,7 +82,7 @@ class Json {
 };
 
 struct JsonField {
-    const char* name;
+    FieldName name;
     Json value;
 };
 
