@@ -89,6 +89,38 @@ TEST_F(CtlRoute, MetricSendsTheRouteOnce) {
     ExpectRefused("route metric 198.51.100.0/24", "metric is required");
 }
 
+TEST_F(CtlRoute, DefaultIsTheNetworkOfAllAddresses) {
+    const Route ipv4 = {2, "0.0.0.0", 0, "192.0.2.1"};
+    const Route ipv6 = {10, "::", 0, "fe80::1", "eth0"};
+    EXPECT_EQ(Named(ipv4), Sent("route add default --via 192.0.2.1", kRouteAdd));
+    EXPECT_EQ(Named(ipv4), Sent("route del default --via 192.0.2.1 -4", kRouteDel));
+    EXPECT_EQ(Named(ipv6), Sent("route add default --via fe80::1 --interface eth0", kRouteAdd));
+    // Without a gateway the family has to be said, or is IPv4.
+    EXPECT_EQ(Named({2, "0.0.0.0", 0}), Sent("route add default", kRouteAdd));
+    EXPECT_EQ(Named({10, "::", 0, "::"}), Sent("-6 route add default", kRouteAdd));
+    EXPECT_EQ(Packed({10, "::", 0, "::", "", 7}), Sent("route metric default 7 -6", kRouteMetric));
+    ExpectRefused("route add default -6 --via 192.0.2.1", "sinFamily is differ");
+    ExpectRefused("route add 192.0.2.0/24 -6", "destination: 192.0.2.0 is not ipv6");
+    ExpectRefused("route add Default", "accepted: a network such as 198.51.100.0/24 or");
+}
+
+TEST_F(CtlRoute, ShowCallsADefaultRouteSo) {
+    daemon_.On(kRouteList, Answer::Body(Pack()
+                                            .S32(0)
+                                            .U32(4)
+                                            .Add(Packed({2, "0.0.0.0", 0}).Get())
+                                            .Add(Packed({10, "::", 0, "fe80::1", "eth0"}).Get())
+                                            .Add(Packed({10, "::", 0, "::", "eth1"}).Get())
+                                            .Add(Packed({2, "128.0.0.0", 0}).Get())
+                                            .FillTo(648)));
+    EXPECT_EQ(
+        "default  -  metric 0\n"
+        "default  via fe80::1  eth0  metric 0\n"
+        "::/0  eth1  metric 0\n"
+        "128.0.0.0/0  -  metric 0\n",
+        Ctl("route show").out);
+}
+
 TEST_F(CtlRoute, WhatTheLibraryRefusesIsTold) {
     ExpectRefused("route add 198.51.100.0/24 --via 2001:db8::1",
                   "route add: 1105 (invalid argument): tDestIpNet and tDestGateWay sinFamily is "
@@ -133,7 +165,7 @@ TEST_F(CtlRoute, ShowPrintsTheRoutes) {
                          .Add(Packed({10, "2001:db8::", 32, "fe80::1", "eth1", 255}).Get())
                          .FillTo(648)));
     EXPECT_EQ(
-        "0.0.0.0/0  via 192.0.2.1  eth0  metric 5\n"
+        "default  via 192.0.2.1  eth0  metric 5\n"
         "192.0.2.0/24  sixteen-letters-  metric 0\n"
         "2001:db8::/32  via fe80::1  eth1  metric 255\n",
         Ctl("route show").out);

@@ -95,6 +95,46 @@ TEST(CtlUsage, AnUnknownCommandIsNamedAndTheCommandsAreTold) {
         unknown.err);
 }
 
+TEST(CtlUsage, ACommandMayBeAbbreviatedAsLongAsOneIsMeant) {
+    ScriptedDaemon daemon;
+    daemon.On(kMtuGet, Answer::Body(Pack().S32(0).U32(1400)));
+    EXPECT_EQ("1400\n", Ctl("mt sh eth0").out);
+    EXPECT_EQ(1400, Ctl("-j mt sh eth0").Json().value("mtu", 0));
+    // One that is spelt out is meant, although others begin so.
+    EXPECT_THAT(Ctl("dhcp --help").out, HasSubstr("Usage: vimbractl dhcp [options]"));
+    EXPECT_EQ("mtu set", Ctl("mt se eth0 x -j").Error().value("command", ""));
+}
+
+TEST(CtlUsage, AnAbbreviationOfSeveralCommandsIsRefused) {
+    const Outcome several = Ctl("ro sh");
+    EXPECT_THAT(several.err, Not(HasSubstr("short for")));
+    const Outcome top = Ctl("r show");
+    EXPECT_EQ(2, top.status);
+    EXPECT_EQ("vimbractl: \"r\" is short for several commands: route, rule, ra\n", top.err);
+    const Outcome below = Ctl("--json addr s");
+    EXPECT_EQ(2, below.status);
+    EXPECT_EQ("\"s\" is short for several commands: show, set", below.Error().value("message", ""));
+}
+
+TEST(CtlUsage, FamiliesHaveShortOptions) {
+    ScriptedDaemon daemon;
+    constexpr uint32_t kAddrGet = 277;
+    daemon.On(kAddrGet, Answer::Body(Pack().FillTo(456)));
+    const std::pair<const char*, int> lines[] = {
+        {"addr show eth0 -4", 2}, {"-6 addr show eth0", 10}, {"addr -6 show eth0", 10}};
+    for (const auto& [words, family] : lines) {
+        daemon.Forget();
+        EXPECT_EQ(0, Ctl(words).status) << words;
+        EXPECT_EQ(family, daemon.Requests(kAddrGet).at(0).body.U16(0)) << words;
+    }
+    daemon.Forget();
+    for (const char* words : {"addr show eth0 -4 -6", "addr show eth0 -4 --family ipv6",
+                              "-6 link show", "-4 version"}) {
+        EXPECT_EQ(2, Ctl(words).status) << words;
+    }
+    EXPECT_TRUE(daemon.Requests().empty());
+}
+
 TEST(CtlUsage, AMissingArgumentIsNamed) {
     const Outcome missing = Ctl("mtu set eth0");
     EXPECT_EQ(2, missing.status);
@@ -287,6 +327,14 @@ TEST(CtlVersion, ShowsTheLibrarysText) {
     EXPECT_EQ("2.0.3", json.value("version", ""));
     EXPECT_TRUE(json.at("build").is_number_unsigned());
     EXPECT_EQ(version.out, json.value("text", "") + "\n");
+}
+
+TEST(CtlVersion, IsAnOptionToo) {
+    const std::string version = Ctl("version --json").Json().value("version", "");
+    EXPECT_EQ("vimbractl " + version + "\n", Ctl("--version").out);
+    EXPECT_EQ("vimbractl " + version + "\n", Ctl("-V").out);
+    EXPECT_EQ(version, Ctl("--json --version").Json().value("version", ""));
+    EXPECT_EQ(0, Ctl("--version").status);
 }
 
 TEST(CtlCodes, TellsEachResultInWords) {

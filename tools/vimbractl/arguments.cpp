@@ -18,10 +18,11 @@ namespace {
 // the kernel, and would reach another interface with it.
 bool ParseInterface(const std::string& text, InterfaceName& name) {
     constexpr size_t kLongest = VIMBRA_IFACE_NAME_LEN - 1;
-    const bool valid = !text.empty() && text.size() <= kLongest && text != "." && text != ".." &&
-                       std::none_of(text.begin(), text.end(), [](unsigned char c) {
-                           return c <= ' ' || c == '/' || c == ':' || c == 0x7f;
-                       });
+    // What begins with a hyphen is a mistaken option.
+    const bool valid =
+        !text.empty() && text.size() <= kLongest && text != "." && text != ".." && text[0] != '-' &&
+        std::none_of(text.begin(), text.end(),
+                     [](unsigned char c) { return c <= ' ' || c == '/' || c == ':' || c == 0x7f; });
     if (valid) {
         memcpy(name.text, text.data(), text.size());
     }
@@ -72,6 +73,14 @@ bool ParsePrefixed(const std::string& text, Prefixed& prefixed) {
         return false;
     }
     return prefixed.prefix <= (prefixed.address.wSinFamily == VIMBRA_FAMILY_IPV4 ? 32U : 128U);
+}
+
+bool ParseNetwork(const std::string& text, Prefixed& prefixed) {
+    if (text == "default") {
+        prefixed = {};
+        return true;
+    }
+    return ParsePrefixed(text, prefixed);
 }
 
 bool ParseIpv4Network(const std::string& text, Prefixed& prefixed) {
@@ -127,8 +136,8 @@ const Kind<TVimbraAddr> kAddress = {"an address such as 192.0.2.1 or 2001:db8::1
 const Kind<TVimbraAddr> kIpv4Address = {"an IPv4 address such as 192.0.2.1", ParseIpv4Address};
 const Kind<Prefixed> kPrefixed = {
     "an address and its prefix length such as 192.0.2.1/24 or 2001:db8::1/64", ParsePrefixed};
-const Kind<Prefixed> kNetwork = {"a network such as 198.51.100.0/24, 2001:db8:1::/48 or 0.0.0.0/0",
-                                 ParsePrefixed};
+const Kind<Prefixed> kNetwork = {"a network such as 198.51.100.0/24 or 2001:db8:1::/48, or default",
+                                 ParseNetwork};
 const Kind<Prefixed> kIpv4Network = {"IPv4 with a prefix length such as 192.0.2.0/24",
                                      ParseIpv4Network};
 const Kind<u16> kFamily = {"ipv4 or ipv6", ParseFamily};

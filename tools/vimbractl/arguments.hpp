@@ -41,7 +41,7 @@ extern const Kind<TVimbraIfaceMac> kMac;
 extern const Kind<TVimbraAddr> kAddress;
 extern const Kind<TVimbraAddr> kIpv4Address;
 extern const Kind<Prefixed> kPrefixed;
-extern const Kind<Prefixed> kNetwork;
+extern const Kind<Prefixed> kNetwork;  // "default" is the empty one, of no family yet
 extern const Kind<Prefixed> kIpv4Network;
 extern const Kind<u16> kFamily;        // ipv4, ipv6
 extern const Kind<u16> kFamilyOrBoth;  // ipv4, ipv6, both

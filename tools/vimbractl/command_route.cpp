@@ -12,7 +12,8 @@ struct Arguments {
     InterfaceName interface;
     u32 metric = 0;
     std::optional<u32> table;
-    u16 family = VIMBRA_FAMILY_BOTH;
+    u16 shown = VIMBRA_FAMILY_BOTH;
+    std::optional<u16> family;
 };
 
 constexpr const char* kAccepted = "a destination and a gateway of one family, a metric of 0 to 255";
@@ -20,11 +21,37 @@ constexpr const char* kAccepted = "a destination and a gateway of one family, a 
 // The library says which numbers are too large.
 const Kind<u32> kMetric = {"a number, 0 to 255", ParseNumber};
 
+// That of a default route is said by itself, or by its gateway.
+u16 FamilyOf(const Arguments& arguments) {
+    const u16 destination = arguments.destination.address.wSinFamily;
+    if (destination != 0 && arguments.family && *arguments.family != destination) {
+        throw CommandFailed(ExitStatus::kUsage,
+                            "destination: " + AddressText(arguments.destination.address) +
+                                " is not " + FamilyText(*arguments.family));
+    }
+    if (destination != 0 || arguments.family) {
+        return arguments.family.value_or(destination);
+    }
+    const u16 gateway = arguments.gateway.wSinFamily;
+    return gateway != 0 ? gateway : u16{VIMBRA_FAMILY_IPV4};
+}
+
+// As people say it. Without a gateway an IPv6 one would look like IPv4's.
+std::string DestinationText(const TVimbraIpRouteParam& route) {
+    const bool isIpv4 = route.tDestIpNet.wSinFamily == VIMBRA_FAMILY_IPV4;
+    if (route.dwPrefix == 0 && IsZero(route.tDestIpNet) &&
+        (isIpv4 || !IsZero(route.tDestGateWay))) {
+        return "default";
+    }
+    return AddressText(route.tDestIpNet) + "/" + std::to_string(route.dwPrefix);
+}
+
 TVimbraIpRouteParam Record(const Arguments& arguments) {
     TVimbraIpRouteParam record = {};
     // The field is not terminated where the name fills it.
     std::copy_n(arguments.interface.text, sizeof(record.achIfaceName), record.achIfaceName);
     record.tDestIpNet = arguments.destination.address;
+    record.tDestIpNet.wSinFamily = FamilyOf(arguments);
     record.dwPrefix = arguments.destination.prefix;
     record.tDestGateWay = arguments.gateway;
     // No gateway is an all-zero one, of the destination's family.
@@ -65,7 +92,7 @@ void ChangeMetric(Tool& tool, Arguments& arguments) {
 
 void Show(Tool& tool, Arguments& arguments) {
     TVimbraAllIpRouteInfo all = {};
-    tool.Call([&] { return VimbraGetAllIpRoute(arguments.family, &all); });
+    tool.Call([&] { return VimbraGetAllIpRoute(arguments.shown, &all); });
     std::string text;
     Json routes = Json::Array();
     for (u32 i = 0; i < std::min<u32>(all.dwIpRouteNum, VIMBRA_ROUTE_MAX); i++) {
@@ -78,7 +105,7 @@ void Show(Tool& tool, Arguments& arguments) {
                       {"gateway", nullptr},
                       {"interface", interface},
                       {"metric", one.dwRoutePri}};
-        text += destination + "/" + std::to_string(one.dwPrefix);
+        text += DestinationText(one);
         if (!IsZero(one.tDestGateWay)) {
             route.Set("gateway", AddressText(one.tDestGateWay));
             text += "  via " + AddressText(one.tDestGateWay);
@@ -102,16 +129,19 @@ void AddRouteCommands(CLI::App& root, Tool& tool) {
         AddArgument(added, "--via", commands->gateway, kAddress, "The gateway; none by default");
         AddArgument(added, "--interface", commands->interface, kInterface,
                     "The interface that it leaves by; left to the daemon by default");
+        AddFamilyArgument(added, commands->family, kFamily,
+                          "That of default; by default its gateway's, or ipv4");
     };
 
     CLI::App& show = commands.Add({"show", "Show the routes of the main table, 10 of them at most.",
                                    "route show\nroute show --family ipv6 --json"},
                                   Show);
-    AddFamilyArgument(show, commands->family, kFamilyOrBoth, "Which ones, both by default");
+    AddFamilyArgument(show, commands->shown, kFamilyOrBoth, "Which ones, both by default");
 
     CLI::App& add =
         commands.Add({"add", "Add a route.",
                       "route add 198.51.100.0/24 --via 192.0.2.1\n"
+                      "route add default --via 192.0.2.1\n"
                       "route add 2001:db8:1::/48 --interface eth0 --metric 10 --table 100"},
                      Add);
     route(add);

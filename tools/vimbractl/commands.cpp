@@ -69,6 +69,16 @@ void AddFlag(CLI::App& command, const char* name, bool& target, const char* abou
     command.add_flag(name, target, about);
 }
 
+void AddFamilyFlags(CLI::App& command, const std::function<void(u16 family)>& take) {
+    CLI::Option* const named = command.get_option("--family");
+    CLI::Option* const four = command.add_flag_callback(
+        "-4", [take] { take(VIMBRA_FAMILY_IPV4); }, "The same as --family ipv4");
+    CLI::Option* const six = command.add_flag_callback(
+        "-6", [take] { take(VIMBRA_FAMILY_IPV6); }, "The same as --family ipv6");
+    four->excludes(named)->excludes(six);
+    six->excludes(named);
+}
+
 void AddInterfaceArgument(CLI::App& command, InterfaceName& name) {
     AddArgument(command, "interface", name, kInterface, "The interface").Required();
 }

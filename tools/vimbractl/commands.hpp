@@ -59,11 +59,15 @@ class Commands {
 // An option without a value. `target` outlives the command.
 void AddFlag(CLI::App& command, const char* name, bool& target, const char* about);
 
+// -4 and -6 for a command that has --family.
+void AddFamilyFlags(CLI::App& command, const std::function<void(u16 family)>& take);
+
 // Which family a command is about.
 template <typename Target>
 void AddFamilyArgument(CLI::App& command, Target& target, const Kind<u16>& kind,
                        const char* about) {
     AddArgument(command, "--family", target, kind, about);
+    AddFamilyFlags(command, [&target](u16 family) { target = family; });
 }
 
 // The interface that a command acts on, its first argument.

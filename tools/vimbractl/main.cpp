@@ -2,11 +2,13 @@
 #include <vimbra/log.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <exception>
 #include <sstream>
 
+#include "command_line.hpp"
 #include "commands.hpp"
 #include "exit_status.hpp"
 #include "tool.hpp"
@@ -104,7 +106,7 @@ std::string Joined(const std::string& program, const std::string& command) {
 
 Failure UsageFailure(const CLI::App& root, const CLI::ParseError& error) {
     const CLI::App& command = Deepest(root);
-    const auto following = command.get_subcommands([](const CLI::App*) { return true; });
+    const auto following = CommandsBelow(command);
     std::string message = error.what();
     if (!following.empty() && error.get_name() != "ValidationError") {
         const std::vector<std::string> rest = command.remaining();
@@ -136,11 +138,10 @@ void Report(const Failure& failure, const std::string& command, bool json) {
     fprintf(stderr, "%s\n", Json{{"error", error}}.Text().c_str());
 }
 
-int Run(int argc, char** argv, LibraryLog& log) {
-    Tool tool(log);
-    CLI::App root(kAbout, "vimbractl");
+void Describe(CLI::App& root, Tool& tool) {
     root.formatter(std::make_shared<HelpFormat>());
     root.set_help_flag("-h,--help", "Print this help");
+    root.set_version_flag("-V,--version", VIMBRACTL_VERSION, "Print the version");
     root.add_flag("-j,--json", tool.json, "Print JSON, errors included");
     root.add_flag("-v,--verbose", tool.verbose, "Show the library's log on standard error");
     for (const AddGroup add : Groups()) {
@@ -148,19 +149,38 @@ int Run(int argc, char** argv, LibraryLog& log) {
     }
     root.require_subcommand(1);
     for (CLI::App* group : root.get_subcommands([](const CLI::App*) { return true; })) {
-        if (!group->get_subcommands([](const CLI::App*) { return true; }).empty()) {
+        if (!CommandsBelow(*group).empty()) {
             group->require_subcommand(1);
         }
     }
-    root.footer("'vimbractl COMMAND --help' explains a command, with an example.\n\n" +
-                ExitStatusHelp());
+    root.footer(
+        "A command may be abbreviated as long as one is meant.\n"
+        "'vimbractl COMMAND --help' explains a command, with an example.\n\n" +
+        ExitStatusHelp());
+}
+
+// Throws what the parser and the commands throw.
+void Parse(CLI::App& root, Tool& tool, const Words& words) {
+    tool.json = std::ranges::any_of(
+        words, [](const std::string& word) { return word == "-j" || word == "--json"; });
+    Words whole = WrittenOut(root, words);
+    std::ranges::reverse(whole);  // as the parser wants them
     try {
-        root.parse(argc, argv);
-        tool.Finish();
-        return static_cast<int>(ExitStatus::kDone);
+        root.parse(whole);
     } catch (const CLI::CallForHelp&) {
-        fputs(root.help().c_str(), log.Output());
-        tool.Finish();
+        tool.ShowText(root.help());
+    } catch (const CLI::CallForVersion&) {
+        tool.Show("vimbractl " VIMBRACTL_VERSION, Json{{"version", VIMBRACTL_VERSION}});
+    }
+    tool.Finish();
+}
+
+int Run(const Words& words, LibraryLog& log) {
+    Tool tool(log);
+    CLI::App root(kAbout, "vimbractl");
+    Describe(root, tool);
+    try {
+        Parse(root, tool, words);
         return static_cast<int>(ExitStatus::kDone);
     } catch (const CLI::ParseError& error) {
         const Failure failure = UsageFailure(root, error);
@@ -184,7 +204,7 @@ int main(int argc, char** argv) {
     VimbraDebugLevelSet(VIMBRA_LEVEL_NONE);
     try {
         LibraryLog log;
-        return Run(argc, argv, log);
+        return Run(Words(argv + 1, argv + argc), log);
     } catch (const std::exception& error) {
         fprintf(stderr, "vimbractl: %s\n", error.what());
         return static_cast<int>(ExitStatus::kFailed);
