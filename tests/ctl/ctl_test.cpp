@@ -6,6 +6,7 @@
 
 #include <vimbra/bed.hpp>
 
+#include "../local/processes.hpp"
 #include "ctl_run.hpp"
 
 using namespace ctl_test;
@@ -293,6 +294,27 @@ TEST(CtlJson, IsTakenBeforeAndBehindTheCommand) {
     EXPECT_EQ(expected, Ctl("mtu show eth0 --json").Json());
     EXPECT_EQ(expected, Ctl("mtu show --json eth0").Json());
     EXPECT_EQ(expected, Ctl("-j mtu show eth0").Json());
+}
+
+// What a command shows on a terminal, with these words before it.
+std::string OnTerminal(const std::string& environment, const std::string& words) {
+    return processes::OutputOf(environment + " script -qec '" VIMBRACTL " " + words +
+                               "' /dev/null 2>&1; true");
+}
+
+TEST(CtlColour, IsForTerminals) {
+    EXPECT_EQ("\033[36mlo\033[0m", OnTerminal("TERM=xterm", "link show lo").substr(0, 11));
+    EXPECT_THAT(OnTerminal("TERM=xterm", "link show nope0"),
+                StartsWith("\033[31mvimbractl link show\033[0m: "));
+    EXPECT_THAT(Ctl("link show lo").out, StartsWith("lo: "));
+    EXPECT_THAT(OnTerminal("TERM=xterm", "link show lo --json"), Not(HasSubstr("\033")));
+}
+
+TEST(CtlColour, IsLeftAwayWhereItIsNotWantedOrNotShown) {
+    for (const char* environment : {"TERM=xterm NO_COLOR=1", "TERM=dumb", "TERM="}) {
+        EXPECT_THAT(OnTerminal(environment, "link show lo"), StartsWith("lo: ")) << environment;
+    }
+    EXPECT_THAT(OnTerminal("TERM=xterm NO_COLOR=", "link show lo"), StartsWith("\033[36mlo"));
 }
 
 TEST(CtlLog, TheLibrarysLinesAreNotShownUnlessAskedFor) {

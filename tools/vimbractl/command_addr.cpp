@@ -28,6 +28,7 @@ void Show(Tool& tool, Arguments& arguments) {
         return VimbraIfaceGetIp(arguments.interface.text,
                                 arguments.family.value_or(VIMBRA_FAMILY_BOTH), &all);
     });
+    const Painter colours = tool.Colours();
     std::string text;
     Json addresses = Json::Array();
     for (u32 i = 0; i < std::min<u32>(all.dwIpNum, VIMBRA_IFACE_IP_MAX); i++) {
@@ -35,7 +36,8 @@ void Show(Tool& tool, Arguments& arguments) {
         const std::string family = FamilyText(one.tIpAddr.wSinFamily);
         const std::string address = AddressText(one.tIpAddr);
         const std::string scope = ScopeText(one.eScopeType);
-        text += family + "  " + address + "/" + std::to_string(one.dwPrefix) + "  " + scope + "\n";
+        text += family + "  " + colours.Address(one.tIpAddr) + "/" + std::to_string(one.dwPrefix) +
+                "  " + scope + "\n";
         addresses.Append(
             {{"family", family}, {"address", address}, {"prefix", one.dwPrefix}, {"scope", scope}});
     }

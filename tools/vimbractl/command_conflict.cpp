@@ -50,8 +50,11 @@ bool Show(Tool& tool, const Conflict& conflict) {
     const std::string mac = MacText(conflict.mac);
     const std::string address = AddressText(conflict.address);
     const bool isMac = conflict.type == VIMBRA_MAC_CONFLICT;
-    return tool.ShowLine(isMac ? "our MAC address " + mac + " is used by " + address
-                               : "our address " + address + " is used by " + mac,
+    const Painter colours = tool.Colours();
+    const std::string paintedMac = colours.Mac(mac);
+    const std::string paintedAddress = colours.Address(conflict.address);
+    return tool.ShowLine(isMac ? "our MAC address " + paintedMac + " is used by " + paintedAddress
+                               : "our address " + paintedAddress + " is used by " + paintedMac,
                          Json{{"conflict", isMac ? "mac" : "address"},
                               {"family", FamilyText(conflict.address.wSinFamily)},
                               {"address", address},

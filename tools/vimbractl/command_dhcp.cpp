@@ -26,26 +26,29 @@ struct Arguments {
 };
 
 void ShowReport(Tool& tool, u32 event, const VimbraDhcpcAddrInfo& info) {
+    const Painter colours = tool.Colours();
     const std::string name = FieldText(info.achDevName);
     if (event != VIMBRA_DHCPC_EVENT_LEASE) {
-        tool.ShowLine(name + ": no lease", Json{{"interface", name}, {"event", "failure"}});
+        tool.ShowLine(colours.Interface(name) + ": " + colours.Bad("no lease"),
+                      Json{{"interface", name}, {"event", "failure"}});
         return;
     }
     const std::string address = AddressText(info.tIpAddrs);
-    std::string text = name + ": " + address + "/" + std::to_string(info.dwIpPrefix);
+    std::string text = colours.Interface(name) + ": " + colours.Address(info.tIpAddrs) + "/" +
+                       std::to_string(info.dwIpPrefix);
     Json record = {{"interface", name},  {"event", "lease"},
                    {"address", address}, {"prefix", info.dwIpPrefix},
                    {"gateway", nullptr}, {"lease_time", info.dwLeaseTime}};
     if (!IsZero(info.tGateWay)) {
         record.Set("gateway", AddressText(info.tGateWay));
-        text += ", gateway " + AddressText(info.tGateWay);
+        text += ", gateway " + colours.Address(info.tGateWay);
     }
     text += ", for " + std::to_string(info.dwLeaseTime) + " s";
     Json dns = Json::Array();
     const u32 count = std::min<u32>(info.dwDnsNum, VIMBRA_DHCPC_DNS_MAX);
     for (u32 i = 0; i < count; i++) {
         dns.Append(AddressText(info.atDnsServer[i]));
-        text += ", DNS " + AddressText(info.atDnsServer[i]);
+        text += ", DNS " + colours.Address(info.atDnsServer[i]);
     }
     record.Set("dns", dns);
     tool.ShowLine(text, record);

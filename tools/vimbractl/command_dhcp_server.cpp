@@ -66,6 +66,7 @@ void State(Tool& tool, Arguments& arguments) {
 }
 
 bool ShowLeases(Tool& tool, const TNetDhcpsNotify& notify) {
+    const Painter colours = tool.Colours();
     std::string text;
     Json leases = Json::Array();
     for (u32 i = 0; i < std::min<u32>(notify.dhcps_index, VIMBRA_DHCPS_LEASE_MAX); i++) {
@@ -74,7 +75,8 @@ bool ShowLeases(Tool& tool, const TNetDhcpsNotify& notify) {
         address.tV4Addr.s_addr = notify.dhcps_mac_ip[i].dhcps_ip;
         TVimbraIfaceMac mac = {};
         std::ranges::copy(notify.dhcps_mac_ip[i].dhcps_mac, mac.abyMacAddr);
-        text += (text.empty() ? "" : "\n") + AddressText(address) + " " + MacText(mac);
+        text +=
+            (text.empty() ? "" : "\n") + colours.Address(address) + " " + colours.Mac(MacText(mac));
         leases.Append(Json{{"address", AddressText(address)}, {"mac", MacText(mac)}});
     }
     return tool.ShowLine(text.empty() ? "no leases" : text, Json{{"leases", leases}});

@@ -22,7 +22,7 @@ void Show(Tool& tool, Arguments&) {
     Json servers = Json::Array();
     for (u32 i = 0; i < std::min<u32>(all.dwDnsNum, VIMBRA_DNS_MAX); i++) {
         servers.Append(AddressText(all.atDnsServer[i]));
-        text += AddressText(all.atDnsServer[i]) + "\n";
+        text += tool.Colours().Address(all.atDnsServer[i]) + "\n";
     }
     tool.Show(text.empty() ? "no servers\n" : text, Json{{"servers", servers}});
 }

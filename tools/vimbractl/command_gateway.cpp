@@ -45,8 +45,8 @@ void Show(Tool& tool, Arguments& arguments) {
     // A default route may lead straight out of the interface.
     std::string text = "no gateway";
     if (!IsZero(gateway)) {
-        text = AddressText(gateway);
-        record.Set("gateway", text);
+        text = tool.Colours().Address(gateway);
+        record.Set("gateway", AddressText(gateway));
     }
     tool.Show(text, record);
 }

@@ -38,11 +38,13 @@ std::vector<InterfaceName> AllInterfaces() {
 }
 
 void Describe(Tool& tool, InterfaceName& name, std::string& text, Json& links) {
+    const Painter colours = tool.Colours();
     u32 state = 0;
     CallOn(tool, name, [&] { return VimbraGetIfaceState(name.text, &state); });
     const char* stateText = state == VIMBRA_IFACE_UP ? "up" : "down";
     Json link = {{"interface", name.text}, {"state", stateText}};
-    text += std::string(name.text) + ": " + stateText;
+    text += colours.Interface(name.text) + ": " +
+            (state == VIMBRA_IFACE_UP ? colours.Good(stateText) : colours.Bad(stateText));
 
     // Neither an Ethernet link nor a hardware address is there on every kind of interface.
     u32 detected = 0;
@@ -55,7 +57,7 @@ void Describe(Tool& tool, InterfaceName& name, std::string& text, Json& links) {
     TVimbraIfaceMac mac = {};
     if (!tool.Try([&] { return IfethGetHwAddr(name.text, mac.abyMacAddr, nullptr); })) {
         link.Set("mac", MacText(mac));
-        text += ", " + MacText(mac);
+        text += ", " + colours.Mac(MacText(mac));
     } else {
         link.Set("mac", nullptr);
     }

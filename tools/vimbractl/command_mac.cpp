@@ -15,7 +15,8 @@ void ShowMac(Tool& tool, Arguments& arguments) {
     TVimbraIfaceMac mac = {};
     tool.Call([&] { return VimbraIfaceGetMac(arguments.interface.text, &mac); },
               kInterface.accepted);
-    tool.Show(MacText(mac), Json{{"interface", arguments.interface.text}, {"mac", MacText(mac)}});
+    tool.Show(tool.Colours().Mac(MacText(mac)),
+              Json{{"interface", arguments.interface.text}, {"mac", MacText(mac)}});
 }
 
 void SetMac(Tool& tool, Arguments& arguments) {

@@ -90,15 +90,17 @@ wire::PppoeStartBody BodyOf(u16 family, const TVimbraPppoeParam& param) {
 
 void ShowConnected(Tool& tool, const TVimbraPppoeAddr& addresses) {
     const u16 family = addresses.tOurIpaddr.wSinFamily;
+    const Painter colours = tool.Colours();
     const std::string our = AddressText(addresses.tOurIpaddr);
     const std::string peer = AddressText(addresses.tPeerIpAddr);
-    std::string text = "connected: " + our + ", peer " + peer;
+    std::string text = colours.Good("connected") + ": " + colours.Address(addresses.tOurIpaddr) +
+                       ", peer " + colours.Address(addresses.tPeerIpAddr);
     Json record = {
         {"event", "connected"}, {"family", FamilyText(family)}, {"address", our}, {"peer", peer}};
     Json dns = Json::Array();
     for (const TVimbraAddr& server : {addresses.tDnsServer1, addresses.tDnsServer2}) {
         if (!IsZero(server)) {
-            text += ", DNS " + AddressText(server);
+            text += ", DNS " + colours.Address(server);
             dns.Append(AddressText(server));
         }
     }

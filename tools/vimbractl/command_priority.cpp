@@ -33,7 +33,7 @@ void Show(Tool& tool) {
         const TVimbraNetworkPriority& one = list.tNetPrioParam[i];
         const std::string interface = FieldText(one.achIfaceName);
         const u32 priority = one.ePrio;
-        text += interface + "=" + std::to_string(priority) + "\n";
+        text += tool.Colours().Interface(interface) + "=" + std::to_string(priority) + "\n";
         priorities.Append({{"interface", interface}, {"priority", priority}});
     }
     tool.Show(text.empty() ? "no priorities\n" : text, Json{{"priorities", priorities}});

@@ -25,12 +25,13 @@ void OnAdvertisement(TVimbraRouterAdCb* notification) {
 bool Show(Tool& tool, const TVimbraRouterAdCb& notification) {
     const std::string name = FieldText(notification.achIfaceName);
     const TVimbraIfaceAllIp& all = notification.tNetIfaceAllIp;
-    std::string text = name + ":";
+    const Painter colours = tool.Colours();
+    std::string text = colours.Interface(name) + ":";
     Json addresses = Json::Array();
     for (u32 i = 0; i < std::min<u32>(all.dwIpNum, VIMBRA_IFACE_IP_MAX); i++) {
         const TVimbraIfaceIp& one = all.atNetIfaceIp[i];
         const std::string address = AddressText(one.tIpAddr);
-        text += " " + address + "/" + std::to_string(one.dwPrefix);
+        text += " " + colours.Address(one.tIpAddr) + "/" + std::to_string(one.dwPrefix);
         addresses.Append({{"family", FamilyText(one.tIpAddr.wSinFamily)},
                           {"address", address},
                           {"prefix", one.dwPrefix},

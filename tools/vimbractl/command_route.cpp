@@ -37,13 +37,13 @@ u16 FamilyOf(const Arguments& arguments) {
 }
 
 // As people say it. Without a gateway an IPv6 one would look like IPv4's.
-std::string DestinationText(const TVimbraIpRouteParam& route) {
+std::string DestinationText(const TVimbraIpRouteParam& route, const Painter& colours) {
     const bool isIpv4 = route.tDestIpNet.wSinFamily == VIMBRA_FAMILY_IPV4;
     if (route.dwPrefix == 0 && IsZero(route.tDestIpNet) &&
         (isIpv4 || !IsZero(route.tDestGateWay))) {
         return "default";
     }
-    return AddressText(route.tDestIpNet) + "/" + std::to_string(route.dwPrefix);
+    return colours.Address(route.tDestIpNet) + "/" + std::to_string(route.dwPrefix);
 }
 
 TVimbraIpRouteParam Record(const Arguments& arguments) {
@@ -93,6 +93,7 @@ void ChangeMetric(Tool& tool, Arguments& arguments) {
 void Show(Tool& tool, Arguments& arguments) {
     TVimbraAllIpRouteInfo all = {};
     tool.Call([&] { return VimbraGetAllIpRoute(arguments.shown, &all); });
+    const Painter colours = tool.Colours();
     std::string text;
     Json routes = Json::Array();
     for (u32 i = 0; i < std::min<u32>(all.dwIpRouteNum, VIMBRA_ROUTE_MAX); i++) {
@@ -105,12 +106,12 @@ void Show(Tool& tool, Arguments& arguments) {
                       {"gateway", nullptr},
                       {"interface", interface},
                       {"metric", one.dwRoutePri}};
-        text += DestinationText(one);
+        text += DestinationText(one, colours);
         if (!IsZero(one.tDestGateWay)) {
             route.Set("gateway", AddressText(one.tDestGateWay));
-            text += "  via " + AddressText(one.tDestGateWay);
+            text += "  via " + colours.Address(one.tDestGateWay);
         }
-        text += "  " + (interface.empty() ? "-" : interface) + "  metric " +
+        text += "  " + colours.Interface(interface.empty() ? "-" : interface) + "  metric " +
                 std::to_string(one.dwRoutePri) + "\n";
         routes.Append(std::move(route));
     }

@@ -97,7 +97,7 @@ bool Show(Tool& tool, const Hop& hop) {
         const std::string address = AddressText(info.tIpaddr);
         char time[32];
         snprintf(time, sizeof(time), "  %.3f ms", info.nTripTime / 1000.0);
-        text += address + time;
+        text += tool.Colours().Address(info.tIpaddr) + time;
         record.Set("address", address);
         record.Set("ms", info.nTripTime / 1000.0);
         if (hop.event == kUnreachable) {

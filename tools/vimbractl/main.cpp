@@ -1,4 +1,5 @@
 // vimbractl: every operation of the library from a command line.
+#include <unistd.h>
 #include <vimbra/log.h>
 
 #include <CLI/CLI.hpp>
@@ -123,7 +124,9 @@ Failure UsageFailure(const CLI::App& root, const CLI::ParseError& error) {
 
 void Report(const Failure& failure, const std::string& command, bool json) {
     if (!json) {
-        fprintf(stderr, "%s: %s\n", Joined("vimbractl", command).c_str(), failure.message.c_str());
+        const Painter colours(ShowsColours(STDERR_FILENO));
+        fprintf(stderr, "%s: %s\n", colours.Bad(Joined("vimbractl", command)).c_str(),
+                failure.message.c_str());
         return;
     }
     Json error = {{"command", command},

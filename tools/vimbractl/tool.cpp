@@ -62,6 +62,10 @@ bool Tool::OnTerminal() {
     return isatty(OutputDescriptor()) != 0;
 }
 
+Painter Tool::Colours() {
+    return Painter(!json && ShowsColours(OutputDescriptor()));
+}
+
 void Tool::Done() {
     if (json) {
         Show("", Json{{"result", s32{VIMBRA_OK}}});

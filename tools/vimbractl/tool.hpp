@@ -10,6 +10,7 @@
 #include <string_view>
 #include <type_traits>
 
+#include "colour.hpp"
 #include "json.hpp"
 #include "library_log.hpp"
 #include "results.hpp"
@@ -61,6 +62,8 @@ class Tool {
     // Where the output goes.
     int OutputDescriptor();
     bool OnTerminal();
+    // For the texts that are shown.
+    Painter Colours();
 
     // A command that only changes something says nothing, or so in JSON.
     void Done();
