@@ -190,6 +190,19 @@ TEST_F(CtlUser, DeleteTakesTheAccountAway) {
     EXPECT_EQ("root:x:0:0:root:/root:/bin/sh\n", ReadFile(kPasswd));
 }
 
+TEST_F(CtlUser, DeleteSaysWhatItHasDoneWhenInetdDoesNotRun) {
+    ExpectRefused("user delete guest", 1,
+                  "user delete: the account is deleted, but inetd's services are not in order: ");
+    EXPECT_EQ("root:x:0:0:root:/root:/bin/sh\n", ReadFile(kPasswd));
+    ExpectRefused("user delete guest", 5, "there is no account called guest");
+}
+
+TEST_F(CtlUser, NoPasswordIsAskedForInVain) {
+    Input("");
+    ExpectRefused("user add guest", 1, "there is an account called guest already");
+    ExpectRefused("user passwd nobody", 5, "there is no account called nobody");
+}
+
 class CtlService : public testing::Test {
  protected:
     void SetUp() override {

@@ -20,43 +20,56 @@ const Kind<std::string> kUser = {"a name of 1 to 63 characters without a colon",
 
 enum class Wanted { kNone, kOne };
 
-// How many accounts have the name is what the library's refusal does not say in words.
-void Change(Tool& tool, std::string& name, Wanted wanted, const std::function<s32()>& call) {
-    auto failure = tool.Try(call);
-    if (!failure) {
-        tool.Done();
-        return;
-    }
-    s32 found = VIMBRA_USER_ONE;
+// VIMBRA_USER_NONE, ONE or MANY; or a failure of which the change itself will tell.
+s32 AccountsCalled(Tool& tool, std::string& name) {
+    s32 found = VIMBRA_ERR_GENERAL;
     tool.Try([&] {
         found = check_user_in_pwd_file(name.data());
         return VIMBRA_OK;
     });
+    return found;
+}
+
+// How many accounts have the name is what the library's refusal does not say in words; after a
+// change that went half way it is too late to ask.
+void Expect(Tool& tool, std::string& name, Wanted wanted) {
+    const s32 found = AccountsCalled(tool, name);
     if (found == VIMBRA_USER_MANY) {
-        failure->message = "several accounts are called " + name;
-    } else if (found == VIMBRA_USER_ONE && wanted == Wanted::kNone) {
-        failure->message = "there is an account called " + name + " already";
-    } else if (found == VIMBRA_USER_NONE && wanted == Wanted::kOne) {
-        failure->message = "there is no account called " + name;
-        failure->status = ExitStatus::kNotSo;
+        throw CommandFailed(ExitStatus::kFailed, "several accounts are called " + name);
     }
-    throw CommandFailed(*failure);
+    if (found == VIMBRA_USER_ONE && wanted == Wanted::kNone) {
+        throw CommandFailed(ExitStatus::kFailed, "there is an account called " + name + " already");
+    }
+    if (found == VIMBRA_USER_NONE && wanted == Wanted::kOne) {
+        throw CommandFailed(ExitStatus::kNotSo, "there is no account called " + name);
+    }
 }
 
 void Add(Tool& tool, std::string& name) {
+    Expect(tool, name, Wanted::kNone);
     std::string password = ReadNewPassword();
-    Change(tool, name, Wanted::kNone,
-           [&] { return VimbraAddNetUser(name.data(), password.data()); });
+    tool.Call([&] { return VimbraAddNetUser(name.data(), password.data()); });
+    tool.Done();
 }
 
 void SetPassword(Tool& tool, std::string& name) {
+    Expect(tool, name, Wanted::kOne);
     std::string password = ReadNewPassword();
-    Change(tool, name, Wanted::kOne,
-           [&] { return VimbraModifyNetPwd(name.data(), password.data()); });
+    tool.Call([&] { return VimbraModifyNetPwd(name.data(), password.data()); });
+    tool.Done();
 }
 
 void Delete(Tool& tool, std::string& name) {
-    Change(tool, name, Wanted::kOne, [&] { return VimbraDelNetUser(name.data()); });
+    Expect(tool, name, Wanted::kOne);
+    auto failure = tool.Try([&] { return VimbraDelNetUser(name.data()); });
+    if (failure && AccountsCalled(tool, name) == VIMBRA_USER_NONE) {
+        failure->message =
+            "the account is deleted, but inetd's services are not in order: " + failure->message;
+    }
+    if (failure) {
+        throw CommandFailed(*failure);
+    }
+    tool.Done();
 }
 
 }  // namespace
