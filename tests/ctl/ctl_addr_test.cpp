@@ -169,7 +169,7 @@ TEST_F(CtlAddr, FlushSendsTheFamily) {
 
 TEST_F(CtlAddr, ARefusalIsToldWithTheDaemonsCode) {
     daemon_.On(kAdd, Answer::Code(17));
-    const Outcome refused = Ctl("addr add eth0 192.0.2.10/24");
+    const Outcome refused = Ctl("addr add lo 192.0.2.10/24");
     EXPECT_EQ(4, refused.status);
     EXPECT_EQ("vimbractl addr add: the network daemon refused: 17 (File exists)\n", refused.err);
 }

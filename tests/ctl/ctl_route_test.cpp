@@ -229,7 +229,7 @@ TEST_F(CtlGateway, ShowPrintsTheGateway) {
 
 TEST_F(CtlGateway, ARefusalIsStatus4) {
     daemon_.On(kGatewayGet, Answer::Body(Pack().S32(3).Zeros(20)));
-    const Outcome refused = Ctl("gateway show eth0");
+    const Outcome refused = Ctl("gateway show lo");
     EXPECT_EQ(4, refused.status);
     EXPECT_EQ("vimbractl gateway show: the network daemon refused: 3 (No such process)\n",
               refused.err);

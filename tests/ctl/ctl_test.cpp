@@ -219,14 +219,14 @@ TEST(CtlResults, NoDaemonIsSeenWhenTheLogIsSwitchedOff) {
 TEST(CtlResults, ARefusalIsStatus4WithTheDaemonsCode) {
     ScriptedDaemon daemon;
     daemon.On(kMacSet, Answer::Code(19));
-    const Outcome refused = Ctl("mac set eth0 02:00:00:00:00:01");
+    const Outcome refused = Ctl("mac set lo 02:00:00:00:00:01");
     EXPECT_EQ(4, refused.status);
     EXPECT_EQ("vimbractl mac set: the network daemon refused: 19 (No such device)\n", refused.err);
     // A daemon with numbers of its own.
     daemon.On(kMacSet, Answer::Code(-77));
-    EXPECT_THAT(Ctl("mac set eth0 02:00:00:00:00:01").err, EndsWith("refused: -77\n"));
+    EXPECT_THAT(Ctl("mac set lo 02:00:00:00:00:01").err, EndsWith("refused: -77\n"));
     daemon.On(kMacSet, Answer::Code(70000));
-    EXPECT_THAT(Ctl("mac set eth0 02:00:00:00:00:01").err, EndsWith("refused: 70000\n"));
+    EXPECT_THAT(Ctl("mac set lo 02:00:00:00:00:01").err, EndsWith("refused: 70000\n"));
 }
 
 TEST(CtlResults, ADaemonThatClosesWithoutAnAnswerIsStatus3) {
@@ -255,10 +255,30 @@ TEST(CtlResults, AnInterfaceThatDoesNotExistIsStatus5AndNamed) {
     for (const char* words : {"link show nope0", "link up nope0", "link down nope0"}) {
         const Outcome missing = Ctl(words);
         EXPECT_EQ(5, missing.status) << words;
-        EXPECT_THAT(missing.err, EndsWith("interface: \"nope0\": -1 (general failure): "
-                                          "No such device\n"))
+        EXPECT_THAT(missing.err, EndsWith("interface: \"nope0\" does not exist: "
+                                          "-1 (general failure): No such device\n"))
             << words;
     }
+}
+
+TEST(CtlResults, AnInterfaceThatDoesNotExistIsStatus5WhoeverFindsItOut) {
+    ScriptedDaemon daemon;
+    daemon.Default(Answer::Code(22));
+    for (const char* words :
+         {"mac set nope0 02:00:00:00:00:01", "mtu set nope0 1400", "addr add nope0 192.0.2.1/24",
+          "addr flush nope0", "gateway set nope0 192.0.2.1", "gateway del nope0",
+          "route add 192.0.2.0/24 --interface nope0", "bond start 1 lo nope0", "dhcp start nope0",
+          "dhcp stop nope0", "dhcp renew nope0", "dhcp lease nope0", "dhcp state nope0",
+          "ra watch nope0"}) {
+        const Outcome missing = Ctl(words);
+        EXPECT_EQ(5, missing.status) << words << "\n" << missing;
+        EXPECT_THAT(missing.err, HasSubstr("interface: \"nope0\" does not exist: ")) << words;
+    }
+    // Another failure about one that exists, or about none.
+    EXPECT_EQ(4, Ctl("mtu set lo 1400").status);
+    EXPECT_EQ(4, Ctl("gateway del -").status);
+    // What the command line says wrong is still that.
+    EXPECT_EQ(2, Ctl("mtu set nope0 499").status);
 }
 
 TEST(CtlResults, OutputThatCannotBeWrittenIsStatus1) {
@@ -271,7 +291,7 @@ TEST(CtlResults, OutputThatCannotBeWrittenIsStatus1) {
 TEST(CtlJson, ErrorsAreJsonToo) {
     ScriptedDaemon daemon;
     daemon.On(kMtuSet, Answer::Code(22));
-    const Outcome refused = Ctl("mtu set eth0 1500 --json");
+    const Outcome refused = Ctl("mtu set lo 1500 --json");
     EXPECT_EQ(4, refused.status);
     EXPECT_THAT(refused.out, IsEmpty());
     EXPECT_EQ((Expected{{"command", "mtu set"},

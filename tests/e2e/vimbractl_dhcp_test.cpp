@@ -136,7 +136,7 @@ TEST_F(CtlDhcp, FamiliesHaveClientsOfTheirOwn) {
 TEST_F(CtlDhcp, ClientRefusals) {
     for (const std::string options : {"", " --watch"}) {
         const Done done = RunCtl("dhcp start nowhere0" + options);
-        EXPECT_EQ(4, done.status);
+        EXPECT_EQ(5, done.status);
         EXPECT_THAT(done.err, HasSubstr("refused: 19 (No such device)"));
     }
     EXPECT_EQ(2, RunCtl("dhcp start").status);
@@ -205,7 +205,7 @@ TEST_F(CtlDhcpServer, LeasesInJson) {
 }
 
 TEST_F(CtlDhcpServer, ServerRefusals) {
-    EXPECT_EQ(4, RunCtl("dhcp-server start nowhere0 192.0.2.50/25 192.0.2.60").status);
+    EXPECT_EQ(5, RunCtl("dhcp-server start nowhere0 192.0.2.50/25 192.0.2.60").status);
     const Done done = RunCtl("dhcp-server start eth0 192.0.2.50/25 192.0.2.200");
     EXPECT_EQ(2, done.status);
     EXPECT_THAT(done.err, HasSubstr("accepted: an interface, a pool and a router in one network"));

@@ -143,9 +143,12 @@ TEST_F(CtlPppoe, Refusals) {
     for (const std::string options : {"", " --watch"}) {
         const Done done =
             RunCtl("pppoe start nowhere0 --user me" + options + " </tmp/password --json");
-        EXPECT_EQ(4, done.status);
+        EXPECT_EQ(5, done.status);
         const Json error = Json::parse(done.err).at("error");
-        EXPECT_EQ("the network daemon refused: 19 (No such device)", error.at("message"));
+        EXPECT_EQ(
+            "interface: \"nowhere0\" does not exist: the network daemon refused: 19 (No such "
+            "device)",
+            error.at("message"));
         EXPECT_EQ(19, error.at("daemon"));
     }
     EXPECT_EQ(2, RunCtl("pppoe start eth0 </tmp/password").status);

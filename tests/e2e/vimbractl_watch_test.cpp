@@ -185,7 +185,7 @@ TEST(CtlRa, ShowsTheAddressesAfterAnAdvertisement) {
 TEST(CtlRa, SaysThatThereIsNoSuchInterface) {
     const Daemon daemon;
     const Done done = RunCtl("ra watch nowhere0");
-    EXPECT_EQ(4, done.status);
+    EXPECT_EQ(5, done.status);
     EXPECT_THAT(done.err, HasSubstr("No such device"));
 }
 
@@ -357,7 +357,7 @@ TEST(CtlBond, JoinsInterfacesOrSaysWhyNot) {
     EXPECT_EQ(able ? 0 : 4, done.status) << done.err;
     EXPECT_THAT(done.err, HasSubstr(able ? "" : "95 (Operation not supported)"));
     EXPECT_EQ(0, RunCtl("bond stop").status);
-    EXPECT_EQ(4, RunCtl("bond start 0 eth0 nowhere0").status);
+    EXPECT_EQ(5, RunCtl("bond start 0 eth0 nowhere0").status);
     EXPECT_EQ(2, RunCtl("bond start 0 a b c d e").status);
     EXPECT_EQ(2, RunCtl("bond start 7 eth0").status);
     EXPECT_EQ(1, RunCtl("bond start 0 eth0 --path /nowhere").status);

@@ -126,24 +126,25 @@ bool ParseScope(const std::string& text, EVimbraScopeType& scope) {
 
 }  // namespace
 
-const Kind<InterfaceName> kInterface = {"a name of 1 to 15 characters such as eth0",
-                                        ParseInterface};
+const Kind<InterfaceName> kInterface = {"a name of 1 to 15 characters such as eth0", ParseInterface,
+                                        kInterfaceType};
 const Kind<InterfaceName> kInterfaceOrAny = {
     "a name of 1 to 15 characters such as eth0, or - to leave it to the daemon",
-    ParseInterfaceOrAny};
+    ParseInterfaceOrAny, kInterfaceType};
 const Kind<TVimbraIfaceMac> kMac = {"six hexadecimal pairs such as 02:00:00:00:00:01", ParseMac};
 const Kind<TVimbraAddr> kAddress = {"an address such as 192.0.2.1 or 2001:db8::1", ParseAddress};
 const Kind<TVimbraAddr> kIpv4Address = {"an IPv4 address such as 192.0.2.1", ParseIpv4Address};
 const Kind<Prefixed> kPrefixed = {
     "an address and its prefix length such as 192.0.2.1/24 or 2001:db8::1/64", ParsePrefixed};
 const Kind<Prefixed> kNetwork = {"a network such as 198.51.100.0/24 or 2001:db8:1::/48, or default",
-                                 ParseNetwork};
+                                 ParseNetwork, "{default}"};
 const Kind<Prefixed> kIpv4Network = {"IPv4 with a prefix length such as 192.0.2.0/24",
                                      ParseIpv4Network};
-const Kind<u16> kFamily = {"ipv4 or ipv6", ParseFamily};
-const Kind<u16> kFamilyOrBoth = {"ipv4, ipv6 or both", ParseFamilyOrBoth};
-const Kind<EVimbraScopeType> kScopeOfOne = {"default or global", ParseScope};
-const Kind<EVimbraScopeType> kScopeOfSet = {"default, link or global", ParseScope};
+const Kind<u16> kFamily = {"ipv4 or ipv6", ParseFamily, "{ipv4,ipv6}"};
+const Kind<u16> kFamilyOrBoth = {"ipv4, ipv6 or both", ParseFamilyOrBoth, "{ipv4,ipv6,both}"};
+const Kind<EVimbraScopeType> kScopeOfOne = {"default or global", ParseScope, "{default,global}"};
+const Kind<EVimbraScopeType> kScopeOfSet = {"default, link or global", ParseScope,
+                                            "{default,link,global}"};
 const Kind<u32> kNumber = {"a number from 0 to 4294967295", ParseNumber};
 
 bool ParseNumber(const std::string& text, u32& value) {

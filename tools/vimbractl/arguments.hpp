@@ -23,7 +23,11 @@ template <typename Value>
 struct Kind {
     const char* accepted;
     bool (*parse)(const std::string& text, Value& value);
+    // What a shell can offer: kInterfaceType, "{one,of,these}", or nothing.
+    const char* type = "";
 };
+
+inline constexpr const char* kInterfaceType = "INTERFACE";
 
 // The name of a network interface, in the room that the library's calls read.
 struct InterfaceName {
@@ -71,7 +75,7 @@ enum class Times { kOnce, kMany };
 
 // The bare form of what follows.
 AddedArgument AddTextArgument(CLI::App& command, const std::string& name, const std::string& about,
-                              const char* accepted, Times times, TakeText take);
+                              const char* accepted, const char* type, Times times, TakeText take);
 
 // Adds an argument to a command. `name` is that of a position, such as "interface", or of an
 // option, such as "--family". `target` outlives the command. `about` says what it is for; what is
@@ -80,7 +84,7 @@ template <typename Value>
 AddedArgument AddArgument(CLI::App& command, const std::string& name, Value& target,
                           const Kind<Value>& kind, const std::string& about) {
     return AddTextArgument(
-        command, name, about, kind.accepted, Times::kOnce,
+        command, name, about, kind.accepted, kind.type, Times::kOnce,
         [&target, &kind](const std::string& text) { return kind.parse(text, target); });
 }
 
@@ -89,7 +93,7 @@ template <typename Value>
 AddedArgument AddArgument(CLI::App& command, const std::string& name, std::optional<Value>& target,
                           const Kind<Value>& kind, const std::string& about) {
     return AddTextArgument(
-        command, name, about, kind.accepted, Times::kOnce,
+        command, name, about, kind.accepted, kind.type, Times::kOnce,
         [&target, &kind](const std::string& text) { return kind.parse(text, target.emplace()); });
 }
 
@@ -97,7 +101,7 @@ AddedArgument AddArgument(CLI::App& command, const std::string& name, std::optio
 template <typename Value>
 AddedArgument AddArguments(CLI::App& command, const std::string& name, std::vector<Value>& target,
                            const Kind<Value>& kind, const std::string& about) {
-    return AddTextArgument(command, name, about, kind.accepted, Times::kMany,
+    return AddTextArgument(command, name, about, kind.accepted, kind.type, Times::kMany,
                            [&target, &kind](const std::string& text) {
                                return kind.parse(text, target.emplace_back());
                            });

@@ -24,7 +24,7 @@ bool ParseMode(const std::string& text, u32& mode) {
 const Kind<u32> kMode = {
     "0 to 6, or balance-rr, active-backup, balance-xor, broadcast, 802.3ad, balance-tlb, "
     "balance-alb",
-    ParseMode};
+    ParseMode, "{balance-rr,active-backup,balance-xor,broadcast,802.3ad,balance-tlb,balance-alb}"};
 
 bool ParsePath(const std::string& text, std::string& path) {
     path = text;

@@ -128,6 +128,7 @@ void Lease(Tool& tool, Arguments& arguments) {
 
 void State(Tool& tool, Arguments& arguments) {
     const bool runs = Runs(arguments);
+    ExpectInterface(arguments.interface, runs);
     tool.Show(runs ? "running" : "stopped", Json{{"interface", arguments.interface.text},
                                                  {"family", FamilyText(arguments.family)},
                                                  {"running", runs}});

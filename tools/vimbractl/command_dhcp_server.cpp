@@ -61,6 +61,7 @@ void State(Tool& tool, Arguments& arguments) {
     tool.Call(
         [&] { return VimbraDhcpsGetState(arguments.interface.text, VIMBRA_FAMILY_IPV4, &state); });
     const bool runs = state.dwDhcpsIsRun != 0;
+    ExpectInterface(arguments.interface, runs);
     tool.Show(runs ? "running" : "stopped",
               Json{{"interface", arguments.interface.text}, {"running", runs}});
 }

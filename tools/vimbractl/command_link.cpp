@@ -15,11 +15,6 @@ struct Arguments {
     InterfaceName interface;
 };
 
-// Calls about an interface, whose name a person may have mistyped.
-void CallOn(Tool& tool, const InterfaceName& name, const std::function<s32()>& call) {
-    tool.Call(call, kInterface.accepted, "interface: \"" + std::string(name.text) + "\"");
-}
-
 struct IndexDeleter {
     void operator()(struct if_nameindex* list) const { if_freenameindex(list); }
 };
@@ -40,7 +35,7 @@ std::vector<InterfaceName> AllInterfaces() {
 void Describe(Tool& tool, InterfaceName& name, std::string& text, Json& links) {
     const Painter colours = tool.Colours();
     u32 state = 0;
-    CallOn(tool, name, [&] { return VimbraGetIfaceState(name.text, &state); });
+    tool.Call([&] { return VimbraGetIfaceState(name.text, &state); });
     const char* stateText = state == VIMBRA_IFACE_UP ? "up" : "down";
     Json link = {{"interface", name.text}, {"state", stateText}};
     text += colours.Interface(name.text) + ": " +
@@ -66,14 +61,12 @@ void Describe(Tool& tool, InterfaceName& name, std::string& text, Json& links) {
 }
 
 void Up(Tool& tool, Arguments& arguments) {
-    CallOn(tool, arguments.interface,
-           [&] { return VimbraIfaceNoShutdown(arguments.interface.text); });
+    tool.Call([&] { return VimbraIfaceNoShutdown(arguments.interface.text); });
     tool.Done();
 }
 
 void Down(Tool& tool, Arguments& arguments) {
-    CallOn(tool, arguments.interface,
-           [&] { return VimbraIfaceShutdown(arguments.interface.text); });
+    tool.Call([&] { return VimbraIfaceShutdown(arguments.interface.text); });
     tool.Done();
 }
 

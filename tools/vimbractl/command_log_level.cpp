@@ -24,7 +24,7 @@ bool ParseLevel(const std::string& text, u32& level) {
     return ParseNumber(text, level) && level <= VIMBRA_LEVEL_DEBUG;
 }
 
-const Kind<u32> kLevel = {kAccepted, ParseLevel};
+const Kind<u32> kLevel = {kAccepted, ParseLevel, "{none,alert,error,warning,info,debug}"};
 
 }  // namespace
 

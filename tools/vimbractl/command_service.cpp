@@ -21,7 +21,8 @@ bool ParsePort(const std::string& text, u32& port) {
     return ParseNumber(text, port) && port >= 1 && port <= UINT16_MAX;
 }
 
-const Kind<std::string> kService = {"telnetd, ssh, ftpd, tftpd or httpd", ParseService};
+const Kind<std::string> kService = {"telnetd, ssh, ftpd, tftpd or httpd", ParseService,
+                                    "{telnetd,ssh,ftpd,tftpd,httpd}"};
 const Kind<u32> kPort = {"a number from 1 to 65535", ParsePort};
 
 bool ParsePath(const std::string& text, std::string& path) {

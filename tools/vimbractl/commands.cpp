@@ -1,5 +1,7 @@
 #include "commands.hpp"
 
+#include <net/if.h>
+
 #include <CLI/CLI.hpp>
 
 namespace ctl {
@@ -48,7 +50,7 @@ void AddedArgument::Required() {
 }
 
 AddedArgument AddTextArgument(CLI::App& command, const std::string& name, const std::string& about,
-                              const char* accepted, Times times, TakeText take) {
+                              const char* accepted, const char* type, Times times, TakeText take) {
     const auto takeAll = [name, accepted, take = std::move(take)](const CLI::results_t& texts) {
         for (const std::string& text : texts) {
             if (!take(text)) {
@@ -59,6 +61,7 @@ AddedArgument AddTextArgument(CLI::App& command, const std::string& name, const 
         return true;
     };
     CLI::Option& option = *command.add_option(name, takeAll, about + ": " + accepted);
+    option.type_name(type);
     if (times == Times::kMany) {
         option.expected(1, CLI::detail::expected_max_vector_size)->allow_extra_args();
     }
@@ -81,6 +84,12 @@ void AddFamilyFlags(CLI::App& command, const std::function<void(u16 family)>& ta
 
 void AddInterfaceArgument(CLI::App& command, InterfaceName& name) {
     AddArgument(command, "interface", name, kInterface, "The interface").Required();
+}
+
+void ExpectInterface(const InterfaceName& name, bool runs) {
+    if (!runs && if_nametoindex(name.text) == 0) {
+        throw CommandFailed(ExitStatus::kNotSo, "nothing runs there");
+    }
 }
 
 }  // namespace ctl

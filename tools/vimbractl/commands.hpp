@@ -73,6 +73,9 @@ void AddFamilyArgument(CLI::App& command, Target& target, const Kind<u16>& kind,
 // The interface that a command acts on, its first argument.
 void AddInterfaceArgument(CLI::App& command, InterfaceName& name);
 
+// Fails where nothing runs on an interface because there is no such interface.
+void ExpectInterface(const InterfaceName& name, bool runs);
+
 void AddVersionCommand(CLI::App& root, Tool& tool);
 void AddLogLevelCommand(CLI::App& root, Tool& tool);
 void AddCodesCommand(CLI::App& root, Tool& tool);

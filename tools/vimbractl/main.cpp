@@ -1,4 +1,5 @@
 // vimbractl: every operation of the library from a command line.
+#include <net/if.h>
 #include <unistd.h>
 #include <vimbra/log.h>
 
@@ -122,6 +123,34 @@ Failure UsageFailure(const CLI::App& root, const CLI::ParseError& error) {
     return {ExitStatus::kUsage, message, std::nullopt, std::nullopt};
 }
 
+// An interface of the command line that does not exist; empty if all do.
+std::string MissingInterface(const CLI::App& command) {
+    for (const CLI::Option* option : command.get_options()) {
+        if (option->get_type_name() != kInterfaceType) {
+            continue;
+        }
+        for (const std::string& name : option->results()) {
+            if (name != "-" && if_nametoindex(name.c_str()) == 0) {
+                return name;
+            }
+        }
+    }
+    return "";
+}
+
+// What is refused about an interface that does not exist is refused for that, whoever found it out:
+// scripts see one status.
+Failure ForInterface(Failure failure, const CLI::App& command) {
+    const bool mayBe =
+        failure.status == ExitStatus::kRefused || failure.status == ExitStatus::kNotSo;
+    const std::string missing = mayBe ? MissingInterface(command) : "";
+    if (!missing.empty()) {
+        failure.status = ExitStatus::kNotSo;
+        failure.message = "interface: \"" + missing + "\" does not exist: " + failure.message;
+    }
+    return failure;
+}
+
 void Report(const Failure& failure, const std::string& command, bool json) {
     if (!json) {
         const Painter colours(ShowsColours(STDERR_FILENO));
@@ -194,8 +223,9 @@ int Run(const Words& words, LibraryLog& log) {
         }
         return static_cast<int>(failure.status);
     } catch (const CommandFailed& failed) {
-        Report(failed.Why(), CommandName(Deepest(root)), tool.json);
-        return static_cast<int>(failed.Why().status);
+        const Failure failure = ForInterface(failed.Why(), Deepest(root));
+        Report(failure, CommandName(Deepest(root)), tool.json);
+        return static_cast<int>(failure.status);
     }
 }
 

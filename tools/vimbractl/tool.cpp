@@ -18,12 +18,8 @@ std::optional<Failure> Tool::Try(const std::function<s32()>& call, std::string_v
     return Judge(result, log_.TakeErrors(), accepted);
 }
 
-void Tool::Call(const std::function<s32()>& call, std::string_view accepted,
-                std::string_view subject) {
+void Tool::Call(const std::function<s32()>& call, std::string_view accepted) {
     if (auto failure = Try(call, accepted)) {
-        if (failure->status == ExitStatus::kNotSo && !subject.empty()) {
-            failure->message = std::string(subject) + ": " + failure->message;
-        }
         throw CommandFailed(std::move(*failure));
     }
 }

@@ -39,10 +39,8 @@ class Tool {
     bool verbose = false;
 
     // One call of the library; throws CommandFailed unless it did what it was asked. `accepted`
-    // says what the command's arguments may be, for a call that refuses one; `subject` names what
-    // may turn out not to exist.
-    void Call(const std::function<s32()>& call, std::string_view accepted = {},
-              std::string_view subject = {});
+    // says what the command's arguments may be, for a call that refuses one.
+    void Call(const std::function<s32()>& call, std::string_view accepted = {});
     // The same for a caller that deals with a failure itself.
     std::optional<Failure> Try(const std::function<s32()>& call, std::string_view accepted = {});
 
