@@ -16,7 +16,7 @@ VIMBRA_BEGIN_DECLS
 
 /** The step of a call that failed. */
 typedef enum EVimbraFailureStep VIMBRA_ENUM32 {
-    VIMBRA_FAILURE_NONE = 0,
+    VIMBRA_FAILURE_NONE = 0,          /**< none has been noted */
     VIMBRA_FAILURE_ARGUMENT = 1,      /**< an argument was refused; nothing was sent */
     VIMBRA_FAILURE_NO_DAEMON = 2,     /**< nobody listens; nErrno says what connect(2) found */
     VIMBRA_FAILURE_NO_PERMISSION = 3, /**< this process may not connect to the daemon */
@@ -32,7 +32,7 @@ typedef enum EVimbraFailureStep VIMBRA_ENUM32 {
 
 /** One failure. */
 typedef struct VimbraFailure {
-    EVimbraFailureStep eStep;
+    EVimbraFailureStep eStep; /**< where it failed */
     /** With VIMBRA_FAILURE_REFUSAL the daemon's number, also where the call returns another; the
      * companion daemon's are those of errno(3). Else 0. */
     s32 nDaemonCode;
