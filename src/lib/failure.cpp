@@ -23,6 +23,12 @@ void NameFailure(const char* call) {
     t_failure.pchCall = call;
 }
 
+IgnoredFailure::IgnoredFailure() : before_(t_failure) {}
+
+IgnoredFailure::~IgnoredFailure() {
+    t_failure = before_;
+}
+
 void FailedCallAt(const CallSite& site, const char* step) {
     LogErrnoAt(site, step);
     NoteFailure(site.function, VIMBRA_FAILURE_LOCAL, errno);

@@ -15,6 +15,18 @@ void NoteRefusal(const char* call, s32 daemonCode);
 // behind it.
 void NameFailure(const char* call);
 
+// What fails in its scope does not fail the call: nothing of it stays noted.
+class IgnoredFailure {
+ public:
+    IgnoredFailure();
+    ~IgnoredFailure();
+    IgnoredFailure(const IgnoredFailure&) = delete;
+    IgnoredFailure& operator=(const IgnoredFailure&) = delete;
+
+ private:
+    const TVimbraFailure before_;
+};
+
 // The result of a call whose argument is refused.
 [[nodiscard]] s32 RefuseArgument(const char* call, s32 result);
 

@@ -13,6 +13,7 @@
 #include <vimbra/net_ip.h>
 #include <vimbra/net_ping.h>
 #include <vimbra/ping.h>
+#include <vimbra/router_advertise.h>
 #include <vimbra/stat.h>
 
 #include <atomic>
@@ -178,6 +179,24 @@ TEST_F(LastFailure, TellsSilenceOnlyWhereItIsAFailure) {
     EXPECT_EQ(0, VimbraInit());
     EXPECT_EQ(-1, VimbraIpConflictCheckStop(VIMBRA_FAMILY_IPV4));
     EXPECT_EQ(Said(VIMBRA_FAILURE_ANSWER, 0, 0, "ApicConflictCheckStop"), Failure());
+}
+
+// The order to the listener to end is posted in vain; the stop itself is not.
+TEST_F(LastFailure, IsNotThatOfAStepWithinACallThatSucceeds) {
+    const ScriptedDaemon daemon;
+    EXPECT_EQ(0, VimbraInit());
+    TVimbraAddr destination = {};
+    destination.wSinFamily = VIMBRA_FAMILY_IPV4;
+    TVimbraPingOpt option = {};
+    const auto onPing = [](s32, TVimbraPingCBInfo*) { return 0; };
+    EXPECT_EQ(0, VimbraPingStart(destination, &option, 1, onPing));
+    EXPECT_EQ(0, VimbraRouterAdvertiseStart(g_eth, [](TVimbraRouterAdCb*) {}));
+    ASSERT_EQ(0, unlink("/tmp/ipc_ping"));
+    ASSERT_EQ(0, unlink("/tmp/ipc_router_notify"));
+    EXPECT_EQ(0, VimbraPingStop(1));
+    EXPECT_EQ(0, VimbraRouterAdvertiseStop(g_eth));
+    EXPECT_EQ(2, log_.Count(Kind::kPerror, "MakeAddrClient", "connect error"));
+    EXPECT_EQ(kNone, Failure());
 }
 
 void OnSignal(int) {}

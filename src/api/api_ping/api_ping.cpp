@@ -87,6 +87,7 @@ void PostStopOrder(s32 nUserID) {
     pingmsg order = {};
     order.nUserID = static_cast<u32>(nUserID);
     order.over_flag = kPingStopOrder;
+    const IgnoredFailure ignored;
     IpcCallbackSendAndRecv(kPingSocket, kPingAnswer, &order, sizeof(order), nullptr, 0);
 }
 

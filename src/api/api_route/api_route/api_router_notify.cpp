@@ -206,6 +206,14 @@ bool Start(const CallSite& site, const char* name, TVimbraRouterAdvertiseCallBac
     return true;
 }
 
+// Tells the newest listener to end, this watch's or another's. The stop does not depend on it.
+void PostStopOrder() {
+    const TVimbraRouterAdCb nothing = {};
+    const IgnoredFailure ignored;
+    IpcCallbackSendAndRecv(kRouterNotifySocket, kRouterNotifyStop, &nothing, sizeof(nothing),
+                           nullptr, 0);
+}
+
 }  // namespace
 
 void RouterAdvertiseInit() {
@@ -264,10 +272,7 @@ s32 VimbraRouterAdvertiseStop(char* pchIfaceName) {
         return VIMBRA_ERR_GENERAL;
     }
     VLOG_DEBUG("the pchIfaceName %s", pchIfaceName);
-    // Reaches the newest listener, this watch's or another's.
-    const TVimbraRouterAdCb nothing = {};
-    IpcCallbackSendAndRecv(kRouterNotifySocket, kRouterNotifyStop, &nothing, sizeof(nothing),
-                           nullptr, 0);
+    PostStopOrder();
     const s32 result = ApicRouterAdvertiseStop(pchIfaceName);
     if (result != VIMBRA_OK) {
         VLOG_ERROR("ApicRouterAdvertiseStop error : %d!", result);
