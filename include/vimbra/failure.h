@@ -43,9 +43,9 @@ typedef struct VimbraFailure {
 } TVimbraFailure;
 
 /**
- * The newest failure of the calling thread that it has not read yet. To be asked right after a call
- * that failed. What it hands over it forgets, so that a failure is never taken for that of a later
- * call.
+ * The newest failure of the calling thread that it has not read yet. To be asked right after each
+ * call that failed: what it hands over it forgets, so that an old failure is not taken for that of
+ * a later call which notes none.
  *
  * Nothing is noted where the result is the whole answer: a service that runs already or does not,
  * an account that is not there.
