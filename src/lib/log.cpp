@@ -7,6 +7,7 @@
 
 #include "lib/base/cancel.hpp"
 #include "lib/base/lock.hpp"
+#include "lib/base/text.hpp"
 
 u32 g_nVimbraLogSwitch = VIMBRA_LEVEL_DEBUG;
 
@@ -37,7 +38,63 @@ void Emit(u32 level, int priority, const char* format, va_list args) {
     errno = error;
 }
 
+struct Shape {
+    const char* tag;
+    u32 level;
+    int priority;
+};
+
+// By LogKind.
+constexpr Shape kShapes[] = {
+    {VIMBRA_TAG_ERR, VIMBRA_LEVEL_ERR, LOG_ERR},
+    // Debug priority, not warning priority: what device log filters are set up for.
+    {VIMBRA_TAG_WARN, VIMBRA_LEVEL_WARNING, LOG_DEBUG},
+    {VIMBRA_TAG_PRT, VIMBRA_LEVEL_INFO, LOG_INFO},
+    {VIMBRA_TAG_PRT, VIMBRA_LEVEL_DEBUG, LOG_DEBUG},
+};
+
+// The tag is written out before the format: process id, function and line are no arguments of its.
+constexpr size_t kTaggedMax = 320;
+
+void EmitTagged(vimbra::LogKind kind, vimbra::CallSite site, const char* format, va_list args) {
+    const Shape& shape = kShapes[static_cast<u8>(kind)];
+    if (!vimbra::Logs(shape.level)) {
+        return;
+    }
+    const int error = errno;
+    char tagged[kTaggedMax];
+    const int length =
+        snprintf(tagged, sizeof(tagged), shape.tag, getpid(), site.function, site.line);
+    vimbra::CopyText(tagged + length, sizeof(tagged) - static_cast<size_t>(length), format);
+    errno = error;
+    Emit(shape.level, shape.priority, tagged, args);
+}
+
 }  // namespace
+
+void vimbra::LogAt(LogKind kind, CallSite site, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    EmitTagged(kind, site, format, args);
+    va_end(args);
+}
+
+void vimbra::LogHere(u32 kindAndLine, const char* function, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    EmitTagged(static_cast<LogKind>(kindAndLine & 0xff),
+               {function, static_cast<int>(kindAndLine >> 8)}, format, args);
+    va_end(args);
+}
+
+void vimbra::LogErrnoAt(const CallSite& site, const char* step) {
+    const int error = errno;
+    if (Logs(VIMBRA_LEVEL_ERR)) {
+        VimbraLogPerror(VIMBRA_FORMAT_PERROR, getpid(), site.function, site.line, step, error,
+                        strerror(error));
+    }
+    errno = error;
+}
 
 void vimbra::HoldSyslog() {
     pthread_mutex_lock(&g_tSyslogMutex);
