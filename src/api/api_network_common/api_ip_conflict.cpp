@@ -1,6 +1,5 @@
-#include <vimbra/ip_conflict.h>
+#include "api/api_network_common/api_ip_conflict.hpp"
 
-#include "api/api_1x/api_network_common/net_ip_conflict.hpp"
 #include "api/api_network_common/ip_conflict_wire.hpp"
 #include "api/fork.hpp"
 #include "lib/base/lock.hpp"
@@ -42,6 +41,9 @@ pthread_mutex_t g_tConflictMutex = PTHREAD_MUTEX_INITIALIZER;
 WatchSlot g_tWatchIpv4;
 WatchSlot g_tWatchIpv6;
 
+// Set by the application's threads and read by the listener's.
+ConflictFilter conflict_filter = nullptr;
+
 WatchSlot& WatchOf(u16 family) {
     return family == VIMBRA_FAMILY_IPV4 ? g_tWatchIpv4 : g_tWatchIpv6;
 }
@@ -72,10 +74,10 @@ Next TakeConflict(Listener& listener, Message& message) {
     TVimbraIfaceMac mac = conflict.mac;
     TVimbraAddr address = conflict.tIpAddr;
     if (listener.Service().socketName == kConflictSocket) {
-        // The legacy callback that knows interfaces goes before all others.
         char name[sizeof(NameField) + 1] = {};
         memcpy(name, conflict.achIfcName, sizeof(NameField));
-        if (PrivateIpConflictCallBackEx(kind, &mac, &address, name) == 0) {
+        const ConflictFilter filter = __atomic_load_n(&conflict_filter, __ATOMIC_ACQUIRE);
+        if (filter != nullptr && filter(kind, &mac, &address, name) == 0) {
             VLOG_PRINT_AT(listener.At(__LINE__), "compatibility with 1.x");
             return Next::kGoOn;
         }
@@ -212,6 +214,10 @@ s32 Confirm(const CallSite& site, WatchSlot& slot, u32 turn, TVimbraConflictCall
 }
 
 }  // namespace
+
+void vimbra::SetConflictFilter(ConflictFilter filter) {
+    __atomic_store_n(&conflict_filter, filter, __ATOMIC_RELEASE);
+}
 
 void IpConflictCheckInit() {
     if (g_ptIpConflictInfo != nullptr) {

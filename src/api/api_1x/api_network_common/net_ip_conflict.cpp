@@ -1,10 +1,10 @@
-#include "api/api_1x/api_network_common/net_ip_conflict.hpp"
-
 #include <vimbra/net_ip_conflict.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
+
+#include "api/api_network_common/api_ip_conflict.hpp"
 
 namespace {
 
@@ -28,13 +28,7 @@ u32 NumberOf(const char* name) {
     return kNoNumber;
 }
 
-// What the watch is started with. It knows no interface name.
-void TellPlain(EVimbraConflictType type, TVimbraIfaceMac* mac, TVimbraAddr* address) {
-    PrivateIpConflictCallBack(type, mac, address, nullptr);
-}
-
-}  // namespace
-
+// To the plain callback, if there is one.
 void PrivateIpConflictCallBack(EVimbraConflictType eType, TVimbraIfaceMac* ptIfaceMac,
                                TVimbraAddr* ptIpAddr, const char*) {
     const TIpConflictCallBack callback = __atomic_load_n(&ip_conflict_callback, __ATOMIC_ACQUIRE);
@@ -43,6 +37,7 @@ void PrivateIpConflictCallBack(EVimbraConflictType eType, TVimbraIfaceMac* ptIfa
     }
 }
 
+// To the extended callback: 0, or -1 when there is none.
 int PrivateIpConflictCallBackEx(EVimbraConflictType eType, TVimbraIfaceMac* ptIfaceMac,
                                 TVimbraAddr* ptIpAddr, const char* pchIfaceName) {
     const TIpConflictCallBackEx callback =
@@ -66,6 +61,13 @@ int PrivateIpConflictCallBackEx(EVimbraConflictType eType, TVimbraIfaceMac* ptIf
     return 0;
 }
 
+// What the watch is started with. It knows no interface name.
+void TellPlain(EVimbraConflictType type, TVimbraIfaceMac* mac, TVimbraAddr* address) {
+    PrivateIpConflictCallBack(type, mac, address, nullptr);
+}
+
+}  // namespace
+
 vimbra_bool NetIpOnceConflicted() {
     return 0;
 }
@@ -77,5 +79,6 @@ s32 NetIpConflictCallBackReg(TIpConflictCallBack ptFunc) {
 
 s32 NetIpConflictCallBackRegEx(TIpConflictCallBackEx ptFunc) {
     __atomic_store_n(&ip_conflict_callback_ex, ptFunc, __ATOMIC_RELEASE);
+    vimbra::SetConflictFilter(PrivateIpConflictCallBackEx);
     return VimbraIpConflictCheckStart(VIMBRA_FAMILY_IPV4, TellPlain);
 }
