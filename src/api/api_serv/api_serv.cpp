@@ -7,6 +7,7 @@
 #include <cstdio>
 
 #include "api/api_serv/inetd_list.hpp"
+#include "api/api_serv/serv_table.hpp"
 #include "api/fork.hpp"
 #include "lib/base/lock.hpp"
 #include "lib/failure.hpp"
@@ -17,8 +18,6 @@
 using namespace vimbra;
 
 namespace {
-
-constexpr size_t kRowsToFind = VIMBRA_SERVICE_ROWS - 1;
 
 pthread_mutex_t g_tServiceMutex = PTHREAD_MUTEX_INITIALIZER;
 
@@ -156,17 +155,6 @@ void KillService(const CallSite& site, char* service) {
 }
 
 }  // namespace
-
-TServType* FindService(const char* service, const char* proto) {
-    for (size_t i = 0; i < kRowsToFind; i++) {
-        TServType& row = g_atNetServiceInfo[i];
-        if (strcmp(row.pchServType, service) == 0 &&
-            (proto == nullptr || strcmp(row.tInetdInfo.pchProto, proto) == 0)) {
-            return &row;
-        }
-    }
-    return nullptr;
-}
 
 s32 StartNetService(const TInetdInfo& record, const TServType& row) {
     const InetdList list(CreateInetdList());

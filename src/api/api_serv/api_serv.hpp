@@ -4,10 +4,6 @@
 
 #include <vimbra/service.h>
 
-// The first row of this service and protocol, or of any protocol for a null one; null if there is
-// none.
-TServType* FindService(const char* service, const char* proto);
-
 // Writes a service's line and tells inetd. 0 for a new line, 1 for one in the place of a marker, 2
 // for one in the place of another, -1 for a failure.
 s32 StartNetService(const TInetdInfo& record, const TServType& row);

@@ -1,6 +1,6 @@
 #include "api/api_serv/inetd_list.hpp"
 
-#include "api/api_serv/api_serv.hpp"
+#include "api/api_serv/serv_table.hpp"
 #include "lib/failure.hpp"
 #include "lib/files/inetd.hpp"
 #include "lib/log.hpp"

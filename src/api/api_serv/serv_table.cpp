@@ -1,4 +1,13 @@
-#include <vimbra/service.h>
+#include "api/api_serv/serv_table.hpp"
+
+#include <cstddef>
+#include <cstring>
+
+namespace {
+
+constexpr size_t kRowsToFind = VIMBRA_SERVICE_ROWS - 1;
+
+}  // namespace
 
 TServType g_atNetServiceInfo[VIMBRA_SERVICE_ROWS] = {
     {"telnetd",
@@ -41,3 +50,14 @@ TServType g_atNetServiceInfo[VIMBRA_SERVICE_ROWS] = {
      {"tcptest", "stream", "tcp", "nowait", "admin", "/usr/tcp_server1", "/usr/tcp_server1"},
      " "},
 };
+
+TServType* FindService(const char* service, const char* proto) {
+    for (size_t i = 0; i < kRowsToFind; i++) {
+        TServType& row = g_atNetServiceInfo[i];
+        if (strcmp(row.pchServType, service) == 0 &&
+            (proto == nullptr || strcmp(row.tInetdInfo.pchProto, proto) == 0)) {
+            return &row;
+        }
+    }
+    return nullptr;
+}
