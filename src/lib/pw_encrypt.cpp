@@ -6,6 +6,7 @@
 #include "lib/base/text.hpp"
 #include "lib/failure.hpp"
 #include "lib/files/inetd.hpp"
+#include "lib/files/inetd_owner.hpp"
 #include "lib/files/line_file.hpp"
 #include "lib/files/pw_file.hpp"
 #include "lib/files/pw_list.hpp"
@@ -17,9 +18,6 @@ namespace {
 
 constexpr char kComment[] = "tolvane";
 constexpr size_t kFieldSize = 128;  // of hash, home directory and shell, terminator included
-
-// A view as the arguments of "%.*s".
-#define VIMBRA_TEXT(view) static_cast<int>((view).size()), (view).data()
 
 // Could the text stand in a field of its own? It must not end the field or the line.
 bool IsField(const char* text, size_t size) {
@@ -142,40 +140,6 @@ bool KeepModified(const CallSite& site, Edit& edit, const PasswdLine& line, cons
     return edit.Keep({line.name, ":", hash, ":", line.userId, ":", line.groupId, ":", comment, ":",
                       line.home, ":", line.shell});
 }
-
-// One line of inetd's configuration with another owner. False when it is no complete line.
-class ServiceLine {
- public:
-    bool Parse(const CallSite& site, std::string_view line) {
-        VLOG_PRINT_AT(site, "achReadBuf : %.*s", VIMBRA_TEXT(line));
-        for (size_t i = 0; i < kFields; i++) {
-            fields_[i] = NextToken(line, i < kFields - 1 ? " \t" : "]");
-            if (fields_[i].empty()) {
-                VLOG_ERROR_AT(site, "strtok NULL!");
-                return false;
-            }
-            Log(site, i);
-        }
-        return true;
-    }
-
-    LineNode* WithOwner(const char* owner) const {
-        return NewLine({fields_[0], " ", fields_[1], " ", fields_[2], " ", fields_[3], " ", owner,
-                        " ", fields_[5], " ", fields_[6], "\n"});
-    }
-
- private:
-    static constexpr size_t kFields = 7;
-
-    void Log(const CallSite& site, size_t field) const {
-        constexpr const char* kNames[kFields] = {"pchSerName", "pchSockTyep", "pchProto",
-                                                 "pchFlags",   "pchUser",     "pchSerPath",
-                                                 "pchArgs"};
-        VLOG_PRINT_AT(site, "%s : %.*s", kNames[field], VIMBRA_TEXT(fields_[field]));
-    }
-
-    std::string_view fields_[kFields];
-};
 
 }  // namespace
 
@@ -328,49 +292,6 @@ s32 IsLastRootUser(char* pchUser, char* pchOtherRoot) {
         }
     }
     return 1;
-}
-
-s32 ChangeNetServiceOwner(char* pchOwner) {
-    const CallSite site = VIMBRA_HERE;
-    if (pchOwner == nullptr || !IsServiceOwner(pchOwner)) {
-        VLOG_ERROR("the owner is invalid!");
-        return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
-    }
-    const CancelGuard guard;
-    LineReader reader;
-    const Fd old = OpenLines(kInetdPaths, Open::kRead);
-    if (!old && errno == ENOENT) {
-        VLOG_PRINT("the inetd config file is not existed!");
-        return VIMBRA_OWNER_NO_CONFIG;
-    }
-    if (!old || !reader.Load(old)) {
-        VLOG_ERROR("fopen error");
-        return VIMBRA_ERR_GENERAL;
-    }
-    LineList lines;
-    std::string_view text;
-    while (reader.Next(text)) {
-        text = Front(text, text.find('\0'));
-        ServiceLine line;
-        if (text.starts_with('#') || !line.Parse(site, text)) {
-            continue;
-        }
-        if (!lines.Add(line.WithOwner(pchOwner))) {
-            VLOG_ERROR("malloc error");
-            return VIMBRA_ERR_GENERAL;
-        }
-    }
-    // The file is looked for anew, and may be made in the first place.
-    LineFile file(kInetdPaths, LineFile::How::kRewrite);
-    if (!file || !file.Rewrite(lines.First(), Filler::kComment)) {
-        VLOG_ERROR("fopen error");
-        return VIMBRA_ERR_GENERAL;
-    }
-    return VIMBRA_OWNER_CHANGED;
-}
-
-FILE* open_config_file(const char* pchMode) {
-    return OpenInetdStream(pchMode);
 }
 
 s32 vimbra::AddAccount(const CallSite& site, char* user, char* password,

@@ -12,6 +12,7 @@
 #include "lib/base/lock.hpp"
 #include "lib/failure.hpp"
 #include "lib/files/inetd.hpp"
+#include "lib/files/inetd_owner.hpp"
 #include "lib/files/pw_file.hpp"
 #include "lib/log.hpp"
 

@@ -7,6 +7,9 @@
 #include <cstddef>
 #include <cstring>
 
+// A view as the arguments of "%.*s".
+#define VIMBRA_TEXT(view) static_cast<int>((view).size()), (view).data()
+
 namespace vimbra {
 
 // Fills a zeroed fixed-width field of a record. A text of the field's full width arrives without

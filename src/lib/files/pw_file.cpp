@@ -26,8 +26,4 @@ bool PasswdLine::IsRoot() const {
     return fields >= 4 && userId.starts_with('0') && groupId.starts_with('0');
 }
 
-bool IsServiceOwner(std::string_view name) {
-    return !name.empty() && !HasControl(name) && name.find(' ') == std::string_view::npos;
-}
-
 }  // namespace vimbra

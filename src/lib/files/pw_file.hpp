@@ -27,9 +27,6 @@ struct PasswdLine {
     u32 fields = 0;               // how many there are, at most 7
 };
 
-// Does a name fit between the blanks of a line of inetd's configuration?
-bool IsServiceOwner(std::string_view name);
-
 }  // namespace vimbra
 
 #endif
