@@ -7,6 +7,7 @@
 
 #include "api/api_dhcpc/dhcpc_wire.hpp"
 #include "api/fork.hpp"
+#include "lib/argument.hpp"
 #include "lib/base/lock.hpp"
 #include "lib/base/memory.hpp"
 #include "lib/base/text.hpp"
@@ -70,14 +71,6 @@ void SetStarted(Client& client, vimbra_bool started) {
 
 bool IsIpv4(const Client& client) {
     return client.info.wSinfamily == VIMBRA_FAMILY_IPV4;
-}
-
-bool CheckName(const CallSite& site, const char* name) {
-    if (IsIfaceName(name)) {
-        return true;
-    }
-    VLOG_ERROR_AT(site, "pchIfaceName is invalid!");
-    return false;
 }
 
 // ---- Records -----------------------------------------------------------------------------------
@@ -550,7 +543,7 @@ s32 VimbraDhcpcStop(const char* pchIfaceName, u16 wSinFamily) {
     if (!CheckName(VIMBRA_HERE, pchIfaceName)) {
         return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
-    if (wSinFamily != VIMBRA_FAMILY_IPV4 && wSinFamily != VIMBRA_FAMILY_IPV6) {
+    if (!IsOneFamily(wSinFamily)) {
         VLOG_ERROR("wSinFamily %d is invalid!", wSinFamily);
         return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }

@@ -4,8 +4,8 @@
 #include <cstdio>
 
 #include "api/api_dhcpc/dns_node.hpp"
+#include "lib/argument.hpp"
 #include "lib/base/cancel.hpp"
-#include "lib/base/text.hpp"
 #include "lib/failure.hpp"
 #include "lib/files/line_file.hpp"
 #include "lib/log.hpp"
@@ -272,7 +272,7 @@ s32 VimbraDNSSet(char* pchIfaceName, u16 wSinFamily, TVimbraAddr* atDnsIP, u32 d
             return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
         }
     }
-    if (wSinFamily != VIMBRA_FAMILY_IPV4 && wSinFamily != VIMBRA_FAMILY_IPV6) {
+    if (!IsOneFamily(wSinFamily)) {
         VLOG_ERROR("all the atDnsIP wSinFamily %d value must be AF_INET or AF_INET6!", wSinFamily);
         return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }

@@ -4,6 +4,7 @@
 #include <vimbra/iface.h>
 
 #include "api/api_dhcps/dhcps_wire.hpp"
+#include "lib/argument.hpp"
 #include "lib/base/text.hpp"
 #include "lib/ipc/request.hpp"
 
@@ -38,7 +39,7 @@ constexpr RequestRule kStopAllRule = {
 };
 
 bool CheckFamily(const CallSite& site, u16 family) {
-    if (family == VIMBRA_FAMILY_IPV4 || family == VIMBRA_FAMILY_IPV6) {
+    if (IsOneFamily(family)) {
         return true;
     }
     VLOG_ERROR_AT(site, "wSinFamily %d is invalid!", family);

@@ -2,8 +2,8 @@
 
 #include "api/api_network_common/ip_conflict_wire.hpp"
 #include "api/fork.hpp"
+#include "lib/argument.hpp"
 #include "lib/base/lock.hpp"
-#include "lib/base/text.hpp"
 #include "lib/ipc/request.hpp"
 #include "lib/ipc/slots.hpp"
 
@@ -46,10 +46,6 @@ ConflictFilter conflict_filter = nullptr;
 
 WatchSlot& WatchOf(u16 family) {
     return family == VIMBRA_FAMILY_IPV4 ? g_tWatchIpv4 : g_tWatchIpv6;
-}
-
-bool IsOneFamily(u16 family) {
-    return family == VIMBRA_FAMILY_IPV4 || family == VIMBRA_FAMILY_IPV6;
 }
 
 // The application's callback, unless the watch has been stopped or even started anew meanwhile.

@@ -7,6 +7,7 @@
 
 #include "api/api_ntpc/ntpc_wire.hpp"
 #include "api/fork.hpp"
+#include "lib/argument.hpp"
 #include "lib/base/lock.hpp"
 #include "lib/base/memory.hpp"
 #include "lib/ipc/listener.hpp"
@@ -294,7 +295,7 @@ s32 VimbraNtpcStop(u16 wSinFamily) {
 }
 
 s32 VimbraNtpcSerCheck(TVimbraAddr tServerIp) {
-    if (tServerIp.wSinFamily != VIMBRA_FAMILY_IPV4 && tServerIp.wSinFamily != VIMBRA_FAMILY_IPV6) {
+    if (!IsOneFamily(tServerIp.wSinFamily)) {
         VLOG_ERROR("sinFamily  %d is not support !", tServerIp.wSinFamily);
         return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }

@@ -2,6 +2,7 @@
 
 #include "api/api_ping/ping_wire.hpp"
 #include "api/fork.hpp"
+#include "lib/argument.hpp"
 #include "lib/base/lock.hpp"
 #include "lib/ipc/listener.hpp"
 #include "lib/ipc/request.hpp"
@@ -164,7 +165,7 @@ s32 VimbraPingStart(TVimbraAddr tDestIp, TVimbraPingOpt* ptPingOpt, s32 nUserID,
         VLOG_ERROR("the ptPingOpt or ptCallBackFunc is NULL!");
         return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
-    if (tDestIp.wSinFamily != VIMBRA_FAMILY_IPV4 && tDestIp.wSinFamily != VIMBRA_FAMILY_IPV6) {
+    if (!IsOneFamily(tDestIp.wSinFamily)) {
         VLOG_ERROR("the dest wSinFamily %d is invalid!", tDestIp.wSinFamily);
         return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }

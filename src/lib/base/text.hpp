@@ -29,11 +29,6 @@ inline void CopyText(char* to, size_t size, const char* text) {
     to[length] = '\0';
 }
 
-// The check of every call that takes an interface name: there, and at most 16 characters.
-inline bool IsIfaceName(const char* name) {
-    return name != nullptr && strnlen(name, VIMBRA_IFACE_NAME_LEN + 1) <= VIMBRA_IFACE_NAME_LEN;
-}
-
 }  // namespace vimbra
 
 #endif

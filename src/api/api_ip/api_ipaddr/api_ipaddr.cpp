@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "api/api_ip/api_ipaddr/ipaddr_wire.hpp"
+#include "lib/argument.hpp"
 #include "lib/base/text.hpp"
 #include "lib/ipc/request.hpp"
 
@@ -22,10 +23,6 @@ constexpr RequestRule kRule = {
     RequestRule::OutOfMemory::kPlain,
 };
 
-bool IsOneFamily(u16 family) {
-    return family == VIMBRA_FAMILY_IPV4 || family == VIMBRA_FAMILY_IPV6;
-}
-
 bool IsFamilyOrBoth(u16 family) {
     return IsOneFamily(family) || family == VIMBRA_FAMILY_BOTH;
 }
@@ -33,14 +30,6 @@ bool IsFamilyOrBoth(u16 family) {
 // Adding and deleting take no link scope; replacing the set does.
 bool IsSingleScope(EVimbraScopeType scope) {
     return scope == VIMBRA_SCOPE_TYPE_DEF || scope == VIMBRA_SCOPE_TYPE_GLOBAL;
-}
-
-bool CheckName(const CallSite& site, const char* name) {
-    if (IsIfaceName(name)) {
-        return true;
-    }
-    VLOG_ERROR_AT(site, "pchIfaceName is invalid!");
-    return false;
 }
 
 // The checks that adding and deleting one address share.

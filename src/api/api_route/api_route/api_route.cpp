@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "api/api_route/api_route/route_wire.hpp"
+#include "lib/argument.hpp"
 #include "lib/base/text.hpp"
 #include "lib/ipc/request.hpp"
 
@@ -139,10 +140,6 @@ s32 SendRule(const CallSite& site, u32 type, const TVimbraIpRuleParam* rule) {
         return VIMBRA_ERR_GENERAL;
     }
     return SendRecord(site, kRouteRule, type, *rule);
-}
-
-bool IsOneFamily(u16 family) {
-    return family == VIMBRA_FAMILY_IPV4 || family == VIMBRA_FAMILY_IPV6;
 }
 
 // No name stands for the interface that the daemon finds.

@@ -3,6 +3,7 @@
 #include "api/api_ip/api_ipaddr/ipaddr_wire.hpp"
 #include "api/api_route/api_route/router_notify_wire.hpp"
 #include "api/fork.hpp"
+#include "lib/argument.hpp"
 #include "lib/base/lock.hpp"
 #include "lib/base/text.hpp"
 #include "lib/ipc/request.hpp"
@@ -262,8 +263,7 @@ s32 VimbraRouterAdvertiseStart(char* pchIfaceName, TVimbraRouterAdvertiseCallBac
 }
 
 s32 VimbraRouterAdvertiseStop(char* pchIfaceName) {
-    if (!IsIfaceName(pchIfaceName)) {
-        VLOG_ERROR("pchIfaceName is invalid!");
+    if (!CheckName(VIMBRA_HERE, pchIfaceName)) {
         return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     Taken taken = {};
