@@ -5,6 +5,8 @@
 #include <vimbra/addr.h>
 #include <vimbra/iface_check.h>
 
+#include <cstdio>
+
 #include "lib/log.hpp"
 
 namespace vimbra {
@@ -21,6 +23,15 @@ s32 OnInterface(const CallSite& site, u32 number, const char* failed, Call call)
     }
     return call(name);
 }
+
+// The name of any number. Some calls take those too for which there can be no interface: the daemon
+// is to refuse them.
+struct EthName {
+    explicit EthName(u32 number) {
+        snprintf(text, sizeof(text), "eth%d", static_cast<s32>(number));
+    }
+    char text[VIMBRA_IFACE_NAME_LEN];
+};
 
 // The address is in network byte order.
 inline TVimbraAddr Ipv4(u32 address) {

@@ -1,7 +1,6 @@
 #include <vimbra/net_dhcpc.h>
 
 #include <algorithm>
-#include <cstdio>
 
 #include "api/api_1x/legacy.hpp"
 
@@ -16,14 +15,6 @@ NetDhcpcNotifyCallBack g_NetDhcpcNotifyCallBack = nullptr;
 static_assert(sizeof(TNetDhcpcNotify) == 276);
 static_assert(sizeof(TNetDhcpcState) == sizeof(TVimbraDhcpcState));
 static_assert(sizeof(TNetDhcpcLeaseBuffer) >= sizeof(TVimbraDhcpcAddrInfo));
-
-// Starting and stopping know interfaces by numbers without end.
-struct EthName {
-    explicit EthName(u32 number) {
-        snprintf(text, sizeof(text), "eth%d", static_cast<s32>(number));
-    }
-    char text[VIMBRA_IFACE_NAME_LEN];
-};
 
 int PrivateDhcpcNotifyCallBack(u32 dwMsgID, VimbraDhcpcAddrInfo* ptInfo) {
     const NetDhcpcNotifyCallBack callback =

@@ -1,8 +1,6 @@
 #include <vimbra/net_dhcps.h>
 #include <vimbra/thread.h>
 
-#include <cstdio>
-
 #include "api/api_1x/api_dhcps/inotify_utils.hpp"
 #include "api/api_1x/api_dhcps/leases.hpp"
 #include "api/api_1x/legacy.hpp"
@@ -12,14 +10,6 @@
 using namespace vimbra;
 
 namespace {
-
-// Any number makes a name here, not only those of interfaces that there can be.
-struct EthName {
-    explicit EthName(u32 number) {
-        snprintf(text, sizeof(text), "eth%d", static_cast<int>(number));
-    }
-    char text[VIMBRA_IFACE_NAME_LEN];
-};
 
 TVimbraDhcpsInfo Pool(const TDhcpServerEthInfo& eth, const TDhcpServerDnsInfo& dns) {
     TVimbraDhcpsInfo pool = {};
