@@ -76,13 +76,10 @@ bool CheckPresence(const CallSite& site, char* user, s32 wanted) {
 // The password file, changed in memory and written back.
 class Edit {
  public:
-    explicit Edit(const CallSite& site) : site_(site), head_(CreatList()), last_(head_) {}
-    Edit(const Edit&) = delete;
-    Edit& operator=(const Edit&) = delete;
-    ~Edit() { ReleaseList(head_); }
+    explicit Edit(const CallSite& site) : site_(site), list_(CreatList()), last_(list_.Get()) {}
 
     bool Load() {
-        if (head_ == nullptr) {
+        if (!list_) {
             VLOG_ERROR_AT(site_, "creat list error!");
             return false;
         }
@@ -111,12 +108,12 @@ class Edit {
             VLOG_ERROR_AT(site_, "fopen error!");
             return VIMBRA_ERR_GENERAL;
         }
-        return WriteListToFile(head_, file);
+        return WriteListToFile(list_.Get(), file);
     }
 
  private:
     CallSite site_;
-    tagListNode* head_;
+    OwnedList<tagListNode, ReleaseList> list_;
     tagListNode* last_;
     LineReader reader_;
 };

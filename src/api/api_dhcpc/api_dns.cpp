@@ -23,28 +23,7 @@ constexpr char kOutOfMemory[] = "XMALLOC error";
 // The longest line that is taken in one piece, its newline included.
 constexpr size_t kLineMax = 99;
 
-class List {
- public:
-    explicit List(DnsNode* head) : head_(head) {}
-    List(const List&) = delete;
-    List& operator=(const List&) = delete;
-    ~List() {
-        if (head_ != nullptr) {
-            FreeList(head_);
-        }
-    }
-
-    explicit operator bool() const { return head_ != nullptr; }
-    DnsNode* Head() const { return head_; }
-    DnsNode* Release() {
-        DnsNode* head = head_;
-        head_ = nullptr;
-        return head;
-    }
-
- private:
-    DnsNode* head_;
-};
+using List = OwnedList<DnsNode, FreeList>;
 
 bool Contains(std::string_view text, std::string_view part) {
     return text.find(part) != std::string_view::npos;
@@ -161,12 +140,12 @@ s32 WriteFamilyToDnsConf(const char* iface, u16 family, const TVimbraAddr* serve
         return VIMBRA_ERR_GENERAL;
     }
     VLOG_PRINT_AT((CallSite{kFunction, __LINE__}), "SetDnsToList start...!");
-    if (SetFamilyToList(list.Head(), iface, family, servers, number) != VIMBRA_OK) {
+    if (SetFamilyToList(list.Get(), iface, family, servers, number) != VIMBRA_OK) {
         VLOG_ERROR_AT((CallSite{kFunction, __LINE__}), "SetDnsToList error!");
         return VIMBRA_ERR_GENERAL;
     }
     VLOG_PRINT_AT((CallSite{kFunction, __LINE__}), "WriteToReslovconf start...!");
-    if (WriteToReslovconf(list.Head()) != VIMBRA_OK) {
+    if (WriteToReslovconf(list.Get()) != VIMBRA_OK) {
         VLOG_ERROR_AT((CallSite{kFunction, __LINE__}), "WriteToReslovconf error");
         return VIMBRA_ERR_GENERAL;
     }
@@ -201,7 +180,7 @@ TNetDnsParam* ReadFromReslovconf() {
         VLOG_ERROR("%s", kOutOfMemory);
         return nullptr;
     }
-    DnsNode* section = list.Head();
+    DnsNode* section = list.Get();
     std::string_view line;
     while (reader.Next(line, kLineMax)) {
         const std::string_view content = Content(line);
@@ -212,7 +191,7 @@ TNetDnsParam* ReadFromReslovconf() {
                 VLOG_ERROR("%s", kOutOfMemory);
                 return nullptr;
             }
-        } else if (Contains(content, kServer) && section != list.Head()) {
+        } else if (Contains(content, kServer) && section != list.Get()) {
             AddServer(*section, content);
         }
     }
@@ -298,7 +277,7 @@ s32 VimbraDNSGet(TVimbraDnsAddrInfo* atDnsIP) {
         return VIMBRA_ERR_GENERAL;
     }
     u32 total = 0;
-    for (const DnsNode* section = list.Head(); section != nullptr; section = section->next) {
+    for (const DnsNode* section = list.Get(); section != nullptr; section = section->next) {
         const u32 count = std::min(ServerCount(*section), VIMBRA_DNS_MAX - total);
         std::copy_n(section->atDnsServerIP, count, atDnsIP->atDnsServer + total);
         total += count;

@@ -2,18 +2,11 @@
 
 #include <cstdlib>
 
-#include "lib/log.hpp"
-
-s32 FreeList(DnsNode* ptList) {
-    if (ptList == nullptr) {
-        VLOG_ERROR("free list invalid!");
-        return VIMBRA_ERR_GENERAL;
-    }
+void FreeList(DnsNode* ptList) {
     while (ptList != nullptr) {
         DnsNode* next = ptList->next;
         free(ptList->pchIfaceName);
         free(ptList);
         ptList = next;
     }
-    return VIMBRA_OK;
 }

@@ -4,7 +4,7 @@
 
 #include <vimbra/dns.h>
 
-// Frees a list with its head and its names. 0, or -1 for none.
-s32 FreeList(DnsNode* ptList);
+// Frees a list with its head and its names; null is taken.
+void FreeList(DnsNode* ptList);
 
 #endif

@@ -27,23 +27,6 @@ std::string_view PathOf(const char* path) {
     return {path, strnlen(path, VIMBRA_SERVICE_PATH_LEN)};
 }
 
-class InetdList {
- public:
-    explicit InetdList(ServNode* head) : head_(head) {}
-    InetdList(const InetdList&) = delete;
-    InetdList& operator=(const InetdList&) = delete;
-    ~InetdList() {
-        if (head_ != nullptr) {
-            FreeList(head_);
-        }
-    }
-    explicit operator bool() const { return head_ != nullptr; }
-    ServNode* Get() const { return head_; }
-
- private:
-    ServNode* head_;
-};
-
 // Where the service's line is, from 1; 0 if it has none. Neither name nor protocol counts: a
 // service that is switched on for another family takes the line over.
 u32 FindLine(const ServNode* list, const TInetdInfo& record) {
@@ -158,7 +141,7 @@ void KillService(const CallSite& site, char* service) {
 }  // namespace
 
 s32 StartNetService(const TInetdInfo& record, const TServType& row) {
-    const InetdList list(CreateInetdList());
+    const OwnedList<ServNode, FreeList> list(CreateInetdList());
     if (!list) {
         VLOG_ERROR("CreateInetdList error!");
         return VIMBRA_ERR_GENERAL;
@@ -251,13 +234,12 @@ s32 VimbraServiceStop(char* pchServName) {
         return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     const CancelGuard guard;
-    NetService* list = ReadFromInetdFile();
-    if (list == nullptr) {
+    OwnedList<NetService, FreeLines> list(ReadFromInetdFile());
+    if (!list) {
         VLOG_ERROR("ReadFromInetdFile error");
         return VIMBRA_OK;  // No configuration, no service.
     }
-    const s32 result = RemoveLine(VIMBRA_HERE, list, pchServName);
-    FreeLines(list);
+    const s32 result = RemoveLine(VIMBRA_HERE, list.First(), pchServName);
     if (result != VIMBRA_OK) {
         return result;
     }

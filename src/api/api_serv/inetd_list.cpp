@@ -86,13 +86,8 @@ s32 DelOneNode(ServNode* list, u32 position) {
     return VIMBRA_OK;
 }
 
-s32 FreeList(ServNode* list) {
-    if (list == nullptr) {
-        VLOG_ERROR("free list invalid!");
-        return VIMBRA_ERR_GENERAL;
-    }
+void FreeList(ServNode* list) {
     FreeLines(list);
-    return VIMBRA_OK;
 }
 
 s32 WriteList(const ServNode* list) {

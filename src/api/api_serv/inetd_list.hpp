@@ -21,8 +21,8 @@ ServNode* CreateInetdList();
 s32 AddOneNode(ServNode* list, u32 position, u32 flag, LineParts parts);
 s32 DelOneNode(ServNode* list, u32 position);
 
-// Frees the list with its head. 0, or -1 for none.
-s32 FreeList(ServNode* list);
+// Frees the list with its head; null is taken.
+void FreeList(ServNode* list);
 
 // Writes the lines after the head. 0 or -1.
 s32 WriteList(const ServNode* list);

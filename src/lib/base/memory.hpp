@@ -36,6 +36,28 @@ class Buffer {
     u8* data_ = nullptr;
 };
 
+// A linked list and the function that frees it with whatever its nodes hold; null is taken.
+template <typename Node, void (*FreeAll)(Node*)>
+class OwnedList {
+ public:
+    explicit OwnedList(Node* first = nullptr) : first_(first) {}
+    OwnedList(const OwnedList&) = delete;
+    OwnedList& operator=(const OwnedList&) = delete;
+    ~OwnedList() { FreeAll(first_); }
+
+    explicit operator bool() const { return first_ != nullptr; }
+    Node* Get() const { return first_; }
+    Node*& First() { return first_; }
+    Node* Release() {
+        Node* first = first_;
+        first_ = nullptr;
+        return first;
+    }
+
+ private:
+    Node* first_;
+};
+
 // A record that outlives the call: zero-filled, given back with free(3) or never.
 template <typename T>
 T* NewZeroed() {

@@ -65,11 +65,6 @@ void FreeLines(LineNode* first);
 // Lines in the order in which they were added.
 class LineList {
  public:
-    LineList() = default;
-    LineList(const LineList&) = delete;
-    LineList& operator=(const LineList&) = delete;
-    ~LineList() { FreeLines(first_); }
-
     // Takes the line; false for none.
     bool Add(LineNode* line) {
         *end_ = line;
@@ -80,11 +75,11 @@ class LineList {
         return true;
     }
 
-    const LineNode* First() const { return first_; }
+    const LineNode* First() const { return lines_.Get(); }
 
  private:
-    LineNode* first_ = nullptr;
-    LineNode** end_ = &first_;
+    OwnedList<LineNode, FreeLines> lines_;
+    LineNode** end_ = &lines_.First();
 };
 
 // What stands behind a content that is shorter than the one before it, until the file is cut: lines
