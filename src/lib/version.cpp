@@ -9,14 +9,6 @@
 #include "lib/base/memory.hpp"
 #include "lib/log.hpp"
 
-namespace {
-
-constexpr int kMajor = 2;
-constexpr int kMinor = 0;
-constexpr int kPatch = 3;
-
-}  // namespace
-
 s32 NetQueryVersion(char* pch_ver, u32 buf_len) {
     if (pch_ver == nullptr) {
         VLOG_ERROR("the point is NULL");
@@ -24,8 +16,8 @@ s32 NetQueryVersion(char* pch_ver, u32 buf_len) {
     }
     memset(pch_ver, 0, buf_len);
     char text[VIMBRA_VERSION_MAX];
-    snprintf(text, sizeof(text), "Vimbras Module Version: V%d.%d.%d.%08x (%s@%s) Build %s %s",
-             kMajor, kMinor, kPatch, VIMBRA_BUILD_NUMBER, VIMBRA_BUILD_USER, VIMBRA_BUILD_HOST,
+    snprintf(text, sizeof(text), "Vimbras Module Version: V%s.%08x (%s@%s) Build %s %s",
+             VIMBRA_VERSION_TRIPLET, VIMBRA_BUILD_NUMBER, VIMBRA_BUILD_USER, VIMBRA_BUILD_HOST,
              VIMBRA_BUILD_DATE, VIMBRA_BUILD_TIME);
     const size_t length = strlen(text);
     if (length >= buf_len) {

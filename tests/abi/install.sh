@@ -3,6 +3,11 @@
 # TOOLCHAIN and EMULATOR come from ctest for a cross build.
 source "$(dirname "$0")/common.sh"
 
+# The project's version is the only place where it stands.
+version=$(sed -n 's/^project(vimbra VERSION \([0-9.]*\).*/\1/p' "$SOURCE/CMakeLists.txt")
+major=${version%%.*}
+[ -n "$version" ] || fail "CMakeLists.txt tells no version"
+
 prefix=$work/usr
 cmake --install "$BUILD" --prefix "$prefix" >"$work/log" || {
     cat "$work/log"
@@ -10,9 +15,9 @@ cmake --install "$BUILD" --prefix "$prefix" >"$work/log" || {
 }
 
 libraries=$(dirname "$(find "$prefix" -name libvimbra.so)")
-[ "$(readlink "$libraries/libvimbra.so")" = libvimbra.so.2 ] || fail "the development link"
-[ "$(readlink "$libraries/libvimbra.so.2")" = libvimbra.so.2.0.3 ] || fail "the soname's link"
-[ -f "$libraries/libvimbra.so.2.0.3" ] || fail "the library"
+[ "$(readlink "$libraries/libvimbra.so")" = libvimbra.so.$major ] || fail "the development link"
+[ "$(readlink "$libraries/libvimbra.so.$major")" = libvimbra.so.$version ] || fail "the soname's link"
+[ -f "$libraries/libvimbra.so.$version" ] || fail "the library"
 if find "$prefix" -name '*.a' | grep .; then
     fail "a static archive is for tests only"
 fi
@@ -25,7 +30,7 @@ fi
 
 run() {
     LD_LIBRARY_PATH=$libraries ${EMULATOR:+"$EMULATOR"} "$1" >"$work/out"
-    grep -q '^Vimbras Module Version: V2\.0\.3\.' "$work/out" || fail "$1 does not run"
+    grep -q '^Vimbras Module Version: V'"${version//./\\.}"'\.' "$work/out" || fail "$1 does not run"
 }
 
 # From another place than the one it was installed to, as a package is staged.
@@ -34,7 +39,7 @@ prefix=$work/moved
 libraries=${libraries/#"$work/usr"/$prefix}
 
 export PKG_CONFIG_PATH=$libraries/pkgconfig
-[ "$(pkg-config --modversion vimbra)" = 2.0.3 ] || fail "pkg-config"
+[ "$(pkg-config --modversion vimbra)" = "$version" ] || fail "pkg-config"
 cp "$SOURCE/tests/abi/consumer/version.c" "$work"
 read -ra flags <<<"$(pkg-config --cflags --libs vimbra)"
 "$CC" ${CFLAGS:-} -std=c99 -Wall -Werror "$work/version.c" -o "$work/by-pkg-config" "${flags[@]}"
