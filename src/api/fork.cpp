@@ -1,9 +1,8 @@
 #include "api/fork.hpp"
 
-#include <pthread.h>
-
 #include <cerrno>
 
+#include "api/forget.hpp"
 #include "lib/ipc/listener.hpp"
 #include "lib/log.hpp"
 #include "lib/threads/thread.hpp"
@@ -19,9 +18,11 @@ constexpr Forget kForget[] = {
     ForgetStatistics,  ForgetLeaseWatchers,
 };
 
+pthread_mutex_t* g_ptInitMutex = nullptr;  // Set once, before there is a handler.
+
 // In the order in which they are taken anyway.
 void BeforeFork() {
-    HoldInit();
+    pthread_mutex_lock(g_ptInitMutex);
     HoldListeners();
     HoldThreads();
     HoldSyslog();
@@ -31,7 +32,7 @@ void InParent() {
     ReleaseSyslog();
     ReleaseThreads();
     ReleaseListeners();
-    ReleaseInit();
+    pthread_mutex_unlock(g_ptInitMutex);
 }
 
 // The listeners go first: they lie in the services' records.
@@ -43,15 +44,16 @@ void InChild() {
     for (const Forget forget : kForget) {
         forget();
     }
-    ReleaseInit();
+    pthread_mutex_unlock(g_ptInitMutex);
     errno = error;
 }
 
 }  // namespace
 
-bool HandleForks() {
-    static bool isHandled = false;  // With VimbraInit()'s lock held.
+bool HandleForks(pthread_mutex_t& init) {
+    static bool isHandled = false;
     if (!isHandled) {
+        g_ptInitMutex = &init;
         errno = pthread_atfork(BeforeFork, InParent, InChild);
         isHandled = errno == 0;
     }

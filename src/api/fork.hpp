@@ -12,26 +12,13 @@
 #ifndef VIMBRA_API_FORK_HPP
 #define VIMBRA_API_FORK_HPP
 
+#include <pthread.h>
+
 namespace vimbra {
 
-// From now on; once for a process. False when memory is out, with errno.
-bool HandleForks();
-
-// What a service does in a child.
-void ForgetDhcpClients();
-void ForgetConflictWatches();
-void ForgetNtpClients();
-void ForgetPings();
-void ForgetTraces();
-void ForgetPppoeLinks();
-void ForgetServiceLock();
-void ForgetAdvertisementWatches();
-void ForgetStatistics();
-void ForgetLeaseWatchers();
-
-// The lock of VimbraInit().
-void HoldInit();
-void ReleaseInit();
+// From now on; once for a process, with the lock of VimbraInit() held, which is also the first that
+// is taken before a fork. False when memory is out, with errno.
+bool HandleForks(pthread_mutex_t& init);
 
 }  // namespace vimbra
 

@@ -6,7 +6,7 @@
 #include <cstdio>
 
 #include "api/api_dhcpc/dhcpc_wire.hpp"
-#include "api/fork.hpp"
+#include "api/forget.hpp"
 #include "lib/argument.hpp"
 #include "lib/base/lock.hpp"
 #include "lib/base/memory.hpp"

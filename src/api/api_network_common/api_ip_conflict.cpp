@@ -1,7 +1,7 @@
 #include "api/api_network_common/api_ip_conflict.hpp"
 
 #include "api/api_network_common/ip_conflict_wire.hpp"
-#include "api/fork.hpp"
+#include "api/forget.hpp"
 #include "lib/argument.hpp"
 #include "lib/base/lock.hpp"
 #include "lib/ipc/request.hpp"

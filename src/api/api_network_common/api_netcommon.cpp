@@ -1,25 +1,11 @@
 #include <arpa/inet.h>
 #include <net/if.h>
-#include <pthread.h>
-#include <syslog.h>
 #include <vimbra/common.h>
-#include <vimbra/dhcpc.h>
 #include <vimbra/iface_check.h>
-#include <vimbra/ip_conflict.h>
 #include <vimbra/net_common.h>
-#include <vimbra/ping.h>
-#include <vimbra/pppoe.h>
-#include <vimbra/router_advertise.h>
-#include <vimbra/service.h>
-#include <vimbra/traceroute.h>
 
 #include "api/api_network_common/netcommon_wire.hpp"
-#include "api/api_ntpc/api_ntpc.hpp"
-#include "api/fork.hpp"
-#include "build_info.h"
-#include "lib/base/lock.hpp"
 #include "lib/ipc/request.hpp"
-#include "lib/version.hpp"
 
 using namespace vimbra;
 using namespace vimbra::wire;
@@ -33,16 +19,6 @@ constexpr RequestRule kRule = {
     Failure::kMinusOne,
     RequestRule::OutOfMemory::kTransport,
 };
-
-// The initialisers of the services, in the order in which they have always run.
-using Initialiser = void (*)();
-constexpr Initialiser kInitialisers[] = {
-    DhcpcInit,      IpConflictCheckInit, NtpcInit,    PingInit,
-    TracerouteInit, PppoeInit,           ServiceInit, RouterAdvertiseInit,
-};
-
-pthread_mutex_t g_tInitMutex = PTHREAD_MUTEX_INITIALIZER;
-bool g_bVimbraInit = false;
 
 // Changes an interface's flags; the name has been checked.
 s32 ChangeFlags(const CallSite& site, char* name, u32 clear, u32 set) {
@@ -112,38 +88,6 @@ s32 CheckIpv6(const CallSite& site, const in6_addr& address, u32 prefix, const i
 }
 
 }  // namespace
-
-void vimbra::HoldInit() {
-    pthread_mutex_lock(&g_tInitMutex);
-}
-
-void vimbra::ReleaseInit() {
-    pthread_mutex_unlock(&g_tInitMutex);
-}
-
-s32 VimbraInit() {
-    const Lock lock(g_tInitMutex);
-    if (g_bVimbraInit) {
-        VLOG_PRINT("the vimbra modules has been inited!");
-        return VIMBRA_OK;
-    }
-    char version[VIMBRA_VERSION_MAX] = {};
-    if (NetQueryVersion(version, sizeof(version)) != VIMBRA_OK) {
-        VLOG_ERROR("NetQueryVersion ERROR");
-        return VIMBRA_ERR_GENERAL;
-    }
-    VLOG_PRINT("%s %s %s\n", VIMBRA_BUILD_DATE, VIMBRA_BUILD_TIME, version);
-    // Once whatever the level: a device's log has to tell which library wrote it.
-    syslog(LOG_LOCAL6 | LOG_INFO, "%s", version);
-    if (!HandleForks()) {
-        VLOG_ERRNO("pthread_atfork error");  // Only a child that calls the library would miss it.
-    }
-    for (const Initialiser initialise : kInitialisers) {
-        initialise();
-    }
-    g_bVimbraInit = true;
-    return VIMBRA_OK;
-}
 
 s32 VimbraQueryVersion(char* pchVer, u32 dwBufLen) {
     return NetQueryVersion(pchVer, dwBufLen);

@@ -3,7 +3,7 @@
 #include <type_traits>
 
 #include "api/api_network_common/stat_wire.hpp"
-#include "api/fork.hpp"
+#include "api/forget.hpp"
 #include "lib/base/lock.hpp"
 #include "lib/ipc/request.hpp"
 #include "lib/ipc/slots.hpp"

@@ -6,7 +6,7 @@
 #include <vimbra/semaphore.h>
 
 #include "api/api_ntpc/ntpc_wire.hpp"
-#include "api/fork.hpp"
+#include "api/forget.hpp"
 #include "lib/argument.hpp"
 #include "lib/base/lock.hpp"
 #include "lib/base/memory.hpp"

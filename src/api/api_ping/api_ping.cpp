@@ -1,7 +1,7 @@
 #include "api/api_ping/api_ping.hpp"
 
 #include "api/api_ping/ping_wire.hpp"
-#include "api/fork.hpp"
+#include "api/forget.hpp"
 #include "lib/argument.hpp"
 #include "lib/base/lock.hpp"
 #include "lib/ipc/listener.hpp"

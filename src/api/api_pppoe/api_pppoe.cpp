@@ -4,7 +4,7 @@
 #include <span>
 
 #include "api/api_pppoe/pppoe_wire.hpp"
-#include "api/fork.hpp"
+#include "api/forget.hpp"
 #include "lib/base/lock.hpp"
 #include "lib/base/memory.hpp"
 #include "lib/base/text.hpp"

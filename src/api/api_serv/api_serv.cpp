@@ -8,7 +8,7 @@
 
 #include "api/api_serv/inetd_list.hpp"
 #include "api/api_serv/serv_table.hpp"
-#include "api/fork.hpp"
+#include "api/forget.hpp"
 #include "lib/base/lock.hpp"
 #include "lib/failure.hpp"
 #include "lib/files/inetd.hpp"

@@ -6,7 +6,7 @@
 #include <vimbra/semaphore.h>
 
 #include "api/api_traceroute/traceroute_wire.hpp"
-#include "api/fork.hpp"
+#include "api/forget.hpp"
 #include "lib/base/lock.hpp"
 #include "lib/ipc/listener.hpp"
 #include "lib/ipc/request.hpp"

@@ -7,7 +7,7 @@
 #include <cstdio>
 
 #include "api/api_1x/api_dhcps/leases.hpp"
-#include "api/fork.hpp"
+#include "api/forget.hpp"
 #include "lib/base/cancel.hpp"
 #include "lib/base/lock.hpp"
 #include "lib/base/memory.hpp"

@@ -2,7 +2,7 @@
 
 #include "api/api_ip/api_ipaddr/ipaddr_wire.hpp"
 #include "api/api_route/api_route/router_notify_wire.hpp"
-#include "api/fork.hpp"
+#include "api/forget.hpp"
 #include "lib/argument.hpp"
 #include "lib/base/lock.hpp"
 #include "lib/base/text.hpp"
