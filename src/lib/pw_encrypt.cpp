@@ -278,7 +278,8 @@ s32 IsLastRootUser(char* pchUser, char* pchOtherRoot) {
         }
         VLOG_PRINT("RootUser : %.*s", VIMBRA_TEXT(line.name));
         VLOG_PRINT("pchPasswd : %.*s", VIMBRA_TEXT(line.password));
-        VLOG_PRINT("pcGid : %.*s", VIMBRA_TEXT(line.userId));  // Swapped names, as ever.
+        // Kept: swapped names; the test is Accounts.OtherRootIsTheFirstThatDiffers.
+        VLOG_PRINT("pcGid : %.*s", VIMBRA_TEXT(line.userId));
         VLOG_PRINT("pchUid : %.*s", VIMBRA_TEXT(line.groupId));
         // A name that could not be written into inetd's configuration is no heir.
         if (line.IsRoot() && line.name != pchUser && IsServiceOwner(line.name) &&

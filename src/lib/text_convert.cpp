@@ -133,7 +133,8 @@ s32 StrToU8WitchoutSepchar(char* str, char sepchar, char* dst, s32 size_dst) {
         }
         field = separator + 1;
     }
-    // Looked at only from where the field before it ended; callers rely on it.
+    // Kept: looked at only from where the field before it ended; the test is
+    // StrToU8.TheLastFieldIsLookedAtFromWhereTheOneBeforeEnded.
     const size_t lastLength = strlen(field);
     const size_t bad = FindNoHexDigit(field, length, lastLength);
     if (bad < lastLength) {
@@ -150,7 +151,8 @@ s32 MaskConvertIpv4(u32* p_net_byte_order, u32* p_bit_count, u32 flag) {
         return VIMBRA_ERR_GENERAL;
     }
     const u32 mask = ntohl(*p_net_byte_order);
-    if (mask == 0xffffffff) {  // Before the flag is looked at, kept so.
+    // Kept: before the flag is looked at; the test is MaskConvert.AFullMaskIs32WhateverTheFlag.
+    if (mask == 0xffffffff) {
         *p_bit_count = kBits;
         return VIMBRA_OK;
     }

@@ -223,6 +223,28 @@ TEST_F(Memory, Requests) {
 }
 
 // The watcher goes with a line, the application stays.
+TEST_F(Memory, LegacyDhcpServerStartsWithoutAWatcher) {
+    Capture log;
+    TDhcpServerConfInfo conf = {};
+    g_failing = 0;
+    EXPECT_EQ(1105, NetDhcpsStart(&conf, nullptr))
+        << "the configuration's fault, not the watcher's";
+    EXPECT_GT(0, g_failing);
+    g_failing = -1;
+    EXPECT_TRUE(log.Has(Kind::kPerror, "ThreadSpawn", "THREAD: spawn() malloc error"));
+    EXPECT_EQ(0, log.Count(Kind::kError, "NetDhcpsStart"));
+    EXPECT_TRUE(log.Has(Kind::kError, "VimbraDhcpsStart", "CheckDhcpsParam error!"));
+}
+
+TEST(MemoryOfQueues, WithoutMemoryTheProcessEnds) {
+    EXPECT_EXIT(
+        {
+            g_failing = 0;
+            queue_create();
+        },
+        testing::ExitedWithCode(255), "");
+}
+
 TEST_F(Memory, LeaseWatcherEndsWithoutMemory) {
     constexpr char kLeases[] = "/usr/etc/udhcpd.leases";
     WriteFile(kLeases, std::string(44, '\0'));

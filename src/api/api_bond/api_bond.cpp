@@ -78,7 +78,9 @@ u32 BodyLength(const TVimbraBondParam& param) {
 }
 
 // Without a name of its own the first member's is put in: the length has no room for it, so the
-// request is not sent. A bond has always needed to be told its active member.
+// request is not sent.
+// Kept: a bond needs to be given its active member; the test is
+// Bond.WithoutActiveInterfaceNothingIsSent.
 void PutActive(const CallSite& site, const TVimbraBondParam& param, BodyWriter& writer) {
     if (param.pchActiveIface != nullptr) {
         const u32 length = TextLength(param.pchActiveIface);
@@ -186,7 +188,7 @@ s32 VimbraBondStart(u32 dwBondMode, TVimbraBondParam* ptBondParam) {
 }
 
 s32 VimbraBondStop() {
-    // Only -1 is a failure: a daemon that stays silent has always counted as stopped.
+    // Kept: only -1 is a failure; the test is Bond.StopThatGoesWrongOnTheWayCountsAsDone.
     if (ApicBondStop() == VIMBRA_ERR_GENERAL) {
         VLOG_ERROR("ApicBondStop error");
         return VIMBRA_ERR_GENERAL;

@@ -108,8 +108,8 @@ void Append(Client& client) {
     *link = &client.info;
 }
 
-// The search moves the head itself: afterwards the list begins with the predecessor of the record
-// that was removed, and is empty if that was the first. Applications know it so; the test is
+// Kept: the search moves the head itself, so that afterwards the list begins with the predecessor
+// of the record that was removed, and is empty if that was the first; the test is
 // Dhcpc.StoppingMovesTheHead.
 void Remove(Client& client) {
     TDhcpcInfo*& head = g_ptApiDhcpCInfo;

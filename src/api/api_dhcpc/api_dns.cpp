@@ -29,7 +29,9 @@ bool Contains(std::string_view text, std::string_view part) {
     return text.find(part) != std::string_view::npos;
 }
 
-// What a line says. The last character goes, newline or not, as it always has.
+// What a line says.
+// Kept: the last character goes, newline or not; the test is
+// DnsGet.LastLineWithoutNewlineLosesACharacter.
 std::string_view Content(std::string_view line) {
     line = Front(line, line.find('\0'));
     return Front(line, line.size() - (line.empty() ? 0 : 1));

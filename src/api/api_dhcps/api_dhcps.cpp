@@ -29,7 +29,7 @@ constexpr RequestRule kStateRule = {
     RequestRule::OutOfMemory::kErrno,
 };
 
-// The yen sign is what became of a backslash long ago; log readers know the line so.
+// Kept: the yen sign, which was a backslash once; the test is Dhcps.LegacyStopAll.
 constexpr RequestRule kStopAllRule = {
     VIMBRA_TAG_ERR "send and recv msg error:%d!¥n",
     VIMBRA_TAG_ERR "send and recv msg error:%d!¥n",

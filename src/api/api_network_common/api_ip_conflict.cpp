@@ -171,8 +171,8 @@ s32 Recycle(const CallSite& site, WatchSlot& slot, u32 turn, Lock& lock) {
     return VIMBRA_OK;
 }
 
-// What follows on a refused start. Success, though refused: only the log tells. Another start that
-// shares the watch keeps it.
+// What follows on a refused start. Another start that shares the watch keeps it.
+// Kept: success, only the log tells; the test is Conflicts.RefusedStartIs0AndNotStarted.
 s32 GiveUp(const CallSite& site, WatchSlot& slot, u32 turn, TVimbraConflictCallBack callback) {
     Lock lock(g_tConflictMutex);
     if (IsStillTaken(slot, turn)) {

@@ -17,7 +17,7 @@ s32 VimbraSetDscp(u16 wSinFamily, s32 nSockfd, u8 byDscp) {
             return VIMBRA_OK;
         }
         case VIMBRA_FAMILY_IPV6: {
-            // Unshifted: applications hand over a whole traffic class here.
+            // Kept: unshifted, a whole traffic class; the test is SetDscp.DoesNotShiftForIpv6.
             const int trafficClass = byDscp;
             if (setsockopt(nSockfd, IPPROTO_IPV6, IPV6_TCLASS, &trafficClass,
                            sizeof(trafficClass)) != 0) {

@@ -157,12 +157,14 @@ s32 VimbraStatNotifyCallbackReg(int nInterval, TDevStatNotifyCallBack pfNotifyCb
     const u32 turn = ShareSlot(g_tStat);
     if (g_tStat.asking == 1) {
         g_tStat.info.callback = pfNotifyCb;
-        // A thread that could not be made passes here; stopping tells it.
+        // Kept: a thread that could not be made passes here; the test is
+        // NoThread.StatisticsDoNotNoticeUntilTheyStop.
         StartListener(kService, g_tStat.listener, {});
     }
     lock.Unlock();
     if (SendStart(VIMBRA_HERE, nInterval) != VIMBRA_OK) {
-        VLOG_ERROR("api_operate_route error");  // Known by these words.
+        // Kept: a route's words; the test is Stat.RefusedStartEndsTheListener.
+        VLOG_ERROR("api_operate_route error");
         GiveUp(turn, pfNotifyCb);
         return VIMBRA_ERR_GENERAL;
     }

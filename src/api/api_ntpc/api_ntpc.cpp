@@ -259,7 +259,7 @@ s32 VimbraNtpcStart(TVimbraAddr tServerIp, u32 dwSyncTimeInterval,
     TakeSemaphore(ntpc_sem_id);
     if (StartListener(IsIpv4(*client) ? kIpv4 : kIpv6, client->listener,
                       {.argument = client, .handle = &client->info.tNtpcThreadID}) == 0) {
-        // The semaphore stays taken; the test is Ntpc.SemaphoreStaysTakenWithoutThread.
+        // Kept: the semaphore stays taken; the test is Ntpc.SemaphoreStaysTakenWithoutThread.
         VLOG_ERROR("create ntpc callback thread failed!");
         return VIMBRA_ERR_GENERAL;
     }

@@ -207,7 +207,7 @@ s32 CheckPppoeParam(const TVimbraPppoeParam* ptPppoeParam, u16 wSinFamily,
         VLOG_ERROR("the ptPppoeParam or ptNotifyCallBack is invalid!");
         return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
-    // Only 0: other families that there are not have always been told apart by a later failure.
+    // Kept: only 0, others fail at the lookup; the test is Pppoe.UnknownFamilyFailsAtTheLookup.
     if (wSinFamily == 0) {
         VLOG_ERROR("wSinFamily is not VIMBRA_PROTO_TYPE_IPV4 and is not AF_INET6!");
         return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
@@ -246,7 +246,7 @@ void FillConfig(const CallSite& site, const TVimbraPppoeParam& param, PppoeConfi
     config.auto_dial_enable = param.bAutoDialEnable;
     config.default_route_enable = param.bDefaultRouteEnable;
     if (param.bDebug != 0) {
-        config.debug = 1;  // Never cleared; the test is Pppoe.DebugStays.
+        config.debug = 1;  // Kept: it is never cleared; the test is Pppoe.DebugStays.
     }
     config.dial_retry_seconds = param.dwAutoDialInterval;
     config.lcp_echo_interval = param.wLcpEchoSendInterval;

@@ -27,8 +27,9 @@ std::string_view PathOf(const char* path) {
     return {path, strnlen(path, VIMBRA_SERVICE_PATH_LEN)};
 }
 
-// Where the service's line is, from 1; 0 if it has none. Neither name nor protocol counts: a
-// service that is switched on for another family takes the line over.
+// Where the service's line is, from 1; 0 if it has none.
+// Kept: neither name nor protocol counts, so that a service which is switched on for another family
+// takes the line over; the test is Service.TheOtherFamilyTakesTheLineOver.
 u32 FindLine(const ServNode* list, const TInetdInfo& record) {
     u32 position = 1;
     for (const ServNode* node = list->next; node != nullptr; node = node->next, position++) {
@@ -87,7 +88,7 @@ bool CheckRequest(const CallSite& site, const TVimbraServInfo* info) {
     return true;
 }
 
-// The caller's path stays in the table. Its characters go into a line: none may end it.
+// Kept: the caller's path stays in the table; the test is Service.PathsPersist. Its characters go into a line: none may end it.
 bool TakePath(const CallSite& site, TServType& row, const char* path) {
     if (path == nullptr) {
         return true;
@@ -237,7 +238,8 @@ s32 VimbraServiceStop(char* pchServName) {
     OwnedList<NetService, FreeLines> list(ReadFromInetdFile());
     if (!list) {
         VLOG_ERROR("ReadFromInetdFile error");
-        return VIMBRA_OK;  // No configuration, no service.
+        // Kept: no configuration, no service; the test is Service.StopWithoutAConfigurationIsDone.
+        return VIMBRA_OK;
     }
     const s32 result = RemoveLine(VIMBRA_HERE, list.First(), pchServName);
     if (result != VIMBRA_OK) {

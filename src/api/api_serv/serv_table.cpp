@@ -44,7 +44,8 @@ TServType g_atNetServiceInfo[VIMBRA_SERVICE_ROWS] = {
      80,
      {"www", "stream", "tcp6", "nowait", "root", "/sbin/httpd", "/sbin/httpd -i -c "},
      "/etc/httpd.conf"},
-    // Of the factory's test bench; calls do not find it.
+    // Kept: of the factory's test bench, calls do not find it; the test is
+    // Service.WhatTheTableDoesNotHave.
     {"tcp_server1",
      8000,
      {"tcptest", "stream", "tcp", "nowait", "admin", "/usr/tcp_server1", "/usr/tcp_server1"},

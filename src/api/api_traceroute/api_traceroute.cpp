@@ -167,6 +167,8 @@ s32 ApicTracertStop(s32 nUserID) {
     return SendStop(VIMBRA_HERE, nUserID);
 }
 
+// Kept: an entry of its own, which sends what a stop sends; the test is
+// TracerouteRequests.AllStopSendsWhatAStopSends.
 s32 ApicTracertAllStop(s32 nUserID) {
     return SendStop(VIMBRA_HERE, nUserID);
 }
@@ -188,7 +190,8 @@ s32 VimbraTracerouteStart(TVimbraAddr tDestIp, TVimbraTracerouteOpt* ptTraceRtOp
     Lock lock(g_tTraceRtMutex);
     if (TraceSlot* const busy = FindBusy(nUserID); busy != nullptr) {
         VLOG_ERROR("the userId %d is tracerouting, please replace the user id!", nUserID);
-        Traces::End(*busy);  // Established: the running trace loses its place.
+        // Kept: the running trace loses its place; the test is Traceroute.StartingABusyIdEndsItsTrace.
+        Traces::End(*busy);
         return VIMBRA_ERR_GENERAL;
     }
     TraceSlot* const slot = FindFreeSlot(g_ptApiTracerouteInfo);
@@ -206,7 +209,8 @@ s32 VimbraTracerouteStart(TVimbraAddr tDestIp, TVimbraTracerouteOpt* ptTraceRtOp
     }
     lock.Unlock();
     if (ApicTracertStart(tDestIp, *ptTraceRtOpt, nUserID) != VIMBRA_OK) {
-        VLOG_ERROR("ApicPingStart error!");  // The words of the ping, which log readers know.
+        // Kept: the ping's words; the test is Traceroute.ARefusedStartGivesThePlaceBack.
+        VLOG_ERROR("ApicPingStart error!");
         Traces::EndTurn(*slot, turn);
         return VIMBRA_ERR_GENERAL;
     }

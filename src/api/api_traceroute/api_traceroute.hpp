@@ -9,7 +9,6 @@ void ClearTraceRtInfo(TTraceRtInfo* ptTraceRtInfo);
 s32 ApicTracertStart(const TVimbraAddr& tDestIp, const TVimbraTracerouteOpt& tTraceRtOpt,
                      s32 nUserID);
 s32 ApicTracertStop(s32 nUserID);
-// A daemon's entry of its own, though it is asked the same.
 s32 ApicTracertAllStop(s32 nUserID);
 
 #endif

@@ -20,7 +20,8 @@ s32 NetDelNetUser(char* pchUser) {
 s32 NetAddNetCommonUser(char* pchUser, char* pchPasswd) {
     if (pchUser == nullptr || pchPasswd == nullptr) {
         VLOG_ERROR("username or pasword is NULL!");
-        return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);  // Not 1105, unlike the current calls.
+        // Kept: not 1105, unlike the current calls; the test is Accounts.CommonUser.
+        return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     return AddAccount(VIMBRA_HERE, pchUser, pchPasswd, add_common_user_to_pwd_file);
 }

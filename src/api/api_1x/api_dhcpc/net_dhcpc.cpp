@@ -8,7 +8,8 @@ using namespace vimbra;
 
 namespace {
 
-constexpr char kNamingFailed[] = "NetDhcpcRenew interface_name failed";  // Of all three calls.
+// Kept: the renewal's name for all three calls; the test is NetDhcpc.OtherCallsKnowThreeNumbers.
+constexpr char kNamingFailed[] = "NetDhcpcRenew interface_name failed";
 
 NetDhcpcNotifyCallBack g_NetDhcpcNotifyCallBack = nullptr;
 

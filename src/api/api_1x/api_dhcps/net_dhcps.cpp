@@ -26,7 +26,8 @@ TVimbraDhcpsInfo Pool(const TDhcpServerEthInfo& eth, const TDhcpServerDnsInfo& d
     return pool;
 }
 
-// Kept: a spawn that fails gives 0, so that the start goes on without a watcher.
+// Kept: a spawn that fails gives 0, so that the start goes on without a watcher; the test is
+// Memory.LegacyDhcpServerStartsWithoutAWatcher.
 bool SpawnWatcher() {
     constexpr int kStackSize = 0x200000;
     constexpr int kPriority = 5;

@@ -56,7 +56,8 @@ int PrivateIpConflictCallBackEx(EVimbraConflictType eType, TVimbraIfaceMac* ptIf
     if (pchIfaceName != nullptr) {
         info.byEthId = NumberOf(pchIfaceName);
     }
-    // Always as an IP conflict: what applications of that generation know.
+    // Kept: always as an IP conflict; the test is
+    // Legacy.ExtendedCallbackGoesFirstAndAlwaysSaysIpConflict.
     callback(VIMBRA_IP_CONFLICT, &info);
     return 0;
 }

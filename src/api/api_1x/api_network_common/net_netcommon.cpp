@@ -33,6 +33,6 @@ s32 NetGetEthState(s32 nEthNum, u32* pdwFlag) {
 }
 
 s32 NetCheckTheSameNet(u32 dwIpAddr, u32 dwMask, u32 dwGateway) {
-    // The mask has always been handed on as a prefix length.
+    // Kept: the mask is a prefix length; the test is NetCheckTheSameNet.TakesThePrefixLengthAsMask.
     return VimbraCheckIsSameNet(Ipv4(dwIpAddr), dwMask, Ipv4(dwGateway));
 }

@@ -27,7 +27,7 @@ int PrivatePingCallBack(s32 nResult, TVimbraPingCBInfo* ptInfo) {
     } else if (event <= kPingLastEvent) {
         callback(nResult, 0, 0, ptInfo->nSeq, ptInfo->nUserID, 0, 0);
     } else {
-        // The record's error type and not the event: so it has always been told.
+        // The record's error type and not the event. The listener lets no such event through.
         VLOG_ERROR("the unkonwn type = 0x%x", static_cast<u32>(ptInfo->nErrType));
     }
     return 0;

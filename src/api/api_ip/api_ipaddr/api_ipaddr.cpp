@@ -249,7 +249,8 @@ s32 VimbraIfaceGetIp(char* pchIfaceName, u16 wSinFamily, TVimbraIfaceAllIp* ptNe
     }
     const s32 result = ApicIpaddrGet(pchIfaceName, wSinFamily, ptNetIfaceIp);
     if (result != VIMBRA_OK) {
-        VLOG_ERROR("ApicIpaddrSet error : %d!", result);  // The set's name: log readers know it so.
+        // Kept: the set's name; the test is Iface.RefusalOfTheDaemonIsMinusOne.
+        VLOG_ERROR("ApicIpaddrSet error : %d!", result);
     }
     return result;
 }
@@ -340,7 +341,8 @@ s32 VimbraIfaceGetMac(char* pchIfaceName, TVimbraIfaceMac* ptNetIfaceMac) {
         return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (ptNetIfaceMac == nullptr) {
-        VLOG_ERROR("ptNetIfaceIp is NULL!");  // The address call's words, kept.
+        // Kept: the address call's words; the test is IfaceGetMac.ChecksItsArgumentsInOrder.
+        VLOG_ERROR("ptNetIfaceIp is NULL!");
         return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     const s32 result = ApicMacGet(pchIfaceName, ptNetIfaceMac);
@@ -378,7 +380,7 @@ s32 VimbraIfaceGetMtu(char* pchIfaceName, u32* pdwMtu) {
     }
     if (pdwMtu == nullptr) {
         VLOG_ERROR("pdwMtu is invalid!");
-        // Not 1105, unlike the other calls; callers rely on it.
+        // Kept: not 1105, unlike the other calls; the test is IfaceGetMtu.MissingOutputIsMinusOne.
         return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     const s32 result = ApicMtuGet(pchIfaceName, pdwMtu);

@@ -32,7 +32,8 @@ s32 FetchGateway(const CallSite& site, const char* name, u16 family, TVimbraAddr
     }
     request->wSinFamily = family;
     if (name != nullptr) {
-        // The whole field, whatever the name's length: the caller's buffer has 16 bytes.
+        // Kept: all 16 bytes of the caller's buffer, whatever the name's length; the test is
+        // RouteTest.GatewayGetSendsAll16BytesOfTheBuffer.
         memcpy(request->achIfaceName, name, sizeof(request->achIfaceName));
     }
     TIpcGateWay reply = {};

@@ -32,7 +32,7 @@ s32 SendRoute(const CallSite& site, u32 type, const TVimbraIpRouteParam& route, 
     return request.Send(type);
 }
 
-// A null record is refused without a word: these calls have never looked for one.
+// Kept: no word for a missing record; the test is RouteCheck.ANullRecordIsRefused.
 bool CheckRoute(const CallSite& site, const TVimbraIpRouteParam* route) {
     if (route == nullptr) {
         return false;

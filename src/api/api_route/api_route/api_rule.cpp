@@ -23,6 +23,7 @@ bool IsCreatedTable(u32 table) {
     return table >= 1 && table <= kCreatedTableLast;
 }
 
+// Kept: no word for a missing record; the test is RuleCheck.ANullRuleIsRefusedWithoutAWord.
 bool CheckRule(const CallSite& site, const TVimbraIpRuleParam* rule) {
     if (rule == nullptr) {
         return false;
@@ -38,7 +39,8 @@ bool CheckRule(const CallSite& site, const TVimbraIpRuleParam* rule) {
 
 s32 CheckIpRuleParam(const TVimbraIpRuleParam* ptRule) {
     if (ptRule->dwTableId >= kRuleTableEnd) {
-        VLOG_ERROR("%s", kFamiliesDiffer);  // The route check's words, kept.
+        // Kept: the route check's words; the test is RuleCheck.TableThenFamilyThenPriority.
+        VLOG_ERROR("%s", kFamiliesDiffer);
         return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     if (ptRule->tFromIpNet.wSinFamily != VIMBRA_FAMILY_IPV4) {
@@ -78,6 +80,7 @@ s32 VimbraAddRouteTable(u32 dwTable) {
 
 s32 VimbraDelRouteTable(u32 dwTable) {
     if (!IsCreatedTable(dwTable)) {
+        // Kept: without the number; the test is RouteTest.RefusedTableNumbers.
         VLOG_ERROR("%s", kRouteRefused);
         return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }

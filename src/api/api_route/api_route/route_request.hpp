@@ -25,7 +25,7 @@ inline constexpr RequestRule kGatewayRule = {
     RequestRule::OutOfMemory::kErrno,
 };
 
-// The words of both checks for more than one failure; log readers know them so.
+// Words that more than one file has.
 inline constexpr char kFamiliesDiffer[] = "tDestIpNet and tDestGateWay sinFamily is differ";
 inline constexpr char kRouteRefused[] = "CheckRouteParam error!";
 
@@ -60,8 +60,8 @@ s32 SendRecord(const CallSite& site, const RequestRule& rule, u32 type, const Bo
     return request.Send(type);
 }
 
-// The result, logged if it is a failure. Several calls log under the name of another's request;
-// log readers know them so.
+// The result, logged if it is a failure.
+// Kept: several calls name another's request; the test is PassOn.TheDaemonsNumberIsTheResult.
 inline s32 LogResult(const CallSite& site, const char* request, s32 result) {
     if (result != VIMBRA_OK) {
         VLOG_ERROR_AT(site, "%s error : %d!", request, result);

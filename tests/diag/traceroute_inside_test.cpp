@@ -1,0 +1,25 @@
+// Requests that no call of the interface leads to.
+#include <gtest/gtest.h>
+
+#include <vimbra/bed.hpp>
+
+#include "api/api_traceroute/api_traceroute.hpp"
+
+using namespace vimbra::bed;
+
+namespace {
+
+TEST(TracerouteRequests, AllStopSendsWhatAStopSends) {
+    ScriptedDaemon daemon;
+    EXPECT_EQ(0, ApicTracertStop(3));
+    EXPECT_EQ(0, ApicTracertAllStop(3));
+    ASSERT_EQ(2u, daemon.Requests().size());
+    EXPECT_EQ(3330u, daemon.Requests()[1].type);
+    EXPECT_EQ(daemon.Requests()[0].raw, daemon.Requests()[1].raw);
+    daemon.Default(Answer::Code(5));
+    Capture log;
+    EXPECT_EQ(ApicTracertStop(3), ApicTracertAllStop(3));
+    EXPECT_EQ(1, log.Count(Kind::kError, "ApicTracertAllStop"));
+}
+
+}  // namespace
