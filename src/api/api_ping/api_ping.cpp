@@ -95,10 +95,7 @@ void PostStopOrder(s32 nUserID) {
 }  // namespace
 
 void PingInit() {
-    const auto setUp = [](TPingInfo& info, int index) {
-        info.wSinFamily = index == 0 ? VIMBRA_FAMILY_IPV4 : 0;
-    };
-    if (!BuildSlots(g_ptApiPingInfo, VIMBRA_PING_MAX, setUp)) {
+    if (!BuildSlots(g_ptApiPingInfo, VIMBRA_PING_MAX, SetUpUserRun<TPingInfo>)) {
         VLOG_ERRNO("XMALLOC error");
     }
 }
@@ -121,22 +118,12 @@ TPingInfo* FamilyMapFreePingInfo(s32 nUserID) {
 }
 
 void ClearPingInfo(TPingInfo* ptPingInfo) {
-    SetStarted(*ptPingInfo, 0);
-    ptPingInfo->tThreadId = static_cast<pthread_t>(-1);
-    ptPingInfo->nUserId = -1;
-    ptPingInfo->wSinFamily = 0;
-    ptPingInfo->ptCallBackFunc = nullptr;
-    GiveBack(*SlotOf(ptPingInfo));
+    ClearUserRun(*SlotOf(ptPingInfo));
 }
 
-// Records that ran are cleared; the chain itself has been whole since it was built.
 void vimbra::ForgetPings() {
     g_tPingMutex = PTHREAD_MUTEX_INITIALIZER;
-    for (TPingInfo* info = g_ptApiPingInfo; info != nullptr; info = info->ptNext) {
-        if (SlotOf(info)->taken) {
-            ClearPingInfo(info);
-        }
-    }
+    ForgetSlots(g_ptApiPingInfo, ClearUserRun<TPingInfo>);
 }
 
 s32 ApicPingStart(const TVimbraAddr& tDestIp, const TVimbraPingOpt& tPingOpt, s32 nUserID) {

@@ -121,10 +121,7 @@ s32 SendStop(const CallSite& site, s32 nUserID) {
 }  // namespace
 
 void TracerouteInit() {
-    const auto setUp = [](TTraceRtInfo& info, int index) {
-        info.wSinFamily = index == 0 ? VIMBRA_FAMILY_IPV4 : 0;
-    };
-    if (!BuildSlots(g_ptApiTracerouteInfo, VIMBRA_TRACEROUTE_MAX, setUp)) {
+    if (!BuildSlots(g_ptApiTracerouteInfo, VIMBRA_TRACEROUTE_MAX, SetUpUserRun<TTraceRtInfo>)) {
         VLOG_ERRNO("XMALLOC error");
         return;
     }
@@ -133,22 +130,12 @@ void TracerouteInit() {
 }
 
 void ClearTraceRtInfo(TTraceRtInfo* ptTraceRtInfo) {
-    SetStarted(*ptTraceRtInfo, 0);
-    ptTraceRtInfo->tThreadId = static_cast<pthread_t>(-1);
-    ptTraceRtInfo->nUserId = -1;
-    ptTraceRtInfo->wSinFamily = 0;
-    ptTraceRtInfo->ptCallBackFunc = nullptr;
-    GiveBack(*SlotOf(ptTraceRtInfo));
+    ClearUserRun(*SlotOf(ptTraceRtInfo));
 }
 
-// Records that ran are cleared; the chain itself has been whole since it was built.
 void vimbra::ForgetTraces() {
     g_tTraceRtMutex = PTHREAD_MUTEX_INITIALIZER;
-    for (TTraceRtInfo* info = g_ptApiTracerouteInfo; info != nullptr; info = info->ptNext) {
-        if (SlotOf(info)->taken) {
-            ClearTraceRtInfo(info);
-        }
-    }
+    ForgetSlots(g_ptApiTracerouteInfo, ClearUserRun<TTraceRtInfo>);
 }
 
 s32 ApicTracertStart(const TVimbraAddr& tDestIp, const TVimbraTracerouteOpt& tTraceRtOpt,

@@ -103,6 +103,34 @@ void GiveBack(Slot<Info>& slot) {
     slot.asking = 0;
 }
 
+// In a forked child: whatever ran is cleared, by clear(slot). The chain itself has been whole since
+// it was built.
+template <typename Info, typename Clear>
+void ForgetSlots(Info* head, Clear clear) {
+    for (Info* info = head; info != nullptr; info = info->ptNext) {
+        if (SlotOf(info)->taken) {
+            clear(*SlotOf(info));
+        }
+    }
+}
+
+// For services whose runs have user ids of the application's: a record before its first run, and
+// after each.
+template <typename Info>
+void SetUpUserRun(Info& info, int index) {
+    info.wSinFamily = index == 0 ? VIMBRA_FAMILY_IPV4 : 0;
+}
+
+template <typename Info>
+void ClearUserRun(Slot<Info>& slot) {
+    SetStarted(slot.info, 0);
+    slot.info.tThreadId = static_cast<pthread_t>(-1);
+    slot.info.nUserId = -1;
+    slot.info.wSinFamily = 0;
+    slot.info.ptCallBackFunc = nullptr;
+    GiveBack(slot);
+}
+
 // For a service of which there is one: starts that cross share its slot. Each asks the daemon, and
 // one listener, which the first of them starts (`asking` is 1), serves them all.
 template <typename Info>

@@ -226,14 +226,9 @@ void RouterAdvertiseInit() {
     }
 }
 
-// Records that ran are cleared; the chain itself has been whole since it was built.
 void vimbra::ForgetAdvertisementWatches() {
     g_tRouterMutex = PTHREAD_MUTEX_INITIALIZER;
-    for (TRouterNotifyInfo* info = g_ptApiRouterNotifyInfo; info != nullptr; info = info->ptNext) {
-        if (SlotOf(info)->taken) {
-            ClearRouterAdvertiseInfo(*SlotOf(info));
-        }
-    }
+    ForgetSlots(g_ptApiRouterNotifyInfo, ClearRouterAdvertiseInfo);
 }
 
 s32 VimbraRouterAdvertiseStart(char* pchIfaceName, TVimbraRouterAdvertiseCallBack pfRACallback) {
