@@ -55,24 +55,18 @@ bool HasFamily(const TVimbraDhcpsInfo& info, u16 family) {
 
 s32 ApicDhcpsStart(const char* pchIfaceName, u16 wSinFamily,
                    const TVimbraDhcpsInfo* ptDhcpsConfInfo) {
-    Request<DhcpsStartBody> request(VIMBRA_HERE, kRule);
-    if (!request) {
-        return VIMBRA_ERR_GENERAL;
-    }
-    CopyField(request->achIfaceName, pchIfaceName);
-    request->wSinFamily = wSinFamily;
-    request->tDhcpsInfo = *ptDhcpsConfInfo;
-    return request.Send(kDhcpsStart);
+    return SendRequest<DhcpsStartBody>(VIMBRA_HERE, kRule, kDhcpsStart, [&](auto& body) {
+        CopyField(body.achIfaceName, pchIfaceName);
+        body.wSinFamily = wSinFamily;
+        body.tDhcpsInfo = *ptDhcpsConfInfo;
+    });
 }
 
 s32 ApicDhcpsStop(const char* pchIfaceName, u16 wSinFamily) {
-    Request<DhcpsIfaceBody> request(VIMBRA_HERE, kRule);
-    if (!request) {
-        return VIMBRA_ERR_GENERAL;
-    }
-    CopyField(request->achIfaceName, pchIfaceName);
-    request->wSinFamily = wSinFamily;
-    return request.Send(kDhcpsStop);
+    return SendRequest<DhcpsIfaceBody>(VIMBRA_HERE, kRule, kDhcpsStop, [&](auto& body) {
+        CopyField(body.achIfaceName, pchIfaceName);
+        body.wSinFamily = wSinFamily;
+    });
 }
 
 s32 ApicDhcpsGetState(const char* pchIfaceName, u16 wSinFamily, TVimbraDhcpsState* ptState) {

@@ -102,12 +102,8 @@ s32 VimbraLogSwitch(u32 dwSwitch) {
         VLOG_ERROR("Business process VimbraDebugLevelSet ERROR");
         return VIMBRA_ERR_GENERAL;
     }
-    Request<LogSwitchBody> request(VIMBRA_HERE, kRule);
-    if (!request) {
-        return VIMBRA_ERR_GENERAL;
-    }
-    request->dwSwitch = dwSwitch;
-    return request.Send(kLogSwitch);
+    return SendRequest<LogSwitchBody>(VIMBRA_HERE, kRule, kLogSwitch,
+                                      [&](auto& body) { body.dwSwitch = dwSwitch; });
 }
 
 s32 VimbraIfaceShutdown(char* pchIfaceName) {

@@ -127,23 +127,16 @@ void vimbra::ForgetPings() {
 }
 
 s32 ApicPingStart(const TVimbraAddr& tDestIp, const TVimbraPingOpt& tPingOpt, s32 nUserID) {
-    Request<PingStartBody> request(VIMBRA_HERE, kRule);
-    if (!request) {
-        return VIMBRA_ERR_GENERAL;
-    }
-    request->tDestIp = tDestIp;
-    request->tPingOpt = tPingOpt;
-    request->nUserID = nUserID;
-    return request.Send(kPingStart);
+    return SendRequest<PingStartBody>(VIMBRA_HERE, kRule, kPingStart, [&](auto& body) {
+        body.tDestIp = tDestIp;
+        body.tPingOpt = tPingOpt;
+        body.nUserID = nUserID;
+    });
 }
 
 s32 ApicPingStop(s32 nUserID) {
-    Request<PingStopBody> request(VIMBRA_HERE, kRule);
-    if (!request) {
-        return VIMBRA_ERR_GENERAL;
-    }
-    request->nUserID = nUserID;
-    return request.Send(kPingStop);
+    return SendRequest<PingStopBody>(VIMBRA_HERE, kRule, kPingStop,
+                                     [&](auto& body) { body.nUserID = nUserID; });
 }
 
 s32 VimbraPingStart(TVimbraAddr tDestIp, TVimbraPingOpt* ptPingOpt, s32 nUserID,

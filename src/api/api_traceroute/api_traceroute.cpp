@@ -110,12 +110,8 @@ bool StartBound(TraceSlot& slot) {
 }
 
 s32 SendStop(const CallSite& site, s32 nUserID) {
-    Request<TracerouteStopBody> request(site, kRule);
-    if (!request) {
-        return VIMBRA_ERR_GENERAL;
-    }
-    request->nUserID = nUserID;
-    return request.Send(kTracerouteStop);
+    return SendRequest<TracerouteStopBody>(site, kRule, kTracerouteStop,
+                                           [&](auto& body) { body.nUserID = nUserID; });
 }
 
 }  // namespace
@@ -140,14 +136,11 @@ void vimbra::ForgetTraces() {
 
 s32 ApicTracertStart(const TVimbraAddr& tDestIp, const TVimbraTracerouteOpt& tTraceRtOpt,
                      s32 nUserID) {
-    Request<TracerouteStartBody> request(VIMBRA_HERE, kRule);
-    if (!request) {
-        return VIMBRA_ERR_GENERAL;
-    }
-    request->tDestIp = tDestIp;
-    request->dwTtl = tTraceRtOpt.dwTtl;
-    request->nUserID = nUserID;
-    return request.Send(kTracerouteStart);
+    return SendRequest<TracerouteStartBody>(VIMBRA_HERE, kRule, kTracerouteStart, [&](auto& body) {
+        body.tDestIp = tDestIp;
+        body.dwTtl = tTraceRtOpt.dwTtl;
+        body.nUserID = nUserID;
+    });
 }
 
 s32 ApicTracertStop(s32 nUserID) {

@@ -19,12 +19,8 @@ constexpr RequestRule kRule = {
 }  // namespace
 
 s32 ApicWebEnable(s32 port) {
-    Request<WebEnableBody> request(VIMBRA_HERE, kRule);
-    if (!request) {
-        return VIMBRA_ERR_GENERAL;
-    }
-    request->port = port;
-    return request.Send(kWebEnable);
+    return SendRequest<WebEnableBody>(VIMBRA_HERE, kRule, kWebEnable,
+                                      [&](auto& body) { body.port = port; });
 }
 
 s32 ApicWebDisable() {

@@ -2,13 +2,10 @@
 // service's rule says what becomes of a failure. A service file holds its type codes, its bodies
 // and its rule; everything else is here.
 //
-//     Request<FlushBody> request(VIMBRA_HERE, kRule);
-//     if (!request) {
-//         return VIMBRA_ERR_GENERAL;
-//     }
-//     request->wSinFamily = wSinFamily;
-//     CopyField(request->achIfaceName, pchIfaceName);
-//     return request.Send(kFlush);
+//     return SendRequest<FlushBody>(VIMBRA_HERE, kRule, kFlush, [&](auto& body) {
+//         body.wSinFamily = wSinFamily;
+//         CopyField(body.achIfaceName, pchIfaceName);
+//     });
 #ifndef VIMBRA_LIB_IPC_REQUEST_HPP
 #define VIMBRA_LIB_IPC_REQUEST_HPP
 
@@ -101,6 +98,28 @@ class Request : public RequestBase {
         return Exchange(type, &reply, sizeof(reply), false);
     }
 };
+
+// A request whose body is filled by fill(body); -1 when memory is out.
+template <typename Body, typename Fill>
+s32 SendRequest(const CallSite& site, const RequestRule& rule, u32 type, Fill fill) {
+    Request<Body> request(site, rule);
+    if (!request) {
+        return VIMBRA_ERR_GENERAL;
+    }
+    fill(*request);
+    return request.Send(type);
+}
+
+// The same, answered by a record that begins with the result code.
+template <typename Body, typename Reply, typename Fill>
+s32 SendRequest(const CallSite& site, const RequestRule& rule, u32 type, Reply& reply, Fill fill) {
+    Request<Body> request(site, rule);
+    if (!request) {
+        return VIMBRA_ERR_GENERAL;
+    }
+    fill(*request);
+    return request.Send(type, reply);
+}
 
 }  // namespace vimbra
 

@@ -176,12 +176,9 @@ s32 apic_ipaddr_show_filter(const char* devname, api_ipaddr_show_info* out) {
     if (devname == nullptr || out == nullptr) {
         return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
-    Request<IfaceBody> request(VIMBRA_HERE, kReportRule);
-    if (!request) {
-        return VIMBRA_ERR_GENERAL;
-    }
-    memcpy(request->achIfaceName, devname, sizeof(request->achIfaceName));
-    return request.Send(kIpaddrShowFilter, *out);
+    return SendRequest<IfaceBody>(
+        VIMBRA_HERE, kReportRule, kIpaddrShowFilter, *out,
+        [&](auto& body) { memcpy(body.achIfaceName, devname, sizeof(body.achIfaceName)); });
 }
 
 s32 NetGetEthParam(u32 byEthId, TNetEthParam* ptNetEthParam) {

@@ -70,13 +70,10 @@ bool CheckAllIp(const CallSite& site, const char* name, u16 family, const TVimbr
 }
 
 s32 SendOneIp(const CallSite& site, u32 type, const char* name, const TVimbraIfaceIp& ip) {
-    Request<IfaceIpBody> request(site, kRule);
-    if (!request) {
-        return VIMBRA_ERR_GENERAL;
-    }
-    CopyField(request->achIfaceName, name);
-    request->tIfaceIp = ip;
-    return request.Send(type);
+    return SendRequest<IfaceIpBody>(site, kRule, type, [&](auto& body) {
+        CopyField(body.achIfaceName, name);
+        body.tIfaceIp = ip;
+    });
 }
 
 u32 ClassfulMask(s32 addressClass) {
@@ -153,40 +150,33 @@ s32 ApicIpaddrDel(const char* pchIfaceName, const TVimbraIfaceIp* ptNetIfaceIp) 
 }
 
 s32 ApicIpaddrFlush(const char* pchIfaceName, u16 wSinFamily) {
-    Request<FamilyIfaceBody> request(VIMBRA_HERE, kRule);
-    if (!request) {
-        return VIMBRA_ERR_GENERAL;
-    }
-    request->wSinFamily = wSinFamily;
-    CopyField(request->achIfaceName, pchIfaceName);
-    return request.Send(kIpaddrFlush);
+    return SendRequest<FamilyIfaceBody>(VIMBRA_HERE, kRule, kIpaddrFlush, [&](auto& body) {
+        body.wSinFamily = wSinFamily;
+        CopyField(body.achIfaceName, pchIfaceName);
+    });
 }
 
 s32 ApicIpaddrSet(const char* pchIfaceName, u16 wSinFamily, const TVimbraIfaceAllIp* ptNetIfaceIp) {
-    Request<IfaceAllIpBody> request(VIMBRA_HERE, kRule);
-    if (!request) {
-        return VIMBRA_ERR_GENERAL;
-    }
-    request->wSinFamily = wSinFamily;
-    CopyField(request->achIfaceName, pchIfaceName);
-    // Read once: the copy stays in bounds whatever another thread writes into the caller's record.
-    const u32 count = std::min<u32>(u32{ptNetIfaceIp->dwIpNum}, VIMBRA_IFACE_IP_MAX);
-    request->tIfaceAllIp.dwIpNum = count;
-    // What lies past the count may be anything; it stays here and goes out as zero.
-    memcpy(&request->tIfaceAllIp.atNetIfaceIp, ptNetIfaceIp->atNetIfaceIp,
-           count * sizeof(TVimbraIfaceIp));
-    return request.Send(kIpaddrSet);
+    return SendRequest<IfaceAllIpBody>(VIMBRA_HERE, kRule, kIpaddrSet, [&](auto& body) {
+        body.wSinFamily = wSinFamily;
+        CopyField(body.achIfaceName, pchIfaceName);
+        // Read once: the copy stays in bounds whatever another thread writes into the caller's
+        // record.
+        const u32 count = std::min<u32>(u32{ptNetIfaceIp->dwIpNum}, VIMBRA_IFACE_IP_MAX);
+        body.tIfaceAllIp.dwIpNum = count;
+        // What lies past the count may be anything; it stays here and goes out as zero.
+        memcpy(&body.tIfaceAllIp.atNetIfaceIp, ptNetIfaceIp->atNetIfaceIp,
+               count * sizeof(TVimbraIfaceIp));
+    });
 }
 
 s32 ApicIpaddrGet(const char* pchIfaceName, u16 wSinFamily, TVimbraIfaceAllIp* ptNetIfaceIp) {
-    Request<FamilyIfaceBody> request(VIMBRA_HERE, kRule);
-    if (!request) {
-        return VIMBRA_ERR_GENERAL;
-    }
-    request->wSinFamily = wSinFamily;
-    CopyField(request->achIfaceName, pchIfaceName);
     TIpcAllIp reply = {};
-    const s32 result = request.Send(kIpaddrGet, reply);
+    const s32 result =
+        SendRequest<FamilyIfaceBody>(VIMBRA_HERE, kRule, kIpaddrGet, reply, [&](auto& body) {
+            body.wSinFamily = wSinFamily;
+            CopyField(body.achIfaceName, pchIfaceName);
+        });
     if (result == VIMBRA_OK) {
         u32& count = reply.tIpcAllIp.dwIpNum;
         count = std::min<u32>(count, VIMBRA_IFACE_IP_MAX);
@@ -196,23 +186,17 @@ s32 ApicIpaddrGet(const char* pchIfaceName, u16 wSinFamily, TVimbraIfaceAllIp* p
 }
 
 s32 ApicMacSet(const char* pchIfaceName, const TVimbraIfaceMac* ptNetIfaceMac) {
-    Request<IfaceMacBody> request(VIMBRA_HERE, kRule);
-    if (!request) {
-        return VIMBRA_ERR_GENERAL;
-    }
-    CopyField(request->achIfaceName, pchIfaceName);
-    request->tIfaceMac = *ptNetIfaceMac;
-    return request.Send(kMacSet);
+    return SendRequest<IfaceMacBody>(VIMBRA_HERE, kRule, kMacSet, [&](auto& body) {
+        CopyField(body.achIfaceName, pchIfaceName);
+        body.tIfaceMac = *ptNetIfaceMac;
+    });
 }
 
 s32 ApicMacGet(const char* pchIfaceName, TVimbraIfaceMac* ptNetIfaceMac) {
-    Request<IfaceBody> request(VIMBRA_HERE, kRule);
-    if (!request) {
-        return VIMBRA_ERR_GENERAL;
-    }
-    CopyField(request->achIfaceName, pchIfaceName);
     TIpcMac reply = {};
-    const s32 result = request.Send(kMacGet, reply);
+    const s32 result = SendRequest<IfaceBody>(VIMBRA_HERE, kRule, kMacGet, reply, [&](auto& body) {
+        CopyField(body.achIfaceName, pchIfaceName);
+    });
     if (result == VIMBRA_OK) {
         *ptNetIfaceMac = reply.tIpcIfaceMac;
     }
@@ -220,23 +204,17 @@ s32 ApicMacGet(const char* pchIfaceName, TVimbraIfaceMac* ptNetIfaceMac) {
 }
 
 s32 ApicMtuSet(const char* pchIfaceName, u32 dwMtu) {
-    Request<IfaceMtuBody> request(VIMBRA_HERE, kRule);
-    if (!request) {
-        return VIMBRA_ERR_GENERAL;
-    }
-    CopyField(request->achIfaceName, pchIfaceName);
-    request->dwMtu = dwMtu;
-    return request.Send(kMtuSet);
+    return SendRequest<IfaceMtuBody>(VIMBRA_HERE, kRule, kMtuSet, [&](auto& body) {
+        CopyField(body.achIfaceName, pchIfaceName);
+        body.dwMtu = dwMtu;
+    });
 }
 
 s32 ApicMtuGet(const char* pchIfaceName, u32* pdwMtu) {
-    Request<IfaceBody> request(VIMBRA_HERE, kRule);
-    if (!request) {
-        return VIMBRA_ERR_GENERAL;
-    }
-    CopyField(request->achIfaceName, pchIfaceName);
     TIpcMtu reply = {};
-    const s32 result = request.Send(kMtuGet, reply);
+    const s32 result = SendRequest<IfaceBody>(VIMBRA_HERE, kRule, kMtuGet, reply, [&](auto& body) {
+        CopyField(body.achIfaceName, pchIfaceName);
+    });
     if (result == VIMBRA_OK) {
         *pdwMtu = reply.dwMtu;
     }

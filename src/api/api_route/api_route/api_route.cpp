@@ -91,13 +91,9 @@ s32 ApicOneRouteMeticModify(const TVimbraIpRouteParam* ptNetIpRouteParam) {
 }
 
 s32 ApicAllRouteGet(u16 wSinFamily, TVimbraAllIpRouteInfo* ptNetAllIpRouteInfo) {
-    Request<FamilyBody> request(VIMBRA_HERE, kListingRule);
-    if (!request) {
-        return VIMBRA_ERR_GENERAL;
-    }
-    request->wSinFamily = wSinFamily;
     TIpcAllRoute reply = {};
-    const s32 result = request.Send(kAllRouteGet, reply);
+    const s32 result = SendRequest<FamilyBody>(VIMBRA_HERE, kListingRule, kAllRouteGet, reply,
+                                               [&](auto& body) { body.wSinFamily = wSinFamily; });
     if (result == VIMBRA_OK) {
         // A count that the listing cannot hold would lead the application past its record.
         u32& count = reply.tAllRouteInfo.dwIpRouteNum;

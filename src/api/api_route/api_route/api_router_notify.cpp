@@ -58,22 +58,16 @@ void ClearRouterAdvertiseInfo(RouterSlot& slot) {
 }
 
 s32 ApicRouterAdvertiseStart(const char* pchIfaceName, s32 nUserId) {
-    Request<RouterAdvertiseStartBody> request(VIMBRA_HERE, kRule);
-    if (!request) {
-        return VIMBRA_ERR_GENERAL;
-    }
-    CopyField(request->achIfaceName, pchIfaceName);
-    request->nUserId = nUserId;
-    return request.Send(kRouterAdvertiseStart);
+    return SendRequest<RouterAdvertiseStartBody>(VIMBRA_HERE, kRule, kRouterAdvertiseStart,
+                                                 [&](auto& body) {
+                                                     CopyField(body.achIfaceName, pchIfaceName);
+                                                     body.nUserId = nUserId;
+                                                 });
 }
 
 s32 ApicRouterAdvertiseStop(const char* pchIfaceName) {
-    Request<IfaceBody> request(VIMBRA_HERE, kRule);
-    if (!request) {
-        return VIMBRA_ERR_GENERAL;
-    }
-    CopyField(request->achIfaceName, pchIfaceName);
-    return request.Send(kRouterAdvertiseStop);
+    return SendRequest<IfaceBody>(VIMBRA_HERE, kRule, kRouterAdvertiseStop,
+                                  [&](auto& body) { CopyField(body.achIfaceName, pchIfaceName); });
 }
 
 // ---- The listener ------------------------------------------------------------------------------

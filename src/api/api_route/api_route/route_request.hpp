@@ -51,13 +51,8 @@ class TableRequest : public BytesRequest {
 
 // A body that is one record, or one number.
 template <typename Body>
-s32 SendRecord(const CallSite& site, const RequestRule& rule, u32 type, const Body& body) {
-    Request<Body> request(site, rule);
-    if (!request) {
-        return VIMBRA_ERR_GENERAL;
-    }
-    *request = body;
-    return request.Send(type);
+s32 SendRecord(const CallSite& site, const RequestRule& rule, u32 type, const Body& record) {
+    return SendRequest<Body>(site, rule, type, [&](Body& body) { body = record; });
 }
 
 // The result, logged if it is a failure.
