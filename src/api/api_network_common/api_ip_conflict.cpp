@@ -4,6 +4,7 @@
 #include "api/forget.hpp"
 #include "lib/argument.hpp"
 #include "lib/base/lock.hpp"
+#include "lib/base/shared_function.hpp"
 #include "lib/ipc/request.hpp"
 #include "lib/ipc/slots.hpp"
 
@@ -42,7 +43,7 @@ WatchSlot g_tWatchIpv4;
 WatchSlot g_tWatchIpv6;
 
 // Set by the application's threads and read by the listener's.
-ConflictFilter conflict_filter = nullptr;
+SharedFunction<ConflictFilter> conflict_filter;
 
 WatchSlot& WatchOf(u16 family) {
     return family == VIMBRA_FAMILY_IPV4 ? g_tWatchIpv4 : g_tWatchIpv6;
@@ -72,7 +73,7 @@ Next TakeConflict(Listener& listener, Message& message) {
     if (listener.Service().socketName == kConflictSocket) {
         char name[sizeof(NameField) + 1] = {};
         memcpy(name, conflict.achIfcName, sizeof(NameField));
-        const ConflictFilter filter = __atomic_load_n(&conflict_filter, __ATOMIC_ACQUIRE);
+        const ConflictFilter filter = conflict_filter.Get();
         if (filter != nullptr && filter(kind, &mac, &address, name) == 0) {
             VLOG_PRINT_AT(listener.At(__LINE__), "compatibility with 1.x");
             return Next::kGoOn;
@@ -212,7 +213,7 @@ s32 Confirm(const CallSite& site, WatchSlot& slot, u32 turn, TVimbraConflictCall
 }  // namespace
 
 void vimbra::SetConflictFilter(ConflictFilter filter) {
-    __atomic_store_n(&conflict_filter, filter, __ATOMIC_RELEASE);
+    conflict_filter.Set(filter);
 }
 
 void IpConflictCheckInit() {

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "api/api_1x/legacy.hpp"
+#include "lib/base/shared_function.hpp"
 
 using namespace vimbra;
 
@@ -11,15 +12,14 @@ namespace {
 // Kept: the renewal's name for all three calls; the test is NetDhcpc.OtherCallsKnowThreeNumbers.
 constexpr char kNamingFailed[] = "NetDhcpcRenew interface_name failed";
 
-NetDhcpcNotifyCallBack g_NetDhcpcNotifyCallBack = nullptr;
+SharedFunction<NetDhcpcNotifyCallBack> g_NetDhcpcNotifyCallBack;
 
 static_assert(sizeof(TNetDhcpcNotify) == 276);
 static_assert(sizeof(TNetDhcpcState) == sizeof(TVimbraDhcpcState));
 static_assert(sizeof(TNetDhcpcLeaseBuffer) >= sizeof(TVimbraDhcpcAddrInfo));
 
 int PrivateDhcpcNotifyCallBack(u32 dwMsgID, VimbraDhcpcAddrInfo* ptInfo) {
-    const NetDhcpcNotifyCallBack callback =
-        __atomic_load_n(&g_NetDhcpcNotifyCallBack, __ATOMIC_ACQUIRE);
+    const NetDhcpcNotifyCallBack callback = g_NetDhcpcNotifyCallBack.Get();
     if (callback == nullptr ||
         (dwMsgID != VIMBRA_DHCPC_EVENT_LEASE && dwMsgID != VIMBRA_DHCPC_EVENT_FAIL)) {
         return 0;
@@ -39,7 +39,7 @@ int PrivateDhcpcNotifyCallBack(u32 dwMsgID, VimbraDhcpcAddrInfo* ptInfo) {
 }  // namespace
 
 s32 NetDhcpcStart(u32 byEthId, NetDhcpcNotifyCallBack ptDhcpcCallBack, vimbra_bool) {
-    __atomic_store_n(&g_NetDhcpcNotifyCallBack, ptDhcpcCallBack, __ATOMIC_RELEASE);
+    g_NetDhcpcNotifyCallBack.Set(ptDhcpcCallBack);
     return VimbraDhcpcStart(EthName(byEthId).text, VIMBRA_FAMILY_IPV4, PrivateDhcpcNotifyCallBack);
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "lib/base/fd.hpp"
+#include "lib/base/shared_function.hpp"
 
 using namespace vimbra;
 
@@ -15,7 +16,7 @@ constexpr size_t kLeaseSize = 36;
 constexpr size_t kIpOffset = 4;
 constexpr size_t kMacOffset = 8;
 
-NetDhcpsNotifyCallBack g_tNetDhcpsNotifyCallBack = nullptr;
+SharedFunction<NetDhcpsNotifyCallBack> g_tNetDhcpsNotifyCallBack;
 
 // Up to the buffer's size; fewer where the file ends or cannot be read.
 size_t Read(const Fd& file, std::span<u8> buffer) {
@@ -55,7 +56,7 @@ bool vimbra::ParseLeases(const CallSite& site, std::span<const u8> content,
 }
 
 void StoreDhcpsCallBack(NetDhcpsNotifyCallBack callback) {
-    __atomic_store_n(&g_tNetDhcpsNotifyCallBack, callback, __ATOMIC_RELEASE);
+    g_tNetDhcpsNotifyCallBack.Set(callback);
 }
 
 void deal_func_for_dhcps() {
@@ -74,8 +75,7 @@ void deal_func_for_dhcps() {
     if (!ParseLeases(VIMBRA_HERE, std::span(content, size), notify)) {
         return;
     }
-    const NetDhcpsNotifyCallBack callback =
-        __atomic_load_n(&g_tNetDhcpsNotifyCallBack, __ATOMIC_ACQUIRE);
+    const NetDhcpsNotifyCallBack callback = g_tNetDhcpsNotifyCallBack.Get();
     if (callback != nullptr) {
         callback(0, &notify);
     }

@@ -5,14 +5,17 @@
 #include <initializer_list>
 
 #include "api/api_network_common/api_ip_conflict.hpp"
+#include "lib/base/shared_function.hpp"
+
+using namespace vimbra;
 
 namespace {
 
 constexpr u32 kNoNumber = 65535;
 
 // Both are set by the application's threads and read by the listener's.
-TIpConflictCallBack ip_conflict_callback = nullptr;
-TIpConflictCallBackEx ip_conflict_callback_ex = nullptr;
+SharedFunction<TIpConflictCallBack> ip_conflict_callback;
+SharedFunction<TIpConflictCallBackEx> ip_conflict_callback_ex;
 
 bool IsConflict(EVimbraConflictType type) {
     return type == VIMBRA_IP_CONFLICT || type == VIMBRA_MAC_CONFLICT;
@@ -31,7 +34,7 @@ u32 NumberOf(const char* name) {
 // To the plain callback, if there is one.
 void PrivateIpConflictCallBack(EVimbraConflictType eType, TVimbraIfaceMac* ptIfaceMac,
                                TVimbraAddr* ptIpAddr, const char*) {
-    const TIpConflictCallBack callback = __atomic_load_n(&ip_conflict_callback, __ATOMIC_ACQUIRE);
+    const TIpConflictCallBack callback = ip_conflict_callback.Get();
     if (callback != nullptr && IsConflict(eType)) {
         callback(eType, ptIfaceMac->abyMacAddr, ptIpAddr->tV4Addr.s_addr);
     }
@@ -40,8 +43,7 @@ void PrivateIpConflictCallBack(EVimbraConflictType eType, TVimbraIfaceMac* ptIfa
 // To the extended callback: 0, or -1 when there is none.
 int PrivateIpConflictCallBackEx(EVimbraConflictType eType, TVimbraIfaceMac* ptIfaceMac,
                                 TVimbraAddr* ptIpAddr, const char* pchIfaceName) {
-    const TIpConflictCallBackEx callback =
-        __atomic_load_n(&ip_conflict_callback_ex, __ATOMIC_ACQUIRE);
+    const TIpConflictCallBackEx callback = ip_conflict_callback_ex.Get();
     if (callback == nullptr) {
         return -1;
     }
@@ -74,12 +76,12 @@ vimbra_bool NetIpOnceConflicted() {
 }
 
 s32 NetIpConflictCallBackReg(TIpConflictCallBack ptFunc) {
-    __atomic_store_n(&ip_conflict_callback, ptFunc, __ATOMIC_RELEASE);
+    ip_conflict_callback.Set(ptFunc);
     return VimbraIpConflictCheckStart(VIMBRA_FAMILY_IPV4, TellPlain);
 }
 
 s32 NetIpConflictCallBackRegEx(TIpConflictCallBackEx ptFunc) {
-    __atomic_store_n(&ip_conflict_callback_ex, ptFunc, __ATOMIC_RELEASE);
-    vimbra::SetConflictFilter(PrivateIpConflictCallBackEx);
+    ip_conflict_callback_ex.Set(ptFunc);
+    SetConflictFilter(PrivateIpConflictCallBackEx);
     return VimbraIpConflictCheckStart(VIMBRA_FAMILY_IPV4, TellPlain);
 }

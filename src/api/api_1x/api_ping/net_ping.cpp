@@ -2,6 +2,7 @@
 
 #include "api/api_1x/legacy.hpp"
 #include "api/api_ping/ping_wire.hpp"
+#include "lib/base/shared_function.hpp"
 #include "lib/failure.hpp"
 
 using namespace vimbra;
@@ -10,14 +11,10 @@ using namespace vimbra::wire;
 namespace {
 
 // One for all legacy tests; listener threads read it while the application changes it.
-TNetPingCallBack g_ping_callback = nullptr;
-
-void SetCallback(TNetPingCallBack callback) {
-    __atomic_store_n(&g_ping_callback, callback, __ATOMIC_RELEASE);
-}
+SharedFunction<TNetPingCallBack> g_ping_callback;
 
 int PrivatePingCallBack(s32 nResult, TVimbraPingCBInfo* ptInfo) {
-    const TNetPingCallBack callback = __atomic_load_n(&g_ping_callback, __ATOMIC_ACQUIRE);
+    const TNetPingCallBack callback = g_ping_callback.Get();
     if (callback == nullptr) {
         return 0;
     }
@@ -40,11 +37,11 @@ s32 NetPingStart(u32 dwDestIP, TPingOpt* ptPingOpt, s32 nUserID, TNetPingCallBac
         VLOG_ERROR("the ping callback function is null!");
         return RefuseArgument(__func__, VIMBRA_ERR_CALLBACK);
     }
-    SetCallback(ptCallBackFunc);
+    g_ping_callback.Set(ptCallBackFunc);
     return VimbraPingStart(Ipv4(dwDestIP), ptPingOpt, nUserID, PrivatePingCallBack);
 }
 
 s32 NetPingStop(s32 nUserID) {
-    SetCallback(nullptr);
+    g_ping_callback.Set(nullptr);
     return VimbraPingStop(nUserID);
 }

@@ -2,6 +2,7 @@
 #include <vimbra/net_pppoe.h>
 #include <vimbra/pppoe.h>
 
+#include "lib/base/shared_function.hpp"
 #include "lib/base/text.hpp"
 #include "lib/log.hpp"
 
@@ -11,11 +12,7 @@ namespace {
 
 static_assert(sizeof(TConnNotify) == 16);
 
-TPppoeCallBack g_tNetPppoeNotifyCallBack = nullptr;
-
-void StoreCallback(TPppoeCallBack callback) {
-    __atomic_store_n(&g_tNetPppoeNotifyCallBack, callback, __ATOMIC_RELEASE);
-}
+SharedFunction<TPppoeCallBack> g_tNetPppoeNotifyCallBack;
 
 TConnNotify ToNotify(const TVimbraPppoeAddr& addr) {
     return {addr.tOurIpaddr.tV4Addr.s_addr, addr.tPeerIpAddr.tV4Addr.s_addr,
@@ -23,7 +20,7 @@ TConnNotify ToNotify(const TVimbraPppoeAddr& addr) {
 }
 
 void PrivatePppoeCallBack(u32 dwMsgID, void* msg, u32) {
-    const TPppoeCallBack callback = __atomic_load_n(&g_tNetPppoeNotifyCallBack, __ATOMIC_ACQUIRE);
+    const TPppoeCallBack callback = g_tNetPppoeNotifyCallBack.Get();
     if (callback == nullptr) {
         return;
     }
@@ -74,7 +71,7 @@ s32 NetPppoeStart(TPppoeInitParam* ptPppoeInitParam, TPppoeCallBack ptNotifyCall
     if (ptPppoeInitParam != nullptr) {
         param = ToParam(*ptPppoeInitParam);
     }
-    StoreCallback(ptNotifyCallBack);
+    g_tNetPppoeNotifyCallBack.Set(ptNotifyCallBack);
     if (VimbraPppoeStart(ptPppoeInitParam != nullptr ? &param : nullptr, VIMBRA_FAMILY_IPV4,
                          PrivatePppoeCallBack) != VIMBRA_OK) {
         VLOG_ERROR("VimbraPppoeStart error!");
@@ -84,7 +81,7 @@ s32 NetPppoeStart(TPppoeInitParam* ptPppoeInitParam, TPppoeCallBack ptNotifyCall
 }
 
 s32 NetPppoeStop() {
-    StoreCallback(nullptr);  // First: an application is not told of its own stop.
+    g_tNetPppoeNotifyCallBack.Set(nullptr);  // First: an application is not told of its own stop.
     return VimbraPppoeStop("", VIMBRA_FAMILY_IPV4);
 }
 

@@ -2,6 +2,7 @@
 
 #include "api/api_1x/legacy.hpp"
 #include "api/api_traceroute/traceroute_wire.hpp"
+#include "lib/base/shared_function.hpp"
 #include "lib/failure.hpp"
 
 using namespace vimbra;
@@ -10,19 +11,14 @@ using namespace vimbra::wire;
 namespace {
 
 // One for all legacy traces; listener threads read it while the application changes it.
-TNetTracerouteCallBack g_traceroute_callback = nullptr;
-
-void SetCallback(TNetTracerouteCallBack callback) {
-    __atomic_store_n(&g_traceroute_callback, callback, __ATOMIC_RELEASE);
-}
+SharedFunction<TNetTracerouteCallBack> g_traceroute_callback;
 
 int PrivateTracerouteCallBack(s32 nResult, TVimbraTracerouteCBInfo* ptInfo) {
     const u32 event = static_cast<u32>(nResult);
     if (event < kTracerouteFirstEvent || event > kTracerouteLastEvent) {
         return 0;
     }
-    const TNetTracerouteCallBack callback =
-        __atomic_load_n(&g_traceroute_callback, __ATOMIC_ACQUIRE);
+    const TNetTracerouteCallBack callback = g_traceroute_callback.Get();
     if (callback != nullptr) {
         callback(nResult, static_cast<s32>(ptInfo->dwTtl), ptInfo->nTripTime,
                  ptInfo->tIpaddr.tV4Addr.s_addr, nullptr, ptInfo->nUserId, ptInfo->nErrType,
@@ -38,7 +34,7 @@ s32 NetTracerouteStart(TTraceroutePara* ptTraceroutePara, s32 nUserID,
     if (ptCallBackFunc == nullptr) {
         return RefuseArgument(__func__, VIMBRA_ERR_CALLBACK);
     }
-    SetCallback(ptCallBackFunc);
+    g_traceroute_callback.Set(ptCallBackFunc);
     if (ptTraceroutePara == nullptr) {
         return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
@@ -48,6 +44,6 @@ s32 NetTracerouteStart(TTraceroutePara* ptTraceroutePara, s32 nUserID,
 }
 
 s32 NetTracerouteStop(s32 nUserID) {
-    SetCallback(nullptr);
+    g_traceroute_callback.Set(nullptr);
     return VimbraTracerouteStop(nUserID);
 }
