@@ -24,6 +24,15 @@ inline bool CheckName(const CallSite& site, const char* name) {
     return false;
 }
 
+// The number under which an application knows one of its runs.
+inline bool CheckUserId(const CallSite& site, s32 userId) {
+    if (userId > 0) {
+        return true;
+    }
+    VLOG_ERROR_AT(site, "the nUserID must be more than 0!");
+    return false;
+}
+
 // One of the two; some calls take VIMBRA_FAMILY_BOTH besides.
 inline bool IsOneFamily(u16 family) {
     return family == VIMBRA_FAMILY_IPV4 || family == VIMBRA_FAMILY_IPV6;

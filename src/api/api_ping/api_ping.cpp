@@ -149,8 +149,7 @@ s32 VimbraPingStart(TVimbraAddr tDestIp, TVimbraPingOpt* ptPingOpt, s32 nUserID,
         VLOG_ERROR("the dest wSinFamily %d is invalid!", tDestIp.wSinFamily);
         return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
-    if (nUserID < 1) {
-        VLOG_ERROR("the nUserID must be more than 0!");
+    if (!CheckUserId(VIMBRA_HERE, nUserID)) {
         return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     Lock lock(g_tPingMutex);
@@ -184,8 +183,7 @@ s32 VimbraPingStart(TVimbraAddr tDestIp, TVimbraPingOpt* ptPingOpt, s32 nUserID,
 }
 
 s32 VimbraPingStop(s32 nUserID) {
-    if (nUserID <= 0) {
-        VLOG_ERROR("the nUserID must be more than 0!");
+    if (!CheckUserId(VIMBRA_HERE, nUserID)) {
         return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     Lock lock(g_tPingMutex);

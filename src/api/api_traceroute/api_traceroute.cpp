@@ -7,6 +7,7 @@
 
 #include "api/api_traceroute/traceroute_wire.hpp"
 #include "api/forget.hpp"
+#include "lib/argument.hpp"
 #include "lib/base/lock.hpp"
 #include "lib/ipc/listener.hpp"
 #include "lib/ipc/request.hpp"
@@ -163,8 +164,7 @@ s32 VimbraTracerouteStart(TVimbraAddr tDestIp, TVimbraTracerouteOpt* ptTraceRtOp
         VLOG_ERROR("the dest wSinFamily %d is invalid!", tDestIp.wSinFamily);
         return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
-    if (nUserID <= 0) {
-        VLOG_ERROR("the nUserID must be more than 0!");
+    if (!CheckUserId(VIMBRA_HERE, nUserID)) {
         return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     Lock lock(g_tTraceRtMutex);
@@ -198,8 +198,7 @@ s32 VimbraTracerouteStart(TVimbraAddr tDestIp, TVimbraTracerouteOpt* ptTraceRtOp
 }
 
 s32 VimbraTracerouteStop(s32 nUserID) {
-    if (nUserID <= 0) {
-        VLOG_ERROR("the nUserID must be more than 0!");
+    if (!CheckUserId(VIMBRA_HERE, nUserID)) {
         return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     Lock lock(g_tTraceRtMutex);
