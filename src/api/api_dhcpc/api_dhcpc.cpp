@@ -321,7 +321,7 @@ bool Serve(Client& client) {
     if (StartListener(IsIpv4(client) ? kIpv4 : kIpv6, client.listener,
                       {.argument = &client,
                        .socketName = client.socketName,
-                       .handle = &client.info.DhcpcThreadID}) != 0) {
+                       .handle = &client.info.DhcpcThreadID})) {
         return true;
     }
     client.isServed = false;

@@ -142,7 +142,7 @@ bool Listen(WatchSlot& slot, TIpConflictInfo& info, TVimbraConflictCallBack call
     slot.info.info = &info;
     info.pfIpConflictCB = callback;
     return StartListener(info.wSinFamily == VIMBRA_FAMILY_IPV4 ? kServiceV4 : kServiceV6,
-                         slot.listener, {.argument = &slot, .handle = &info.tThreadId}) != 0;
+                         slot.listener, {.argument = &slot, .handle = &info.tThreadId});
 }
 
 s32 AlreadyStarted(const CallSite& site, u16 family) {

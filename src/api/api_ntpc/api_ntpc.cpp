@@ -257,8 +257,8 @@ s32 VimbraNtpcStart(TVimbraAddr tServerIp, u32 dwSyncTimeInterval,
     }
     __atomic_store_n(&client->info.pfNtpcNotifyCallBack, ptCallBack, __ATOMIC_RELEASE);
     TakeSemaphore(ntpc_sem_id);
-    if (StartListener(IsIpv4(*client) ? kIpv4 : kIpv6, client->listener,
-                      {.argument = client, .handle = &client->info.tNtpcThreadID}) == 0) {
+    if (!StartListener(IsIpv4(*client) ? kIpv4 : kIpv6, client->listener,
+                       {.argument = client, .handle = &client->info.tNtpcThreadID})) {
         // Kept: the semaphore stays taken; the test is Ntpc.SemaphoreStaysTakenWithoutThread.
         VLOG_ERROR("create ntpc callback thread failed!");
         return VIMBRA_ERR_GENERAL;

@@ -167,8 +167,7 @@ s32 VimbraPingStart(TVimbraAddr tDestIp, TVimbraPingOpt* ptPingOpt, s32 nUserID,
     info->nUserId = nUserID;
     info->ptCallBackFunc = ptCallBackFunc;
     SetStarted(*info, 1);
-    if (StartListener(kService, slot.listener, {.argument = &slot, .handle = &info->tThreadId}) ==
-        0) {
+    if (!StartListener(kService, slot.listener, {.argument = &slot, .handle = &info->tThreadId})) {
         VLOG_ERROR("create ping callback thread failed!");
         Tests::End(slot);
         return VIMBRA_ERR_PING_THREAD;

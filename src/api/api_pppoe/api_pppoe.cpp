@@ -269,8 +269,8 @@ void FillConfig(const CallSite& site, const TVimbraPppoeParam& param, PppoeConfi
 
 // Everything between taking the link and marking it as started.
 s32 Dial(const CallSite& site, Link& link) {
-    if (StartListener(IsIpv4(link) ? kIpv4 : kIpv6, link.listener,
-                      {.argument = &link, .handle = &link.info.tPppoeThreadId}) == 0) {
+    if (!StartListener(IsIpv4(link) ? kIpv4 : kIpv6, link.listener,
+                       {.argument = &link, .handle = &link.info.tPppoeThreadId})) {
         VLOG_ERROR_AT(site, "pppoe ThreadSpawn error!");
         return VIMBRA_ERR_GENERAL;
     }

@@ -98,8 +98,8 @@ TraceSlot* FindBusy(s32 nUserID) {
 // machine. With the registry locked.
 bool StartBound(TraceSlot& slot) {
     TakeSemaphore(tracert_sem_id);
-    if (StartListener(kService, slot.listener,
-                      {.argument = &slot, .handle = &slot.info.tThreadId}) == 0) {
+    if (!StartListener(kService, slot.listener,
+                       {.argument = &slot, .handle = &slot.info.tThreadId})) {
         VLOG_ERROR_AT((CallSite{"VimbraTracerouteStart", __LINE__}),
                       "create traceroute callback thread failed!");
         semaphore_v(tracert_sem_id);

@@ -75,30 +75,28 @@ timeval Until(s64 deadline) {
 
 // ---- The service's side -------------------------------------------------------------------------
 
-pthread_t StartListener(const ListenerService& service, ListenerSlot& slot,
-                        const ListenerStart& start) {
+bool StartListener(const ListenerService& service, ListenerSlot& slot, const ListenerStart& start) {
     void* const memory = malloc(sizeof(Listener));
     if (memory == nullptr) {
         LogErrnoAt({service.detached ? "ThreadSpawnDeatched" : "ThreadSpawn", __LINE__},
                    "THREAD: spawn() malloc error");
-        return 0;
+        return false;
     }
     bool settled = false;
     auto* const listener = new (memory) Listener(service, start, settled);
     listener->Enter(slot);
 
     const auto spawn = service.detached ? ThreadSpawnDeatched : ThreadSpawn;
-    const pthread_t thread = spawn(const_cast<char*>(service.threadName), Listener::Run, listener,
-                                   kStackSize, SCHED_OTHER, kPriority);
-    if (thread == 0) {
+    if (spawn(const_cast<char*>(service.threadName), Listener::Run, listener, kStackSize,
+              SCHED_OTHER, kPriority) == 0) {
         listener->Leave();
-        return 0;
+        return false;
     }
     const Lock lock(g_tListenerMutex);
     while (!settled) {
         pthread_cond_wait(&g_tSettled, &g_tListenerMutex);
     }
-    return thread;
+    return true;
 }
 
 ListenerStop KillListener(ListenerSlot& slot) {

@@ -187,9 +187,8 @@ struct ListenerStop {
 };
 
 // Starts a listener and waits until it serves its socket or cannot. A listener that still runs in
-// the slot is stopped. The thread's handle, or 0 without a thread; only good for that comparison.
-pthread_t StartListener(const ListenerService& service, ListenerSlot& slot,
-                        const ListenerStart& start);
+// the slot is stopped. False without a thread; true even if the listener has ended since.
+bool StartListener(const ListenerService& service, ListenerSlot& slot, const ListenerStart& start);
 
 // Stops the slot's listener and lets go of it: its socket takes no more connections. Waits for
 // nothing, so it may be called with the service's lock held.
@@ -231,7 +230,7 @@ class Listener {
     bool Release();
 
  private:
-    friend pthread_t StartListener(const ListenerService&, ListenerSlot&, const ListenerStart&);
+    friend bool StartListener(const ListenerService&, ListenerSlot&, const ListenerStart&);
     friend ListenerStop KillListener(ListenerSlot&);
     friend void AbandonListener(ListenerSlot&);
 

@@ -147,11 +147,11 @@ void Clean(const Taken& taken) {
 }
 
 // Takes a slot and starts its listener; the slot is null when none is free.
-pthread_t Listen(const char* name, TVimbraRouterAdvertiseCallBack callback, Taken& taken) {
+bool Listen(const char* name, TVimbraRouterAdvertiseCallBack callback, Taken& taken) {
     const Lock lock(g_tRouterMutex);
     taken.slot = FamilyMapFreeRouterAdvertiseInfo();
     if (taken.slot == nullptr) {
-        return 0;
+        return false;
     }
     taken.turn = TakeSlot(*taken.slot);
     TRouterNotifyInfo& info = taken.slot->info;
@@ -181,12 +181,12 @@ bool IsWatched(const char* name, Taken* found = nullptr) {
 // The steps of a start that can fail; what they leave in taken is cleaned up by the caller.
 bool Start(const CallSite& site, const char* name, TVimbraRouterAdvertiseCallBack callback,
            Taken& taken) {
-    const pthread_t thread = Listen(name, callback, taken);
+    const bool isListening = Listen(name, callback, taken);
     if (taken.slot == nullptr) {
         VLOG_ERROR_AT(site, "the interface %s alloc memory failed!", name);
         return false;
     }
-    if (thread == 0) {
+    if (!isListening) {
         VLOG_ERROR_AT(site, "ThreadSpawn error!");
         return false;
     }
