@@ -26,15 +26,13 @@ TVimbraDhcpsInfo Pool(const TDhcpServerEthInfo& eth, const TDhcpServerDnsInfo& d
     return pool;
 }
 
-// Kept: a spawn that fails gives 0, so that the start goes on without a watcher; the test is
+// Kept: without a thread the start goes on without a watcher; the test is
 // Memory.LegacyDhcpServerStartsWithoutAWatcher.
-bool SpawnWatcher() {
+void SpawnWatcher() {
     constexpr int kStackSize = 0x200000;
     constexpr int kPriority = 5;
     static char name[] = "VimbraDhcpsCBThread";
-    const pthread_t thread =
-        ThreadSpawn(name, VimbraDhcpsCBThread, nullptr, kStackSize, 0, kPriority);
-    return thread != static_cast<pthread_t>(-1);
+    ThreadSpawn(name, VimbraDhcpsCBThread, nullptr, kStackSize, 0, kPriority);
 }
 
 }  // namespace
@@ -50,10 +48,7 @@ s32 NetDhcpsStart(TDhcpServerConfInfo* ptDhcpServerConfInfo, NetDhcpsNotifyCallB
     if (pfCallBack != nullptr) {
         StoreDhcpsCallBack(pfCallBack);
     }
-    if (!SpawnWatcher()) {
-        VLOG_ERROR("create dhcp server callback thread failed!¥n");
-        return VIMBRA_ERR_GENERAL;
-    }
+    SpawnWatcher();
     return VimbraDhcpsStart(name.text, VIMBRA_FAMILY_IPV4, &pool);
 }
 
