@@ -150,11 +150,11 @@ s32 AlreadyStarted(const CallSite& site, u16 family) {
     return VIMBRA_ERR_GENERAL;
 }
 
-// Ends one turn of a watch: its listener goes, its record is cleared. If the turn has ended already
+// Ends one generation of a watch: its listener goes, its record is cleared. If it has ended already
 // there is no thread to kill, and a watch that was started since is left alone. Gives the lock up.
-s32 Recycle(const CallSite& site, WatchSlot& slot, u32 turn, Lock& lock) {
+s32 Recycle(const CallSite& site, WatchSlot& slot, u32 generation, Lock& lock) {
     ListenerStop stop = {-1, 0};
-    if (IsStillTaken(slot, turn)) {
+    if (IsStillTaken(slot, generation)) {
         stop = KillListener(slot.listener);
         if (stop.result == 0) {
             IpConflictCleanUp(slot.info.info);
@@ -174,9 +174,10 @@ s32 Recycle(const CallSite& site, WatchSlot& slot, u32 turn, Lock& lock) {
 
 // What follows on a refused start. Another start that shares the watch keeps it.
 // Kept: success, only the log tells; the test is Conflicts.RefusedStartIs0AndNotStarted.
-s32 GiveUp(const CallSite& site, WatchSlot& slot, u32 turn, TVimbraConflictCallBack callback) {
+s32 GiveUp(const CallSite& site, WatchSlot& slot, u32 generation,
+           TVimbraConflictCallBack callback) {
     Lock lock(g_tConflictMutex);
-    if (IsStillTaken(slot, turn)) {
+    if (IsStillTaken(slot, generation)) {
         TIpConflictInfo& info = *slot.info.info;
         slot.asking--;
         if (info.bIsStarted != 0) {
@@ -189,14 +190,15 @@ s32 GiveUp(const CallSite& site, WatchSlot& slot, u32 turn, TVimbraConflictCallB
             return VIMBRA_OK;
         }
     }
-    return Recycle(site, slot, turn, lock);
+    return Recycle(site, slot, generation, lock);
 }
 
 // What follows on an accepted start: the first that is accepted has the watch. One that was stopped
 // meanwhile has been started all the same.
-s32 Confirm(const CallSite& site, WatchSlot& slot, u32 turn, TVimbraConflictCallBack callback) {
+s32 Confirm(const CallSite& site, WatchSlot& slot, u32 generation,
+            TVimbraConflictCallBack callback) {
     Lock lock(g_tConflictMutex);
-    if (!IsStillTaken(slot, turn)) {
+    if (!IsStillTaken(slot, generation)) {
         return VIMBRA_OK;
     }
     TIpConflictInfo& info = *slot.info.info;
@@ -263,7 +265,7 @@ s32 VimbraIpConflictCheckStart(u16 wSinFamily, TVimbraConflictCallBack ptFunc) {
         lock.Unlock();
         return AlreadyStarted(VIMBRA_HERE, wSinFamily);
     }
-    const u32 turn = ShareSlot(slot);
+    const u32 generation = ShareSlot(slot);
     if (slot.asking == 1 && !Listen(slot, *info, ptFunc)) {
         GiveBack(slot);
         lock.Unlock();
@@ -273,9 +275,9 @@ s32 VimbraIpConflictCheckStart(u16 wSinFamily, TVimbraConflictCallBack ptFunc) {
     lock.Unlock();
     if (ApicConflictCheckStart(wSinFamily) != VIMBRA_OK) {
         VLOG_ERROR("ApicConflictCheckStart wSinFamily %d error!", wSinFamily);
-        return GiveUp(VIMBRA_HERE, slot, turn, ptFunc);
+        return GiveUp(VIMBRA_HERE, slot, generation, ptFunc);
     }
-    return Confirm(VIMBRA_HERE, slot, turn, ptFunc);
+    return Confirm(VIMBRA_HERE, slot, generation, ptFunc);
 }
 
 s32 VimbraIpConflictCheckStop(u16 wSinFamily) {
@@ -290,12 +292,12 @@ s32 VimbraIpConflictCheckStop(u16 wSinFamily) {
     }
     WatchSlot& slot = WatchOf(wSinFamily);
     Lock lock(g_tConflictMutex);
-    const u32 turn = slot.turn;
+    const u32 generation = slot.generation;
     lock.Unlock();
     if (ApicConflictCheckStop(wSinFamily) != VIMBRA_OK) {
         VLOG_ERROR("ApicConflictCheckStop wSinFamily %d error!", wSinFamily);
         return VIMBRA_ERR_GENERAL;
     }
     Lock again(g_tConflictMutex);
-    return Recycle(VIMBRA_HERE, slot, turn, again);
+    return Recycle(VIMBRA_HERE, slot, generation, again);
 }

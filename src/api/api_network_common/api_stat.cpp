@@ -98,9 +98,9 @@ s32 AlreadyStarted(const CallSite& site) {
 
 // What follows on a refused registration. The listener goes with the last that waits for its reply,
 // unless another was accepted.
-void GiveUp(u32 turn, TDevStatNotifyCallBack callback) {
+void GiveUp(u32 generation, TDevStatNotifyCallBack callback) {
     const Lock lock(g_tStatMutex);
-    if (!IsStillTaken(g_tStat, turn)) {
+    if (!IsStillTaken(g_tStat, generation)) {
         return;
     }
     g_tStat.asking--;
@@ -116,9 +116,9 @@ void GiveUp(u32 turn, TDevStatNotifyCallBack callback) {
 }
 
 // What follows on an accepted registration: the first that is accepted counts.
-s32 Confirm(const CallSite& site, u32 turn, TDevStatNotifyCallBack callback) {
+s32 Confirm(const CallSite& site, u32 generation, TDevStatNotifyCallBack callback) {
     Lock lock(g_tStatMutex);
-    if (!IsStillTaken(g_tStat, turn)) {
+    if (!IsStillTaken(g_tStat, generation)) {
         return VIMBRA_OK;
     }
     g_tStat.asking--;
@@ -154,7 +154,7 @@ s32 VimbraStatNotifyCallbackReg(int nInterval, TDevStatNotifyCallBack pfNotifyCb
         VLOG_ERROR("pfNotifyCb is NULL!");
         return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
-    const u32 turn = ShareSlot(g_tStat);
+    const u32 generation = ShareSlot(g_tStat);
     if (g_tStat.asking == 1) {
         g_tStat.info.callback = pfNotifyCb;
         // Kept: a thread that could not be made passes here; the test is
@@ -165,16 +165,16 @@ s32 VimbraStatNotifyCallbackReg(int nInterval, TDevStatNotifyCallBack pfNotifyCb
     if (SendStart(VIMBRA_HERE, nInterval) != VIMBRA_OK) {
         // Kept: a route's words; the test is Stat.RefusedStartEndsTheListener.
         VLOG_ERROR("api_operate_route error");
-        GiveUp(turn, pfNotifyCb);
+        GiveUp(generation, pfNotifyCb);
         return VIMBRA_ERR_GENERAL;
     }
-    return Confirm(VIMBRA_HERE, turn, pfNotifyCb);
+    return Confirm(VIMBRA_HERE, generation, pfNotifyCb);
 }
 
 s32 VimbraStatStop() {
     Lock lock(g_tStatMutex);
     const bool isStarted = g_tStat.info.isStarted != 0;
-    const u32 turn = g_tStat.turn;
+    const u32 generation = g_tStat.generation;
     lock.Unlock();
     if (!isStarted) {
         VLOG_PRINT("vimbra stat is already stoped");
@@ -186,7 +186,7 @@ s32 VimbraStatStop() {
     }
     Lock again(g_tStatMutex);
     // Stopped by another call meanwhile, it has no thread to kill; what came since is left alone.
-    if (IsStillTaken(g_tStat, turn) && KillListener(g_tStat.listener).result == 0) {
+    if (IsStillTaken(g_tStat, generation) && KillListener(g_tStat.listener).result == 0) {
         g_tStat.info = {};
         GiveBack(g_tStat);
         return VIMBRA_OK;

@@ -163,7 +163,7 @@ s32 VimbraPingStart(TVimbraAddr tDestIp, TVimbraPingOpt* ptPingOpt, s32 nUserID,
         return VIMBRA_ERR_GENERAL;
     }
     PingSlot& slot = *SlotOf(info);
-    const u32 turn = TakeSlot(slot);
+    const u32 generation = TakeSlot(slot);
     info->nUserId = nUserID;
     info->ptCallBackFunc = ptCallBackFunc;
     SetStarted(*info, 1);
@@ -175,7 +175,7 @@ s32 VimbraPingStart(TVimbraAddr tDestIp, TVimbraPingOpt* ptPingOpt, s32 nUserID,
     lock.Unlock();
     if (ApicPingStart(tDestIp, *ptPingOpt, nUserID) != VIMBRA_OK) {
         VLOG_ERROR("ApicPingStart error!");
-        Tests::EndTurn(slot, turn);
+        Tests::EndGeneration(slot, generation);
         return VIMBRA_ERR_GENERAL;
     }
     return VIMBRA_OK;
@@ -192,13 +192,13 @@ s32 VimbraPingStop(s32 nUserID) {
         return VIMBRA_ERR_PING_UNKNOWN;
     }
     PingSlot& slot = *SlotOf(info);
-    const u32 turn = slot.turn;
+    const u32 generation = slot.generation;
     lock.Unlock();
     PostStopOrder(nUserID);
     if (ApicPingStop(nUserID) != VIMBRA_OK) {
         VLOG_ERROR("apic_ping_stop failed!");
         return VIMBRA_ERR_PING_STOP;
     }
-    Tests::EndTurn(slot, turn);
+    Tests::EndGeneration(slot, generation);
     return VIMBRA_OK;
 }

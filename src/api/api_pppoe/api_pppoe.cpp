@@ -41,7 +41,7 @@ struct Link {
     // A start or stop is under way, on another thread or further up on this one.
     bool isStarting;
     bool isStopping;
-    u32 turn;  // counts the starts
+    u32 generation;  // of its newest start
 };
 static_assert(offsetof(Link, info) == 0);
 
@@ -359,7 +359,7 @@ s32 VimbraPppoeStart(TVimbraPppoeParam* ptPppoeParam, u16 wSinFamily,
         return VIMBRA_ERR_GENERAL;
     }
     link->isStarting = true;
-    link->turn++;
+    link->generation++;
     FillConfig(VIMBRA_HERE, *ptPppoeParam, link->info.tConfig);
     link->info.pfPppoeNotifyCallBack = ptNotifyCallBack;
     lock.Unlock();
@@ -383,9 +383,9 @@ s32 VimbraPppoeStop(const char*, u16 wSinFamily) {
         VLOG_ERROR("FamilyMapPppoeInfo error!");
         return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
-    const auto isStoppable = [link, turn = link->turn] {
+    const auto isStoppable = [link, generation = link->generation] {
         return link->info.bPppoeStarted != 0 && !link->isStarting && !link->isStopping &&
-               link->turn == turn;
+               link->generation == generation;
     };
     if (!isStoppable()) {
         VLOG_PRINT("pppoe already stopped!");

@@ -179,7 +179,7 @@ s32 VimbraTracerouteStart(TVimbraAddr tDestIp, TVimbraTracerouteOpt* ptTraceRtOp
         VLOG_ERROR("the user id has been up to the max!");
         return VIMBRA_ERR_GENERAL;
     }
-    const u32 turn = TakeSlot(*slot);
+    const u32 generation = TakeSlot(*slot);
     slot->info.ptCallBackFunc = ptCallBackFunc;
     slot->info.nUserId = nUserID;
     SetStarted(slot->info, 1);
@@ -191,7 +191,7 @@ s32 VimbraTracerouteStart(TVimbraAddr tDestIp, TVimbraTracerouteOpt* ptTraceRtOp
     if (ApicTracertStart(tDestIp, *ptTraceRtOpt, nUserID) != VIMBRA_OK) {
         // Kept: the ping's words; the test is Traceroute.ARefusedStartGivesThePlaceBack.
         VLOG_ERROR("ApicPingStart error!");
-        Traces::EndTurn(*slot, turn);
+        Traces::EndGeneration(*slot, generation);
         return VIMBRA_ERR_GENERAL;
     }
     return VIMBRA_OK;
@@ -207,13 +207,13 @@ s32 VimbraTracerouteStop(s32 nUserID) {
         VLOG_PRINT("the user id %d has been stopped!", nUserID);
         return VIMBRA_OK;
     }
-    const u32 turn = slot->turn;
+    const u32 generation = slot->generation;
     lock.Unlock();
     if (ApicTracertStop(nUserID) != VIMBRA_OK) {
         VLOG_ERROR("Stop traceroute failed!");
         return VIMBRA_ERR_TRACE_STOP;
     }
-    Traces::EndTurn(*slot, turn);
+    Traces::EndGeneration(*slot, generation);
     return VIMBRA_OK;
 }
 

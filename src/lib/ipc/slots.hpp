@@ -20,9 +20,9 @@ template <typename Info>
 struct Slot {
     Info info;
     ListenerSlot listener;
-    bool taken;  // from TakeSlot() to GiveBack(); a record may count as started later than that
-    u32 turn;    // counts the takers
-    u32 asking;  // starts that share it and wait for the daemon's reply; see ShareSlot()
+    bool taken;      // from TakeSlot() to GiveBack(); a record may count as started later than that
+    u32 generation;  // tells a taker from those before and after it
+    u32 asking;      // starts that share it and wait for the daemon's reply; see ShareSlot()
 };
 
 // The slot of a record; null for null.
@@ -90,11 +90,11 @@ void SetStarted(Info& info, u32 isStarted) {
     __atomic_store_n(&info.bIsStarted, isStarted, __ATOMIC_RELEASE);
 }
 
-// Makes the slot the caller's. The number tells it from later takers.
+// Makes the slot the caller's, in a generation of its own.
 template <typename Info>
 u32 TakeSlot(Slot<Info>& slot) {
     slot.taken = true;
-    return ++slot.turn;
+    return ++slot.generation;
 }
 
 template <typename Info>
@@ -139,17 +139,17 @@ u32 ShareSlot(Slot<Info>& slot) {
         TakeSlot(slot);
     }
     slot.asking++;
-    return slot.turn;
+    return slot.generation;
 }
 
-// Is it still that taker's? Its listener, or a stop, may have given it back meanwhile, and another
+// Is it still of that generation? Its listener, or a stop, may have given it back meanwhile, and another
 // start may have taken it since.
 template <typename Info>
-bool IsStillTaken(const Slot<Info>& slot, u32 turn) {
-    return slot.taken && slot.turn == turn;
+bool IsStillTaken(const Slot<Info>& slot, u32 generation) {
+    return slot.taken && slot.generation == generation;
 }
 
-// The ends of runs whose listeners give their places back, for services that clear a record by
+// The ends of runs whose listeners give their slots back, for services that clear a record by
 // `kClear` and guard their chain with `kMutex`.
 template <typename Info, pthread_mutex_t& kMutex, void (*kClear)(Info*)>
 struct Runs {
@@ -159,15 +159,15 @@ struct Runs {
         kClear(&slot.info);
     }
 
-    // Ends one turn of a place, unless it has ended and the place is another run's by now.
-    static void EndTurn(Slot<Info>& slot, u32 turn) {
+    // Ends one generation of a slot, unless it has ended already: the slot may be another's by now.
+    static void EndGeneration(Slot<Info>& slot, u32 generation) {
         const Lock lock(kMutex);
-        if (IsStillTaken(slot, turn)) {
+        if (IsStillTaken(slot, generation)) {
             End(slot);
         }
     }
 
-    // A listener that ends after its last message gives the place back. One that could not serve
+    // A listener that ends after its last message gives the slot back. One that could not serve
     // its socket leaves the run busy, for its owner to stop.
     static void ListenerEnded(Listener& listener, Ended why) {
         if (why == Ended::kNotBound || why == Ended::kAcceptFailed || why == Ended::kWaitFailed) {

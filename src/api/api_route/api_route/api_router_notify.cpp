@@ -131,14 +131,14 @@ constexpr ListenerService kService = {
 // A slot on its way to being started.
 struct Taken {
     RouterSlot* slot;
-    u32 turn;
+    u32 generation;
 };
 
 // Ends what runs in the slot, unless it is somebody else's by now, and frees it.
 void Clean(const Taken& taken) {
     ListenerStop stop = {};
     Lock lock(g_tRouterMutex);
-    if (IsStillTaken(*taken.slot, taken.turn)) {
+    if (IsStillTaken(*taken.slot, taken.generation)) {
         stop = KillListener(taken.slot->listener);
         ClearRouterAdvertiseInfo(*taken.slot);
     }
@@ -153,7 +153,7 @@ bool Listen(const char* name, TVimbraRouterAdvertiseCallBack callback, Taken& ta
     if (taken.slot == nullptr) {
         return false;
     }
-    taken.turn = TakeSlot(*taken.slot);
+    taken.generation = TakeSlot(*taken.slot);
     TRouterNotifyInfo& info = taken.slot->info;
     info.pfRouterAdvertiseCB = callback;
     CopyField(info.achIfaceName, name);
@@ -164,7 +164,7 @@ bool Listen(const char* name, TVimbraRouterAdvertiseCallBack callback, Taken& ta
 // The watch counts as started, unless its listener has already ended and freed the slot.
 void MarkStarted(const Taken& taken) {
     const Lock lock(g_tRouterMutex);
-    if (IsStillTaken(*taken.slot, taken.turn)) {
+    if (IsStillTaken(*taken.slot, taken.generation)) {
         SetStarted(taken.slot->info, 1);
     }
 }
@@ -173,7 +173,7 @@ bool IsWatched(const char* name, Taken* found = nullptr) {
     const Lock lock(g_tRouterMutex);
     RouterSlot* const slot = FamilyMapBusyRouterAdvertiseInfo(name);
     if (slot != nullptr && found != nullptr) {
-        *found = {slot, slot->turn};
+        *found = {slot, slot->generation};
     }
     return slot != nullptr;
 }
