@@ -179,11 +179,11 @@ s32 GiveUp(const CallSite& site, WatchSlot& slot, u32 generation,
     Lock lock(g_tConflictMutex);
     if (IsStillTaken(slot, generation)) {
         TIpConflictInfo& info = *slot.info.info;
-        slot.asking--;
+        slot.pending--;
         if (info.bIsStarted != 0) {
             return VIMBRA_OK;
         }
-        if (slot.asking > 0) {
+        if (slot.pending > 0) {
             if (info.pfIpConflictCB == callback) {
                 info.pfIpConflictCB = nullptr;
             }
@@ -202,7 +202,7 @@ s32 Confirm(const CallSite& site, WatchSlot& slot, u32 generation,
         return VIMBRA_OK;
     }
     TIpConflictInfo& info = *slot.info.info;
-    slot.asking--;
+    slot.pending--;
     if (info.bIsStarted == 0) {
         info.pfIpConflictCB = callback;
         info.bIsStarted = 1;
@@ -266,7 +266,7 @@ s32 VimbraIpConflictCheckStart(u16 wSinFamily, TVimbraConflictCallBack ptFunc) {
         return AlreadyStarted(VIMBRA_HERE, wSinFamily);
     }
     const u32 generation = ShareSlot(slot);
-    if (slot.asking == 1 && !Listen(slot, *info, ptFunc)) {
+    if (slot.pending == 1 && !Listen(slot, *info, ptFunc)) {
         GiveBack(slot);
         lock.Unlock();
         VLOG_ERROR("VimbraIpConfilictCBThread thread create failed!");

@@ -103,11 +103,11 @@ void GiveUp(u32 generation, TDevStatNotifyCallBack callback) {
     if (!IsStillTaken(g_tStat, generation)) {
         return;
     }
-    g_tStat.asking--;
+    g_tStat.pending--;
     if (g_tStat.info.isStarted != 0) {
         return;
     }
-    if (g_tStat.asking == 0) {
+    if (g_tStat.pending == 0) {
         KillListener(g_tStat.listener);
         GiveBack(g_tStat);
     } else if (g_tStat.info.callback == callback) {
@@ -121,7 +121,7 @@ s32 Confirm(const CallSite& site, u32 generation, TDevStatNotifyCallBack callbac
     if (!IsStillTaken(g_tStat, generation)) {
         return VIMBRA_OK;
     }
-    g_tStat.asking--;
+    g_tStat.pending--;
     if (g_tStat.info.isStarted != 0) {
         lock.Unlock();
         return AlreadyStarted(site);
@@ -155,7 +155,7 @@ s32 VimbraStatNotifyCallbackReg(int nInterval, TDevStatNotifyCallBack pfNotifyCb
         return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     const u32 generation = ShareSlot(g_tStat);
-    if (g_tStat.asking == 1) {
+    if (g_tStat.pending == 1) {
         g_tStat.info.callback = pfNotifyCb;
         // Kept: a thread that could not be made passes here; the test is
         // NoThread.StatisticsDoNotNoticeUntilTheyStop.

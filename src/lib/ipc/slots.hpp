@@ -22,7 +22,7 @@ struct Slot {
     ListenerSlot listener;
     bool taken;      // from TakeSlot() to GiveBack(); a record may count as started later than that
     u32 generation;  // tells a taker from those before and after it
-    u32 asking;      // starts that share it and wait for the daemon's reply; see ShareSlot()
+    u32 pending;     // starts that share it and await a reply; see ShareSlot()
 };
 
 // The slot of a record; null for null.
@@ -100,7 +100,7 @@ u32 TakeSlot(Slot<Info>& slot) {
 template <typename Info>
 void GiveBack(Slot<Info>& slot) {
     slot.taken = false;
-    slot.asking = 0;
+    slot.pending = 0;
 }
 
 // In a forked child: whatever ran is cleared, by clear(slot). The chain itself has been whole since
@@ -132,13 +132,13 @@ void ClearUserRun(Slot<Info>& slot) {
 }
 
 // For a service of which there is one: starts that cross share its slot. Each asks the daemon, and
-// one listener, which the first of them starts (`asking` is 1), serves them all.
+// one listener, which the first of them starts (`pending` is 1), serves them all.
 template <typename Info>
 u32 ShareSlot(Slot<Info>& slot) {
     if (!slot.taken) {
         TakeSlot(slot);
     }
-    slot.asking++;
+    slot.pending++;
     return slot.generation;
 }
 
