@@ -73,7 +73,7 @@ constexpr ListenerService kService = {
     .bodySize = sizeof(StatReportBody),
     .socketText = "socket AF_UNIX error",
     .serverText = "make_addr_server error!",
-    .outOfMemory = {"malloc error", Trouble::kPlain, Next::kGoOn},
+    .outOfMemory = {"malloc error", FailureRule::kPlain, Next::kGoOn},
     .message = TakeReport,
 };
 

@@ -119,10 +119,12 @@ Next TakeReport(Listener& listener, Message& message) {
     return Next::kGoOn;
 }
 
-constexpr Trouble kShortHead = {"read ntpc message head error", Trouble::kPlain, Next::kEnd};
-constexpr Trouble kShortBody = {"read ntpc message body error", Trouble::kPlain, Next::kEnd};
-constexpr Trouble kBodyTooLong = {"the ntpc message body is too long!", Trouble::kPlain,
-                                  Next::kGoOn};
+constexpr FailureRule kShortHead = {"read ntpc message head error", FailureRule::kPlain,
+                                    Next::kEnd};
+constexpr FailureRule kShortBody = {"read ntpc message body error", FailureRule::kPlain,
+                                    Next::kEnd};
+constexpr FailureRule kBodyTooLong = {"the ntpc message body is too long!", FailureRule::kPlain,
+                                      Next::kGoOn};
 
 constexpr ListenerService kIpv4 = {
     .function = "NtpcCBThread",
@@ -132,7 +134,7 @@ constexpr ListenerService kIpv4 = {
     .bodySize = VIMBRA_NTPC_REPORT_MAX,
     .reading = Reading::kHeadThenBody,
     .acceptFailure = AcceptFailure::kMayBePassing,
-    .outOfMemory = {"XMALLOC MTYPE_API_NTPC", Trouble::kErrno, Next::kEnd},
+    .outOfMemory = {"XMALLOC MTYPE_API_NTPC", FailureRule::kErrno, Next::kEnd},
     .shortRead = kShortHead,
     .shortBody = kShortBody,
     .bodyTooLong = kBodyTooLong,
@@ -148,7 +150,7 @@ constexpr ListenerService kIpv6 = {
     .bodySize = VIMBRA_NTPC_REPORT_MAX,
     .reading = Reading::kHeadThenBody,
     .acceptFailure = AcceptFailure::kMayBePassing,
-    .outOfMemory = {nullptr, Trouble::kErrno, Next::kEnd},
+    .outOfMemory = {nullptr, FailureRule::kErrno, Next::kEnd},
     .shortRead = kShortHead,
     .shortBody = kShortBody,
     .bodyTooLong = kBodyTooLong,

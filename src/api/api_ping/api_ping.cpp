@@ -75,9 +75,9 @@ constexpr ListenerService kService = {
     .threadName = "VimbraPingCBThread",
     .socketName = kPingSocket,
     .bodySize = sizeof(pingmsg),
-    .outOfMemory = {"XMALLOC error", Trouble::kErrno, Next::kEnd},
-    .shortRead = {"read message error", Trouble::kErrno, Next::kEnd},
-    .wrongSize = {"the sended data is too long!", Trouble::kPlain, Next::kEnd},
+    .outOfMemory = {"XMALLOC error", FailureRule::kErrno, Next::kEnd},
+    .shortRead = {"read message error", FailureRule::kErrno, Next::kEnd},
+    .wrongSize = {"the sended data is too long!", FailureRule::kPlain, Next::kEnd},
     .message = TakeRecord,
     .ended = Tests::ListenerEnded,
 };

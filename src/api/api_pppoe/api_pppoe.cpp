@@ -152,8 +152,8 @@ constexpr ListenerService kIpv4 = {
     .reading = Reading::kUpTo,
     .acceptFailure = AcceptFailure::kMayBePassing,
     .serverText = "MakeAddrServer error!",
-    .outOfMemory = {"XMALLOC error", Trouble::kErrno, Next::kEnd},
-    .shortRead = {"read error", Trouble::kErrno, Next::kGoOn},
+    .outOfMemory = {"XMALLOC error", FailureRule::kErrno, Next::kEnd},
+    .shortRead = {"read error", FailureRule::kErrno, Next::kGoOn},
     .message = TakeEvent,
 };
 
@@ -166,8 +166,8 @@ constexpr ListenerService kIpv6 = {
     .reading = Reading::kUpTo,
     .acceptFailure = AcceptFailure::kMayBePassing,
     .serverText = "MakeAddrServer error!",
-    .outOfMemory = {"XMALLOC error", Trouble::kErrno, Next::kEnd},
-    .shortRead = {"read error", Trouble::kErrno, Next::kGoOn},
+    .outOfMemory = {"XMALLOC error", FailureRule::kErrno, Next::kEnd},
+    .shortRead = {"read error", FailureRule::kErrno, Next::kGoOn},
     .message = TakeEventIpv6,
 };
 

@@ -483,19 +483,19 @@ Next Listener::Dispatch(u8* body, size_t bodySize, size_t count) {
     return next == Next::kGoOn ? next : End(Ended::kByService);
 }
 
-Next Listener::Fail(const Trouble& trouble, Ended why) {
+Next Listener::Fail(const FailureRule& rule, Ended why) {
     if (IsStopped()) {
         return End(Ended::kKilled);  // The stop has cut the message.
     }
-    if (trouble.text != nullptr) {
-        if (trouble.form == Trouble::kErrno) {
-            LogErrno(trouble.text);
+    if (rule.text != nullptr) {
+        if (rule.form == FailureRule::kErrno) {
+            LogErrno(rule.text);
         } else {
-            VLOG_ERROR_AT(At(__LINE__), "%s", trouble.text);
+            VLOG_ERROR_AT(At(__LINE__), "%s", rule.text);
         }
     }
     CloseConnection();
-    return trouble.next == Next::kGoOn ? Next::kGoOn : End(why);
+    return rule.next == Next::kGoOn ? Next::kGoOn : End(why);
 }
 
 void Listener::LogErrno(const char* text) const {

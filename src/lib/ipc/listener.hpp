@@ -71,9 +71,10 @@ inline constexpr int kMessageSeconds = 5;
 // What follows on a message, a time-out or a failure.
 enum class Next { kGoOn, kEnd };
 
-// A failure: the words of its log line (null: none), whether they carry errno, and what follows. A
+// What a failure leads to: the words of its log line (null: none), with errno or without, and what
+// follows. A
 // message that failed is dropped and its connection closed either way.
-struct Trouble {
+struct FailureRule {
     const char* text;
     enum Form { kPlain, kErrno } form;
     Next next;
@@ -112,7 +113,7 @@ enum class Ended {
     kNotBound,   // see Bound; except kBindFailed, which is kAcceptFailed
     kAcceptFailed,
     kWaitFailed,
-    kBadMessage,  // one of the reading troubles
+    kBadMessage,  // a message that could not be read
     kOutOfMemory,
 };
 
@@ -151,11 +152,12 @@ struct ListenerService {
     // service that selects before it accepts this says so.
     const char* waitText = nullptr;  // with errno; null: acceptText
 
-    Trouble outOfMemory = {"XMALLOC error", Trouble::kPlain, Next::kGoOn};
-    Trouble shortRead = {"read message error", Trouble::kErrno, Next::kGoOn};
-    Trouble wrongSize = {"the sended data is too long!", Trouble::kPlain, Next::kGoOn};  // kExact
-    Trouble shortBody = {};    // kHeadThenBody: the body did not come whole
-    Trouble bodyTooLong = {};  // kHeadThenBody: more than bodySize, which is not even allocated
+    FailureRule outOfMemory = {"XMALLOC error", FailureRule::kPlain, Next::kGoOn};
+    FailureRule shortRead = {"read message error", FailureRule::kErrno, Next::kGoOn};
+    FailureRule wrongSize = {"the sended data is too long!", FailureRule::kPlain,
+                             Next::kGoOn};  // kExact
+    FailureRule shortBody = {};             // kHeadThenBody: the body did not come whole
+    FailureRule bodyTooLong = {};  // kHeadThenBody: more than bodySize, which is not even allocated
 
     // Before the socket is made; kEnd ends the thread, and `bound` is not called.
     Next (*begin)(Listener& listener) = nullptr;
@@ -274,7 +276,7 @@ class Listener {
     [[gnu::noinline]] void EndWait();
     [[gnu::noinline]] bool Accept();
     [[gnu::noinline]] Next Dispatch(u8* body, size_t bodySize, size_t count);
-    [[gnu::noinline]] Next Fail(const Trouble& trouble, Ended why);
+    [[gnu::noinline]] Next Fail(const FailureRule& rule, Ended why);
     [[gnu::noinline]] void LogErrno(const char* text) const;
     [[gnu::noinline]] void CloseConnection();
     [[gnu::noinline]] void Keep();
