@@ -340,7 +340,7 @@ Bound Listener::Bind() {
     const Bound bound = TakeName(server);
     if (bound == Bound::kSocketFailed) {
         LogErrno(service_->socketText);
-    } else if (bound != Bound::kListening && bound != Bound::kToldToStop) {
+    } else if (bound != Bound::kListening && bound != Bound::kStopped) {
         LogServer(server);
     }
     if (bound == Bound::kNameRefused) {
@@ -349,11 +349,11 @@ Bound Listener::Bind() {
     return bound;
 }
 
-// In one step: who was told to stop must not take the name from who was started since.
+// In one step: a stopped listener must not take the name from one that was started since.
 Bound Listener::TakeName(Server& server) {
     const Lock lock(g_tListenerMutex);
     if (slot_ == nullptr) {
-        return Bound::kToldToStop;
+        return Bound::kStopped;
     }
     server_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (server_ < 0) {

@@ -103,7 +103,7 @@ enum class Bound {
     kBindFailed,  // bind or listen; MakeAddrServer() calls it a success, and accepting will fail
     kNameRefused,
     kSocketFailed,
-    kToldToStop,  // stopped before it had bound
+    kStopped,  // stopped before it had bound
 };
 
 // Why a listener has ended.
