@@ -21,7 +21,7 @@ constexpr int kPauseMicroseconds = 200000;
 constexpr s64 kForEver = -1;
 
 pthread_mutex_t g_tListenerMutex = PTHREAD_MUTEX_INITIALIZER;
-pthread_cond_t g_tSettled = PTHREAD_COND_INITIALIZER;
+pthread_cond_t g_tReady = PTHREAD_COND_INITIALIZER;
 
 // All that there are, so that a forked child can close its copies.
 Listener* g_ptListeners = nullptr;
@@ -82,8 +82,8 @@ bool StartListener(const ListenerService& service, ListenerSlot& slot, const Lis
                    "THREAD: spawn() malloc error");
         return false;
     }
-    bool settled = false;
-    auto* const listener = new (memory) Listener(service, start, settled);
+    bool ready = false;
+    auto* const listener = new (memory) Listener(service, start, ready);
     listener->Enter(slot);
 
     const auto spawn = service.detached ? ThreadSpawnDeatched : ThreadSpawn;
@@ -93,8 +93,8 @@ bool StartListener(const ListenerService& service, ListenerSlot& slot, const Lis
         return false;
     }
     const Lock lock(g_tListenerMutex);
-    while (!settled) {
-        pthread_cond_wait(&g_tSettled, &g_tListenerMutex);
+    while (!ready) {
+        pthread_cond_wait(&g_tReady, &g_tListenerMutex);
     }
     return true;
 }
@@ -134,8 +134,8 @@ void AbandonListener(ListenerSlot& slot) {
 
 // ---- Between the two ----------------------------------------------------------------------------
 
-Listener::Listener(const ListenerService& service, const ListenerStart& start, bool& settled)
-    : service_(&service), argument_(start.argument), handle_(start.handle), settled_(&settled) {
+Listener::Listener(const ListenerService& service, const ListenerStart& start, bool& ready)
+    : service_(&service), argument_(start.argument), handle_(start.handle), ready_(&ready) {
     CopyText(socketName_, sizeof(socketName_),
              service.socketName != nullptr ? service.socketName : start.socketName);
 }
@@ -223,12 +223,12 @@ bool Listener::Release() {
 }
 
 // The starter may go on.
-void Listener::Settle() {
+void Listener::MarkReady() {
     const Lock lock(g_tListenerMutex);
-    if (settled_ != nullptr) {
-        *settled_ = true;
-        settled_ = nullptr;
-        pthread_cond_broadcast(&g_tSettled);
+    if (ready_ != nullptr) {
+        *ready_ = true;
+        ready_ = nullptr;
+        pthread_cond_broadcast(&g_tReady);
     }
 }
 
@@ -252,13 +252,13 @@ void ForgetListeners() {
         listener->Forget();
         listener = next;
     }
-    g_tSettled = PTHREAD_COND_INITIALIZER;
+    g_tReady = PTHREAD_COND_INITIALIZER;
     pthread_mutex_unlock(&g_tListenerMutex);
 }
 
 void Listener::Forget() {
     isStopped_ = true;
-    settled_ = nullptr;
+    ready_ = nullptr;
     LetGo();
     CloseAll();
     if (this == t_own) {
@@ -285,7 +285,7 @@ void Listener::Run(void* argument) {
 // may start the service again.
 void Listener::Finish(void* argument) {
     auto* listener = static_cast<Listener*>(argument);
-    listener->Settle();
+    listener->MarkReady();
     if (listener->service_->ended != nullptr) {
         listener->service_->ended(*listener, listener->why_);
     }
@@ -321,7 +321,7 @@ bool Listener::Open() {
     if (service_->bound != nullptr) {
         service_->bound(*this, bound);
     }
-    Settle();
+    MarkReady();
     if (bound == Bound::kListening) {
         return true;
     }

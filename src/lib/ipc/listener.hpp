@@ -240,7 +240,7 @@ class Listener {
 
     static constexpr size_t kKeptMax = 16;
 
-    Listener(const ListenerService& service, const ListenerStart& start, bool& settled);
+    Listener(const ListenerService& service, const ListenerStart& start, bool& ready);
     ~Listener() = default;
 
     static void Run(void* listener);
@@ -259,7 +259,7 @@ class Listener {
     bool Open();
     Bound Bind();
     Bound TakeName(Server& server);
-    void Settle();
+    void MarkReady();
     Next ServeOne();
     Next AcceptOne();
     Next AcceptFailed();
@@ -306,7 +306,7 @@ class Listener {
     pthread_t* const handle_;
     pthread_t thread_ = 0;    // 0 until the thread runs
     bool isWaiting_ = false;  // for a connection: the thread, and nobody else, closes the server
-    bool* settled_;           // the starter waits for it
+    bool* ready_;             // the starter waits for it
 };
 
 }  // namespace vimbra
