@@ -38,7 +38,7 @@ struct Client {
     u32 lastReported;  // the listener's
     Client* known;     // next in g_ptClients
 
-    // Guarded by g_tRecordMutex. The memory is given back when both have let go.
+    // Guarded by g_tRecordMutex. The memory is given back when neither holds it any more.
     bool isKept;    // by the list; also after it fell out of it, see Remove()
     bool isServed;  // by its listener
     bool isLost;    // fell out of the list
@@ -152,7 +152,7 @@ Client* Lookup(u16 family, const char* name) {
 }
 
 // Without the lock. The client is not the caller's any more.
-void LetGo(Client* client, bool Client::*holder) {
+void Release(Client* client, bool Client::*holder) {
     const Lock lock(g_tRecordMutex);
     client->*holder = false;
     FreeIfUnused(client);
@@ -198,7 +198,7 @@ void Unregister(Client* client, Lock& service) {
     }
     service.Unlock();
     SetStarted(*client, 0);
-    LetGo(client, &Client::isKept);
+    Release(client, &Client::isKept);
 }
 
 // ---- The listening thread ----------------------------------------------------------------------
@@ -276,7 +276,7 @@ void HasEnded(Listener& listener, Ended) {
     Client* const client = static_cast<Client*>(listener.Argument());
     listener.Release();  // Its slot goes with the record.
     SetStarted(*client, 0);
-    LetGo(client, &Client::isServed);
+    Release(client, &Client::isServed);
 }
 
 constexpr int kTimeOut = 10;

@@ -38,7 +38,7 @@ struct Statistics {
 pthread_mutex_t g_tStatMutex = PTHREAD_MUTEX_INITIALIZER;
 Slot<Statistics> g_tStat;
 
-// The application's callback, unless the listener has been let go of.
+// The application's callback, unless the listener has been detached.
 TDevStatNotifyCallBack CallbackFor(const Listener& listener) {
     const Lock lock(g_tStatMutex);
     return listener.IsCurrent() ? g_tStat.info.callback : nullptr;

@@ -128,7 +128,7 @@ void AbandonListener(ListenerSlot& slot) {
         if (!slot.current->service_->detached) {
             ThreadDetach(slot.current->thread_);
         }
-        slot.current->LetGo();
+        slot.current->Detach();
     }
 }
 
@@ -156,7 +156,7 @@ void Listener::Enter(ListenerSlot& slot) {
 void Listener::Leave() {
     {
         const Lock lock(g_tListenerMutex);
-        LetGo();
+        Detach();
         CloseAll();
         Listener** link = &g_ptListeners;
         while (*link != this) {
@@ -178,11 +178,11 @@ ListenerStop Listener::Kill() {
     if (!isWaiting_) {
         CloseOnce(server_);
     }
-    LetGo();
+    Detach();
     return stop;
 }
 
-void Listener::LetGo() {
+void Listener::Detach() {
     if (slot_ == nullptr) {
         return;
     }
@@ -214,7 +214,7 @@ bool Listener::Release() {
     if (slot_ == nullptr) {
         return false;
     }
-    LetGo();
+    Detach();
     // Nobody knows of it any more who could wait for it.
     if (!service_->detached) {
         ThreadDetach(thread_);
@@ -259,7 +259,7 @@ void ForgetListeners() {
 void Listener::Forget() {
     isStopped_ = true;
     ready_ = nullptr;
-    LetGo();
+    Detach();
     CloseAll();
     if (this == t_own) {
         next_ = g_ptListeners;
@@ -281,7 +281,7 @@ void Listener::Run(void* argument) {
     pthread_cleanup_pop(1);
 }
 
-// What is left of a listener, however it ends. The slot is let go of first: who sees a socket close
+// What is left of a listener, however it ends. It is detached from its slot first: who sees a socket close
 // may start the service again.
 void Listener::Finish(void* argument) {
     auto* listener = static_cast<Listener*>(argument);

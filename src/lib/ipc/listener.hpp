@@ -25,7 +25,7 @@
 //     WaitListener(stop);
 //
 // Who owns what. A ListenerSlot belongs to the service and knows its running listener, if any. The
-// Listener belongs to its thread, which frees it. The two let go of each other in one step: when
+// Listener belongs to its thread, which frees it. The two are detached from each other in one step: when
 // the service kills or abandons the listener, or when the listener ends by itself (Release()). From
 // then on neither touches the other, so a slot, and the record that it is part of, may be used
 // again or freed; a thread that is late finds that it owns nothing any more.
@@ -72,8 +72,8 @@ inline constexpr int kMessageSeconds = 5;
 enum class Next { kGoOn, kEnd };
 
 // What a failure leads to: the words of its log line (null: none), with errno or without, and what
-// follows. A
-// message that failed is dropped and its connection closed either way.
+// follows. A message
+// that failed is dropped and its connection closed either way.
 struct FailureRule {
     const char* text;
     enum Form { kPlain, kErrno } form;
@@ -179,7 +179,7 @@ struct ListenerSlot {
 struct ListenerStart {
     void* argument = nullptr;          // for the hooks
     const char* socketName = nullptr;  // where the service has none; copied
-    // Receives the thread's handle, and 0 when the slot lets go of the thread.
+    // Receives the thread's handle, and 0 when the slot is detached from the thread.
     pthread_t* handle = nullptr;
 };
 
@@ -192,7 +192,7 @@ struct ListenerStop {
 // the slot is stopped. False without a thread; true even if the listener has ended since.
 bool StartListener(const ListenerService& service, ListenerSlot& slot, const ListenerStart& start);
 
-// Stops the slot's listener and lets go of it: its socket takes no more connections. Waits for
+// Stops the slot's listener and detaches it: its socket takes no more connections. Waits for
 // nothing, so it may be called with the service's lock held.
 ListenerStop KillListener(ListenerSlot& slot);
 
@@ -201,7 +201,7 @@ ListenerStop KillListener(ListenerSlot& slot);
 // for it in turn: those end on their own.
 void WaitListener(const ListenerStop& stop);
 
-// Lets go of the slot's listener without killing it: it does not bind any more if it has not yet,
+// Detaches the slot's listener without killing it: it does not bind any more if it has not yet,
 // and else goes on until one of its hooks ends it.
 void AbandonListener(ListenerSlot& slot);
 
@@ -227,7 +227,7 @@ class Listener {
     // Is it still its slot's listener? With the service's lock held the answer keeps.
     bool IsCurrent() const;
 
-    // Lets go of the slot; false if that has happened already, by a kill or a newer start, and what
+    // Detaches from the slot; false if that has happened already, by a kill or a newer start, and what
     // belongs to the slot must be left alone.
     bool Release();
 
@@ -250,7 +250,7 @@ class Listener {
     void Leave();
     void Forget();
     ListenerStop Kill();
-    void LetGo();
+    void Detach();
     void CloseAll();
     bool IsStopped() const { return __atomic_load_n(&isStopped_, __ATOMIC_ACQUIRE); }
 
@@ -302,7 +302,7 @@ class Listener {
     size_t keptCount_ = 0;
 
     // Guarded by the engine's lock.
-    ListenerSlot* slot_ = nullptr;  // null: let go
+    ListenerSlot* slot_ = nullptr;  // null: detached
     pthread_t* const handle_;
     pthread_t thread_ = 0;    // 0 until the thread runs
     bool isWaiting_ = false;  // for a connection: the thread, and nobody else, closes the server
