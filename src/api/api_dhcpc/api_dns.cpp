@@ -91,7 +91,7 @@ LineNode* NewServerLine(const TVimbraAddr& server) {
     return NewLine({kServer, " ", text, "\n"});
 }
 
-// Of servers that nobody has told the family of.
+// Of servers whose family the caller does not give.
 u16 FamilyOf(const TVimbraAddr* servers, u32 count) {
     return servers != nullptr && count > 0 ? servers->wSinFamily : u16{VIMBRA_FAMILY_IPV4};
 }
@@ -112,7 +112,7 @@ void PutSection(DnsNode* list, DnsNode* section) {
     list->next = section;
 }
 
-// SetDnsToList() for a family that the servers need not tell.
+// SetDnsToList() for a family that need not be that of the servers.
 s32 SetFamilyToList(DnsNode* list, const char* iface, u16 family, const TVimbraAddr* servers,
                     u32 number) {
     constexpr char kFunction[] = "SetDnsToList";
@@ -132,7 +132,7 @@ s32 SetFamilyToList(DnsNode* list, const char* iface, u16 family, const TVimbraA
     return VIMBRA_OK;
 }
 
-// WriteToDnsConf() for a family that the servers need not tell.
+// WriteToDnsConf() for a family that need not be that of the servers.
 s32 WriteFamilyToDnsConf(const char* iface, u16 family, const TVimbraAddr* servers, u32 number) {
     constexpr char kFunction[] = "WriteToDnsConf";
     VLOG_PRINT_AT((CallSite{kFunction, __LINE__}), "ReadFromReslovconf start...!");

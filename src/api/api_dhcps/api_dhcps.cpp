@@ -90,7 +90,7 @@ s32 ApicDhcpsStopAll() {
 }
 
 s32 CheckDhcpsParam(char* pchIfaceName, u16 wSinFamily, const TVimbraDhcpsInfo* ptDhcpsConfInfo) {
-    // A name that is too long is told below, where the interface is asked for.
+    // A name that is too long is reported below, where the interface is asked for.
     if (ptDhcpsConfInfo == nullptr || pchIfaceName == nullptr) {
         VLOG_ERROR("ptDhcpsConfInfo || pchIfaceName is NULL!");
         return RefuseArgument(__func__, VIMBRA_ERR_PARAM);

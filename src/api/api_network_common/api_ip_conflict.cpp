@@ -173,7 +173,7 @@ s32 Recycle(const CallSite& site, WatchSlot& slot, u32 generation, Lock& lock) {
 }
 
 // What follows on a refused start. Another start that shares the watch keeps it.
-// Kept: success, only the log tells; the test is Conflicts.RefusedStartIs0AndNotStarted.
+// Kept: success, only the log says so; the test is Conflicts.RefusedStartIs0AndNotStarted.
 s32 GiveUp(const CallSite& site, WatchSlot& slot, u32 generation,
            TVimbraConflictCallBack callback) {
     Lock lock(g_tConflictMutex);

@@ -108,7 +108,7 @@ Next TakeReport(Listener& listener, Message& message) {
         VLOG_ERROR_AT(listener.At(__LINE__), "the unkonwn type = 0x%x", type);
         return Next::kGoOn;
     }
-    // The application is not told the size: behind a report that is shorter than it thinks there is
+    // The application does not learn the size: a shorter report than it expects is followed by
     // room.
     alignas(8) u8 report[VIMBRA_NTPC_REPORT_MAX] = {};
     memcpy(report, message.body, message.bodySize);

@@ -82,7 +82,7 @@ constexpr ListenerService kService = {
     .ended = Tests::ListenerEnded,
 };
 
-// Tells a listener of this process to end. It may be another test's, or none: the stop does not
+// Orders a listener of this process to end. It may be another test's, or none: the stop does not
 // depend on it.
 void PostStopOrder(s32 nUserID) {
     pingmsg order = {};

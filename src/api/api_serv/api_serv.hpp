@@ -4,8 +4,8 @@
 
 #include <vimbra/service.h>
 
-// Writes a service's line and tells inetd. 0 for a new line, 1 for one in the place of a marker, 2
-// for one in the place of another, -1 for a failure.
+// Writes a service's line and signals inetd. 0 for a new line, 1 for one in the place of a marker,
+// 2 for one in the place of another, -1 for a failure.
 s32 StartNetService(const TInetdInfo& record, const TServType& row);
 
 #endif

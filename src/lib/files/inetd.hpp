@@ -1,4 +1,4 @@
-// Where the configuration of inetd is, and how inetd is told of a new one.
+// Where the configuration of inetd is, and how inetd is made to read a new one.
 #ifndef VIMBRA_LIB_FILES_INETD_HPP
 #define VIMBRA_LIB_FILES_INETD_HPP
 

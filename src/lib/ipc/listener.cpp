@@ -281,8 +281,8 @@ void Listener::Run(void* argument) {
     pthread_cleanup_pop(1);
 }
 
-// What is left of a listener, however it ends. It is detached from its slot first: who sees a socket close
-// may start the service again.
+// What is left of a listener, however it ends. It is detached from its slot first: who sees a
+// socket close may start the service again.
 void Listener::Finish(void* argument) {
     auto* listener = static_cast<Listener*>(argument);
     listener->MarkReady();
@@ -293,7 +293,7 @@ void Listener::Finish(void* argument) {
     listener->Leave();
 }
 
-// Tells its handle, unless it was stopped before it ran: then nobody waits for it.
+// Publishes its handle, unless it was stopped before it ran: then nobody waits for it.
 void Listener::Announce() {
     const Lock lock(g_tListenerMutex);
     thread_ = pthread_self();
@@ -327,7 +327,7 @@ bool Listener::Open() {
     }
     End(Ended::kNotBound);
     if (bound == Bound::kBindFailed) {
-        // Its descriptor is closed: only what accepting on it would have told is told.
+        // Its descriptor is closed: the log says what accepting on it would have said.
         errno = EBADF;
         LogErrno(service_->waitText != nullptr ? service_->waitText : service_->acceptText);
         End(Ended::kAcceptFailed);

@@ -25,9 +25,9 @@
 //     WaitListener(stop);
 //
 // Who owns what. A ListenerSlot belongs to the service and knows its running listener, if any. The
-// Listener belongs to its thread, which frees it. The two are detached from each other in one step: when
-// the service kills or abandons the listener, or when the listener ends by itself (Release()). From
-// then on neither touches the other, so a slot, and the record that it is part of, may be used
+// Listener belongs to its thread, which frees it. The two are detached from each other in one step:
+// when the service kills or abandons the listener, or when the listener ends by itself (Release()).
+// From then on neither touches the other, so a slot, and the record that it is part of, may be used
 // again or freed; a thread that is late finds that it owns nothing any more.
 //
 // A listener is stopped by a flag and by shutting down the sockets that it waits on. What it waits
@@ -227,8 +227,8 @@ class Listener {
     // Is it still its slot's listener? With the service's lock held the answer keeps.
     bool IsCurrent() const;
 
-    // Detaches from the slot; false if that has happened already, by a kill or a newer start, and what
-    // belongs to the slot must be left alone.
+    // Detaches from the slot; false if that has happened already, by a kill or a newer start, and
+    // what belongs to the slot must be left alone.
     bool Release();
 
  private:

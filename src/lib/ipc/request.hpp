@@ -25,7 +25,7 @@ struct RequestRule {
     const char* refusalFormat;    // tagged, with one %d: the daemon's result code
     Failure transport;
     Failure refusal;
-    // How want of memory for a body is told: with errno, as a plain error, or as the transport's
+    // How want of memory for a body is logged: with errno, as a plain error, or as the transport's
     // failure, like any other of its.
     enum class OutOfMemory { kErrno, kPlain, kTransport } outOfMemory;
     const char* outOfMemoryText = kNoMemory;

@@ -142,8 +142,8 @@ u32 ShareSlot(Slot<Info>& slot) {
     return slot.generation;
 }
 
-// Is it still of that generation? Its listener, or a stop, may have given it back meanwhile, and another
-// start may have taken it since.
+// Is it still of that generation? Its listener, or a stop, may have given it back meanwhile, and
+// another start may have taken it since.
 template <typename Info>
 bool IsStillTaken(const Slot<Info>& slot, u32 generation) {
     return slot.taken && slot.generation == generation;

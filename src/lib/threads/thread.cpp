@@ -92,8 +92,8 @@ bool IsMapped(pthread_t handle) {
     return msync(reinterpret_cast<void*>(address), page, MS_ASYNC) == 0;
 }
 
-// The kernel's number of the thread that a handle belongs to, 0 for none. It is told as part of the
-// thread's clock, which is all that is portable.
+// The kernel's number of the thread that a handle belongs to, 0 for none. It is given as part of
+// the thread's clock, which is all that is portable.
 pid_t KernelId(pthread_t handle) {
     clockid_t clock;
     if (!IsMapped(handle) || pthread_getcpuclockid(handle, &clock) != 0) {

@@ -20,10 +20,10 @@ bool ParseLeases(const CallSite& site, std::span<const u8> content, TNetDhcpsNot
 
 }  // namespace vimbra
 
-// Told the leases; shared by all watchers.
+// Receives the leases; shared by all watchers.
 void StoreDhcpsCallBack(NetDhcpsNotifyCallBack callback);
 
-// Reads the lease file and tells the callback.
+// Reads the lease file and calls the callback.
 void deal_func_for_dhcps();
 
 #endif

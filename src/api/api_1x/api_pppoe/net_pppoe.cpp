@@ -81,7 +81,7 @@ s32 NetPppoeStart(TPppoeInitParam* ptPppoeInitParam, TPppoeCallBack ptNotifyCall
 }
 
 s32 NetPppoeStop() {
-    g_tNetPppoeNotifyCallBack.Set(nullptr);  // First: an application is not told of its own stop.
+    g_tNetPppoeNotifyCallBack.Set(nullptr);  // First: an application gets no event for its own stop.
     return VimbraPppoeStop("", VIMBRA_FAMILY_IPV4);
 }
 
