@@ -9,13 +9,17 @@
 #include "api/forget.hpp"
 #include "lib/argument.hpp"
 #include "lib/base/lock.hpp"
-#include "lib/base/memory.hpp"
-#include "lib/ipc/listener.hpp"
+#include "lib/ipc/families.hpp"
 #include "lib/ipc/request.hpp"
 #include "lib/ipc/semaphore.hpp"
 
 using namespace vimbra;
 using namespace vimbra::wire;
+
+template <>
+inline constexpr auto vimbra::kFamilyField<TNtpcInfo> = &TNtpcInfo::wSinFamiy;
+template <>
+inline constexpr auto vimbra::kStartedField<TNtpcInfo> = &TNtpcInfo::bNtpcStarted;
 
 TNtpcInfo* g_ptApiNtpCInfo = nullptr;
 
@@ -37,19 +41,8 @@ constexpr RequestRule kStopRule = {
     RequestRule::OutOfMemory::kErrno,
 };
 
-// One family's client with what only the library knows of it.
-struct Client {
-    TNtpcInfo info;
-    ListenerSlot listener;
-    bool isEnding;  // its listener is being waited for
-};
-static_assert(offsetof(Client, info) == 0);
-
-// Both clients, which live as long as the process: NtpcInit() makes them in one piece.
-struct Clients {
-    Client of[2];
-};
-Clients* g_ptClients = nullptr;
+using Client = FamilyRecord<TNtpcInfo>;
+FamilyTable<TNtpcInfo, 2>* g_ptClients = nullptr;
 
 // Held by start and stop all the time, but for the wait for a listener's end: its callback may be
 // in a call that wants it.
@@ -59,35 +52,20 @@ pthread_cond_t g_tEnded = PTHREAD_COND_INITIALIZER;
 constexpr key_t kSemaphoreKey = 7783;
 int ntpc_sem_id = -1;
 
-bool IsIpv4(const Client& client) {
-    return client.info.wSinFamiy == VIMBRA_FAMILY_IPV4;
-}
-
-// Written with the lock held; applications look at it without.
-void SetStarted(Client& client, vimbra_bool started) {
-    __atomic_store_n(&client.info.bNtpcStarted, started, __ATOMIC_RELEASE);
-}
-
 // With the lock held.
 Client* FamilyMapNtpcInfo(u16 wSinFamily) {
-    if (g_ptClients == nullptr) {
-        VLOG_ERROR("the vimbra is not init!");
-        return nullptr;
-    }
-    for (Client& client : g_ptClients->of) {
-        if (client.info.wSinFamiy == wSinFamily) {
-            return &client;
-        }
-    }
-    VLOG_ERROR("the sinfamily %d is invalid!", wSinFamily);
-    return nullptr;
+    static constexpr LookupWords kWords = {
+        "the vimbra is not init!",
+        VIMBRA_TAG_ERR "the sinfamily %d is invalid!",
+    };
+    return FindFamily(VIMBRA_HERE, kWords, g_ptClients, wSinFamily);
 }
 
 // With the lock held: the client of a family when no stop of it is under way any more. A callback
 // cannot wait for that, since it may be what the stop waits for.
 Client* AwaitClient(u16 family) {
     Client* const client = FamilyMapNtpcInfo(family);
-    while (client != nullptr && client->isEnding && !OnListenerThread()) {
+    while (client != nullptr && client->isStopping && !OnListenerThread()) {
         pthread_cond_wait(&g_tEnded, &g_tNtpcMutex);
     }
     return client;
@@ -164,11 +142,11 @@ void EndListener(const CallSite& site, Client& client) {
     if (stop.result != 0) {
         VLOG_ERROR_AT(site, "ntpc ThreadKill error!");
     }
-    client.isEnding = true;
+    client.isStopping = true;
     pthread_mutex_unlock(&g_tNtpcMutex);
     WaitListener(stop);
     pthread_mutex_lock(&g_tNtpcMutex);
-    client.isEnding = false;
+    client.isStopping = false;
     pthread_cond_broadcast(&g_tEnded);
 }
 
@@ -210,17 +188,12 @@ void NtpcInit() {
     if (g_ptClients != nullptr) {
         return;
     }
-    g_ptClients = NewZeroed<Clients>();
+    g_ptClients = NewFamilies<TNtpcInfo>({VIMBRA_FAMILY_IPV4, VIMBRA_FAMILY_IPV6});
     if (g_ptClients == nullptr) {
         VLOG_ERRNO("XMALLOC error");
         return;
     }
-    Client& ipv4 = g_ptClients->of[0];
-    Client& ipv6 = g_ptClients->of[1];
-    ipv4.info.wSinFamiy = VIMBRA_FAMILY_IPV4;
-    ipv4.info.ptNext = &ipv6.info;
-    ipv6.info.wSinFamiy = VIMBRA_FAMILY_IPV6;
-    g_ptApiNtpCInfo = &ipv4.info;
+    g_ptApiNtpCInfo = &g_ptClients->of[0].info;
     ntpc_sem_id = semget(kSemaphoreKey, 1, IPC_CREAT | 0666);
     set_semvalue(ntpc_sem_id);
 }
@@ -228,12 +201,8 @@ void NtpcInit() {
 void vimbra::ForgetNtpClients() {
     g_tNtpcMutex = PTHREAD_MUTEX_INITIALIZER;
     g_tEnded = PTHREAD_COND_INITIALIZER;
-    if (g_ptClients == nullptr) {
-        return;
-    }
-    for (Client& client : g_ptClients->of) {
-        SetStarted(client, 0);
-        client.isEnding = false;
+    if (g_ptClients != nullptr) {
+        ForgetFamilies(*g_ptClients);
     }
 }
 
@@ -249,17 +218,17 @@ s32 VimbraNtpcStart(TVimbraAddr tServerIp, u32 dwSyncTimeInterval,
         VLOG_ERROR("FamilyMapNtpcInfo error!");
         return VIMBRA_ERR_GENERAL;
     }
-    if (client->info.bNtpcStarted != 0) {
+    if (IsStarted(client->info)) {
         VLOG_ERROR("ntpc-Client is already started");
         return VIMBRA_ERR_GENERAL;
     }
-    if (IsIpv4(*client) && check_ip(tServerIp.tV4Addr.s_addr) == VIMBRA_IP_CLASS_OTHER) {
+    if (IsIpv4(client->info) && check_ip(tServerIp.tV4Addr.s_addr) == VIMBRA_IP_CLASS_OTHER) {
         VLOG_ERROR("tServerIp ip is invaild");
         return VIMBRA_ERR_GENERAL;
     }
     __atomic_store_n(&client->info.pfNtpcNotifyCallBack, ptCallBack, __ATOMIC_RELEASE);
     TakeSemaphore(ntpc_sem_id);
-    if (!StartListener(IsIpv4(*client) ? kIpv4 : kIpv6, client->listener,
+    if (!StartListener(IsIpv4(client->info) ? kIpv4 : kIpv6, client->listener,
                        {.argument = client, .handle = &client->info.tNtpcThreadID})) {
         // Kept: the semaphore stays taken; the test is Ntpc.SemaphoreStaysTakenWithoutThread.
         VLOG_ERROR("create ntpc callback thread failed!");
@@ -272,7 +241,7 @@ s32 VimbraNtpcStart(TVimbraAddr tServerIp, u32 dwSyncTimeInterval,
         EndListener(VIMBRA_HERE, *client);
         return VIMBRA_ERR_GENERAL;
     }
-    SetStarted(*client, 1);
+    SetStarted(client->info, true);
     return VIMBRA_OK;
 }
 
@@ -283,7 +252,7 @@ s32 VimbraNtpcStop(u16 wSinFamily) {
         VLOG_ERROR("FamilyMapNtpcInfo error!");
         return VIMBRA_ERR_GENERAL;
     }
-    if (client->info.bNtpcStarted == 0) {
+    if (!IsStarted(client->info)) {
         VLOG_PRINT("ntpc-Client is already stoped");
         return VIMBRA_OK;
     }
@@ -291,7 +260,7 @@ s32 VimbraNtpcStop(u16 wSinFamily) {
         VLOG_ERROR("ntpc client stop error!");
         return VIMBRA_ERR_GENERAL;
     }
-    SetStarted(*client, 0);
+    SetStarted(client->info, false);
     EndListener(VIMBRA_HERE, *client);
     return VIMBRA_OK;
 }

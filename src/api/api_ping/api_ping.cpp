@@ -166,7 +166,7 @@ s32 VimbraPingStart(TVimbraAddr tDestIp, TVimbraPingOpt* ptPingOpt, s32 nUserID,
     const u32 generation = TakeSlot(slot);
     info->nUserId = nUserID;
     info->ptCallBackFunc = ptCallBackFunc;
-    SetStarted(*info, 1);
+    SetStarted(*info, true);
     if (!StartListener(kService, slot.listener, {.argument = &slot, .handle = &info->tThreadId})) {
         VLOG_ERROR("create ping callback thread failed!");
         Tests::End(slot);

@@ -6,13 +6,15 @@
 #include "api/api_pppoe/pppoe_wire.hpp"
 #include "api/forget.hpp"
 #include "lib/base/lock.hpp"
-#include "lib/base/memory.hpp"
 #include "lib/base/text.hpp"
-#include "lib/ipc/listener.hpp"
+#include "lib/ipc/families.hpp"
 #include "lib/ipc/request.hpp"
 
 using namespace vimbra;
 using namespace vimbra::wire;
+
+template <>
+inline constexpr auto vimbra::kStartedField<TPppoeInfo> = &TPppoeInfo::bPppoeStarted;
 
 TPppoeInfo* g_ptApiPppoeInfo = nullptr;
 
@@ -34,49 +36,25 @@ constexpr RequestRule kStopRule = {
     RequestRule::OutOfMemory::kPlain,
 };
 
-// One family's link with what only the library knows of it.
-struct Link {
-    TPppoeInfo info;
-    ListenerSlot listener;
-    // A start or stop is under way, on another thread or further up on this one.
-    bool isStarting;
-    bool isStopping;
-    u32 generation;  // of its newest start
-};
-static_assert(offsetof(Link, info) == 0);
-
-// All links, which live as long as the process: PppoeInit() makes them in one piece.
-constexpr u16 kFamilies[] = {VIMBRA_FAMILY_IPV4, VIMBRA_FAMILY_IPV6, VIMBRA_FAMILY_BOTH};
-struct Links {
-    Link of[3];
-};
-Links* g_ptLinks = nullptr;
+using Link = FamilyRecord<TPppoeInfo>;
+FamilyTable<TPppoeInfo, 3>* g_ptLinks = nullptr;
 
 // Guards the links. Not held while the daemon or a thread is waited for, nor in a callback, which
 // may start and stop.
 pthread_mutex_t g_tPppoeMutex = PTHREAD_MUTEX_INITIALIZER;
 
-bool IsIpv4(const Link& link) {
-    return link.info.wSinFamily == VIMBRA_FAMILY_IPV4;
-}
-
 // ---- The links, with the lock held -------------------------------------------------------------
 
 bool Runs(int index) {
-    return g_ptLinks->of[index].info.bPppoeStarted != 0;
+    return IsStarted(g_ptLinks->of[index].info);
 }
 
-// Applications look at it without the lock.
-void SetStarted(Link& link, s32 started) {
-    __atomic_store_n(&link.info.bPppoeStarted, started, __ATOMIC_RELEASE);
-}
-
-void Mark(Link& link, s32 started) {
-    if (link.info.wSinFamily == VIMBRA_FAMILY_BOTH) {
-        SetStarted(g_ptLinks->of[0], started);
-        SetStarted(g_ptLinks->of[1], started);
+void Mark(Link& link, bool isStarted) {
+    if (FamilyOf(link.info) == VIMBRA_FAMILY_BOTH) {
+        SetStarted(g_ptLinks->of[0].info, isStarted);
+        SetStarted(g_ptLinks->of[1].info, isStarted);
     }
-    SetStarted(link, started);
+    SetStarted(link.info, isStarted);
 }
 
 // Where one half runs, starting both is starting the other half and stopping both is stopping that
@@ -89,17 +67,11 @@ u16 Narrow(u16 family, u16 ifOnlyIpv4Runs, u16 ifOnlyIpv6Runs) {
 }
 
 Link* FamilyMapPppoeInfo(u16 wSinFamily) {
-    if (g_ptLinks == nullptr) {
-        VLOG_ERROR("the vimbra is not init!");
-        return nullptr;
-    }
-    for (Link& link : g_ptLinks->of) {
-        if (link.info.wSinFamily == wSinFamily) {
-            return &link;
-        }
-    }
-    VLOG_ERROR("the sinfamily %d is invalid!", wSinFamily);
-    return nullptr;
+    static constexpr LookupWords kWords = {
+        "the vimbra is not init!",
+        VIMBRA_TAG_ERR "the sinfamily %d is invalid!",
+    };
+    return FindFamily(VIMBRA_HERE, kWords, g_ptLinks, wSinFamily);
 }
 
 // ---- The listening thread ----------------------------------------------------------------------
@@ -269,7 +241,7 @@ void FillConfig(const CallSite& site, const TVimbraPppoeParam& param, PppoeConfi
 
 // Everything between taking the link and marking it as started.
 s32 Dial(const CallSite& site, Link& link) {
-    if (!StartListener(IsIpv4(link) ? kIpv4 : kIpv6, link.listener,
+    if (!StartListener(IsIpv4(link.info) ? kIpv4 : kIpv6, link.listener,
                        {.argument = &link, .handle = &link.info.tPppoeThreadId})) {
         VLOG_ERROR_AT(site, "pppoe ThreadSpawn error!");
         return VIMBRA_ERR_GENERAL;
@@ -314,15 +286,11 @@ void PppoeInit() {
     if (g_ptLinks != nullptr) {
         return;
     }
-    g_ptLinks = NewZeroed<Links>();
+    g_ptLinks =
+        NewFamilies<TPppoeInfo>({VIMBRA_FAMILY_IPV4, VIMBRA_FAMILY_IPV6, VIMBRA_FAMILY_BOTH});
     if (g_ptLinks == nullptr) {
         VLOG_ERRNO("XMALLOC error");
         return;
-    }
-    for (size_t i = 0; i < 3; i++) {
-        TPppoeInfo& info = g_ptLinks->of[i].info;
-        info.wSinFamily = kFamilies[i];
-        info.ptNext = i < 2 ? &g_ptLinks->of[i + 1].info : nullptr;
     }
     g_ptApiPppoeInfo = &g_ptLinks->of[0].info;
 }
@@ -332,11 +300,9 @@ void vimbra::ForgetPppoeLinks() {
     if (g_ptLinks == nullptr) {
         return;
     }
+    ForgetFamilies(*g_ptLinks);
     for (Link& link : g_ptLinks->of) {
-        SetStarted(link, 0);
         link.info.pfPppoeNotifyCallBack = nullptr;
-        link.isStarting = false;
-        link.isStopping = false;
     }
 }
 
@@ -354,7 +320,7 @@ s32 VimbraPppoeStart(TVimbraPppoeParam* ptPppoeParam, u16 wSinFamily,
         VLOG_ERROR("FamilyMapPppoeInfo error!");
         return VIMBRA_ERR_GENERAL;
     }
-    if (link->info.bPppoeStarted != 0 || link->isStarting) {
+    if (IsStarted(link->info) || link->isStarting) {
         VLOG_ERROR("the wSinFamily %d ppppe has been started!", wSinFamily);
         return VIMBRA_ERR_GENERAL;
     }
@@ -369,7 +335,7 @@ s32 VimbraPppoeStart(TVimbraPppoeParam* ptPppoeParam, u16 wSinFamily,
     const Lock again(g_tPppoeMutex);
     link->isStarting = false;
     if (result == VIMBRA_OK) {
-        Mark(*link, 1);
+        Mark(*link, true);
     }
     return result;
 }
@@ -384,7 +350,7 @@ s32 VimbraPppoeStop(const char*, u16 wSinFamily) {
         return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
     }
     const auto isStoppable = [link, generation = link->generation] {
-        return link->info.bPppoeStarted != 0 && !link->isStarting && !link->isStopping &&
+        return IsStarted(link->info) && !link->isStarting && !link->isStopping &&
                link->generation == generation;
     };
     if (!isStoppable()) {
@@ -412,7 +378,7 @@ s32 VimbraPppoeStop(const char*, u16 wSinFamily) {
 
     Lock marking(g_tPppoeMutex);
     link->isStopping = false;
-    Mark(*link, 0);
+    Mark(*link, false);
     const TVimbraPppoeCallBack callback = link->info.pfPppoeNotifyCallBack;
     link->info.pfPppoeNotifyCallBack = nullptr;
     marking.Unlock();

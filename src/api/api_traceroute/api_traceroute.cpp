@@ -182,7 +182,7 @@ s32 VimbraTracerouteStart(TVimbraAddr tDestIp, TVimbraTracerouteOpt* ptTraceRtOp
     const u32 generation = TakeSlot(*slot);
     slot->info.ptCallBackFunc = ptCallBackFunc;
     slot->info.nUserId = nUserID;
-    SetStarted(slot->info, 1);
+    SetStarted(slot->info, true);
     if (!StartBound(*slot)) {
         Traces::End(*slot);
         return VIMBRA_ERR_GENERAL;

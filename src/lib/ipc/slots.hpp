@@ -13,6 +13,7 @@
 #include "lib/base/lock.hpp"
 #include "lib/base/memory.hpp"
 #include "lib/ipc/listener.hpp"
+#include "lib/ipc/record.hpp"
 
 namespace vimbra {
 
@@ -72,22 +73,15 @@ Slot<Info>* FindSlot(Info* head, Match match) {
 // The first started slot for whose record match(info) holds, or null.
 template <typename Info, typename Match>
 Slot<Info>* FindBusySlot(Info* head, Match match) {
-    return FindSlot(head, [&](const Slot<Info>& slot) {
-        return slot.info.bIsStarted != 0 && match(slot.info);
-    });
+    return FindSlot(
+        head, [&](const Slot<Info>& slot) { return IsStarted(slot.info) && match(slot.info); });
 }
 
 // The first slot that is neither started nor being started, or null.
 template <typename Info>
 Slot<Info>* FindFreeSlot(Info* head) {
-    return FindSlot(
-        head, [](const Slot<Info>& slot) { return slot.info.bIsStarted == 0 && !slot.taken; });
-}
-
-// A record is exported, so others may look at it while a listener clears it.
-template <typename Info>
-void SetStarted(Info& info, u32 isStarted) {
-    __atomic_store_n(&info.bIsStarted, isStarted, __ATOMIC_RELEASE);
+    return FindSlot(head,
+                    [](const Slot<Info>& slot) { return !IsStarted(slot.info) && !slot.taken; });
 }
 
 // Makes the slot the caller's, in a generation of its own.

@@ -49,7 +49,7 @@ RouterSlot* FamilyMapFreeRouterAdvertiseInfo() {
 
 void ClearRouterAdvertiseInfo(RouterSlot& slot) {
     TRouterNotifyInfo& info = slot.info;
-    SetStarted(info, 0);
+    SetStarted(info, false);
     info.tThreadId = 0;
     info.wSinFamily = 0;
     info.pfRouterAdvertiseCB = nullptr;
@@ -165,7 +165,7 @@ bool Listen(const char* name, TVimbraRouterAdvertiseCallBack callback, Taken& ta
 void MarkStarted(const Taken& taken) {
     const Lock lock(g_tRouterMutex);
     if (IsStillTaken(*taken.slot, taken.generation)) {
-        SetStarted(taken.slot->info, 1);
+        SetStarted(taken.slot->info, true);
     }
 }
 
