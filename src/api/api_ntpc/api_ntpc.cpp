@@ -97,44 +97,30 @@ Next TakeReport(Listener& listener, Message& message) {
     return Next::kGoOn;
 }
 
-constexpr FailureRule kShortHead = {"read ntpc message head error", FailureRule::kPlain,
-                                    Next::kEnd};
-constexpr FailureRule kShortBody = {"read ntpc message body error", FailureRule::kPlain,
-                                    Next::kEnd};
-constexpr FailureRule kBodyTooLong = {"the ntpc message body is too long!", FailureRule::kPlain,
-                                      Next::kGoOn};
+constexpr ListenerService Service(const char* function, const char* threadName,
+                                  const char* socketName, const char* outOfMemory) {
+    return {
+        .function = function,
+        .threadName = threadName,
+        .socketName = socketName,
+        .detached = false,
+        .bodySize = VIMBRA_NTPC_REPORT_MAX,
+        .reading = Reading::kHeadThenBody,
+        .acceptFailure = AcceptFailure::kMayBePassing,
+        .outOfMemory = {outOfMemory, FailureRule::kErrno, Next::kEnd},
+        .shortRead = {"read ntpc message head error", FailureRule::kPlain, Next::kEnd},
+        .shortBody = {"read ntpc message body error", FailureRule::kPlain, Next::kEnd},
+        .bodyTooLong = {"the ntpc message body is too long!", FailureRule::kPlain, Next::kGoOn},
+        .bound = BoundTo,
+        .message = TakeReport,
+    };
+}
 
-constexpr ListenerService kIpv4 = {
-    .function = "NtpcCBThread",
-    .threadName = "VimbraNtpcCBThread",
-    .socketName = kNtpcSocketIpv4,
-    .detached = false,
-    .bodySize = VIMBRA_NTPC_REPORT_MAX,
-    .reading = Reading::kHeadThenBody,
-    .acceptFailure = AcceptFailure::kMayBePassing,
-    .outOfMemory = {"XMALLOC MTYPE_API_NTPC", FailureRule::kErrno, Next::kEnd},
-    .shortRead = kShortHead,
-    .shortBody = kShortBody,
-    .bodyTooLong = kBodyTooLong,
-    .bound = BoundTo,
-    .message = TakeReport,
-};
-
-constexpr ListenerService kIpv6 = {
-    .function = "NtpcCBThreadV6",
-    .threadName = "VimbraNtpcCBThreadV6",
-    .socketName = kNtpcSocketIpv6,
-    .detached = false,
-    .bodySize = VIMBRA_NTPC_REPORT_MAX,
-    .reading = Reading::kHeadThenBody,
-    .acceptFailure = AcceptFailure::kMayBePassing,
-    .outOfMemory = {nullptr, FailureRule::kErrno, Next::kEnd},
-    .shortRead = kShortHead,
-    .shortBody = kShortBody,
-    .bodyTooLong = kBodyTooLong,
-    .bound = BoundTo,
-    .message = TakeReport,
-};
+constexpr ListenerService kIpv4 =
+    Service("NtpcCBThread", "VimbraNtpcCBThread", kNtpcSocketIpv4, "XMALLOC MTYPE_API_NTPC");
+// Says nothing when memory is out.
+constexpr ListenerService kIpv6 =
+    Service("NtpcCBThreadV6", "VimbraNtpcCBThreadV6", kNtpcSocketIpv6, nullptr);
 
 // Ends the client's listener; the lock is given up while it is waited for.
 void EndListener(const CallSite& site, Client& client) {

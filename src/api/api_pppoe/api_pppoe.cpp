@@ -115,33 +115,27 @@ Next TakeEventIpv6(Listener& listener, Message& message) {
     return TakeEvent(listener, message);
 }
 
-constexpr ListenerService kIpv4 = {
-    .function = "PppoeCBThread",
-    .threadName = "VimbraPppoeCBThread",
-    .socketName = kPppoeSocketIpv4,
-    .detached = false,
-    .bodySize = sizeof(TVimbraPppoeAddr),
-    .reading = Reading::kUpTo,
-    .acceptFailure = AcceptFailure::kMayBePassing,
-    .serverText = "MakeAddrServer error!",
-    .outOfMemory = {"XMALLOC error", FailureRule::kErrno, Next::kEnd},
-    .shortRead = {"read error", FailureRule::kErrno, Next::kGoOn},
-    .message = TakeEvent,
-};
+constexpr ListenerService Service(const char* function, const char* threadName,
+                                  const char* socketName, Next (*message)(Listener&, Message&)) {
+    return {
+        .function = function,
+        .threadName = threadName,
+        .socketName = socketName,
+        .detached = false,
+        .bodySize = sizeof(TVimbraPppoeAddr),
+        .reading = Reading::kUpTo,
+        .acceptFailure = AcceptFailure::kMayBePassing,
+        .serverText = "MakeAddrServer error!",
+        .outOfMemory = {"XMALLOC error", FailureRule::kErrno, Next::kEnd},
+        .shortRead = {"read error", FailureRule::kErrno, Next::kGoOn},
+        .message = message,
+    };
+}
 
-constexpr ListenerService kIpv6 = {
-    .function = "PppoeCBThread6",
-    .threadName = "VimbraPppoeCBThread6",
-    .socketName = kPppoeSocketIpv6,
-    .detached = false,
-    .bodySize = sizeof(TVimbraPppoeAddr),
-    .reading = Reading::kUpTo,
-    .acceptFailure = AcceptFailure::kMayBePassing,
-    .serverText = "MakeAddrServer error!",
-    .outOfMemory = {"XMALLOC error", FailureRule::kErrno, Next::kEnd},
-    .shortRead = {"read error", FailureRule::kErrno, Next::kGoOn},
-    .message = TakeEventIpv6,
-};
+constexpr ListenerService kIpv4 =
+    Service("PppoeCBThread", "VimbraPppoeCBThread", kPppoeSocketIpv4, TakeEvent);
+constexpr ListenerService kIpv6 =
+    Service("PppoeCBThread6", "VimbraPppoeCBThread6", kPppoeSocketIpv6, TakeEventIpv6);
 
 // ---- Requests ----------------------------------------------------------------------------------
 
