@@ -5,6 +5,7 @@
 #include "lib/argument.hpp"
 #include "lib/base/lock.hpp"
 #include "lib/base/shared_function.hpp"
+#include "lib/ipc/families.hpp"
 #include "lib/ipc/request.hpp"
 #include "lib/ipc/slots.hpp"
 
@@ -83,35 +84,31 @@ Next TakeConflict(Listener& listener, Message& message) {
     return Next::kGoOn;
 }
 
-constexpr ListenerService kServiceV4 = {
-    .function = "IpConflictCBThread",
-    .threadName = "VimbraIpConfilictCBThread",
-    .socketName = kConflictSocket,
-    .bodySize = sizeof(IpConfilctMsg),
-    .message = TakeConflict,
-};
+constexpr ListenerService Service(const char* function, const char* threadName,
+                                  const char* socketName) {
+    return {
+        .function = function,
+        .threadName = threadName,
+        .socketName = socketName,
+        .bodySize = sizeof(IpConfilctMsg),
+        .message = TakeConflict,
+    };
+}
 
-constexpr ListenerService kServiceV6 = {
-    .function = "IpConflictCBThreadV6",
-    .threadName = "VimbraIpConfilictCBThreadV6",
-    .socketName = kConflictSocketV6,
-    .bodySize = sizeof(IpConfilctMsg),
-    .message = TakeConflict,
-};
+constexpr ListenerService kIpv4 =
+    Service("IpConflictCBThread", "VimbraIpConfilictCBThread", kConflictSocket);
+constexpr ListenerService kIpv6 =
+    Service("IpConflictCBThreadV6", "VimbraIpConfilictCBThreadV6", kConflictSocketV6);
 
+// Only the first record of the published list and its successor count.
 TIpConflictInfo* FamilyMapIpConfictInfo(u16 wSinFamily) {
-    if (g_ptIpConflictInfo == nullptr) {
-        VLOG_ERROR("the ip confilct is not inited!");
-        return nullptr;
-    }
+    static constexpr LookupWords kWords = {
+        "the ip confilct is not inited!",
+        VIMBRA_TAG_ERR "the wSinFamily %d is invalid!",
+    };
     TIpConflictInfo* const first = g_ptIpConflictInfo;
-    for (TIpConflictInfo* info : {first, first->ptNext}) {
-        if (info != nullptr && info->wSinFamily == wSinFamily) {
-            return info;
-        }
-    }
-    VLOG_ERROR("the wSinFamily %d is invalid!", wSinFamily);
-    return nullptr;
+    TIpConflictInfo* const records[] = {first, first != nullptr ? first->ptNext : nullptr};
+    return FindFamily(VIMBRA_HERE, kWords, records, wSinFamily);
 }
 
 s32 Send(const CallSite& site, const RequestRule& rule, u32 type, u16 family) {
@@ -132,7 +129,7 @@ s32 ApicConflictCheckStop(u16 wSinFamily) {
 }
 
 void IpConflictCleanUp(TIpConflictInfo* ptInfo) {
-    ptInfo->bIsStarted = 0;
+    SetStarted(*ptInfo, false);
     ptInfo->pfIpConflictCB = nullptr;
     ptInfo->tThreadId = 0;
 }
@@ -141,8 +138,8 @@ void IpConflictCleanUp(TIpConflictInfo* ptInfo) {
 bool Listen(WatchSlot& slot, TIpConflictInfo& info, TVimbraConflictCallBack callback) {
     slot.info.info = &info;
     info.pfIpConflictCB = callback;
-    return StartListener(info.wSinFamily == VIMBRA_FAMILY_IPV4 ? kServiceV4 : kServiceV6,
-                         slot.listener, {.argument = &slot, .handle = &info.tThreadId});
+    return StartListener(IsIpv4(info) ? kIpv4 : kIpv6, slot.listener,
+                         {.argument = &slot, .handle = &info.tThreadId});
 }
 
 s32 AlreadyStarted(const CallSite& site, u16 family) {
@@ -180,7 +177,7 @@ s32 GiveUp(const CallSite& site, WatchSlot& slot, u32 generation,
     if (IsStillTaken(slot, generation)) {
         TIpConflictInfo& info = *slot.info.info;
         slot.pending--;
-        if (info.bIsStarted != 0) {
+        if (IsStarted(info)) {
             return VIMBRA_OK;
         }
         if (slot.pending > 0) {
@@ -203,9 +200,9 @@ s32 Confirm(const CallSite& site, WatchSlot& slot, u32 generation,
     }
     TIpConflictInfo& info = *slot.info.info;
     slot.pending--;
-    if (info.bIsStarted == 0) {
+    if (!IsStarted(info)) {
         info.pfIpConflictCB = callback;
-        info.bIsStarted = 1;
+        SetStarted(info, true);
         return VIMBRA_OK;
     }
     lock.Unlock();
@@ -261,7 +258,7 @@ s32 VimbraIpConflictCheckStart(u16 wSinFamily, TVimbraConflictCallBack ptFunc) {
     }
     WatchSlot& slot = WatchOf(wSinFamily);
     Lock lock(g_tConflictMutex);
-    if (info->bIsStarted != 0) {
+    if (IsStarted(*info)) {
         lock.Unlock();
         return AlreadyStarted(VIMBRA_HERE, wSinFamily);
     }
