@@ -12,10 +12,16 @@
 #include "lib/base/memory.hpp"
 #include "lib/base/text.hpp"
 #include "lib/ipc/listener.hpp"
+#include "lib/ipc/record.hpp"
 #include "lib/ipc/request.hpp"
 
 using namespace vimbra;
 using namespace vimbra::wire;
+
+template <>
+inline constexpr auto vimbra::kFamilyField<TDhcpcInfo> = &TDhcpcInfo::wSinfamily;
+template <>
+inline constexpr auto vimbra::kStartedField<TDhcpcInfo> = &TDhcpcInfo::bDhcpcStarted;
 
 TDhcpcInfo* g_ptApiDhcpCInfo = nullptr;
 
@@ -59,18 +65,6 @@ Client* g_ptClients = nullptr;
 
 Client* ClientOf(TDhcpcInfo* info) {
     return reinterpret_cast<Client*>(info);
-}
-
-bool IsStarted(const TDhcpcInfo& info) {
-    return __atomic_load_n(&info.bDhcpcStarted, __ATOMIC_ACQUIRE) != 0;
-}
-
-void SetStarted(Client& client, vimbra_bool started) {
-    __atomic_store_n(&client.info.bDhcpcStarted, started, __ATOMIC_RELEASE);
-}
-
-bool IsIpv4(const Client& client) {
-    return client.info.wSinfamily == VIMBRA_FAMILY_IPV4;
 }
 
 // ---- Records -----------------------------------------------------------------------------------
@@ -167,7 +161,7 @@ void EndSuperseded(const Client& by) {
         next = client->known;
         if (client->isLost && !client->isHead && strcmp(client->socketName, by.socketName) == 0) {
             client->isKept = false;
-            SetStarted(*client, 0);
+            SetStarted(client->info, false);
             FreeIfUnused(client);
         }
     }
@@ -184,7 +178,7 @@ Client* NewRegistered(const CallSite& site, const char* name, u16 family,
     client->info.pfNetDhcpcNotifyCallBack = callback;
     client->info.wSinfamily = family;
     snprintf(client->socketName, sizeof(client->socketName), "%s_%s",
-             IsIpv4(*client) ? kDhcpcSocketIpv4 : kDhcpcSocketIpv6, name);
+             IsIpv4(client->info) ? kDhcpcSocketIpv4 : kDhcpcSocketIpv6, name);
     Append(*client);
     return client;
 }
@@ -197,7 +191,7 @@ void Unregister(Client* client, Lock& service) {
         Remove(*client);
     }
     service.Unlock();
-    SetStarted(*client, 0);
+    SetStarted(client->info, false);
     Release(client, &Client::isKept);
 }
 
@@ -210,7 +204,7 @@ Client& ServedBy(const Listener& listener) {
 Next Begin(Listener& listener) {
     ThreadDetach(pthread_self());
     const Client& client = ServedBy(listener);
-    if (!IsIpv4(client)) {
+    if (!IsIpv4(client.info)) {
         VLOG_PRINT_AT(listener.At(__LINE__), "server_path %s", client.socketName);
     }
     return Next::kGoOn;
@@ -221,7 +215,7 @@ void BoundTo(Listener& listener, Bound bound) {
         return;
     }
     Client& client = ServedBy(listener);
-    SetStarted(client, 1);
+    SetStarted(client.info, true);
     const Lock lock(g_tRecordMutex);
     EndSuperseded(client);
 }
@@ -260,7 +254,7 @@ Next TakeReport(Listener& listener, Message& message) {
 
 Next LookIfStopped(Listener& listener) {
     const Client& client = ServedBy(listener);
-    if (!IsIpv4(client)) {
+    if (!IsIpv4(client.info)) {
         VLOG_PRINT_AT(listener.At(__LINE__), "wait time out!");
     }
     if (IsStarted(client.info)) {
@@ -275,50 +269,41 @@ Next LookIfStopped(Listener& listener) {
 void HasEnded(Listener& listener, Ended) {
     Client* const client = static_cast<Client*>(listener.Argument());
     listener.Release();  // Its slot goes with the record.
-    SetStarted(*client, 0);
+    SetStarted(client->info, false);
     Release(client, &Client::isServed);
 }
 
 constexpr int kTimeOut = 10;
 
-constexpr ListenerService kIpv4 = {
-    .function = "DhcpcCBThreadV4",
-    .threadName = "VimbraDhcpcCBThreadV4",
-    .detached = false,  // It detaches itself as its first step.
-    .bodySize = sizeof(TVimbraDhcpcAddrInfo),
-    .tickSeconds = kTimeOut,
-    .waitText = "select error",
-    .outOfMemory = {"XMALLOC error", FailureRule::kErrno, Next::kEnd},
-    .shortRead = {"read message error", FailureRule::kErrno, Next::kEnd},
-    .wrongSize = {"the read data is too long!", FailureRule::kPlain, Next::kGoOn},
-    .begin = Begin,
-    .bound = BoundTo,
-    .message = TakeReport,
-    .tick = LookIfStopped,
-    .ended = HasEnded,
-};
+constexpr ListenerService Service(const char* function, const char* threadName, Next onShortRead,
+                                  const char* wrongSize) {
+    return {
+        .function = function,
+        .threadName = threadName,
+        .detached = false,  // It detaches itself as its first step.
+        .bodySize = sizeof(TVimbraDhcpcAddrInfo),
+        .tickSeconds = kTimeOut,
+        .waitText = "select error",
+        .outOfMemory = {"XMALLOC error", FailureRule::kErrno, Next::kEnd},
+        .shortRead = {"read message error", FailureRule::kErrno, onShortRead},
+        .wrongSize = {wrongSize, FailureRule::kPlain, Next::kGoOn},
+        .begin = Begin,
+        .bound = BoundTo,
+        .message = TakeReport,
+        .tick = LookIfStopped,
+        .ended = HasEnded,
+    };
+}
 
-constexpr ListenerService kIpv6 = {
-    .function = "DhcpcCBThreadV6",
-    .threadName = "VimbraDhcpcCBThreadV6",
-    .detached = false,  // It detaches itself as its first step.
-    .bodySize = sizeof(TVimbraDhcpcAddrInfo),
-    .tickSeconds = kTimeOut,
-    .waitText = "select error",
-    .outOfMemory = {"XMALLOC error", FailureRule::kErrno, Next::kEnd},
-    .shortRead = {"read message error", FailureRule::kErrno, Next::kGoOn},
-    .wrongSize = {"the sended data is too long!", FailureRule::kPlain, Next::kGoOn},
-    .begin = Begin,
-    .bound = BoundTo,
-    .message = TakeReport,
-    .tick = LookIfStopped,
-    .ended = HasEnded,
-};
+constexpr ListenerService kIpv4 =
+    Service("DhcpcCBThreadV4", "VimbraDhcpcCBThreadV4", Next::kEnd, "the read data is too long!");
+constexpr ListenerService kIpv6 = Service("DhcpcCBThreadV6", "VimbraDhcpcCBThreadV6", Next::kGoOn,
+                                          "the sended data is too long!");
 
 // True when the client's listener was started, even if it has ended since.
 bool Serve(Client& client) {
     client.isServed = true;
-    if (StartListener(IsIpv4(client) ? kIpv4 : kIpv6, client.listener,
+    if (StartListener(IsIpv4(client.info) ? kIpv4 : kIpv6, client.listener,
                       {.argument = &client,
                        .socketName = client.socketName,
                        .handle = &client.info.DhcpcThreadID})) {
@@ -388,7 +373,7 @@ void vimbra::ForgetDhcpClients() {
         g_ptClients = client;
         client->isKept = client->isHead;
         client->isLost = false;
-        SetStarted(*client, 0);
+        SetStarted(client->info, false);
         if (client->isHead) {
             client->info.ptNext = g_ptApiDhcpCInfo;
             g_ptApiDhcpCInfo = &client->info;
