@@ -64,8 +64,8 @@ void Unregister(Client* client, Lock& service);
 void Release(Client* client, bool Client::*holder);
 
 // A client that fell out of the list cannot be stopped. Once another has taken over its socket
-// nobody reaches it either: its thread ends at its next time-out.
-// With g_tRecordMutex held.
+// nobody reaches it either: its thread ends at its next time-out. With
+// g_tRecordMutex held.
 void EndSuperseded(const Client& by);
 
 }  // namespace vimbra::dhcpc

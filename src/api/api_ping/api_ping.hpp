@@ -4,7 +4,7 @@
 
 #include <vimbra/ping.h>
 
-// The busy place of a user, or the first free one; null if there is none. With the registry locked.
+// The busy record of a user, or the first free one; null if there is none. With the registry locked.
 TPingInfo* FamilyMapBusyPingInfo(s32 nUserID);
 TPingInfo* FamilyMapFreePingInfo(s32 nUserID);
 

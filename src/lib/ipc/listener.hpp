@@ -171,7 +171,7 @@ struct ListenerService {
     void (*ended)(Listener& listener, Ended why) = nullptr;
 };
 
-// A service's place for one running listener; zero in the beginning.
+// A service's hold on one running listener; zero in the beginning.
 struct ListenerSlot {
     Listener* current;
 };
