@@ -200,7 +200,7 @@ s32 VimbraExecShellProcess(const char* file, char** argv, s32* child_pid) {
     const CancelGuard guard;
     const DefaultChildSignal childSignal;
     Pipe failure;
-    failure.Open();  // Without it only the reason of a failure is not told.
+    failure.Open();  // Without it only the reason of a failure is not logged.
     const pid_t pid = Start(file, argv, -1, failure.write.Get());
     if (pid < 0) {
         VLOG_ERROR("vfork error");
