@@ -1,11 +1,8 @@
-#include <net/if.h>
 #include <vimbra/common.h>
 #include <vimbra/iface_check.h>
 
-#include <cerrno>
-#include <cstring>
-
 #include "commands.hpp"
+#include "interfaces.hpp"
 
 namespace ctl {
 
@@ -15,19 +12,10 @@ struct Arguments {
     InterfaceName interface;
 };
 
-struct IndexDeleter {
-    void operator()(struct if_nameindex* list) const { if_freenameindex(list); }
-};
-
 std::vector<InterfaceName> AllInterfaces() {
-    const std::unique_ptr<struct if_nameindex, IndexDeleter> list(if_nameindex());
-    if (!list) {
-        throw CommandFailed(ExitStatus::kFailed,
-                            std::string("the interfaces cannot be listed: ") + strerror(errno));
-    }
     std::vector<InterfaceName> names;
-    for (const struct if_nameindex* entry = list.get(); entry->if_index != 0; entry++) {
-        kInterface.parse(entry->if_name, names.emplace_back());
+    for (const std::string& name : InterfaceNames()) {
+        kInterface.parse(name, names.emplace_back());
     }
     return names;
 }

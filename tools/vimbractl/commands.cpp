@@ -1,8 +1,8 @@
 #include "commands.hpp"
 
-#include <net/if.h>
-
 #include <CLI/CLI.hpp>
+
+#include "interfaces.hpp"
 
 namespace ctl {
 
@@ -87,7 +87,7 @@ void AddInterfaceArgument(CLI::App& command, InterfaceName& name) {
 }
 
 void ExpectInterface(const InterfaceName& name, bool runs) {
-    if (!runs && if_nametoindex(name.text) == 0) {
+    if (!runs && !InterfaceExists(name.text)) {
         throw CommandFailed(ExitStatus::kNotSo, "nothing runs there");
     }
 }

@@ -1,5 +1,4 @@
 // vimbractl: every operation of the library from a command line.
-#include <net/if.h>
 #include <unistd.h>
 #include <vimbra/log.h>
 
@@ -12,7 +11,9 @@
 
 #include "command_line.hpp"
 #include "commands.hpp"
+#include "completion.hpp"
 #include "exit_status.hpp"
+#include "interfaces.hpp"
 #include "tool.hpp"
 
 namespace {
@@ -130,7 +131,7 @@ std::string MissingInterface(const CLI::App& command) {
             continue;
         }
         for (const std::string& name : option->results()) {
-            if (name != "-" && if_nametoindex(name.c_str()) == 0) {
+            if (name != "-" && !InterfaceExists(name)) {
                 return name;
             }
         }
@@ -193,6 +194,11 @@ void Describe(CLI::App& root, Tool& tool) {
 
 // Throws what the parser and the commands throw.
 void Parse(CLI::App& root, Tool& tool, const Words& words) {
+    if (!words.empty() && words.front() == kCompleteCommand) {
+        tool.ShowText(Completions(root, Words(words.begin() + 1, words.end())));
+        tool.Finish();
+        return;
+    }
     tool.json = std::ranges::any_of(
         words, [](const std::string& word) { return word == "-j" || word == "--json"; });
     Words whole = WrittenOut(root, words);
