@@ -28,6 +28,14 @@ if grep -rlF -e "$SOURCE" -e "$BUILD" -e "$prefix" "$prefix"; then
     fail "installed files name the place where they were built"
 fi
 
+# The command line, where there is one, comes with what its shells need.
+if [ -x "$prefix/bin/vimbractl" ]; then
+    for file in bash-completion/completions/vimbractl zsh/site-functions/_vimbractl \
+        fish/vendor_completions.d/vimbractl.fish; do
+        grep -q __complete "$prefix/share/$file" || fail "$file"
+    done
+fi
+
 run() {
     LD_LIBRARY_PATH=$libraries ${EMULATOR:+"$EMULATOR"} "$1" >"$work/out"
     grep -q '^Vimbras Module Version: V'"${version//./\\.}"'\.' "$work/out" || fail "$1 does not run"
