@@ -151,7 +151,7 @@ TEST_F(CtlRoute, AnAnswerOfTheWrongSizeIsStatus3) {
     daemon_.On(kRouteAdd, Answer::Body(Pack().Zeros(2)));
     const Outcome shorter = Ctl("route add 198.51.100.0/24");
     EXPECT_EQ(3, shorter.status);
-    EXPECT_THAT(shorter.err, HasSubstr("answer came to 14 bytes"));
+    EXPECT_THAT(shorter.err, HasSubstr("the network daemon gave no whole answer"));
 }
 
 TEST_F(CtlRoute, ShowPrintsTheRoutes) {

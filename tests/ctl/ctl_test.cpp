@@ -244,11 +244,11 @@ TEST(CtlResults, AnAnswerOfTheWrongSizeIsStatus3) {
     daemon.On(kMtuGet, Answer::Code(0));
     const Outcome shorter = Ctl("mtu show eth0");
     EXPECT_EQ(3, shorter.status);
-    EXPECT_THAT(shorter.err, HasSubstr("answer came to 16 bytes"));
+    EXPECT_THAT(shorter.err, HasSubstr("the network daemon gave no whole answer"));
     daemon.On(kMtuGet, Answer::Body(Pack().S32(0).U32(1500)).Size(9));
     const Outcome header = Ctl("mtu show eth0");
     EXPECT_EQ(3, header.status);
-    EXPECT_THAT(header.err, HasSubstr("a header that does not fit"));
+    EXPECT_THAT(header.err, HasSubstr("the network daemon gave no whole answer"));
 }
 
 TEST(CtlResults, AnInterfaceThatDoesNotExistIsStatus5AndNamed) {

@@ -173,7 +173,8 @@ TEST(CtlRa, ShowsTheAddressesAfterAnAdvertisement) {
         {"nsenter", "-t", std::to_string(router.Pid()), "-n", "radvd", "--nodaemon", "--logmethod",
          "stderr", "--config", "/tmp/radvd.conf", "--pidfile", "/tmp/radvd.pid"},
         "/tmp/radvd.log");
-    ASSERT_TRUE(ctl.WaitOut("\n"));
+    ASSERT_TRUE(ctl.WaitOut("\n")) << ctl.Err() << daemon.Log() << ReadFile("/tmp/radvd.log")
+                                   << Shell("ip -6 address show eth0");
     ctl.Interrupt();
     EXPECT_EQ(0, ctl.Wait()) << ctl.Err();
     EXPECT_TRUE(daemon.WaitLog("router advertisement stop"));

@@ -92,9 +92,8 @@ void Add(Tool& tool, Arguments& arguments) {
     TVimbraIfaceIp record = Record(arguments.address, arguments.scope);
     auto failure =
         tool.Try([&] { return VimbraIfaceAddIp(arguments.interface.text, &record); }, kAcceptedOne);
-    if (failure && failure->status == ExitStatus::kFailed) {
+    if (failure && failure->status == ExitStatus::kUsage && failure->result == VIMBRA_ERR_GENERAL) {
         // Refused before anything was sent: an address that no host may have.
-        failure->status = ExitStatus::kUsage;
         failure->message = "address: " + AddressText(record.tIpAddr) + ": " + failure->message +
                            "; accepted: an address that a host can have";
     }

@@ -213,8 +213,8 @@ void Parse(CLI::App& root, Tool& tool, const Words& words) {
     tool.Finish();
 }
 
-int Run(const Words& words, LibraryLog& log) {
-    Tool tool(log);
+int Run(const Words& words, LibraryOutput& library) {
+    Tool tool(library);
     CLI::App root(kAbout, "vimbractl");
     Describe(root, tool);
     try {
@@ -242,8 +242,8 @@ int main(int argc, char** argv) {
     // level is left as it is.
     VimbraDebugLevelSet(VIMBRA_LEVEL_NONE);
     try {
-        LibraryLog log;
-        return Run(Words(argv + 1, argv + argc), log);
+        static LibraryOutput library;
+        return Run(Words(argv + 1, argv + argc), library);
     } catch (const std::exception& error) {
         fprintf(stderr, "vimbractl: %s\n", error.what());
         return static_cast<int>(ExitStatus::kFailed);

@@ -10,12 +10,15 @@
 namespace ctl {
 
 std::optional<Failure> Tool::Try(const std::function<s32()>& call, std::string_view accepted) {
-    log_.Show(verbose);
-    // The error texts tell what most results do not: whether the daemon was reached, and its code.
+    TVimbraFailure noted;
+    VimbraLastFailure(&noted);  // An older one is not this call's.
+    library_.TakeErrors();
+    library_.Show(verbose);
     VimbraDebugLevelSet(verbose ? VIMBRA_LEVEL_DEBUG : VIMBRA_LEVEL_ERR);
     const s32 result = call();
     VimbraDebugLevelSet(verbose ? VIMBRA_LEVEL_DEBUG : VIMBRA_LEVEL_NONE);
-    return Judge(result, log_.TakeErrors(), accepted);
+    VimbraLastFailure(&noted);
+    return Judge(result, noted, library_.TakeErrors(), accepted);
 }
 
 void Tool::Call(const std::function<s32()>& call, std::string_view accepted) {
@@ -36,22 +39,22 @@ void Tool::Request(u32 type, const void* body, size_t size) {
 
 void Tool::Show(const std::string& text, const Json& record) {
     const std::string whole = json ? record.Text() : text;
-    fprintf(log_.Output(), "%s%s", whole.c_str(), whole.ends_with('\n') ? "" : "\n");
+    fprintf(library_.Output(), "%s%s", whole.c_str(), whole.ends_with('\n') ? "" : "\n");
 }
 
 bool Tool::ShowLine(const std::string& text, const Json& record) {
     const std::string whole = json ? record.Line() : text;
-    fprintf(log_.Output(), "%s\n", whole.c_str());
-    return fflush(log_.Output()) == 0;
+    fprintf(library_.Output(), "%s\n", whole.c_str());
+    return fflush(library_.Output()) == 0;
 }
 
 bool Tool::ShowText(const std::string& text) {
-    fputs(text.c_str(), log_.Output());
-    return fflush(log_.Output()) == 0;
+    fputs(text.c_str(), library_.Output());
+    return fflush(library_.Output()) == 0;
 }
 
 int Tool::OutputDescriptor() {
-    return fileno(log_.Output());
+    return fileno(library_.Output());
 }
 
 bool Tool::OnTerminal() {
@@ -69,7 +72,7 @@ void Tool::Done() {
 }
 
 void Tool::Finish() {
-    if (fflush(log_.Output()) != 0 || ferror(log_.Output()) != 0) {
+    if (fflush(library_.Output()) != 0 || ferror(library_.Output()) != 0) {
         throw CommandFailed(ExitStatus::kFailed,
                             std::string("the output cannot be written: ") + strerror(errno));
     }

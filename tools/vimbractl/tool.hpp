@@ -11,9 +11,9 @@
 #include <type_traits>
 
 #include "colour.hpp"
+#include "failures.hpp"
 #include "json.hpp"
-#include "library_log.hpp"
-#include "results.hpp"
+#include "library_output.hpp"
 
 namespace ctl {
 
@@ -33,7 +33,7 @@ class CommandFailed : public std::exception {
 
 class Tool {
  public:
-    explicit Tool(LibraryLog& log) : log_(log) {}
+    explicit Tool(LibraryOutput& library) : library_(library) {}
 
     bool json = false;
     bool verbose = false;
@@ -72,7 +72,7 @@ class Tool {
  private:
     void Request(u32 type, const void* body, size_t size);
 
-    LibraryLog& log_;
+    LibraryOutput& library_;
 };
 
 }  // namespace ctl

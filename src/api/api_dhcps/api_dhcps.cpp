@@ -101,16 +101,16 @@ s32 CheckDhcpsParam(char* pchIfaceName, u16 wSinFamily, const TVimbraDhcpsInfo* 
     const TVimbraDhcpsInfo& info = *ptDhcpsConfInfo;
     if (!HasFamily(info, wSinFamily)) {
         VLOG_ERROR("the wSinFamily is differern TVimbraDhcpsInfo wSinFamily!");
-        return VIMBRA_ERR_GENERAL;
+        return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     if (VimbraCheckIsSameNet(info.tIpPoolStart, info.dwIpPoolPrefix, info.tIpPoolEnd) !=
         VIMBRA_OK) {
         VLOG_ERROR("the pool start and the pool end ip not the same net!");
-        return VIMBRA_ERR_GENERAL;
+        return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     if (VimbraCheckIsSameNet(info.tIpPoolStart, info.dwIpPoolPrefix, info.tRoutes) != VIMBRA_OK) {
         VLOG_ERROR("the pool start and the route ip not the same net!");
-        return VIMBRA_ERR_GENERAL;
+        return RefuseArgument(__func__, VIMBRA_ERR_GENERAL);
     }
     TVimbraIfaceAllIp addresses = {};
     if (VimbraIfaceGetIp(pchIfaceName, wSinFamily, &addresses) != VIMBRA_OK) {
@@ -123,7 +123,7 @@ s32 CheckDhcpsParam(char* pchIfaceName, u16 wSinFamily, const TVimbraDhcpsInfo* 
 s32 VimbraDhcpsStart(char* pchIfaceName, u16 wSinFamily, TVimbraDhcpsInfo* ptDhcpsConfInfo) {
     if (CheckDhcpsParam(pchIfaceName, wSinFamily, ptDhcpsConfInfo) != VIMBRA_OK) {
         VLOG_ERROR("CheckDhcpsParam error!");
-        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
+        return VIMBRA_ERR_PARAM;  // What is noted may be the daemon's refusal of its question.
     }
     if (ApicDhcpsStart(pchIfaceName, wSinFamily, ptDhcpsConfInfo) != VIMBRA_OK) {
         VLOG_ERROR("DHCPS client start error!");
