@@ -169,6 +169,8 @@ TEST(CtlRa, ShowsTheAddressesAfterAnAdvertisement) {
     Daemon daemon({"--log-level=5"});
     Ctl ctl("ra watch eth0 --json");
     ASSERT_TRUE(daemon.WaitLog("router advertisement start"));
+    // It has carried that out when it answers the next request.
+    ASSERT_EQ(0, RunCtl("mtu show eth0").status);
     const Program radvd(
         {"nsenter", "-t", std::to_string(router.Pid()), "-n", "radvd", "--nodaemon", "--logmethod",
          "stderr", "--config", "/tmp/radvd.conf", "--pidfile", "/tmp/radvd.pid"},
