@@ -201,6 +201,13 @@ class CtlDiag : public testing::Test {
         Connect("eth0", host_);
         Shell("ip address add 192.0.2.1/24 dev eth0 && ip address add fd00::1/64 dev eth0");
         host_.Shell("ip address add 192.0.2.2/24 dev eth0 && ip address add fd00::2/64 dev eth0");
+        // The first packets get lost until the two know each other.
+        for (const char* host : {"192.0.2.2", "fd00::2"}) {
+            ASSERT_TRUE(WaitFor([host] {
+                return ShellStatus(std::string("ping -n -q -c 1 -W 1 >/dev/null 2>&1 ") + host) ==
+                       0;
+            }));
+        }
     }
 
     Host host_;
