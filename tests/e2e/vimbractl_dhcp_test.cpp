@@ -92,7 +92,7 @@ TEST_F(CtlDhcp, StartShowsAFailure) {
 TEST_F(CtlDhcp, ClientFromStartToStop) {
     const Program server = Serve();
     EXPECT_EQ("stopped\n", RunCtl("dhcp state eth0").out);
-    Done done = RunCtl("dhcp lease eth0");
+    Done done = RunCtl("dhcp lease eth0 --renew");
     EXPECT_EQ(5, done.status);
     EXPECT_THAT(done.err, HasSubstr("no DHCP client runs on this interface"));
 
@@ -101,10 +101,10 @@ TEST_F(CtlDhcp, ClientFromStartToStop) {
     EXPECT_EQ("", done.out);
     EXPECT_EQ((Json{{"interface", "eth0"}, {"family", "ipv4"}, {"running", true}}),
               Json::parse(RunCtl("dhcp state eth0 --json").out));
-    done = RunCtl("dhcp lease eth0");
+    done = RunCtl("dhcp lease eth0 --renew");
     EXPECT_EQ(0, done.status) << done.err;
     EXPECT_EQ(kLease, done.out);
-    EXPECT_EQ(LeaseRecord(), RunCtl("dhcp lease eth0 --json").lines.at(0));
+    EXPECT_EQ(LeaseRecord(), RunCtl("dhcp lease eth0 --renew --json").lines.at(0));
     EXPECT_EQ(0, RunCtl("dhcp renew eth0").status);
 
     EXPECT_EQ(0, RunCtl("dhcp stop eth0").status);

@@ -6,6 +6,7 @@
 
 #include "api/api_dhcpc/dhcpc_wire.hpp"
 #include "commands.hpp"
+#include "status_socket.hpp"
 #include "take_over.hpp"
 #include "watch.hpp"
 
@@ -23,6 +24,8 @@ struct Arguments {
     u16 family = VIMBRA_FAMILY_IPV4;
     bool watch = false;
     bool takeOver = false;
+    bool renew = false;
+    std::string runDir;
 };
 
 void ShowReport(Tool& tool, u32 event, const VimbraDhcpcAddrInfo& info) {
@@ -111,7 +114,64 @@ void Renew(Tool& tool, Arguments& arguments) {
     tool.Done();
 }
 
+// What the companion daemon knows of the clients that are meant: of an interface, or all.
+std::vector<Json> ClientsOf(const Arguments& arguments) {
+    const std::string interface = arguments.interface.text;
+    const Json answer = StatusSocket(arguments.runDir).Ask("dhcp_clients");
+    std::vector<Json> clients;
+    for (const Json& client : answer.At("dhcp_clients").Items()) {
+        if (interface.empty() || (client.At("interface").Plain() == interface &&
+                                  client.At("family").Plain() == FamilyText(arguments.family))) {
+            clients.push_back(client);
+        }
+    }
+    return clients;
+}
+
+Json ListOf(const std::vector<Json>& clients) {
+    Json list = Json::Array();
+    for (const Json& client : clients) {
+        list.Append(client);
+    }
+    return Json{{"dhcp_clients", list}};
+}
+
+std::string LeaseText(const Json& client, const Painter& colours) {
+    const Json lease = client.At("lease");
+    const Json gateway = lease.At("gateway");
+    std::string text = colours.Interface(client.At("interface").Plain()) + ": ";
+    if (lease.IsNull()) {
+        return text + "no lease, " + client.At("state").Plain();
+    }
+    text += lease.At("address").Plain() + "/" + lease.At("prefix").Plain();
+    text += gateway.IsNull() ? "" : ", gateway " + gateway.Plain();
+    text += ", for " + lease.At("seconds").Plain() + " s, " + lease.At("left").Plain() + " s left";
+    for (const Json& server : lease.At("dns").Items()) {
+        text += ", DNS " + server.Plain();
+    }
+    return text;
+}
+
+void ShowPresentLeases(Tool& tool, const Arguments& arguments) {
+    const std::vector<Json> clients = ClientsOf(arguments);
+    if (clients.empty()) {
+        throw CommandFailed(ExitStatus::kNotSo, "no DHCP client runs");
+    }
+    std::string text;
+    for (const Json& client : clients) {
+        text += LeaseText(client, tool.Colours()) + "\n";
+    }
+    tool.Show(text, ListOf(clients));
+}
+
 void Lease(Tool& tool, Arguments& arguments) {
+    if (!arguments.renew && !arguments.watch) {
+        ShowPresentLeases(tool, arguments);
+        return;
+    }
+    if (arguments.interface.text[0] == '\0') {
+        throw CommandFailed(ExitStatus::kUsage, "interface: a renewal needs one");
+    }
     if (!Runs(arguments)) {
         throw CommandFailed(ExitStatus::kNotSo, "no DHCP client runs on this interface");
     }
@@ -126,7 +186,21 @@ void Lease(Tool& tool, Arguments& arguments) {
     }
 }
 
+void ShowStates(Tool& tool, const Arguments& arguments) {
+    const std::vector<Json> clients = ClientsOf(arguments);
+    std::string text;
+    for (const Json& client : clients) {
+        text += tool.Colours().Interface(client.At("interface").Plain()) + "  " +
+                client.At("family").Plain() + "  " + client.At("state").Plain() + "\n";
+    }
+    tool.Show(text.empty() ? "no DHCP client runs" : text, ListOf(clients));
+}
+
 void State(Tool& tool, Arguments& arguments) {
+    if (arguments.interface.text[0] == '\0') {
+        ShowStates(tool, arguments);
+        return;
+    }
     const bool runs = Runs(arguments);
     ExpectInterface(arguments.interface, runs);
     tool.Show(runs ? "running" : "stopped", Json{{"interface", arguments.interface.text},
@@ -141,23 +215,41 @@ void AddDhcpCommands(CLI::App& root, Tool& tool) {
         AddGroupCommand(root, "dhcp", "The DHCP client of an interface."), tool);
     const auto command = [&](const CommandText& text, void (*run)(Tool&, Arguments&)) -> CLI::App& {
         CLI::App& added = commands.Add(text, run);
-        AddInterfaceArgument(added, commands->interface);
         AddFamilyArgument(added, commands->family, kFamily, "Which one, ipv4 by default");
         return added;
     };
-    const char* const about = "Show every report until interrupted";
+    const auto listening = [&](CLI::App& added, const char* about) {
+        AddFlag(added, "--watch", commands->watch, about);
+        AddTakeOverFlag(added, commands->takeOver);
+    };
+    // Without an interface the companion daemon tells of all of them.
+    const auto asking = [&](CLI::App& added) {
+        AddArgument(added, "interface", commands->interface, kInterface,
+                    "The interface; all of them without");
+        AddRunDirArgument(added, commands->runDir);
+    };
 
     CLI::App& start =
         command({"start", "Start the DHCP client.", "dhcp start eth0 --watch"}, Start);
-    AddFlag(start, "--watch", commands->watch, about);
-    AddTakeOverFlag(start, commands->takeOver);
-    command({"stop", "Stop the DHCP client.", "dhcp stop eth0"}, Stop);
-    command({"renew", "Renew the lease.", "dhcp renew eth0"}, Renew);
+    AddInterfaceArgument(start, commands->interface);
+    listening(start, "Show every report until interrupted");
+    CLI::App& stop = command({"stop", "Stop the DHCP client.", "dhcp stop eth0"}, Stop);
+    AddInterfaceArgument(stop, commands->interface);
+    CLI::App& renew = command({"renew", "Renew the lease.", "dhcp renew eth0"}, Renew);
+    AddInterfaceArgument(renew, commands->interface);
+
     CLI::App& lease =
-        command({"lease", "Renew the lease and show it.", "dhcp lease eth0 --json"}, Lease);
-    AddFlag(lease, "--watch", commands->watch, about);
-    AddTakeOverFlag(lease, commands->takeOver);
-    command({"state", "Does a DHCP client run?", "dhcp state eth0"}, State);
+        command({"lease",
+                 "Show the present lease, as the companion daemon knows it; or renew it and\n"
+                 "show the new one.",
+                 "dhcp lease\ndhcp lease eth0 --json\ndhcp lease eth0 --renew"},
+                Lease);
+    asking(lease);
+    AddFlag(lease, "--renew", commands->renew, "Renew the lease and show it when it comes");
+    listening(lease, "Renew the lease and show every report until interrupted");
+    CLI::App& state =
+        command({"state", "Does a DHCP client run?", "dhcp state eth0\ndhcp state"}, State);
+    asking(state);
 }
 
 }  // namespace ctl

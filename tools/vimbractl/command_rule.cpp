@@ -1,6 +1,7 @@
 #include <vimbra/route.h>
 
 #include "commands.hpp"
+#include "status_socket.hpp"
 
 namespace ctl {
 
@@ -11,6 +12,7 @@ struct Arguments {
     u32 table = 0;
     u32 priority = 0;
     u32 mark = 0;
+    std::string runDir;
 };
 
 constexpr const char* kAccepted = "an IPv4 source, a priority of 0 to 32765, a table of 0 to 255";
@@ -42,6 +44,20 @@ void Delete(Tool& tool, Arguments& arguments) {
     tool.Done();
 }
 
+void Show(Tool& tool, Arguments& arguments) {
+    const Json answer = StatusSocket(arguments.runDir).Ask("rules");
+    std::string text;
+    for (const Json& rule : answer.At("rules").Items()) {
+        const Json source = rule.At("source");
+        const Json mark = rule.At("mark");
+        text += rule.At("priority").Plain() + ":  " + rule.At("family").Plain() + "  from " +
+                (source.IsNull() ? "all" : source.Plain());
+        text += mark.IsNull() ? "" : "  fwmark " + mark.Plain();
+        text += "  table " + rule.At("table").Plain() + "\n";
+    }
+    tool.Show(text.empty() ? "no rules" : text, Json{{"rules", answer.At("rules")}});
+}
+
 }  // namespace
 
 void AddRuleCommands(CLI::App& root, Tool& tool) {
@@ -64,6 +80,10 @@ void AddRuleCommands(CLI::App& root, Tool& tool) {
     command({"del", "Delete a policy rule.",
              "rule del --from 192.0.2.11/32 --table 100 --priority 1000"},
             Delete);
+    CLI::App& show = commands.Add(
+        {"show", "Show the policy rules in the kernel's order.", "rule show\nrule show --json"},
+        Show);
+    AddRunDirArgument(show, commands->runDir);
 }
 
 }  // namespace ctl

@@ -15,7 +15,7 @@ constexpr AddGroup kGroups[] = {
     AddPppoeCommands,    AddDnsCommands,     AddNtpCommands,       AddConflictCommands,
     AddStatCommands,     AddPingCommand,     AddTracerouteCommand, AddUserCommands,
     AddServiceCommands,  AddBondCommands,    AddWebCommands,       AddCheckCommands,
-    AddLogLevelCommand,  AddVersionCommand,  AddCodesCommand,
+    AddLogLevelCommand,  AddVersionCommand,  AddCodesCommand,      AddStatusCommand,
 };
 
 }  // namespace

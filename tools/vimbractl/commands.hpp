@@ -94,6 +94,7 @@ void AddUserCommands(CLI::App& root, Tool& tool);
 void AddServiceCommands(CLI::App& root, Tool& tool);
 void AddRaCommands(CLI::App& root, Tool& tool);
 void AddConflictCommands(CLI::App& root, Tool& tool);
+void AddStatusCommand(CLI::App& root, Tool& tool);
 void AddStatCommands(CLI::App& root, Tool& tool);
 void AddPingCommand(CLI::App& root, Tool& tool);
 void AddTracerouteCommand(CLI::App& root, Tool& tool);

@@ -8,6 +8,7 @@
 #include <initializer_list>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace ctl {
 
@@ -60,6 +61,20 @@ class Json {
     void Set(FieldName name, const Json& value);
     // The next element of an array.
     void Append(const Json& value);
+
+    // What somebody else has written; null where it is no JSON.
+    static Json Parse(const std::string& text);
+    bool IsNull() const;
+    bool IsList() const;
+    bool IsObject() const;
+    // A field; null where there is none.
+    Json At(const char* name) const;
+    // The names of an object's fields, in their order.
+    std::vector<std::string> Names() const;
+    // The elements of a list, none of anything else.
+    std::vector<Json> Items() const;
+    // A text as it is, nothing for null, anything else as JSON has it.
+    std::string Plain() const;
 
     // On one line, and on many.
     std::string Line() const;

@@ -1,0 +1,35 @@
+// The companion daemon's second socket, which answers questions and changes nothing: what is asked
+// there takes no event from an application.
+#ifndef VIMBRA_TOOLS_VIMBRACTL_STATUS_SOCKET_HPP
+#define VIMBRA_TOOLS_VIMBRACTL_STATUS_SOCKET_HPP
+
+#include <string>
+
+#include "arguments.hpp"
+#include "json.hpp"
+
+namespace ctl {
+
+// --run-dir: where the daemon has its socket. `target` outlives the command.
+void AddRunDirArgument(CLI::App& command, std::string& target);
+
+class StatusSocket {
+ public:
+    explicit StatusSocket(std::string runDir)
+        : path_((runDir.empty() ? kRunDir : runDir) + "/status") {}
+
+    // Is there a daemon that answers, and may we ask it?
+    bool IsThere() const;
+
+    // The whole answer, a member for each thing that was asked for. Throws CommandFailed.
+    Json Ask(const std::string& question) const;
+
+ private:
+    static constexpr const char* kRunDir = "/run/vimbrad";
+
+    std::string path_;
+};
+
+}  // namespace ctl
+
+#endif
