@@ -1,6 +1,6 @@
 // The command line under test, with the daemon and real hosts behind it.
-#ifndef VIMBRA_TESTS_CTL_HPP
-#define VIMBRA_TESTS_CTL_HPP
+#ifndef VIMBRA_TESTS_E2E_CTL_HPP
+#define VIMBRA_TESTS_E2E_CTL_HPP
 
 #include <signal.h>
 
