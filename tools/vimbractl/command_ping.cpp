@@ -152,22 +152,20 @@ void Run(Tool& tool, const Arguments& arguments) {
     tool.Call([&] { return VimbraPingStart(arguments.host, &options, id, OnProbe); });
 
     Summary summary;
-    Woken woken = Woken::kEvent;
-    u32 shown = 0;
-    while (arguments.count == 0 || shown < arguments.count) {
-        const auto probe = EventQueue<Probe>::Instance().Next(wish, woken, Patience(arguments));
-        if (!probe || !ShowProbe(tool, arguments, *probe)) {
-            break;
+    const auto show = [&](const Probe& probe) {
+        const bool isWritten = ShowProbe(tool, arguments, probe);
+        if (isWritten) {
+            summary.Add(probe);
         }
-        summary.Add(*probe);
-        shown++;
-    }
+        return isWritten;
+    };
+    const Shown shown = ShowEach<Probe>(wish, arguments.count, show, Patience(arguments));
     // A test that has run to its end is stopped already.
-    if (arguments.count == 0 || shown < arguments.count) {
+    if (arguments.count == 0 || shown.count < arguments.count) {
         tool.Try([id] { return VimbraPingStop(id); });
     }
     summary.Show(tool, host);
-    if (woken == Woken::kTimeout) {
+    if (shown.woken == Woken::kTimeout) {
         throw CommandFailed(ExitStatus::kUnreachable, "the network daemon tells no more");
     }
     if (summary.Answers() == 0) {

@@ -109,6 +109,41 @@ bool Show(Tool& tool, const Hop& hop) {
     return tool.ShowLine(text, record);
 }
 
+void Announce(Tool& tool, const Arguments& arguments) {
+    if (!tool.json) {
+        tool.ShowText("traceroute to " + AddressText(arguments.host) + ", " +
+                      std::to_string(arguments.hops == 0 ? kUsualHops : arguments.hops) +
+                      " hops max\n");
+    }
+}
+
+void Summarise(Tool& tool, const std::string& host, const Hop& last) {
+    const u32 hops = last.info.dwTtl;
+    const bool arrived = last.event == kArrived;
+    const std::string text =
+        arrived ? host + " reached, " + std::to_string(hops) + (hops == 1 ? " hop" : " hops")
+                : host + " not reached";
+    tool.ShowLine(text, Json{{"summary", {{"host", host}, {"reached", arrived}, {"hops", hops}}}});
+}
+
+// The last hop that was shown.
+Hop Follow(Tool& tool, const EndWish& wish, s32 id, Woken& woken) {
+    Hop last = {};
+    const auto show = [&](const Hop& hop) {
+        // All traces of the machine share a socket.
+        if (hop.info.nUserId != id) {
+            return true;
+        }
+        if (!Show(tool, hop)) {
+            return false;
+        }
+        last = hop;
+        return hop.info.nIsOver == 0;
+    };
+    woken = ShowEach<Hop>(wish, 0, show, kPatience).woken;
+    return last;
+}
+
 void Run(Tool& tool, const Arguments& arguments) {
     ExpectFree(vimbra::wire::kTracerouteSocket, arguments.takeOver);
     const EndWish wish(tool.OutputDescriptor());
@@ -117,42 +152,19 @@ void Run(Tool& tool, const Arguments& arguments) {
     // No two processes have the same.
     const s32 id = getpid();
     TVimbraTracerouteOpt options = {arguments.hops};
-    if (!tool.json) {
-        tool.ShowText("traceroute to " + host + ", " +
-                      std::to_string(arguments.hops == 0 ? kUsualHops : arguments.hops) +
-                      " hops max\n");
-    }
+    Announce(tool, arguments);
     tool.Call([&] { return VimbraTracerouteStart(arguments.host, &options, id, OnHop); });
 
-    Woken woken = Woken::kEvent;
-    Hop last = {};
-    while (last.info.nIsOver == 0) {
-        const auto hop = EventQueue<Hop>::Instance().Next(wish, woken, kPatience);
-        if (!hop) {
-            break;
-        }
-        // All traces of the machine share a socket.
-        if (hop->info.nUserId != id) {
-            continue;
-        }
-        if (!Show(tool, *hop)) {
-            break;
-        }
-        last = *hop;
-    }
+    Woken woken;
+    const Hop last = Follow(tool, wish, id, woken);
     if (last.info.nIsOver == 0) {
         tool.Call([id] { return VimbraTracerouteStop(id); });
     }
-    const bool arrived = last.event == kArrived;
-    const std::string text = arrived ? host + " reached, " + std::to_string(last.info.dwTtl) +
-                                           (last.info.dwTtl == 1 ? " hop" : " hops")
-                                     : host + " not reached";
-    tool.ShowLine(
-        text, Json{{"summary", {{"host", host}, {"reached", arrived}, {"hops", last.info.dwTtl}}}});
+    Summarise(tool, host, last);
     if (woken == Woken::kTimeout) {
         throw CommandFailed(ExitStatus::kUnreachable, "the network daemon tells no more");
     }
-    if (!arrived) {
+    if (last.event != kArrived) {
         throw CommandFailed(ExitStatus::kNotSo, host + ": not reached");
     }
 }

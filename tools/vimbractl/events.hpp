@@ -92,17 +92,27 @@ class EventQueue {
     Bell bell_;
 };
 
-// Shows each event as it comes, `count` of them or, if that is 0, any number, until the command is
-// to end or one cannot be written.
-template <typename Event, typename Show>
-void ShowEach(const EndWish& wish, uint32_t count, Show show) {
+// How a row of events ended: after so many, and by what the last wait was ended.
+struct Shown {
+    uint32_t count;
     Woken woken;
-    for (uint32_t shown = 0; count == 0 || shown < count; shown++) {
-        const std::optional<Event> event = EventQueue<Event>::Instance().Next(wish, woken);
+};
+
+// Shows each event as it comes, `count` of them or, if that is 0, any number, until the command is
+// to end, none comes in time, or `show` returns false: the event could not be written, or is the last.
+template <typename Event, typename Show>
+Shown ShowEach(const EndWish& wish, uint32_t count, Show show,
+               std::optional<std::chrono::milliseconds> patience = std::nullopt) {
+    Shown shown = {0, Woken::kEvent};
+    while (count == 0 || shown.count < count) {
+        const std::optional<Event> event =
+            EventQueue<Event>::Instance().Next(wish, shown.woken, patience);
         if (!event || !show(*event)) {
             break;
         }
+        shown.count++;
     }
+    return shown;
 }
 
 }  // namespace ctl
