@@ -9,6 +9,7 @@
 #include <thread>
 #include <vimbra/bed.hpp>
 
+#include "../local/processes.hpp"
 #include "ctl_run.hpp"
 
 using namespace ctl_test;
@@ -206,6 +207,27 @@ TEST(CtlStatus, ARefusedQuestionIsStatus4) {
     const Outcome refused = Ctl(std::string("status") + kRunDir);
     EXPECT_EQ(4, refused.status);
     EXPECT_THAT(refused.err, HasSubstr("the network daemon refused: no such question"));
+}
+
+TEST(CtlStatus, ARefusalComesWithTheDaemonsReason) {
+    ScriptedDaemon refusing;
+    refusing.Default(Answer::Code(22));
+    const std::string start =
+        "unshare -m sh -c \"mount -t tmpfs none /run && mkdir /run/vimbrad &&"
+        " ln -s /tmp/run/status /run/vimbrad && exec " VIMBRACTL " mtu set lo 1400\" 2>&1; true";
+    const std::string refused =
+        "vimbractl mtu set: the network daemon refused: 22 (Invalid argument)";
+    {
+        Answers daemon(
+            "{\"refusal\":{\"request\":\"MTU set\",\"errno\":22,\"why\":\"too large for lo\"}}\n");
+        EXPECT_EQ(refused + ": too large for lo\n", processes::OutputOf(start));
+        EXPECT_THAT(daemon.Question(), testing::StartsWith("{\"ask\":\"refusal\",\"pid\":"));
+    }
+    for (const char* answer : {"{\"refusal\":{}}\n", "", "{\"error\":\"no\"}\n",
+                               "{\"refusal\":{\"why\":\"Invalid argument\"}}\n"}) {
+        const Answers daemon(answer);
+        EXPECT_EQ(refused + "\n", processes::OutputOf(start)) << answer;
+    }
 }
 
 TEST(CtlStatus, AnswersThatAreNoneDoNotHurt) {

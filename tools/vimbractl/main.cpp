@@ -14,6 +14,7 @@
 #include "completion.hpp"
 #include "exit_status.hpp"
 #include "interfaces.hpp"
+#include "status_socket.hpp"
 #include "tool.hpp"
 
 namespace {
@@ -152,6 +153,16 @@ Failure ForInterface(Failure failure, const CLI::App& command) {
     return failure;
 }
 
+// The daemon's number with its own words for the reason, where it can be asked for them.
+Failure WithReason(Failure failure) {
+    const std::string why = failure.daemon ? StatusSocket("").WhyRefused() : "";
+    // The kernel's reason may be all that it knows.
+    if (failure.message.find(why) == std::string::npos) {
+        failure.message += ": " + why;
+    }
+    return failure;
+}
+
 void Report(const Failure& failure, const std::string& command, bool json) {
     if (!json) {
         const Painter colours(ShowsColours(STDERR_FILENO));
@@ -229,7 +240,7 @@ int Run(const Words& words, LibraryOutput& library) {
         }
         return static_cast<int>(failure.status);
     } catch (const CommandFailed& failed) {
-        const Failure failure = ForInterface(failed.Why(), Deepest(root));
+        const Failure failure = ForInterface(WithReason(failed.Why()), Deepest(root));
         Report(failure, CommandName(Deepest(root)), tool.json);
         return static_cast<int>(failure.status);
     }

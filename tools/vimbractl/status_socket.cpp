@@ -92,12 +92,21 @@ void AddRunDirArgument(CLI::App& command, std::string& target) {
                 "The daemon's run directory, /run/vimbrad by default");
 }
 
-bool StatusSocket::IsThere() const {
-    return access(path_.c_str(), R_OK | W_OK) == 0;
+std::string StatusSocket::WhyRefused() const {
+    try {
+        const Json answer = AskAll(Json{{"ask", "refusal"}, {"pid", getpid()}});
+        return answer.At("refusal").At("why").Plain();
+    } catch (const CommandFailed&) {
+        return "";
+    }
 }
 
 Json StatusSocket::Ask(const std::string& question) const {
-    const std::string text = Connection(path_).Exchange(Json{{"ask", question}}.Line() + "\n");
+    return AskAll(Json{{"ask", question}});
+}
+
+Json StatusSocket::AskAll(const Json& question) const {
+    const std::string text = Connection(path_).Exchange(question.Line() + "\n");
     const Json answer = Json::Parse(text);
     const Json error = answer.At("error");
     if (!error.IsNull()) {

@@ -18,13 +18,16 @@ class StatusSocket {
     explicit StatusSocket(std::string runDir)
         : path_((runDir.empty() ? kRunDir : runDir) + "/status") {}
 
-    // Is there a daemon that answers, and may we ask it?
-    bool IsThere() const;
+    // Why the last request of this process was refused, in the daemon's words; empty where it does
+    // not tell, or lets only others ask.
+    std::string WhyRefused() const;
 
     // The whole answer, a member for each thing that was asked for. Throws CommandFailed.
     Json Ask(const std::string& question) const;
 
  private:
+    Json AskAll(const Json& question) const;
+
     static constexpr const char* kRunDir = "/run/vimbrad";
 
     std::string path_;
