@@ -30,8 +30,9 @@ TVimbraIfaceIp RecordOf(rtnl_addr* address) {
 TVimbraIfaceAllIp RecordsOf(const std::vector<IfaceAddr>& addresses) {
     TVimbraIfaceAllIp list{};
     for (const IfaceAddr& each : addresses) {
-        if (list.dwIpNum == VIMBRA_IFACE_IP_MAX)
+        if (list.dwIpNum == VIMBRA_IFACE_IP_MAX) {
             break;
+        }
         list.atNetIfaceIp[list.dwIpNum++] = RecordOf(each.get());
     }
     return list;

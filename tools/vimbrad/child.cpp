@@ -27,12 +27,14 @@ class Child::Run : public std::enable_shared_from_this<Run> {
     void Start(uv_loop_t* loop, const std::vector<std::string>& command,
                const std::string& called) {
         std::vector<char*> arguments;
-        for (const std::string& each : command)
+        for (const std::string& each : command) {
             arguments.push_back(const_cast<char*>(each.c_str()));
+        }
         arguments.push_back(nullptr);
         const char* const file = arguments.front();
-        if (!called.empty())
+        if (!called.empty()) {
             arguments.front() = const_cast<char*>(called.c_str());
+        }
 
         const vimbra::Fd theirs = OpenOutput(loop);
         uv_stdio_container_t streams[3] = {};
@@ -52,14 +54,16 @@ class Child::Run : public std::enable_shared_from_this<Run> {
         // The loop has to close it even when the program could not be run.
         process_.reset(new uv_process_t{});
         process_->data = this;
-        if (const int result = uv_spawn(loop, process_.get(), &options); result < 0)
+        if (const int result = uv_spawn(loop, process_.get(), &options); result < 0) {
             throw Refusal(-result, command.front() + ": " + uv_strerror(result));
+        }
         self_ = shared_from_this();
     }
 
     void Kill(int signal) {
-        if (self_)
+        if (self_) {
             uv_process_kill(process_.get(), signal);
+        }
     }
 
     void Abandon() {
@@ -72,11 +76,12 @@ class Child::Run : public std::enable_shared_from_this<Run> {
     // The end of a pipe for the program to write to.
     vimbra::Fd OpenOutput(uv_loop_t* loop) {
         int ends[2];
-        if (pipe2(ends, O_CLOEXEC) != 0)
+        if (pipe2(ends, O_CLOEXEC) != 0) {
             throw Refusal(errno);
+        }
         vimbra::Fd theirs;
-        vimbra::Fd ours;
         theirs.Reset(ends[1]);
+        vimbra::Fd ours;
         ours.Reset(ends[0]);
         output_ = MakePipe(loop, this);
         UvCheck(uv_pipe_open(output_.get(), ours.Get()), "pipe");
@@ -85,33 +90,37 @@ class Child::Run : public std::enable_shared_from_this<Run> {
         return theirs;
     }
 
-    static void GiveBuffer(uv_handle_t* handle, std::size_t, uv_buf_t* buffer) {
+    static void GiveBuffer(uv_handle_t* handle, size_t, uv_buf_t* buffer) {
         auto* self = static_cast<Run*>(handle->data);
         *buffer = uv_buf_init(self->buffer_.data(), static_cast<unsigned>(self->buffer_.size()));
     }
 
     static void OnRead(uv_stream_t* stream, ssize_t count, const uv_buf_t* buffer) {
         const auto self = static_cast<Run*>(stream->data)->shared_from_this();
-        if (count < 0)
+        if (count < 0) {
             self->output_.reset();
-        else
-            self->Append({buffer->base, static_cast<std::size_t>(count)});
+        } else {
+            self->Append({buffer->base, static_cast<size_t>(count)});
+        }
     }
 
     void Append(std::string_view text) {
         for (const char each : text) {
-            if (each != '\n')
+            if (each != '\n') {
                 line_ += each;
-            if (each == '\n' || line_.size() == kLineMax)
+            }
+            if (each == '\n' || line_.size() == kLineMax) {
                 ReportLine();
+            }
         }
     }
 
     void ReportLine() {
         const std::string line = std::exchange(line_, {});
         // The receiver may let go of the child, and of the function with it.
-        if (const auto report = events_.line; report && !line.empty())
+        if (const auto report = events_.line; report && !line.empty()) {
             report(line);
+        }
     }
 
     void Ended(const ChildEnd& end) {
@@ -119,18 +128,20 @@ class Child::Run : public std::enable_shared_from_this<Run> {
         // What the program wrote comes before its end; what it started may hold the pipe for ever.
         while (output_) {
             const ssize_t count = read(output_fd_, buffer_.data(), buffer_.size());
-            if (count <= 0)
+            if (count <= 0) {
                 break;
-            Append({buffer_.data(), static_cast<std::size_t>(count)});
+            }
+            Append({buffer_.data(), static_cast<size_t>(count)});
         }
         ReportLine();
         process_.reset();
         output_.reset();
-        if (const auto report = std::exchange(events_.end, nullptr))
+        if (const auto report = std::exchange(events_.end, nullptr)) {
             report(end);
+        }
     }
 
-    static constexpr std::size_t kLineMax = 1024;
+    static constexpr size_t kLineMax = 1024;
 
     Events events_;
     std::array<char, 4096> buffer_{};

@@ -1,6 +1,6 @@
 // A program that the daemon runs: its output line by line, and its end.
-#ifndef VIMBRAD_CHILD_HPP
-#define VIMBRAD_CHILD_HPP
+#ifndef VIMBRA_VIMBRAD_CHILD_HPP
+#define VIMBRA_VIMBRAD_CHILD_HPP
 
 #include <functional>
 #include <memory>

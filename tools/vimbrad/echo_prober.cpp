@@ -35,21 +35,22 @@ struct EchoHead {
 static_assert(sizeof(EchoHead) == 8);
 
 // Tells the probes of several probers, and those of other programs, from each other.
-std::uint16_t NewIdentifier() {
-    static auto next = static_cast<std::uint16_t>(std::random_device()());
+u16 NewIdentifier() {
+    static auto next = static_cast<u16>(std::random_device()());
     return next++;
 }
 
 u16 Checksum(const std::vector<u8>& bytes) {
     u32 sum = 0;
-    for (std::size_t i = 0; i < bytes.size(); i += 2) {
+    for (size_t i = 0; i < bytes.size(); i += 2) {
         u8 pair[2] = {bytes[i], i + 1 < bytes.size() ? bytes[i + 1] : u8{0}};
         u16 word;
         std::memcpy(&word, pair, sizeof(word));
         sum += word;
     }
-    while (sum > 0xffff)
+    while (sum > 0xffff) {
         sum = (sum & 0xffff) + (sum >> 16);
+    }
     return static_cast<u16>(~sum);
 }
 
@@ -75,10 +76,11 @@ SocketAddress MakeSocketAddress(const TVimbraAddr& address) {
 TVimbraAddr MakeAddress(const SocketAddress& address) {
     TVimbraAddr made{};
     made.wSinFamily = static_cast<u16>(address.any.sa_family);
-    if (address.any.sa_family == AF_INET6)
+    if (address.any.sa_family == AF_INET6) {
         made.tV6Addr = address.v6.sin6_addr;
-    else if (address.any.sa_family == AF_INET)
+    } else if (address.any.sa_family == AF_INET) {
         made.tV4Addr = address.v4.sin_addr;
+    }
     return made;
 }
 
@@ -86,7 +88,7 @@ TVimbraAddr MakeAddress(const SocketAddress& address) {
 struct Received {
     SocketAddress from{};
     std::array<u8, 256> bytes{};
-    std::size_t size = 0;
+    size_t size = 0;
     alignas(cmsghdr) std::array<u8, 512> control{};
     msghdr head{};
 
@@ -99,24 +101,26 @@ struct Received {
         head.msg_control = control.data();
         head.msg_controllen = control.size();
         const ssize_t count = recvmsg(fd, &head, flags | MSG_DONTWAIT);
-        size = count < 0 ? 0 : static_cast<std::size_t>(count);
+        size = count < 0 ? 0 : static_cast<size_t>(count);
         return count >= 0;
     }
 
     // The kernel's record of this kind, if it is there and at least so long.
-    const u8* Control(int level, int type, std::size_t length) {
+    const u8* Control(int level, int type, size_t length) {
         for (cmsghdr* each = CMSG_FIRSTHDR(&head); each != nullptr;
              each = CMSG_NXTHDR(&head, each)) {
             if (each->cmsg_level == level && each->cmsg_type == type &&
-                each->cmsg_len >= CMSG_LEN(length))
+                each->cmsg_len >= CMSG_LEN(length)) {
                 return CMSG_DATA(each);
+            }
         }
         return nullptr;
     }
 
-    std::optional<EchoHead> EchoAt(std::size_t offset) const {
-        if (size < offset + sizeof(EchoHead))
+    std::optional<EchoHead> EchoAt(size_t offset) const {
+        if (size < offset + sizeof(EchoHead)) {
             return std::nullopt;
+        }
         EchoHead echo;
         std::memcpy(&echo, bytes.data() + offset, sizeof(echo));
         return echo;
@@ -125,14 +129,16 @@ struct Received {
 
 template <class Value>
 void SetOption(int fd, int level, int option, const Value& value) {
-    if (setsockopt(fd, level, option, &value, sizeof(value)) != 0)
+    if (setsockopt(fd, level, option, &value, sizeof(value)) != 0) {
         throw Refusal(errno);
+    }
 }
 
 vimbra::Fd OpenV4() {
     vimbra::Fd fd(socket, AF_INET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_ICMP);
-    if (!fd)
+    if (!fd) {
         throw Refusal(errno);
+    }
     SetOption(fd.Get(), SOL_RAW, ICMP_FILTER, icmp_filter{~(1U << ICMP_ECHOREPLY)});
     SetOption(fd.Get(), SOL_IP, IP_RECVERR, 1);
     return fd;
@@ -140,8 +146,9 @@ vimbra::Fd OpenV4() {
 
 vimbra::Fd OpenV6() {
     vimbra::Fd fd(socket, AF_INET6, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_ICMPV6);
-    if (!fd)
+    if (!fd) {
         throw Refusal(errno);
+    }
     icmp6_filter filter;
     ICMP6_FILTER_SETBLOCKALL(&filter);
     ICMP6_FILTER_SETPASS(ICMP6_ECHO_REPLY, &filter);
@@ -164,8 +171,8 @@ vimbra::Fd Open(u16 family) {
 
 }  // namespace
 
-std::size_t MaxPayload(u16 family) {
-    constexpr std::size_t kPacketMax = 65535;
+size_t MaxPayload(u16 family) {
+    constexpr size_t kPacketMax = 65535;
     // IPv6 does not count its own header.
     return kPacketMax - sizeof(EchoHead) - (family == VIMBRA_FAMILY_IPV4 ? sizeof(iphdr) : 0);
 }
@@ -187,8 +194,9 @@ void EchoProber::Watch() {
                               auto* self = static_cast<EchoProber*>(poll->data);
                               const std::weak_ptr<bool> alive = self->alive_;
                               self->Read();
-                              if (status < 0 && !alive.expired())
+                              if (status < 0 && !alive.expired()) {
                                   self->Watch();
+                              }
                           }),
             "poll");
 }
@@ -196,16 +204,18 @@ void EchoProber::Watch() {
 void EchoProber::SetTtl(int ttl) {
     // -1 is the system's own.
     const int value = ttl == 0 ? -1 : ttl;
-    if (IsV6())
+    if (IsV6()) {
         SetOption(socket_.Get(), SOL_IPV6, IPV6_UNICAST_HOPS, value);
-    else
+    } else {
         SetOption(socket_.Get(), SOL_IP, IP_TTL, value);
+    }
 }
 
-int EchoProber::Send(std::uint16_t number, int ttl, std::size_t payload) {
+int EchoProber::Send(u16 number, int ttl, size_t payload) {
     std::vector<u8> packet(sizeof(EchoHead) + payload);
-    for (std::size_t i = sizeof(EchoHead); i < packet.size(); ++i)
+    for (size_t i = sizeof(EchoHead); i < packet.size(); ++i) {
         packet[i] = static_cast<u8>(i);
+    }
     EchoHead echo{static_cast<u8>(IsV6() ? ICMP6_ECHO_REQUEST : ICMP_ECHO), 0, 0,
                   htons(identifier_), htons(number)};
     std::memcpy(packet.data(), &echo, sizeof(echo));
@@ -221,8 +231,9 @@ int EchoProber::Send(std::uint16_t number, int ttl, std::size_t payload) {
     getsockopt(socket_.Get(), SOL_SOCKET, SO_ERROR, &pending, &length);
     sent_[number] = uv_hrtime();
     if (sendto(socket_.Get(), packet.data(), packet.size(), 0, &to.any,
-               IsV6() ? sizeof(to.v6) : sizeof(to.v4)) >= 0)
+               IsV6() ? sizeof(to.v6) : sizeof(to.v4)) >= 0) {
         return 0;
+    }
     const int error = errno;
     sent_.erase(number);
     return error;
@@ -233,18 +244,20 @@ void EchoProber::Read() {
     for (int i = 0; i < kMessagesAtOnce && !alive.expired(); ++i) {
         // Both are asked each time: an error in the queue hides no reply.
         const bool error = ReadError();
-        if (alive.expired() || (!ReadReply() && !error))
+        if (alive.expired() || (!ReadReply() && !error)) {
             return;
+        }
     }
 }
 
 bool EchoProber::ReadReply() {
     Received received;
-    if (!received.Read(socket_.Get(), 0))
+    if (!received.Read(socket_.Get(), 0)) {
         // The error of a message that is in the other queue.
         return errno != EAGAIN && errno != EWOULDBLOCK;
+    }
     Echo echo{};
-    std::size_t offset = 0;
+    size_t offset = 0;
     if (IsV6()) {
         if (const u8* limit = received.Control(SOL_IPV6, IPV6_HOPLIMIT, sizeof(int))) {
             int value;
@@ -252,17 +265,19 @@ bool EchoProber::ReadReply() {
             echo.ttl = static_cast<u32>(value);
         }
     } else {
-        if (received.size < sizeof(iphdr))
+        if (received.size < sizeof(iphdr)) {
             return true;
+        }
         iphdr ip;
         std::memcpy(&ip, received.bytes.data(), sizeof(ip));
         echo.ttl = ip.ttl;
-        offset = std::size_t{ip.ihl} * 4;
+        offset = size_t{ip.ihl} * 4;
     }
     const auto head = received.EchoAt(offset);
     echo.from = MakeAddress(received.from);
-    if (!head || head->identifier != htons(identifier_) || !Same(echo.from, host_))
+    if (!head || head->identifier != htons(identifier_) || !Same(echo.from, host_)) {
         return true;
+    }
     echo.number = ntohs(head->number);
     echo.outcome = Outcome::kReply;
     echo.type = head->type;
@@ -273,21 +288,23 @@ bool EchoProber::ReadReply() {
 
 bool EchoProber::ReadError() {
     Received received;
-    if (!received.Read(socket_.Get(), MSG_ERRQUEUE))
+    if (!received.Read(socket_.Get(), MSG_ERRQUEUE)) {
         return false;
+    }
     // The kernel's account of the error and, behind it, who sent it.
     struct {
         sock_extended_err error;
         SocketAddress offender;
     } account{};
-    const std::size_t length =
+    const size_t length =
         sizeof(account.error) + (IsV6() ? sizeof(sockaddr_in6) : sizeof(sockaddr_in));
     const u8* control = IsV6() ? received.Control(SOL_IPV6, IPV6_RECVERR, length)
                                : received.Control(SOL_IP, IP_RECVERR, length);
     // What comes back is the probe.
     const auto head = received.EchoAt(0);
-    if (control == nullptr || !head || head->identifier != htons(identifier_))
+    if (control == nullptr || !head || head->identifier != htons(identifier_)) {
         return true;
+    }
     std::memcpy(&account.error, control, sizeof(account.error));
     std::memcpy(&account.offender, control + sizeof(account.error), length - sizeof(account.error));
 
@@ -306,8 +323,9 @@ bool EchoProber::ReadError() {
 
 void EchoProber::Tell(Echo echo) {
     const auto sent = sent_.find(echo.number);
-    if (sent == sent_.end())
+    if (sent == sent_.end()) {
         return;
+    }
     echo.microseconds = static_cast<u32>((uv_hrtime() - sent->second) / 1000);
     sent_.erase(sent);
     // The handler may go with the prober.

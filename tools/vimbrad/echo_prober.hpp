@@ -1,10 +1,9 @@
 // Sends ICMP and ICMPv6 echo requests to one host and tells what came back of each.
-#ifndef VIMBRAD_ECHO_PROBER_HPP
-#define VIMBRAD_ECHO_PROBER_HPP
+#ifndef VIMBRA_VIMBRAD_ECHO_PROBER_HPP
+#define VIMBRA_VIMBRAD_ECHO_PROBER_HPP
 
 #include <vimbra/addr.h>
 
-#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
@@ -22,7 +21,7 @@ enum class Outcome {
 
 // What came back of a probe.
 struct Echo {
-    std::uint16_t number;
+    u16 number;
     Outcome outcome;
     TVimbraAddr from;
     u32 ttl;  // of a reply; 0 otherwise
@@ -43,10 +42,10 @@ class EchoProber {
 
     // Sends a probe with so many bytes of payload; a ttl of 0 is the system's own. 0, or the error
     // number with which the kernel refused.
-    int Send(std::uint16_t number, int ttl, std::size_t payload);
+    int Send(u16 number, int ttl, size_t payload);
 
     // Whatever comes back of the probe from now on is too late.
-    void Forget(std::uint16_t number) { sent_.erase(number); }
+    void Forget(u16 number) { sent_.erase(number); }
 
  private:
     void Watch();
@@ -60,17 +59,17 @@ class EchoProber {
 
     TVimbraAddr host_;
     Handler handler_;
-    std::uint16_t identifier_;
+    u16 identifier_;
     vimbra::Fd socket_;
     // When each probe was sent that is waited for, in nanoseconds.
-    std::map<std::uint16_t, std::uint64_t> sent_;
+    std::map<u16, u64> sent_;
     // Closed before the socket.
     UvHandle<uv_poll_t> poll_;
     std::shared_ptr<bool> alive_ = std::make_shared<bool>();
 };
 
 // The largest payload that fits into a packet.
-std::size_t MaxPayload(u16 family);
+size_t MaxPayload(u16 family);
 
 }  // namespace vimbrad
 

@@ -12,8 +12,9 @@ KernelEvents::KernelEvents(uv_loop_t* loop, std::initializer_list<rtnetlink_grou
                            Handler handler)
     : handler_(std::move(handler)), socket_(Allocated<NlSocket>(nl_socket_alloc())) {
     const auto check = [](int result) {
-        if (result < 0)
+        if (result < 0) {
             throw Refusal(Netlink::ErrnoOf(result), nl_geterror(result));
+        }
     };
     nl_sock* raw = socket_.get();
     nl_socket_disable_seq_check(raw);
@@ -26,8 +27,9 @@ KernelEvents::KernelEvents(uv_loop_t* loop, std::initializer_list<rtnetlink_grou
         this));
     check(nl_connect(raw, NETLINK_ROUTE));
     check(nl_socket_set_nonblocking(raw));
-    for (const rtnetlink_groups each : groups)
+    for (const rtnetlink_groups each : groups) {
         check(nl_socket_add_membership(raw, each));
+    }
 
     poll_ = MakePoll(loop, nl_socket_get_fd(raw), this);
     UvCheck(uv_poll_start(
@@ -38,8 +40,9 @@ KernelEvents::KernelEvents(uv_loop_t* loop, std::initializer_list<rtnetlink_grou
 
 void KernelEvents::Read() {
     const int result = nl_recvmsgs_default(socket_.get());
-    if (result >= 0 || result == -NLE_AGAIN)
+    if (result >= 0 || result == -NLE_AGAIN) {
         return;
+    }
     // A burst that was too much for the socket's buffer.
     LogDebug("announcements of the kernel were lost: %s", nl_geterror(result));
     handler_(nullptr);

@@ -27,8 +27,9 @@ Route MakeRoute(const RouteSpec& spec) {
     rtnl_route_set_dst(route.get(), destination.get());
 
     auto hop = Allocated<NextHop>(rtnl_route_nh_alloc());
-    if (spec.iface != 0)
+    if (spec.iface != 0) {
         rtnl_route_nh_set_ifindex(hop.get(), spec.iface);
+    }
     if (!IsZero(spec.gateway)) {
         const NlAddr gateway = MakeNlAddr(spec.gateway, FullPrefix(spec.gateway));
         rtnl_route_nh_set_gateway(hop.get(), gateway.get());
@@ -46,8 +47,9 @@ struct DumpTarget {
 int TakeRoute(nl_msg* message, void* arg) noexcept {
     auto* target = static_cast<DumpTarget*>(arg);
     rtnl_route* raw = nullptr;
-    if (rtnl_route_parse(nlmsg_hdr(message), &raw) < 0)
+    if (rtnl_route_parse(nlmsg_hdr(message), &raw) < 0) {
         return NL_SKIP;
+    }
     Route route(raw);
     try {
         target->routes.push_back(std::move(route));
@@ -67,15 +69,19 @@ std::vector<Route> Dump(u16 family) {
         const NlCallbacks callbacks = Allocated<NlCallbacks>(nl_cb_alloc(NL_CB_DEFAULT));
         nl_cb_set(callbacks.get(), NL_CB_VALID, NL_CB_CUSTOM, TakeRoute, &target);
         int result = nl_rtgen_request(kernel.Socket(), RTM_GETROUTE, family, NLM_F_DUMP);
-        if (result >= 0)
+        if (result >= 0) {
             result = nl_recvmsgs(kernel.Socket(), callbacks.get());
-        if (!target.complete)
+        }
+        if (!target.complete) {
             throw std::bad_alloc();
-        if (result >= 0)
+        }
+        if (result >= 0) {
             return std::move(target.routes);
+        }
         // The tables changed while they were read.
-        if (result != -NLE_DUMP_INTR)
+        if (result != -NLE_DUMP_INTR) {
             throw Refusal(Netlink::ErrnoOf(result), nl_geterror(result));
+        }
     }
     throw Refusal(EAGAIN, "the routes change faster than they can be read");
 }
@@ -97,13 +103,15 @@ RouteSpec SpecOf(rtnl_route* route) {
     spec.gateway.wSinFamily = spec.destination.wSinFamily;
     if (rtnl_nexthop* hop = rtnl_route_nexthop_n(route, 0)) {
         spec.iface = rtnl_route_nh_get_ifindex(hop);
-        if (const nl_addr* gateway = rtnl_route_nh_get_gateway(hop))
+        if (const nl_addr* gateway = rtnl_route_nh_get_gateway(hop)) {
             spec.gateway = MakeAddr(gateway);
+        }
     }
     spec.metric = rtnl_route_get_priority(route);
     // The kernel has no IPv6 route of metric 0: it makes 1024 of it.
-    if (spec.destination.wSinFamily == VIMBRA_FAMILY_IPV6 && spec.metric == kIpv6DefaultMetric)
+    if (spec.destination.wSinFamily == VIMBRA_FAMILY_IPV6 && spec.metric == kIpv6DefaultMetric) {
         spec.metric = 0;
+    }
     spec.table = rtnl_route_get_table(route);
     return spec;
 }
@@ -141,8 +149,9 @@ int IfaceTowards(const TVimbraAddr& address) {
     const NlAddr destination = MakeNlAddr(address, FullPrefix(address));
     Netlink kernel;
     rtnl_route* raw = nullptr;
-    if (rtnl_route_lookup(kernel.Socket(), destination.get(), &raw) < 0 || raw == nullptr)
+    if (rtnl_route_lookup(kernel.Socket(), destination.get(), &raw) < 0 || raw == nullptr) {
         throw Refusal(ENETUNREACH);
+    }
     const Route route(raw);
     return SpecOf(route.get()).iface;
 }

@@ -40,9 +40,11 @@ class Sections {
 
     const DnsNode* Find(const std::string& name, u16 family) const {
         const std::string marker = "#" + name + (family == VIMBRA_FAMILY_IPV6 ? "v6" : "");
-        for (const DnsNode* each = head_; each != nullptr; each = each->next) {
-            if (each->pchIfaceName != nullptr && std::string(each->pchIfaceName).ends_with(marker))
+        for (DnsNode* each = head_; each != nullptr; each = each->next) {
+            if (each->pchIfaceName != nullptr &&
+                std::string(each->pchIfaceName).ends_with(marker)) {
                 return each;
+            }
         }
         return nullptr;
     }
@@ -60,19 +62,22 @@ bool LeaseSettings::Apply(const TVimbraDhcpcAddrInfo& lease) {
         address_->dwPrefix != wanted.dwPrefix) {
         // An address that is there already belongs to whoever set it.
         const s32 result = ChangeAddress(wire::kIpaddrAdd, wanted);
-        if (result != 0 && result != EEXIST)
+        if (result != 0 && result != EEXIST) {
             return false;
+        }
         old = address_;
         address_.reset();
-        if (result == 0)
+        if (result == 0) {
             address_ = wanted;
+        }
     }
     if (!gateway_ || !Same(*gateway_, lease.tGateWay)) {
         RemoveGateway();
         SetGateway(lease.tGateWay);
     }
-    if (old)
+    if (old) {
         ChangeAddress(wire::kIpaddrDel, *old);
+    }
     SetServers({lease.atDnsServer, lease.atDnsServer + lease.dwDnsNum});
     return true;
 }
@@ -80,8 +85,9 @@ bool LeaseSettings::Apply(const TVimbraDhcpcAddrInfo& lease) {
 void LeaseSettings::Remove() {
     RemoveServers();
     RemoveGateway();
-    if (const auto address = std::exchange(address_, std::nullopt))
+    if (const auto address = std::exchange(address_, std::nullopt)) {
         ChangeAddress(wire::kIpaddrDel, *address);
+    }
 }
 
 template <class Body>
@@ -101,25 +107,29 @@ s32 LeaseSettings::ChangeAddress(u32 type, const TVimbraIfaceIp& address) {
 }
 
 void LeaseSettings::SetGateway(const TVimbraAddr& gateway) {
-    if (IsZero(gateway))
+    if (IsZero(gateway)) {
         return;
+    }
     wire::GatewayBody body{};
     name_.copy(body.achIfaceName, sizeof(body.achIfaceName));
     body.tGateWay = gateway;
-    if (Request(wire::kGatewaySet, body) == 0)
+    if (Request(wire::kGatewaySet, body) == 0) {
         gateway_ = gateway;
+    }
 }
 
 void LeaseSettings::RemoveGateway() {
     const auto gateway = std::exchange(gateway_, std::nullopt);
-    if (!gateway)
+    if (!gateway) {
         return;
+    }
     try {
         const int iface = IfaceNumber(name_);
         for (const Route& each : ListRoutes(family_, RT_TABLE_MAIN)) {
             const RouteSpec held = SpecOf(each.get());
-            if (held.prefix == 0 && held.iface == iface && Same(held.gateway, *gateway))
+            if (held.prefix == 0 && held.iface == iface && Same(held.gateway, *gateway)) {
                 DeleteRoute(each.get());
+            }
         }
     } catch (const Refusal& refusal) {
         LogInfo("DHCP client on %s: the gateway stays: %s", name_.c_str(), refusal.what());
@@ -128,8 +138,9 @@ void LeaseSettings::RemoveGateway() {
 
 // By the library's own call: the resolver configuration has sections that only it knows.
 void LeaseSettings::SetServers(const std::vector<TVimbraAddr>& servers) {
-    if (SameServers(servers_, servers))
+    if (SameServers(servers_, servers)) {
         return;
+    }
     if (servers.empty()) {
         RemoveServers();
         return;
@@ -138,25 +149,29 @@ void LeaseSettings::SetServers(const std::vector<TVimbraAddr>& servers) {
     vimbra::Fd(open, "/etc/resolv.conf", O_RDONLY | O_CREAT | O_CLOEXEC, 0644);
     std::string name = name_;
     std::vector<TVimbraAddr> set = servers;
-    if (VimbraDNSSet(name.data(), family_, set.data(), static_cast<u32>(set.size())) == 0)
+    if (VimbraDNSSet(name.data(), family_, set.data(), static_cast<u32>(set.size())) == 0) {
         servers_ = servers;
-    else
+    } else {
         LogWarning("DHCP client on %s: the DNS servers cannot be set", name_.c_str());
+    }
 }
 
 // Unless somebody has set others meanwhile.
 void LeaseSettings::RemoveServers() {
     const std::vector<TVimbraAddr> servers = std::exchange(servers_, {});
-    if (servers.empty())
+    if (servers.empty()) {
         return;
+    }
     const Sections sections;
     const DnsNode* const section = sections.Find(name_, family_);
     if (section == nullptr || section->nDnsNum < 0 ||
-        !SameServers({section->atDnsServerIP, static_cast<std::size_t>(section->nDnsNum)}, servers))
+        !SameServers({section->atDnsServerIP, static_cast<size_t>(section->nDnsNum)}, servers)) {
         return;
+    }
     std::string name = name_;
-    if (VimbraDNSSet(name.data(), family_, nullptr, 0) != 0)
+    if (VimbraDNSSet(name.data(), family_, nullptr, 0) != 0) {
         LogWarning("DHCP client on %s: the DNS servers stay", name_.c_str());
+    }
 }
 
 }  // namespace vimbrad

@@ -1,6 +1,6 @@
 // What a DHCP lease gives an interface: address, default route, DNS servers.
-#ifndef VIMBRAD_LEASE_SETTINGS_HPP
-#define VIMBRAD_LEASE_SETTINGS_HPP
+#ifndef VIMBRA_VIMBRAD_LEASE_SETTINGS_HPP
+#define VIMBRA_VIMBRAD_LEASE_SETTINGS_HPP
 
 #include <vimbra/addr.h>
 #include <vimbra/dhcpc.h>

@@ -15,14 +15,16 @@ LogLevel g_level = LogLevel::kInfo;
 // What a peer sent may be quoted in a line: nothing of it may start a line of its own.
 void MakePrintable(char* text) {
     for (; *text != '\0'; ++text) {
-        if (static_cast<unsigned char>(*text) < 0x20 || *text == 0x7f)
+        if (static_cast<unsigned char>(*text) < 0x20 || *text == 0x7f) {
             *text = '?';
+        }
     }
 }
 
 void Write(LogLevel level, const char* word, const char* format, va_list arguments) {
-    if (level > g_level)
+    if (level > g_level) {
         return;
+    }
     const std::time_t now = std::time(nullptr);
     std::tm local{};
     localtime_r(&now, &local);
@@ -36,8 +38,9 @@ void Write(LogLevel level, const char* word, const char* format, va_list argumen
     length = std::strlen(line);
     line[length++] = '\n';
     // One write for a line, so that lines of several processes in one file do not mix.
-    if (write(STDERR_FILENO, line, length) < 0)
+    if (write(STDERR_FILENO, line, length) < 0) {
         return;
+    }
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // The daemon's log: one plain line per event on standard error.
-#ifndef VIMBRAD_LOG_HPP
-#define VIMBRAD_LOG_HPP
+#ifndef VIMBRA_VIMBRAD_LOG_HPP
+#define VIMBRA_VIMBRAD_LOG_HPP
 
 namespace vimbrad {
 

@@ -85,16 +85,18 @@ void Run(const Options& options) {
     Rendezvous rendezvous;
     Registry registry;
     const auto services = AllServices({loop.Get(), options.web_root, options.set_clock});
-    for (const auto& service : services)
+    for (const auto& service : services) {
         service->Attach(registry);
+    }
     const Server server(loop.Get(), registry, rendezvous.TakeSocket());
     LogInfo("listening on %s", kSocketPath);
     uv_run(loop.Get(), UV_RUN_DEFAULT);
 }
 
 std::optional<LogLevel> ParseLogLevel(const char* text) {
-    if (std::strlen(text) != 1 || *text < '0' || *text > '0' + static_cast<char>(kLogLevelMax))
+    if (std::strlen(text) != 1 || *text < '0' || *text > '0' + static_cast<char>(kLogLevelMax)) {
         return std::nullopt;
+    }
     return static_cast<LogLevel>(*text - '0');
 }
 
@@ -146,8 +148,9 @@ std::optional<int> ReadOptions(int argc, char** argv, Options& options) {
 
 int main(int argc, char** argv) {
     vimbrad::Options options;
-    if (const auto status = vimbrad::ReadOptions(argc, argv, options))
+    if (const auto status = vimbrad::ReadOptions(argc, argv, options)) {
         return *status;
+    }
     try {
         vimbrad::Run(options);
     } catch (const std::exception& error) {

@@ -28,9 +28,10 @@ using Frame = std::span<const u8>;
 constexpr int kFramesAtOnce = 64;
 
 template <class Record>
-std::optional<Record> ReadAt(Frame frame, std::size_t offset) {
-    if (frame.size() < offset + sizeof(Record))
+std::optional<Record> ReadAt(Frame frame, size_t offset) {
+    if (frame.size() < offset + sizeof(Record)) {
         return std::nullopt;
+    }
     Record record;
     std::memcpy(&record, frame.data() + offset, sizeof(record));
     return record;
@@ -57,8 +58,9 @@ void ReadArp(Frame frame, Statement statement, Visit visit) {
     const auto arp = ReadAt<ether_arp>(frame, 0);
     if (!arp || arp->ea_hdr.ar_hrd != htons(ARPHRD_ETHER) ||
         arp->ea_hdr.ar_pro != htons(ETHERTYPE_IP) || arp->ea_hdr.ar_hln != sizeof(arp->arp_sha) ||
-        arp->ea_hdr.ar_pln != sizeof(arp->arp_spa))
+        arp->ea_hdr.ar_pln != sizeof(arp->arp_spa)) {
         return;
+    }
     std::copy(std::begin(arp->arp_sha), std::end(arp->arp_sha), statement.mac.begin());
     constexpr u8 kNone[4] = {};
     statement.uses = !std::equal(std::begin(kNone), std::end(kNone), arp->arp_spa);
@@ -72,8 +74,9 @@ void ReadNeighbourDiscovery(Frame frame, Statement statement, Visit visit) {
     const auto icmp = ReadAt<icmp6_hdr>(frame, sizeof(ip6_hdr));
     // A message with another hop limit has passed a router and is no neighbour's.
     if (!ip || !icmp || ip->ip6_nxt != IPPROTO_ICMPV6 || ip->ip6_hlim != 255 ||
-        icmp->icmp6_type < ND_ROUTER_SOLICIT || icmp->icmp6_type > ND_NEIGHBOR_ADVERT)
+        icmp->icmp6_type < ND_ROUTER_SOLICIT || icmp->icmp6_type > ND_NEIGHBOR_ADVERT) {
         return;
+    }
     statement.uses = !IN6_IS_ADDR_UNSPECIFIED(&ip->ip6_src);
     if (statement.uses) {
         statement.address = V6(ip->ip6_src);
@@ -81,8 +84,9 @@ void ReadNeighbourDiscovery(Frame frame, Statement statement, Visit visit) {
     }
     // Advertisements and solicitations have their target at the same place.
     const auto message = ReadAt<nd_neighbor_advert>(frame, sizeof(ip6_hdr));
-    if (!message)
+    if (!message) {
         return;
+    }
     const bool solicits = icmp->icmp6_type == ND_NEIGHBOR_SOLICIT && !statement.uses;
     if (icmp->icmp6_type == ND_NEIGHBOR_ADVERT || solicits) {
         statement.uses = !solicits;
@@ -103,8 +107,9 @@ void FilterNeighbourDiscovery(int fd) {
         BPF_STMT(BPF_RET | BPF_K, 0),
     };
     const sock_fprog filter{std::size(program), program};
-    if (setsockopt(fd, SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof(filter)) != 0)
+    if (setsockopt(fd, SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof(filter)) != 0) {
         throw Refusal(errno);
+    }
 }
 
 ether_arp MakeArpProbe(const Mac& mac, const TVimbraAddr& address) {
@@ -132,10 +137,12 @@ u16 Checksum(const SolicitationPacket& packet) {
     u16 words[sizeof(summed) / sizeof(u16)];
     std::memcpy(words, &summed, sizeof(summed));
     u32 sum = 0;
-    for (const u16 word : words)
+    for (const u16 word : words) {
         sum += word;
-    while (sum > 0xffff)
+    }
+    while (sum > 0xffff) {
         sum = (sum & 0xffff) + (sum >> 16);
+    }
     return static_cast<u16>(~sum);
 }
 
@@ -164,8 +171,9 @@ void SendTo(int fd, int iface, u16 protocol, const Mac& to, const Packet& packet
     std::copy(to.begin(), to.end(), target.sll_addr);
     // One that is lost is followed by others.
     if (sendto(fd, &packet, sizeof(packet), MSG_DONTWAIT,
-               reinterpret_cast<const sockaddr*>(&target), sizeof(target)) < 0)
+               reinterpret_cast<const sockaddr*>(&target), sizeof(target)) < 0) {
         LogDebug("probe on interface %d: %s", iface, std::strerror(errno));
+    }
 }
 
 }  // namespace
@@ -175,16 +183,19 @@ Neighbours::Neighbours(uv_loop_t* loop, u16 family, Handler handler)
       handler_(std::move(handler)),
       // Nothing is heard before the filter is there.
       socket_(socket, AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0) {
-    if (!socket_)
+    if (!socket_) {
         throw Refusal(errno);
+    }
     const bool v6 = family_ == VIMBRA_FAMILY_IPV6;
-    if (v6)
+    if (v6) {
         FilterNeighbourDiscovery(socket_.Get());
+    }
     sockaddr_ll heard{};
     heard.sll_family = AF_PACKET;
     heard.sll_protocol = htons(v6 ? ETHERTYPE_IPV6 : ETHERTYPE_ARP);
-    if (bind(socket_.Get(), reinterpret_cast<const sockaddr*>(&heard), sizeof(heard)) != 0)
+    if (bind(socket_.Get(), reinterpret_cast<const sockaddr*>(&heard), sizeof(heard)) != 0) {
         throw Refusal(errno);
+    }
     poll_ = MakePoll(loop, socket_.Get(), this);
     UvCheck(uv_poll_start(
                 poll_.get(), UV_READABLE,
@@ -199,19 +210,22 @@ void Neighbours::Read() {
         socklen_t length = sizeof(from);
         const ssize_t count = recvfrom(socket_.Get(), buffer.data(), buffer.size(), MSG_TRUNC,
                                        reinterpret_cast<sockaddr*>(&from), &length);
-        if (count < 0)
+        if (count < 0) {
             return;
+        }
         Statement statement{};
         if (from.sll_pkttype == PACKET_OUTGOING || from.sll_hatype != ARPHRD_ETHER ||
-            from.sll_halen != statement.mac.size())
+            from.sll_halen != statement.mac.size()) {
             continue;
+        }
         statement.iface = from.sll_ifindex;
         std::copy_n(from.sll_addr, statement.mac.size(), statement.mac.begin());
-        const Frame frame(buffer.data(), std::min(static_cast<std::size_t>(count), buffer.size()));
-        if (family_ == VIMBRA_FAMILY_IPV6)
+        const Frame frame(buffer.data(), std::min(static_cast<size_t>(count), buffer.size()));
+        if (family_ == VIMBRA_FAMILY_IPV6) {
             ReadNeighbourDiscovery(frame, statement, handler_);
-        else
+        } else {
             ReadArp(frame, statement, handler_);
+        }
     }
 }
 

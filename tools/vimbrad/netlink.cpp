@@ -10,13 +10,15 @@
 namespace vimbrad {
 
 Netlink::Netlink() : socket_(Allocated<NlSocket>(nl_socket_alloc())) {
-    if (const int result = nl_connect(socket_.get(), NETLINK_ROUTE); result < 0)
+    if (const int result = nl_connect(socket_.get(), NETLINK_ROUTE); result < 0) {
         throw Refusal(ErrnoOf(result), nl_geterror(result));
+    }
 }
 
 void Netlink::Change(NlMessage message) {
-    if (const int result = nl_send_auto(socket_.get(), message.get()); result < 0)
+    if (const int result = nl_send_auto(socket_.get(), message.get()); result < 0) {
         throw Refusal(ErrnoOf(result), nl_geterror(result));
+    }
 
     // The library folds several error numbers into one of its own; the client is owed the kernel's.
     struct Outcome {
@@ -24,8 +26,9 @@ void Netlink::Change(NlMessage message) {
         int error = 0;
     } outcome;
     const NlCallbacks callbacks(nl_cb_alloc(NL_CB_DEFAULT));
-    if (!callbacks)
+    if (!callbacks) {
         throw std::bad_alloc();
+    }
     nl_cb_err(
         callbacks.get(), NL_CB_CUSTOM,
         [](sockaddr_nl*, nlmsgerr* refusal, void* arg) {
@@ -42,19 +45,23 @@ void Netlink::Change(NlMessage message) {
         &outcome);
     while (!outcome.known) {
         if (const int result = nl_recvmsgs(socket_.get(), callbacks.get());
-            result < 0 && !outcome.known)
+            result < 0 && !outcome.known) {
             throw Refusal(ErrnoOf(result), nl_geterror(result));
+        }
     }
-    if (outcome.error != 0)
+    if (outcome.error != 0) {
         throw Refusal(outcome.error);
+    }
 }
 
 Link Netlink::FindLink(const std::string& name) {
-    if (name.empty() || name.size() >= IFNAMSIZ)
+    if (name.empty() || name.size() >= IFNAMSIZ) {
         throw Refusal(ENODEV, "no interface " + name);
+    }
     rtnl_link* raw = nullptr;
-    if (rtnl_link_get_kernel(socket_.get(), 0, name.c_str(), &raw) < 0)
+    if (rtnl_link_get_kernel(socket_.get(), 0, name.c_str(), &raw) < 0) {
         throw Refusal(ENODEV, "no interface " + name);
+    }
     return Link(raw);
 }
 
@@ -132,8 +139,9 @@ bool Same(const TVimbraAddr& one, const TVimbraAddr& other) {
 
 NlAddr MakeNlAddr(const TVimbraAddr& address, u32 prefix) {
     const std::span<const u8> bytes = BytesOf(address);
-    if (prefix > bytes.size() * 8)
+    if (prefix > bytes.size() * 8) {
         throw Refusal(EINVAL, "prefix longer than the address");
+    }
     auto made = Allocated<NlAddr>(nl_addr_build(address.wSinFamily, bytes.data(), bytes.size()));
     nl_addr_set_prefixlen(made.get(), static_cast<int>(prefix));
     return made;
@@ -141,11 +149,12 @@ NlAddr MakeNlAddr(const TVimbraAddr& address, u32 prefix) {
 
 TVimbraAddr MakeAddr(const nl_addr* address) {
     TVimbraAddr made{};
-    if (address == nullptr)
+    if (address == nullptr) {
         return made;
+    }
     made.wSinFamily = static_cast<u16>(nl_addr_get_family(address));
     std::memcpy(&made.tV6Addr, nl_addr_get_binary_addr(address),
-                std::min<std::size_t>(nl_addr_get_len(address), sizeof(made.tV6Addr)));
+                std::min<size_t>(nl_addr_get_len(address), sizeof(made.tV6Addr)));
     return made;
 }
 

@@ -1,7 +1,7 @@
 // The kernel's routing netlink, as the services use it: owned objects of the netlink library, and
 // requests whose refusal carries the kernel's own error number.
-#ifndef VIMBRAD_NETLINK_HPP
-#define VIMBRAD_NETLINK_HPP
+#ifndef VIMBRA_VIMBRAD_NETLINK_HPP
+#define VIMBRA_VIMBRAD_NETLINK_HPP
 
 #include <netlink/addr.h>
 #include <netlink/cache.h>
@@ -42,16 +42,18 @@ template <class Owner, class Builder>
 Owner Build(Builder build) {
     typename Owner::pointer raw = nullptr;
     const int result = build(&raw);
-    if (result < 0 || raw == nullptr)
+    if (result < 0 || raw == nullptr) {
         throw Refusal(result == -NLE_NOMEM ? ENOMEM : EINVAL, nl_geterror(result));
+    }
     return Owner(raw);
 }
 
 // For its allocators.
 template <class Owner>
 Owner Allocated(typename Owner::pointer raw) {
-    if (raw == nullptr)
+    if (raw == nullptr) {
         throw std::bad_alloc();
+    }
     return Owner(raw);
 }
 
@@ -79,8 +81,9 @@ class Netlink {
     NlCache Dump(Alloc alloc) {
         nl_cache* raw = nullptr;
         const int result = alloc(socket_.get(), &raw);
-        if (result < 0)
+        if (result < 0) {
             throw Refusal(ErrnoOf(result), nl_geterror(result));
+        }
         return NlCache(raw);
     }
 
@@ -97,8 +100,9 @@ class Netlink {
 template <class Object, class Visit>
 void ForEach(const NlCache& cache, Visit visit) {
     for (nl_object* each = nl_cache_get_first(cache.get()); each != nullptr;
-         each = nl_cache_get_next(each))
+         each = nl_cache_get_next(each)) {
         visit(reinterpret_cast<Object*>(each));
+    }
 }
 
 // Text of a name field; it need not be terminated.

@@ -7,12 +7,12 @@
 namespace vimbrad {
 namespace {
 
-constexpr std::size_t kQueueMax = 256;
-constexpr std::uint64_t kRetryMs = 10;
+constexpr size_t kQueueMax = 256;
+constexpr u64 kRetryMs = 10;
 // For an application that has just asked and is about to listen.
-constexpr std::uint64_t kNobodyMs = 1'000;
+constexpr u64 kNobodyMs = 1'000;
 // For one that listens, but whose callback takes its time.
-constexpr std::uint64_t kBusyMs = 30'000;
+constexpr u64 kBusyMs = 30'000;
 
 }  // namespace
 
@@ -30,16 +30,18 @@ struct Notifier::Attempt {
             status = uv_write(&write, stream, &buffer, 1, [](uv_write_t* written, int result) {
                 static_cast<Attempt*>(written->data)->End(result);
             });
-            if (status == 0)
+            if (status == 0) {
                 return;
+            }
         }
         End(status);
     }
 
     void End(int status) {
         const std::unique_ptr<Attempt> self(this);
-        if (notifier != nullptr)
+        if (notifier != nullptr) {
             notifier->Finished(status);
+        }
     }
 };
 
@@ -56,14 +58,15 @@ Notifier::~Notifier() {
 void Notifier::Clear() {
     queue_.clear();
     uv_timer_stop(timer_.get());
-    if (attempt_ != nullptr)
+    if (attempt_ != nullptr) {
         attempt_->notifier = nullptr;
+    }
     attempt_ = nullptr;
     pipe_.reset();
     failing_since_ = 0;
 }
 
-void Notifier::Enqueue(std::uint32_t type, Bytes body) {
+void Notifier::Enqueue(u32 type, Bytes body) {
     if (queue_.size() == kQueueMax) {
         LogWarning("%s: nobody takes the messages: the oldest is dropped", path_.c_str());
         // The first is on its way.
@@ -76,8 +79,9 @@ void Notifier::Enqueue(std::uint32_t type, Bytes body) {
         const auto* bytes = reinterpret_cast<const char*>(part.data());
         message.insert(message.end(), bytes, bytes + part.size());
     }
-    if (queue_.size() == 1)
+    if (queue_.size() == 1) {
         Deliver();
+    }
 }
 
 void Notifier::Deliver() {
@@ -100,14 +104,16 @@ void Notifier::Finished(int status) {
     }
     failing_since_ = 0;
     queue_.pop_front();
-    if (!queue_.empty())
+    if (!queue_.empty()) {
         Deliver();
+    }
 }
 
 void Notifier::TryLater(int status) {
-    const std::uint64_t now = uv_now(loop_);
-    if (failing_since_ == 0)
+    const u64 now = uv_now(loop_);
+    if (failing_since_ == 0) {
         failing_since_ = now;
+    }
     const bool listens = status == UV_EAGAIN;
     if (now - failing_since_ < (listens ? kBusyMs : kNobodyMs)) {
         uv_timer_start(

@@ -1,9 +1,8 @@
 // Tells an application what happened: one message, one connection to the socket on which the
 // application listens.
-#ifndef VIMBRAD_NOTIFIER_HPP
-#define VIMBRAD_NOTIFIER_HPP
+#ifndef VIMBRA_VIMBRAD_NOTIFIER_HPP
+#define VIMBRA_VIMBRAD_NOTIFIER_HPP
 
-#include <cstdint>
 #include <deque>
 #include <functional>
 #include <span>
@@ -30,13 +29,13 @@ class Notifier {
     Notifier& operator=(const Notifier&) = delete;
 
     template <class Body>
-    void Post(std::uint32_t type, const Body& body) {
+    void Post(u32 type, const Body& body) {
         static_assert(std::is_trivially_copyable_v<Body>);
         Enqueue(type, std::as_bytes(std::span(&body, 1)));
     }
 
     // One without a body.
-    void Post(std::uint32_t type) { Enqueue(type, {}); }
+    void Post(u32 type) { Enqueue(type, {}); }
 
     // A client that has just asked is about to listen: it has its second from now on.
     void AwaitListener() { failing_since_ = 0; }
@@ -47,7 +46,7 @@ class Notifier {
  private:
     struct Attempt;
 
-    void Enqueue(std::uint32_t type, Bytes body);
+    void Enqueue(u32 type, Bytes body);
     void Deliver();
     void Finished(int status);
     void TryLater(int status);
@@ -59,7 +58,7 @@ class Notifier {
     UvHandle<uv_timer_t> timer_;
     UvHandle<uv_pipe_t> pipe_;
     Attempt* attempt_ = nullptr;
-    std::uint64_t failing_since_ = 0;
+    u64 failing_since_ = 0;
 };
 
 }  // namespace vimbrad

@@ -15,8 +15,9 @@
 namespace vimbrad {
 
 PrivateDir::PrivateDir() : path_("/tmp/vimbrad.XXXXXX") {
-    if (mkdtemp(path_.data()) == nullptr)
+    if (mkdtemp(path_.data()) == nullptr) {
         throw Refusal(errno);
+    }
 }
 
 PrivateDir::~PrivateDir() {
@@ -27,13 +28,15 @@ PrivateDir::~PrivateDir() {
 std::string PrivateDir::Write(const std::string& name, std::string_view text, mode_t mode) const {
     const std::string path = PathOf(name);
     const vimbra::Fd file(open, path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
-    if (!file || fchmod(file.Get(), mode) != 0)
+    if (!file || fchmod(file.Get(), mode) != 0) {
         throw Refusal(errno);
+    }
     while (!text.empty()) {
         const ssize_t count = write(file.Get(), text.data(), text.size());
-        if (count < 0)
+        if (count < 0) {
             throw Refusal(errno);
-        text.remove_prefix(static_cast<std::size_t>(count));
+        }
+        text.remove_prefix(static_cast<size_t>(count));
     }
     return path;
 }

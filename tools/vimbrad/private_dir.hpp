@@ -1,6 +1,6 @@
 // A directory for files that only the daemon and the programs it runs are to touch.
-#ifndef VIMBRAD_PRIVATE_DIR_HPP
-#define VIMBRAD_PRIVATE_DIR_HPP
+#ifndef VIMBRA_VIMBRAD_PRIVATE_DIR_HPP
+#define VIMBRA_VIMBRAD_PRIVATE_DIR_HPP
 
 #include <sys/types.h>
 

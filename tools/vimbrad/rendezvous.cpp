@@ -35,8 +35,9 @@ sockaddr_un Address() {
 
 vimbra::Fd MakeSocket() {
     vimbra::Fd fd(socket, AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (!fd)
+    if (!fd) {
         Fail("socket");
+    }
     return fd;
 }
 
@@ -52,16 +53,20 @@ bool SomebodyListens() {
 void RemoveStaleSocket() {
     struct stat found {};
     if (lstat(kSocketPath, &found) != 0) {
-        if (errno == ENOENT)
+        if (errno == ENOENT) {
             return;
+        }
         Fail(kSocketPath);
     }
-    if (!S_ISSOCK(found.st_mode))
+    if (!S_ISSOCK(found.st_mode)) {
         throw std::runtime_error(std::string(kSocketPath) + " exists and is no socket");
-    if (SomebodyListens())
+    }
+    if (SomebodyListens()) {
         throw std::runtime_error(std::string("another daemon answers on ") + kSocketPath);
-    if (unlink(kSocketPath) != 0 && errno != ENOENT)
+    }
+    if (unlink(kSocketPath) != 0 && errno != ENOENT) {
         Fail(kSocketPath);
+    }
     LogInfo("removed the stale socket %s", kSocketPath);
 }
 
@@ -71,8 +76,9 @@ Rendezvous::Rendezvous() {
     // Two daemons that start at once must not both find the place free: the directory is locked
     // from the first look until the winner listens.
     const vimbra::Fd directory(open, "/tmp", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (!directory || flock(directory.Get(), LOCK_EX) != 0)
+    if (!directory || flock(directory.Get(), LOCK_EX) != 0) {
         Fail("/tmp");
+    }
 
     RemoveStaleSocket();
     vimbra::Fd fd = MakeSocket();
@@ -80,8 +86,9 @@ Rendezvous::Rendezvous() {
     const mode_t mask = umask(kSocketMask);
     const int bound = bind(fd.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address));
     umask(mask);
-    if (bound != 0)
+    if (bound != 0) {
         Fail(kSocketPath);
+    }
     struct stat made {};
     if (listen(fd.Get(), kBacklog) != 0 || lstat(kSocketPath, &made) != 0) {
         const int error = errno;
@@ -96,8 +103,9 @@ Rendezvous::Rendezvous() {
 
 Rendezvous::~Rendezvous() {
     struct stat found {};
-    if (lstat(kSocketPath, &found) == 0 && found.st_dev == device_ && found.st_ino == inode_)
+    if (lstat(kSocketPath, &found) == 0 && found.st_dev == device_ && found.st_ino == inode_) {
         unlink(kSocketPath);
+    }
 }
 
 }  // namespace vimbrad

@@ -1,6 +1,6 @@
 // The daemon's place in the file system: the socket file that applications connect to.
-#ifndef VIMBRAD_RENDEZVOUS_HPP
-#define VIMBRAD_RENDEZVOUS_HPP
+#ifndef VIMBRA_VIMBRAD_RENDEZVOUS_HPP
+#define VIMBRA_VIMBRAD_RENDEZVOUS_HPP
 
 #include <sys/types.h>
 

@@ -11,13 +11,13 @@
 namespace vimbrad {
 namespace {
 
-constexpr std::size_t kConnectionsMax = 128;
+constexpr size_t kConnectionsMax = 128;
 constexpr int kBacklog = 128;
 // A client writes its request in one piece and reads its reply at once.
-constexpr std::uint64_t kReceiveMs = 5'000;
-constexpr std::uint64_t kSendMs = 5'000;
+constexpr u64 kReceiveMs = 5'000;
+constexpr u64 kSendMs = 5'000;
 // No client waits longer than this for its reply.
-constexpr std::uint64_t kAnswerMs = 65'000;
+constexpr u64 kAnswerMs = 65'000;
 
 }  // namespace
 
@@ -29,8 +29,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
         : server_(server), pipe_(MakePipe(loop, this)), timer_(MakeTimer(loop, this)) {}
 
     bool Open(uv_stream_t* listener) {
-        if (uv_accept(listener, AsStream(pipe_)) != 0)
+        if (uv_accept(listener, AsStream(pipe_)) != 0) {
             return false;
+        }
         SetTimeLimit(kReceiveMs);
         return uv_read_start(AsStream(pipe_), GiveBuffer, OnRead) == 0;
     }
@@ -56,7 +57,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
         std::weak_ptr<Connection> connection;
     };
 
-    void SetTimeLimit(std::uint64_t milliseconds) {
+    void SetTimeLimit(u64 milliseconds) {
         uv_timer_start(timer_.get(), OnTimeLimit, milliseconds, 0);
     }
 
@@ -69,7 +70,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
         self->server_.Drop(self);
     }
 
-    static void GiveBuffer(uv_handle_t* handle, std::size_t, uv_buf_t* buffer) {
+    static void GiveBuffer(uv_handle_t* handle, size_t, uv_buf_t* buffer) {
         auto* self = static_cast<Connection*>(handle->data);
         *buffer = uv_buf_init(self->buffer_.data() + self->received_,
                               static_cast<unsigned>(self->buffer_.size() - self->received_));
@@ -78,18 +79,20 @@ class Connection : public std::enable_shared_from_this<Connection> {
     static void OnRead(uv_stream_t* stream, ssize_t count, const uv_buf_t*) {
         auto* self = static_cast<Connection*>(stream->data);
         if (count < 0) {
-            if (self->received_ != 0)
+            if (self->received_ != 0) {
                 LogWarning("a client closed after %zu bytes of a request", self->received_);
+            }
             self->server_.Drop(self);
             return;
         }
-        self->received_ += static_cast<std::size_t>(count);
+        self->received_ += static_cast<size_t>(count);
         self->Examine();
     }
 
     void Examine() {
-        if (received_ < sizeof(head_))
+        if (received_ < sizeof(head_)) {
             return;
+        }
         std::memcpy(&head_, buffer_.data(), sizeof(head_));
         if (head_.size > VIMBRA_IPC_BODY_MAX) {
             LogWarning("request 0x%04x with %u bytes: too long", head_.type, head_.size);
@@ -98,8 +101,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
             Send(std::as_bytes(std::span(&refusal, 1)));
             return;
         }
-        if (received_ < sizeof(head_) + head_.size)
+        if (received_ < sizeof(head_) + head_.size) {
             return;
+        }
         FinishRequest();
         // The handler may answer at once and so end this connection.
         const auto alive = shared_from_this();
@@ -107,8 +111,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
         server_.Requests().Dispatch(
             head_.type, std::as_bytes(std::span(buffer_)).subspan(sizeof(head_), head_.size),
             [weak](Bytes reply) {
-                if (const auto connection = weak.lock())
+                if (const auto connection = weak.lock()) {
                     connection->Send(reply);
+                }
             });
     }
 
@@ -132,22 +137,24 @@ class Connection : public std::enable_shared_from_this<Connection> {
         reply->write.data = reply.get();
         const uv_buf_t buffer =
             uv_buf_init(reply->bytes.data(), static_cast<unsigned>(reply->bytes.size()));
-        if (uv_write(&reply->write, AsStream(pipe_), &buffer, 1, OnSent) == 0)
+        if (uv_write(&reply->write, AsStream(pipe_), &buffer, 1, OnSent) == 0) {
             static_cast<void>(reply.release());
-        else
+        } else {
             server_.Drop(this);
+        }
     }
 
     static void OnSent(uv_write_t* write, int) {
         const std::unique_ptr<Reply> reply(static_cast<Reply*>(write->data));
-        if (const auto connection = reply->connection.lock())
+        if (const auto connection = reply->connection.lock()) {
             connection->server_.Drop(connection.get());
+        }
     }
 
     Server& server_;
     State state_ = State::kRequest;
     IpcMsgHead head_{};
-    std::size_t received_ = 0;
+    size_t received_ = 0;
     std::array<char, sizeof(IpcMsgHead) + VIMBRA_IPC_BODY_MAX> buffer_{};
     UvHandle<uv_pipe_t> pipe_;
     UvHandle<uv_timer_t> timer_;
@@ -163,10 +170,11 @@ Server::Server(uv_loop_t* loop, Registry& registry, int listening_socket)
     UvCheck(uv_pipe_open(listener_.get(), listening_socket), "socket");
     UvCheck(uv_listen(AsStream(listener_), kBacklog,
                       [](uv_stream_t* stream, int status) {
-                          if (status < 0)
+                          if (status < 0) {
                               LogWarning("accept: %s", uv_strerror(status));
-                          else
+                          } else {
                               static_cast<Server*>(stream->data)->Accept();
+                          }
                       }),
             "listen");
 }
@@ -176,31 +184,36 @@ Server::~Server() = default;
 // A client that is not accepted stays in the socket's queue, and the loop asks for no other.
 void Server::Accept() {
     client_waits_ = !MakeRoom();
-    if (client_waits_)
+    if (client_waits_) {
         return;
+    }
     auto connection = std::make_shared<Connection>(*this, loop_);
-    if (connection->Open(AsStream(listener_)))
+    if (connection->Open(AsStream(listener_))) {
         connections_.push_back(std::move(connection));
+    }
 }
 
 bool Server::MakeRoom() {
-    if (connections_.size() < kConnectionsMax)
+    if (connections_.size() < kConnectionsMax) {
         return true;
+    }
     const auto silent = std::find_if(connections_.begin(), connections_.end(),
                                      [](const auto& each) { return each->IsSilent(); });
-    if (silent == connections_.end())
+    if (silent == connections_.end()) {
         return false;
+    }
     connections_.erase(silent);
     return true;
 }
 
 void Server::Drop(const Connection* connection) {
     connections_.remove_if([connection](const auto& each) { return each.get() == connection; });
-    if (client_waits_)
+    if (client_waits_) {
         uv_idle_start(next_.get(), [](uv_idle_t* idle) {
             uv_idle_stop(idle);
             static_cast<Server*>(idle->data)->Accept();
         });
+    }
 }
 
 }  // namespace vimbrad

@@ -7,7 +7,7 @@
 namespace vimbrad {
 namespace {
 
-void RefuseInFourBytes(const Owed::Send& send, std::int32_t error) {
+void RefuseInFourBytes(const Owed::Send& send, s32 error) {
     const wire::PlainResult refusal{error};
     send(std::as_bytes(std::span(&refusal, 1)));
 }
@@ -15,27 +15,30 @@ void RefuseInFourBytes(const Owed::Send& send, std::int32_t error) {
 }  // namespace
 
 Owed::~Owed() {
-    if (!send_)
+    if (!send_) {
         return;
+    }
     LogRefusal(ECANCELED, "dropped without an answer");
     Reply(default_);
 }
 
 void Owed::Reply(Bytes reply) {
-    if (const Send send = std::exchange(send_, nullptr))
+    if (const Send send = std::exchange(send_, nullptr)) {
         send(reply);
+    }
 }
 
 void Owed::LogRefusal(int error, const char* why) const {
     LogWarning("%s: refused with %d: %s", what_.c_str(), error, why);
 }
 
-void Registry::Add(std::uint32_t type, std::size_t size, const char* what, Entry entry) {
-    if (!operations_[type].try_emplace(size, Operation{what, std::move(entry)}).second)
+void Registry::Add(u32 type, size_t size, const char* what, Entry entry) {
+    if (!operations_[type].try_emplace(size, Operation{what, std::move(entry)}).second) {
         throw std::logic_error(std::string("request named twice: ") + what);
+    }
 }
 
-void Registry::Dispatch(std::uint32_t type, Bytes body, Owed::Send send) {
+void Registry::Dispatch(u32 type, Bytes body, Owed::Send send) {
     const auto variants = operations_.find(type);
     if (variants == operations_.end()) {
         LogWarning("request 0x%04x with %zu bytes: nobody serves it", type, body.size());
@@ -43,8 +46,9 @@ void Registry::Dispatch(std::uint32_t type, Bytes body, Owed::Send send) {
         return;
     }
     auto operation = variants->second.find(body.size());
-    if (operation == variants->second.end())
+    if (operation == variants->second.end()) {
         operation = variants->second.find(kAnySize);
+    }
     if (operation == variants->second.end()) {
         LogWarning("%s: a body of %zu bytes is not one of its",
                    variants->second.begin()->second.what.c_str(), body.size());

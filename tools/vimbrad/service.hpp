@@ -10,14 +10,12 @@
 // A handler of On() returns the reply; one of OnLater() gets an Answer and may keep it until the
 // reply is known. Both refuse by throwing Refusal. A type code may be named several times with
 // bodies of different sizes.
-#ifndef VIMBRAD_SERVICE_HPP
-#define VIMBRAD_SERVICE_HPP
+#ifndef VIMBRA_VIMBRAD_SERVICE_HPP
+#define VIMBRA_VIMBRAD_SERVICE_HPP
 
 #include <uv.h>
 
 #include <cerrno>
-#include <cstddef>
-#include <cstdint>
 #include <cstring>
 #include <functional>
 #include <map>
@@ -77,7 +75,7 @@ Reply RefusalRecord(int error) {
     static_assert(std::is_trivially_copyable_v<Reply>);
     Reply reply{};
     if constexpr (kHasResult<Reply>) {
-        const std::int32_t code = error;
+        const s32 code = error;
         std::memcpy(&reply, &code, sizeof(code));
     }
     return reply;
@@ -108,7 +106,7 @@ class Registry {
  public:
     // Answers at once: Reply handler(const Body&).
     template <class Body, class Reply, class Handler>
-    void On(std::uint32_t type, const char* what, Handler handler) {
+    void On(u32 type, const char* what, Handler handler) {
         OnLater<Body, Reply>(type, what,
                              [handler](const Body& body, const Answer<Reply>& answer) mutable {
                                  answer(handler(body));
@@ -117,13 +115,14 @@ class Registry {
 
     // Answers when it can: void handler(const Body&, Answer<Reply>).
     template <class Body, class Reply, class Handler>
-    void OnLater(std::uint32_t type, const char* what, Handler handler) {
+    void OnLater(u32 type, const char* what, Handler handler) {
         static_assert(std::is_trivially_copyable_v<Body>);
         Add(type, kBodySize<Body>, what,
             Guarded<Reply>([handler](Bytes bytes, const Answer<Reply>& answer) mutable {
                 Body body{};
-                if constexpr (kBodySize<Body> != 0)
+                if constexpr (kBodySize<Body> != 0) {
                     std::memcpy(&body, bytes.data(), sizeof(body));
+                }
                 handler(body, answer);
             }));
     }
@@ -131,7 +130,7 @@ class Registry {
     // For a request whose body has no fixed size: Reply handler(Bytes body). It takes every size
     // that is not named otherwise.
     template <class Reply, class Handler>
-    void OnBytes(std::uint32_t type, const char* what, Handler handler) {
+    void OnBytes(u32 type, const char* what, Handler handler) {
         Add(type, kAnySize, what,
             Guarded<Reply>([handler](Bytes body, const Answer<Reply>& answer) mutable {
                 answer(handler(body));
@@ -140,7 +139,7 @@ class Registry {
 
     // Carries out one request. What nobody serves, and what has a body of a size that nobody
     // expects, is refused with four bytes.
-    void Dispatch(std::uint32_t type, Bytes body, Owed::Send send);
+    void Dispatch(u32 type, Bytes body, Owed::Send send);
 
  private:
     using Entry = std::function<void(Bytes, const std::shared_ptr<Owed>&)>;
@@ -150,9 +149,9 @@ class Registry {
     };
 
     template <class Body>
-    static constexpr std::size_t kBodySize = std::is_same_v<Body, NoBody> ? 0 : sizeof(Body);
+    static constexpr size_t kBodySize = std::is_same_v<Body, NoBody> ? 0 : sizeof(Body);
 
-    static constexpr std::size_t kAnySize = SIZE_MAX;
+    static constexpr size_t kAnySize = SIZE_MAX;
 
     // Turns what a handler throws into a refusal.
     template <class Reply, class Handler>
@@ -171,9 +170,9 @@ class Registry {
         };
     }
 
-    void Add(std::uint32_t type, std::size_t size, const char* what, Entry entry);
+    void Add(u32 type, size_t size, const char* what, Entry entry);
 
-    std::map<std::uint32_t, std::map<std::size_t, Operation>> operations_;
+    std::map<u32, std::map<size_t, Operation>> operations_;
 };
 
 // What services work with.

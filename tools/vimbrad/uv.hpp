@@ -1,6 +1,6 @@
 // Ownership of libuv handles: closed by their owner, freed by the loop once it has let go of them.
-#ifndef VIMBRAD_UV_HPP
-#define VIMBRAD_UV_HPP
+#ifndef VIMBRA_VIMBRAD_UV_HPP
+#define VIMBRA_VIMBRAD_UV_HPP
 
 #include <uv.h>
 
@@ -23,8 +23,9 @@ template <class Handle>
 using UvHandle = std::unique_ptr<Handle, CloseHandle<Handle>>;
 
 inline void UvCheck(int result, const char* what) {
-    if (result < 0)
+    if (result < 0) {
         throw std::runtime_error(std::string(what) + ": " + uv_strerror(result));
+    }
 }
 
 // Makes a handle and initialises it; one whose initialisation failed must be freed, not closed.

@@ -47,8 +47,9 @@ bool Fulfils(const TVimbraIfaceIp& held, const TVimbraIfaceIp& wanted) {
 bool MadeByKernel(rtnl_addr* address) {
     const TVimbraIfaceIp held = RecordOf(address);
     if (held.tIpAddr.wSinFamily != VIMBRA_FAMILY_IPV6 ||
-        !IN6_IS_ADDR_LINKLOCAL(&held.tIpAddr.tV6Addr))
+        !IN6_IS_ADDR_LINKLOCAL(&held.tIpAddr.tV6Addr)) {
         return false;
+    }
     const u8* bytes = held.tIpAddr.tV6Addr.s6_addr;
     return (bytes[11] == 0xff && bytes[12] == 0xfe) ||
            (rtnl_addr_get_flags(address) & IFA_F_STABLE_PRIVACY) != 0;
@@ -71,10 +72,12 @@ class Iface {
 
     void Add(const TVimbraIfaceIp& wanted, unsigned flags = 0) {
         const IfaceAddr address = Make(wanted);
-        if (const auto scope = KernelScope(wanted.eScopeType))
+        if (const auto scope = KernelScope(wanted.eScopeType)) {
             rtnl_addr_set_scope(address.get(), *scope);
-        if (flags != 0)
+        }
+        if (flags != 0) {
             rtnl_addr_set_flags(address.get(), flags);
+        }
         SetBroadcast(address.get(), wanted);
         kernel_.Change(Build<NlMessage>([&](nl_msg** message) {
             return rtnl_addr_build_add_request(address.get(), NLM_F_EXCL, message);
@@ -87,8 +90,9 @@ class Iface {
     }
 
     void Delete(rtnl_addr* address) {
-        if (rtnl_addr_get_family(address) == VIMBRA_FAMILY_IPV4)
+        if (rtnl_addr_get_family(address) == VIMBRA_FAMILY_IPV4) {
             KeepSecondaries();
+        }
         kernel_.Change(Build<NlMessage>(
             [&](nl_msg** message) { return rtnl_addr_build_delete_request(address, 0, message); }));
     }
@@ -100,8 +104,9 @@ class Iface {
         const NlAddr local = MakeNlAddr(record.tIpAddr, record.dwPrefix);
         auto address = Allocated<IfaceAddr>(rtnl_addr_alloc());
         rtnl_addr_set_ifindex(address.get(), Index());
-        if (rtnl_addr_set_local(address.get(), local.get()) < 0)
+        if (rtnl_addr_set_local(address.get(), local.get()) < 0) {
             throw Refusal(EINVAL);
+        }
         return address;
     }
 
@@ -109,8 +114,9 @@ class Iface {
     // addresses has none.
     static void SetBroadcast(rtnl_addr* address, const TVimbraIfaceIp& record) {
         if (record.tIpAddr.wSinFamily != VIMBRA_FAMILY_IPV4 || record.dwPrefix == 0 ||
-            record.dwPrefix > 30)
+            record.dwPrefix > 30) {
             return;
+        }
         TVimbraAddr broadcast = record.tIpAddr;
         broadcast.tV4Addr.s_addr |= htonl(~u32{0} >> record.dwPrefix);
         const NlAddr made = MakeNlAddr(broadcast, 32);
@@ -119,8 +125,9 @@ class Iface {
 
     // Unless told otherwise the kernel takes every other address of a subnet away with the first.
     void KeepSecondaries() {
-        if (keeps_secondaries_)
+        if (keeps_secondaries_) {
             return;
+        }
         const auto changes = Allocated<Link>(rtnl_link_alloc());
         rtnl_link_inet_set_conf(changes.get(), IPV4_DEVCONF_PROMOTE_SECONDARIES, 1);
         kernel_.Change(Build<NlMessage>([&](nl_msg** message) {
@@ -146,8 +153,9 @@ wire::PlainResult Delete(const wire::IfaceIpBody& body) {
 
 wire::PlainResult Flush(const wire::FamilyIfaceBody& body) {
     Iface iface(NameOf(body.achIfaceName));
-    for (const IfaceAddr& each : iface.Configured(body.wSinFamily))
+    for (const IfaceAddr& each : iface.Configured(body.wSinFamily)) {
         iface.Delete(each.get());
+    }
     return {0};
 }
 
@@ -157,18 +165,21 @@ wire::TIpcAllIp Get(const wire::FamilyIfaceBody& body) {
 
 // What was asked for, each entry once. Nothing is changed before all of it is known to make sense.
 std::vector<TVimbraIfaceIp> WantedOf(const TVimbraIfaceAllIp& list, u16 family) {
-    if (list.dwIpNum > VIMBRA_IFACE_IP_MAX)
+    if (list.dwIpNum > VIMBRA_IFACE_IP_MAX) {
         throw Refusal(EINVAL, "more addresses than the list can hold");
+    }
     std::vector<TVimbraIfaceIp> wanted;
     for (u32 i = 0; i < list.dwIpNum; ++i) {
         const TVimbraIfaceIp& entry = list.atNetIfaceIp[i];
-        if (!Covers(family, entry.tIpAddr.wSinFamily))
+        if (!Covers(family, entry.tIpAddr.wSinFamily)) {
             throw Refusal(EINVAL, "an address of another family than the request's");
+        }
         MakeNlAddr(entry.tIpAddr, entry.dwPrefix);
         KernelScope(entry.eScopeType);
         if (std::none_of(wanted.begin(), wanted.end(),
-                         [&entry](const auto& each) { return Fulfils(each, entry); }))
+                         [&entry](const auto& each) { return Fulfils(each, entry); })) {
             wanted.push_back(entry);
+        }
     }
     return wanted;
 }
@@ -182,18 +193,21 @@ class Replacement {
     void Run(const std::vector<TVimbraIfaceIp>& wanted) {
         std::vector<TVimbraIfaceIp> missing;
         for (const TVimbraIfaceIp& each : wanted) {
-            if (!Keep(each))
+            if (!Keep(each)) {
                 missing.push_back(each);
+            }
         }
         try {
-            for (const TVimbraIfaceIp& each : missing)
+            for (const TVimbraIfaceIp& each : missing) {
                 AddNew(each);
+            }
         } catch (...) {
             Undo();
             throw;
         }
-        for (const IfaceAddr& each : held_)
+        for (const IfaceAddr& each : held_) {
             iface_.Delete(each.get());
+        }
     }
 
  private:
@@ -208,8 +222,9 @@ class Replacement {
         try {
             iface_.Add(wanted);
         } catch (const Refusal& refusal) {
-            if (!MakeWay(wanted))
+            if (!MakeWay(wanted)) {
                 throw;
+            }
             iface_.Add(wanted, NoDetection(wanted));
         }
         added_.push_back(wanted);
@@ -236,11 +251,13 @@ class Replacement {
     }
 
     static bool IsInTheWay(const TVimbraIfaceIp& held, const TVimbraIfaceIp& wanted) {
-        if (Same(held.tIpAddr, wanted.tIpAddr))
+        if (Same(held.tIpAddr, wanted.tIpAddr)) {
             return true;
+        }
         if (held.tIpAddr.wSinFamily != VIMBRA_FAMILY_IPV4 ||
-            wanted.tIpAddr.wSinFamily != VIMBRA_FAMILY_IPV4 || held.dwPrefix != wanted.dwPrefix)
+            wanted.tIpAddr.wSinFamily != VIMBRA_FAMILY_IPV4 || held.dwPrefix != wanted.dwPrefix) {
             return false;
+        }
         const NlAddr one = MakeNlAddr(held.tIpAddr, held.dwPrefix);
         const NlAddr other = MakeNlAddr(wanted.tIpAddr, wanted.dwPrefix);
         return nl_addr_cmp_prefix(one.get(), other.get()) == 0;

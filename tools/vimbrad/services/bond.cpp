@@ -39,17 +39,19 @@ class Reader {
     std::string Text() {
         const Bytes taken = Take(Word());
         const auto* text = reinterpret_cast<const char*>(taken.data());
-        if (taken.empty() || strnlen(text, taken.size()) != taken.size() - 1)
+        if (taken.empty() || strnlen(text, taken.size()) != taken.size() - 1) {
             throw Refusal(EINVAL, "a text without its end");
+        }
         return {text, taken.size() - 1};
     }
 
     bool AtEnd() const { return bytes_.empty(); }
 
  private:
-    Bytes Take(std::size_t count) {
-        if (count > bytes_.size())
+    Bytes Take(size_t count) {
+        if (count > bytes_.size()) {
             throw Refusal(EINVAL, "the request is cut short");
+        }
         const Bytes taken = bytes_.first(count);
         bytes_ = bytes_.subspan(count);
         return taken;
@@ -67,26 +69,32 @@ struct Wish {
 Wish WishOf(Bytes body) {
     Reader reader(body);
     Wish wish{};
-    if (reader.Word() != body.size())
+    if (reader.Word() != body.size()) {
         throw Refusal(EINVAL, "the request has another length than it says");
+    }
     const u32 mode = reader.Word();
-    if (mode > kModeMax)
+    if (mode > kModeMax) {
         throw Refusal(EINVAL, "no such mode");
+    }
     wish.mode = static_cast<u8>(mode);
     reader.Text();
     const u32 count = reader.Word();
-    if (count == 0 || count > kMembersMax)
+    if (count == 0 || count > kMembersMax) {
         throw Refusal(EINVAL, "no such number of members");
+    }
     for (u32 i = 0; i < count; ++i) {
         wish.members.push_back(reader.Text());
-        if (std::count(wish.members.begin(), wish.members.end(), wish.members.back()) != 1)
+        if (std::count(wish.members.begin(), wish.members.end(), wish.members.back()) != 1) {
             throw Refusal(EINVAL, "a member named twice");
+        }
     }
     wish.active = reader.Text();
-    if (std::ranges::find(wish.members, wish.active) == wish.members.end())
+    if (std::ranges::find(wish.members, wish.active) == wish.members.end()) {
         throw Refusal(EINVAL, "the active interface is not one of the members");
-    if (!reader.AtEnd())
+    }
+    if (!reader.AtEnd()) {
         throw Refusal(EINVAL, "bytes behind the request");
+    }
     return wish;
 }
 
@@ -100,15 +108,18 @@ class Bond {
  public:
     void Start(const Wish& wish) {
         std::vector<Link> members;
-        for (const std::string& each : wish.members)
+        for (const std::string& each : wish.members) {
             members.push_back(kernel_.FindLink(each));
+        }
         Create(wish.mode);
         try {
             const Link bond = kernel_.FindLink(kBond);
-            for (const Link& each : members)
+            for (const Link& each : members) {
                 Join(each, bond);
-            if (HasActive(wish.mode))
+            }
+            if (HasActive(wish.mode)) {
                 SetActive(bond, kernel_.FindLink(wish.active));
+            }
             SetUp(bond, true);
         } catch (...) {
             Stop();
@@ -142,8 +153,9 @@ class Bond {
         fits =
             fits && info != nullptr && nla_put_string(message.get(), IFLA_INFO_KIND, "bond") == 0;
         nlattr* data = nla_nest_start(message.get(), IFLA_INFO_DATA);
-        if (!fits || data == nullptr || !settings(message.get()))
+        if (!fits || data == nullptr || !settings(message.get())) {
             throw std::bad_alloc();
+        }
         nla_nest_end(message.get(), data);
         nla_nest_end(message.get(), info);
         return message;
@@ -156,8 +168,9 @@ class Bond {
                        nla_put_u32(message, IFLA_BOND_MIIMON, kMonitorMs) == 0;
             }));
         } catch (const Refusal& refusal) {
-            if (refusal.Error() == EOPNOTSUPP)
+            if (refusal.Error() == EOPNOTSUPP) {
                 throw Refusal(EOPNOTSUPP, "the kernel has no bonding driver");
+            }
             throw;
         }
     }
@@ -170,10 +183,11 @@ class Bond {
 
     void SetUp(const Link& link, bool up) {
         const auto changes = Allocated<Link>(rtnl_link_alloc());
-        if (up)
+        if (up) {
             rtnl_link_set_flags(changes.get(), IFF_UP);
-        else
+        } else {
             rtnl_link_unset_flags(changes.get(), IFF_UP);
+        }
         Alter(link, changes);
     }
 

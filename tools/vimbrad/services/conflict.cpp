@@ -24,12 +24,12 @@ enum ConflictType : u32 { kIpConflict = 1, kMacConflict = 2 };
 // one may be lost: after the start and whenever our addresses change.
 constexpr int kProbesInARow = 3;
 // Changes come in bursts.
-constexpr std::uint64_t kSettleMs = 100;
-constexpr std::uint64_t kRowMs = 1'000;
-constexpr std::uint64_t kProbeMs = 15'000;
+constexpr u64 kSettleMs = 100;
+constexpr u64 kRowMs = 1'000;
+constexpr u64 kProbeMs = 15'000;
 // A host in conflict goes on saying so: each is told of once in this time.
-constexpr std::uint64_t kSilenceMs = 10'000;
-constexpr std::size_t kConflictsMax = 256;
+constexpr u64 kSilenceMs = 10'000;
+constexpr size_t kConflictsMax = 256;
 
 // An interface of ours, with its addresses of one family.
 struct OwnIface {
@@ -54,8 +54,9 @@ std::map<int, OwnIface> ReadOwn(u16 family) {
         OwnIface iface;
         const nl_addr* mac = rtnl_link_get_addr(link);
         if (rtnl_link_get_arptype(link) != ARPHRD_ETHER || mac == nullptr ||
-            nl_addr_get_len(mac) != iface.mac.size())
+            nl_addr_get_len(mac) != iface.mac.size()) {
             return;
+        }
         std::memcpy(iface.mac.data(), nl_addr_get_binary_addr(mac), iface.mac.size());
         iface.name = rtnl_link_get_name(link);
         iface.up = (rtnl_link_get_flags(link) & IFF_UP) != 0;
@@ -63,8 +64,9 @@ std::map<int, OwnIface> ReadOwn(u16 family) {
     });
     ForEach<rtnl_addr>(kernel.Dump(rtnl_addr_alloc_cache), [&](rtnl_addr* address) {
         const auto iface = own.find(rtnl_addr_get_ifindex(address));
-        if (rtnl_addr_get_family(address) == family && iface != own.end())
+        if (rtnl_addr_get_family(address) == family && iface != own.end()) {
             iface->second.addresses.push_back(MakeAddr(rtnl_addr_get_local(address)));
+        }
     });
     return own;
 }
@@ -105,7 +107,7 @@ class Watch {
         return *own_;
     }
 
-    void Schedule(std::uint64_t milliseconds) {
+    void Schedule(u64 milliseconds) {
         uv_timer_start(
             timer_.get(), [](uv_timer_t* timer) { static_cast<Watch*>(timer->data)->Probe(); },
             milliseconds, 0);
@@ -114,8 +116,9 @@ class Watch {
     void Probe() {
         for (const auto& [index, iface] : Own()) {
             for (const TVimbraAddr& address : iface.addresses) {
-                if (iface.up)
+                if (iface.up) {
                     neighbours_.Probe(index, iface.mac, address);
+                }
             }
         }
         probes_left_ = std::max(0, probes_left_ - 1);
@@ -124,14 +127,16 @@ class Watch {
 
     void Consider(const Statement& statement) {
         const auto found = Own().find(statement.iface);
-        if (found == Own().end())
+        if (found == Own().end()) {
             return;
+        }
         const OwnIface& iface = found->second;
         if (statement.mac == iface.mac) {
             // Our own words that come back, over a loop of the link or a bridge, speak of our own
             // addresses.
-            if (!IsZero(statement.address) && !IsOurs(statement.address))
+            if (!IsZero(statement.address) && !IsOurs(statement.address)) {
                 Report(kMacConflict, iface, statement);
+            }
         } else if (statement.uses && iface.Has(statement.address) && !IsOurMac(statement.mac)) {
             Report(kIpConflict, iface, statement);
         }
@@ -147,8 +152,9 @@ class Watch {
     }
 
     void Report(ConflictType type, const OwnIface& iface, const Statement& statement) {
-        if (!IsNews(type, statement))
+        if (!IsNews(type, statement)) {
             return;
+        }
         wire::IpConfilctMsg message{};
         iface.name.copy(message.achIfcName, sizeof(message.achIfcName) - 1);
         message.tIpAddr = statement.address;
@@ -159,7 +165,7 @@ class Watch {
     }
 
     bool IsNews(ConflictType type, const Statement& statement) {
-        const std::uint64_t now = uv_now(loop_);
+        const u64 now = uv_now(loop_);
         std::erase_if(told_, [now](const auto& each) { return now - each.second >= kSilenceMs; });
         const std::span<const u8> bytes = BytesOf(statement.address);
         // Whoever floods the link with names must not fill our memory.
@@ -176,7 +182,7 @@ class Watch {
     u16 family_;
     Notifier& notifier_;
     std::optional<std::map<int, OwnIface>> own_;
-    std::map<Conflict, std::uint64_t> told_;
+    std::map<Conflict, u64> told_;
     int probes_left_ = 0;
     KernelEvents events_;
     Neighbours neighbours_;
@@ -215,10 +221,12 @@ class ConflictService : public Service {
     };
 
     Family& Of(u16 family) {
-        if (family == VIMBRA_FAMILY_IPV4)
+        if (family == VIMBRA_FAMILY_IPV4) {
             return v4_;
-        if (family == VIMBRA_FAMILY_IPV6)
+        }
+        if (family == VIMBRA_FAMILY_IPV6) {
             return v6_;
+        }
         throw Refusal(EINVAL, "no such address family");
     }
 

@@ -52,13 +52,13 @@ echo "@end"
 )";
 
 // For the message to the server that the address is free again.
-constexpr std::uint64_t kReleaseMs = 2'000;
+constexpr u64 kReleaseMs = 2'000;
 // Before a program that has ended by itself is started again; its interface may be gone.
-constexpr std::uint64_t kRestartMs = 5'000;
+constexpr u64 kRestartMs = 5'000;
 // Between two looks whether an interface has a link-local address that may be used.
-constexpr std::uint64_t kLinkLocalMs = 100;
+constexpr u64 kLinkLocalMs = 100;
 // A program that has no lease after this time, and each time again, is a failure to tell.
-constexpr std::uint64_t kAnswerMs = 10'000;
+constexpr u64 kAnswerMs = 10'000;
 // A lease time that means for ever.
 constexpr u32 kForEver = 0xffffffff;
 
@@ -134,7 +134,7 @@ class Client {
                                     called);
     }
 
-    void After(std::uint64_t milliseconds, uv_timer_cb call) {
+    void After(u64 milliseconds, uv_timer_cb call) {
         uv_timer_start(timer_.get(), call, milliseconds, 0);
     }
 
@@ -143,7 +143,7 @@ class Client {
               [](uv_timer_t* timer) { static_cast<Client*>(timer->data)->child_->Kill(SIGKILL); });
     }
 
-    void RestartAfter(std::uint64_t milliseconds) {
+    void RestartAfter(u64 milliseconds) {
         After(milliseconds,
               [](uv_timer_t* timer) { static_cast<Client*>(timer->data)->Restart(); });
     }
@@ -160,8 +160,9 @@ class Client {
     // Also told at the start, when there is nothing to lose.
     void Lose() {
         settings_.Remove();
-        if (std::exchange(has_lease_, false) && !Stopping())
+        if (std::exchange(has_lease_, false) && !Stopping()) {
             TellFailure();
+        }
     }
 
     void TellFailure() {
@@ -187,7 +188,7 @@ class Client {
             LogDebug("%.*s", static_cast<int>(line.size()), line.data());
             return;
         }
-        const std::size_t space = std::min(line.find(' '), line.size());
+        const size_t space = std::min(line.find(' '), line.size());
         const std::string_view key = line.substr(1, space - 1);
         const std::string_view value = line.substr(std::min(space + 1, line.size()));
         if (key == "event") {
@@ -204,8 +205,9 @@ class Client {
         } else if (key == "router" && IsZero(told_.tGateWay)) {
             told_.tGateWay = AddressOf(value);
         } else if (key == "dns" && told_.dwDnsNum < VIMBRA_DHCPC_DNS_MAX) {
-            if (const TVimbraAddr server = AddressOf(value); !IsZero(server))
+            if (const TVimbraAddr server = AddressOf(value); !IsZero(server)) {
                 told_.atDnsServer[told_.dwDnsNum++] = server;
+            }
         } else if (key == "end") {
             TakeEvent();
         }
@@ -237,8 +239,9 @@ class Client {
 
     void Ended(const ChildEnd& end) {
         child_.reset();
-        if (Continues(end))
+        if (Continues(end)) {
             return;
+        }
         if (Stopping()) {
             Finish();
             return;
@@ -327,42 +330,48 @@ class Ipv6Client : public Client {
         for (const std::string& each :
              {std::string("-D"), std::string("LL"), std::string("--no-pid"), std::string("-lf"),
               Files().PathOf(Leases()), std::string("-cf"), std::string("/dev/null"),
-              std::string("-sf"), Files().Write("hook6", kHookIpv6, 0700), Name()})
+              std::string("-sf"), Files().Write("hook6", kHookIpv6, 0700), Name()}) {
             command.push_back(each);
+        }
         return command;
     }
 
     // A lease that was not renewed ends; without one the failure is told again and again.
-    void Expect(std::uint64_t milliseconds) {
+    void Expect(u64 milliseconds) {
         uv_timer_start(
             lease_timer_.get(),
             [](uv_timer_t* timer) {
                 auto* self = static_cast<Ipv6Client*>(timer->data);
                 self->Expect(kAnswerMs);
-                if (self->HasLease())
+                if (self->HasLease()) {
                     self->Lose();
-                else if (!self->Stopping())
+                } else if (!self->Stopping()) {
                     self->TellFailure();
+                }
             },
             milliseconds, 0);
     }
 
     void LeaseTaken(u32 seconds) override {
-        if (seconds == kForEver)
+        if (seconds == kForEver) {
             uv_timer_stop(lease_timer_.get());
-        else
-            Expect(std::uint64_t{seconds} * 1000);
+        } else {
+            Expect(u64{seconds} * 1000);
+        }
     }
 
     bool Continues(const ChildEnd& end) override {
-        if (Stopping())
+        if (Stopping()) {
             return HasLease() && !std::exchange(releasing_, true) && Release();
-        if (end.signal != SIGUSR1)
+        }
+        if (end.signal != SIGUSR1) {
             return false;
+        }
         const bool asked = asked_;
         Restart();
-        if (!asked)
+        if (!asked) {
             signalled_();
+        }
         return true;
     }
 
@@ -402,10 +411,12 @@ class DhcpClientService : public Service {
         registry.On<FamilyIfaceBody, PlainResult>(
             wire::kDhcpcRenew, "DHCP client renew", [this](const FamilyIfaceBody& body) {
                 const auto found = clients_.find(KeyOf(body));
-                if (found == clients_.end())
+                if (found == clients_.end()) {
                     throw Refusal(ESRCH, "no client on this interface");
-                if (!found->second->HasProgram())
+                }
+                if (!found->second->HasProgram()) {
                     throw Refusal(ESRCH, "the client is about to be started again");
+                }
                 found->second->Renew();
                 return PlainResult{0};
             });
@@ -416,8 +427,9 @@ class DhcpClientService : public Service {
 
     static Key KeyOf(const wire::FamilyIfaceBody& body) {
         const u16 family = body.wSinFamily;
-        if (family != VIMBRA_FAMILY_IPV4 && family != VIMBRA_FAMILY_IPV6)
+        if (family != VIMBRA_FAMILY_IPV4 && family != VIMBRA_FAMILY_IPV6) {
             throw Refusal(EINVAL, "no such address family");
+        }
         return {NameOf(body.achIfaceName), family};
     }
 
@@ -426,13 +438,15 @@ class DhcpClientService : public Service {
     void Start(Registry& registry, const wire::FamilyIfaceBody& body) {
         const Key key = KeyOf(body);
         if (const auto found = clients_.find(key); found != clients_.end()) {
-            if (found->second->Stopping())
+            if (found->second->Stopping()) {
                 throw Refusal(EBUSY, "the client is being stopped");
+            }
             RenewIfItRuns(key);
             return;
         }
-        if (!files_)
+        if (!files_) {
             files_.emplace();
+        }
         auto client = MakeClient(registry, key);
         client->Run();
         clients_.emplace(key, std::move(client));
@@ -440,8 +454,9 @@ class DhcpClientService : public Service {
 
     std::unique_ptr<Client> MakeClient(Registry& registry, const Key& key) {
         const auto& [name, family] = key;
-        if (family == VIMBRA_FAMILY_IPV4)
+        if (family == VIMBRA_FAMILY_IPV4) {
             return std::make_unique<Ipv4Client>(loop_, registry, name, *files_);
+        }
         // Who looks for "udhcpc" finds "udhcpc6" as well: such a signal may be meant for the other.
         return std::make_unique<Ipv6Client>(loop_, registry, name, *files_, [this, name = name] {
             RenewIfItRuns({name, VIMBRA_FAMILY_IPV4});
@@ -450,8 +465,9 @@ class DhcpClientService : public Service {
 
     void RenewIfItRuns(const Key& key) {
         const auto found = clients_.find(key);
-        if (found != clients_.end() && found->second->HasProgram() && !found->second->Stopping())
+        if (found != clients_.end() && found->second->HasProgram() && !found->second->Stopping()) {
             found->second->Renew();
+        }
     }
 
     void Stop(const wire::FamilyIfaceBody& body, const Answer<wire::PlainResult>& answer) {
@@ -461,8 +477,9 @@ class DhcpClientService : public Service {
             answer({0});
             return;
         }
-        if (found->second->Stopping())
+        if (found->second->Stopping()) {
             throw Refusal(EBUSY, "the client is being stopped");
+        }
         found->second->Stop([this, key, answer] {
             const auto ended = clients_.extract(key);
             answer({0});

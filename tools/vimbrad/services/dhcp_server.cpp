@@ -31,8 +31,8 @@ constexpr int kAutoTime = 2;
 // What the file may grow to; readers of the lease file see fewer.
 constexpr u32 kLeasesMax = 4096;
 // A server that cannot work ends within this time; after it a start is answered.
-constexpr std::uint64_t kSettleMs = 300;
-constexpr std::uint64_t kKillMs = 2'000;
+constexpr u64 kSettleMs = 300;
+constexpr u64 kKillMs = 2'000;
 
 std::string TextOf(const TVimbraAddr& address) {
     char text[INET_ADDRSTRLEN] = "";
@@ -51,14 +51,18 @@ bool HasRouter(const TVimbraDhcpsInfo& pool) {
 
 void CheckPool(const TVimbraDhcpsInfo& pool) {
     if (pool.tIpPoolStart.wSinFamily != VIMBRA_FAMILY_IPV4 ||
-        pool.tIpPoolEnd.wSinFamily != VIMBRA_FAMILY_IPV4)
+        pool.tIpPoolEnd.wSinFamily != VIMBRA_FAMILY_IPV4) {
         throw Refusal(EINVAL, "a pool of another family");
-    if (pool.dwIpPoolPrefix == 0 || pool.dwIpPoolPrefix > 32)
+    }
+    if (pool.dwIpPoolPrefix == 0 || pool.dwIpPoolPrefix > 32) {
         throw Refusal(EINVAL, "no such prefix length");
-    if (HostOrder(pool.tIpPoolStart) > HostOrder(pool.tIpPoolEnd))
+    }
+    if (HostOrder(pool.tIpPoolStart) > HostOrder(pool.tIpPoolEnd)) {
         throw Refusal(EINVAL, "a pool that ends before it starts");
-    if (pool.tDnsServerInfo.dwDnsNum > VIMBRA_DHCPS_DNS_MAX)
+    }
+    if (pool.tDnsServerInfo.dwDnsNum > VIMBRA_DHCPS_DNS_MAX) {
         throw Refusal(EINVAL, "more DNS servers than the list can hold");
+    }
 }
 
 std::string NetmaskOf(u32 prefix) {
@@ -77,14 +81,16 @@ std::string ConfigurationOf(const std::string& name, const TVimbraDhcpsInfo& poo
                        lease_file + "\npidfile " + pid_file + "\nauto_time " +
                        std::to_string(kAutoTime) + "\noption subnet " +
                        NetmaskOf(pool.dwIpPoolPrefix) + "\n";
-    if (HasRouter(pool))
+    if (HasRouter(pool)) {
         text += "option router " + TextOf(pool.tRoutes) + "\n";
+    }
     // One line for each: udhcpd adds them up, and its lines are limited.
     const TVimbraDnsInfo& dns = pool.tDnsServerInfo;
     for (u32 i = 0; i < dns.dwDnsNum; ++i) {
         const TVimbraAddr server = dns.tDnsIp[i];
-        if (server.wSinFamily == VIMBRA_FAMILY_IPV4)
+        if (server.wSinFamily == VIMBRA_FAMILY_IPV4) {
             text += "option dns " + TextOf(server) + "\n";
+        }
     }
     return text;
 }
@@ -93,8 +99,9 @@ std::string ConfigurationOf(const std::string& name, const TVimbraDhcpsInfo& poo
 void MakeLeaseFile(const std::string& path) {
     mkdir(kLeaseDir, 0755);
     const vimbra::Fd file(open, path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
-    if (!file)
+    if (!file) {
         throw Refusal(errno, path + ": " + std::strerror(errno));
+    }
 }
 
 // The server of one interface, from its start to its end.
@@ -121,8 +128,9 @@ class DhcpServer {
         After(kSettleMs, [](uv_timer_t* timer) {
             auto* self = static_cast<DhcpServer*>(timer->data);
             LogInfo("DHCP server on %s: started", self->name_.c_str());
-            for (const auto& each : std::exchange(self->starting_, {}))
+            for (const auto& each : std::exchange(self->starting_, {})) {
                 each({0});
+            }
         });
     }
 
@@ -138,15 +146,17 @@ class DhcpServer {
     const std::string& LeaseFile() const { return lease_file_; }
 
  private:
-    void After(std::uint64_t milliseconds, uv_timer_cb call) {
+    void After(u64 milliseconds, uv_timer_cb call) {
         uv_timer_start(timer_.get(), call, milliseconds, 0);
     }
 
     void HasEnded(const ChildEnd& end) {
-        if (!stopping_)
+        if (!stopping_) {
             LogWarning("DHCP server on %s: ended with %s", name_.c_str(), end.Text().c_str());
-        for (const auto& each : std::exchange(starting_, {}))
+        }
+        for (const auto& each : std::exchange(starting_, {})) {
             each.Refuse(EIO, "the server ended at once");
+        }
         const Ended ended = std::move(ended_);
         ended();
     }
@@ -202,10 +212,12 @@ class DhcpServerService : public Service {
     using Then = std::function<void()>;
 
     static void CheckFamily(u16 family) {
-        if (family == VIMBRA_FAMILY_IPV6)
+        if (family == VIMBRA_FAMILY_IPV6) {
             throw Refusal(ENOTSUP, "no DHCP server for IPv6");
-        if (family != VIMBRA_FAMILY_IPV4)
+        }
+        if (family != VIMBRA_FAMILY_IPV4) {
             throw Refusal(EINVAL, "no such address family");
+        }
     }
 
     // A server that runs makes room for one with the new pool.
@@ -227,12 +239,14 @@ class DhcpServerService : public Service {
 
     void Run(const std::string& name, const TVimbraDhcpsInfo& pool,
              const Answer<wire::PlainResult>& answer) {
-        if (servers_.contains(name))
+        if (servers_.contains(name)) {
             throw Refusal(EBUSY, "somebody else starts it");
+        }
         const std::string lease_file = LeaseFileFor(name);
         MakeLeaseFile(lease_file);
-        if (!files_)
+        if (!files_) {
             files_.emplace();
+        }
         const std::string configuration = files_->Write(
             name, ConfigurationOf(name, pool, lease_file, files_->PathOf(name + ".pid")), 0600);
         auto server = std::make_unique<DhcpServer>(loop_, name, lease_file, configuration,
@@ -245,8 +259,9 @@ class DhcpServerService : public Service {
     // watch, others have one of their own beside it.
     std::string LeaseFileFor(const std::string& name) const {
         for (const auto& [_, server] : servers_) {
-            if (server->LeaseFile() == kLeaseFile)
+            if (server->LeaseFile() == kLeaseFile) {
                 return std::string(kLeaseFile) + "." + name;
+            }
         }
         return kLeaseFile;
     }
@@ -256,13 +271,15 @@ class DhcpServerService : public Service {
         std::vector<Then> ready;
         std::erase_if(waiting_, [&](Waiting& each) {
             std::erase(each.names, name);
-            if (!each.names.empty())
+            if (!each.names.empty()) {
                 return false;
+            }
             ready.push_back(std::move(each.then));
             return true;
         });
-        for (const Then& each : ready)
+        for (const Then& each : ready) {
             each();
+        }
     }
 
     // Stops servers, and goes on when all of them have ended.
@@ -270,16 +287,19 @@ class DhcpServerService : public Service {
     void StopThen(Which which, Then then) {
         Waiting waiting{{}, std::move(then)};
         for (const auto& [name, server] : servers_) {
-            if (!which(name))
+            if (!which(name)) {
                 continue;
+            }
             waiting.names.push_back(name);
-            if (!server->Stopping())
+            if (!server->Stopping()) {
                 server->Stop();
+            }
         }
-        if (waiting.names.empty())
+        if (waiting.names.empty()) {
             waiting.then();
-        else
+        } else {
             waiting_.push_back(std::move(waiting));
+        }
     }
 
     struct Waiting {

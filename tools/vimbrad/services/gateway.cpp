@@ -40,15 +40,17 @@ std::vector<Route> DefaultRoutes(u16 family, u32 table) {
 }
 
 std::vector<Route> DefaultRoutesOf(const std::string& name, u16 family, u32 table) {
-    if (family != VIMBRA_FAMILY_IPV4 && family != VIMBRA_FAMILY_IPV6)
+    if (family != VIMBRA_FAMILY_IPV4 && family != VIMBRA_FAMILY_IPV6) {
         throw Refusal(EINVAL, "no such address family");
+    }
     const int iface = IfaceNumber(name);
     std::vector<Route> routes = DefaultRoutes(family, table);
     std::erase_if(routes, [iface](const Route& each) {
         return iface != 0 && SpecOf(each.get()).iface != iface;
     });
-    if (routes.empty())
+    if (routes.empty()) {
         throw Refusal(ESRCH, "no default gateway");
+    }
     return routes;
 }
 
@@ -60,8 +62,9 @@ wire::TIpcGateWay Get(const wire::FamilyIfaceBody& body, u32 table) {
 
 wire::PlainResult Delete(const wire::FamilyIfaceBody& body, u32 table) {
     for (const Route& each :
-         DefaultRoutesOf(NameOf(body.achIfaceName), body.wSinFamily, TableNumber(table)))
+         DefaultRoutesOf(NameOf(body.achIfaceName), body.wSinFamily, TableNumber(table))) {
         DeleteRoute(each.get());
+    }
     return {0};
 }
 
@@ -109,8 +112,9 @@ class GatewayService : public Service {
         MakeNlAddr(wanted.gateway, 0);
         wanted.iface = IfaceNumber(NameOf(body.achIfaceName));
         if (wanted.iface == 0) {
-            if (IsZero(wanted.gateway))
+            if (IsZero(wanted.gateway)) {
                 throw Refusal(EINVAL, "neither interface nor gateway");
+            }
             wanted.iface = IfaceTowards(wanted.gateway);
         }
 
@@ -118,17 +122,20 @@ class GatewayService : public Service {
         std::set<u32> taken;
         std::erase_if(own, [&](const Route& each) {
             const RouteSpec held = SpecOf(each.get());
-            if (held.iface == wanted.iface && !IsAnnounced(each))
+            if (held.iface == wanted.iface && !IsAnnounced(each)) {
                 return false;
+            }
             taken.insert(MetricOf(each));
             return true;
         });
         wanted.metric =
             FirstFree(taken, BaseMetric(wanted.iface, wanted.destination.wSinFamily, wanted.table));
-        if (!Keep(own, wanted))
+        if (!Keep(own, wanted)) {
             Install(own, wanted);
-        for (const Route& each : own)
+        }
+        for (const Route& each : own) {
             DeleteRoute(each.get());
+        }
         return {0};
     }
 
@@ -144,26 +151,30 @@ class GatewayService : public Service {
         const bool replaces = std::erase_if(own, [&wanted](const Route& each) {
                                   return MetricOf(each) == wanted.metric;
                               }) != 0;
-        if (replaces)
+        if (replaces) {
             ReplaceRoute(wanted);
-        else
+        } else {
             AddRoute(wanted);
+        }
     }
 
     static u32 FirstFree(const std::set<u32>& taken, u32 metric) {
-        while (taken.contains(metric))
+        while (taken.contains(metric)) {
             ++metric;
+        }
         return metric;
     }
 
     // Where the metric of an interface's default route starts.
     u32 BaseMetric(int iface, u16 family, u32 table) const {
-        if (priority_.dwNetNum == 0 || table != RT_TABLE_MAIN)
+        if (priority_.dwNetNum == 0 || table != RT_TABLE_MAIN) {
             return family == VIMBRA_FAMILY_IPV6 ? kIpv6DefaultMetric : 0;
+        }
         for (u32 place = 0; place < priority_.dwNetNum; ++place) {
             const TVimbraNetworkPriority& entry = priority_.tNetPrioParam[place];
-            if (Number(entry) != iface)
+            if (Number(entry) != iface) {
                 continue;
+            }
             return (entry.ePrio == VIMBRA_NETWORK_PRIORITY_DEF
                         ? kMetricOfDefaultPriority
                         : entry.ePrio * kMetricsPerPriority) +
@@ -184,22 +195,26 @@ class GatewayService : public Service {
     wire::PlainResult SetPriority(const TVimbraNetworkPrioInfo& list) {
         CheckPriority(list);
         priority_ = list;
-        for (const u16 family : {VIMBRA_FAMILY_IPV4, VIMBRA_FAMILY_IPV6})
+        for (const u16 family : {VIMBRA_FAMILY_IPV4, VIMBRA_FAMILY_IPV6}) {
             Reorder(family);
+        }
         return {0};
     }
 
     static void CheckPriority(const TVimbraNetworkPrioInfo& list) {
-        if (list.dwNetNum > VIMBRA_NETWORK_PRIORITY_MAX)
+        if (list.dwNetNum > VIMBRA_NETWORK_PRIORITY_MAX) {
             throw Refusal(EINVAL, "more interfaces than the list can hold");
+        }
         std::set<std::string> names;
         for (u32 i = 0; i < list.dwNetNum; ++i) {
             const TVimbraNetworkPriority& entry = list.tNetPrioParam[i];
-            if (entry.ePrio > VIMBRA_NETWORK_PRIORITY_5)
+            if (entry.ePrio > VIMBRA_NETWORK_PRIORITY_5) {
                 throw Refusal(EINVAL, "no such priority");
+            }
             const std::string name = NameOf(entry.achIfaceName);
-            if (name.empty() || !names.insert(name).second)
+            if (name.empty() || !names.insert(name).second) {
                 throw Refusal(EINVAL, "an interface without a name, or named twice");
+            }
         }
     }
 
@@ -214,10 +229,11 @@ class GatewayService : public Service {
         std::set<u32> taken;
         for (Route& each : DefaultRoutes(family, RT_TABLE_MAIN)) {
             const RouteSpec held = SpecOf(each.get());
-            if (IsAnnounced(each))
+            if (IsAnnounced(each)) {
                 taken.insert(MetricOf(each));
-            else
+            } else {
                 moves.push_back({std::move(each), BaseMetric(held.iface, family, RT_TABLE_MAIN)});
+            }
         }
         std::stable_sort(moves.begin(), moves.end(), [](const Move& one, const Move& other) {
             return one.metric < other.metric;

@@ -31,8 +31,9 @@ wire::TIpcMac GetMac(const wire::IfaceBody& body) {
     const Link link = Netlink().FindLink(NameOf(body.achIfaceName));
     const nl_addr* mac = rtnl_link_get_addr(link.get());
     wire::TIpcMac reply{};
-    if (mac == nullptr || nl_addr_get_len(mac) != sizeof(reply.tIpcIfaceMac.abyMacAddr))
+    if (mac == nullptr || nl_addr_get_len(mac) != sizeof(reply.tIpcIfaceMac.abyMacAddr)) {
         throw Refusal(EOPNOTSUPP, "the interface has no MAC address");
+    }
     std::memcpy(reply.tIpcIfaceMac.abyMacAddr, nl_addr_get_binary_addr(mac),
                 sizeof(reply.tIpcIfaceMac.abyMacAddr));
     return reply;

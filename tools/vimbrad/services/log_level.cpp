@@ -7,8 +7,9 @@ namespace vimbrad {
 namespace {
 
 wire::PlainResult Switch(const wire::LogSwitchBody& body) {
-    if (body.dwSwitch > kLogLevelMax)
+    if (body.dwSwitch > kLogLevelMax) {
         throw Refusal(EINVAL, "no such log level");
+    }
     SetLogLevel(static_cast<LogLevel>(body.dwSwitch));
     LogInfo("log level %u", body.dwSwitch);
     return {0};

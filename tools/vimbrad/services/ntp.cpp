@@ -35,7 +35,7 @@ constexpr u32 kRetry = 64;
 // For an answer, in seconds; the question is repeated every two. It is chronyd that counts them.
 constexpr int kAnswer = 5;
 // A chronyd that still runs then never ends.
-constexpr std::uint64_t kHangMs = 10'000;
+constexpr u64 kHangMs = 10'000;
 // An offset below it is worked off little by little, so that time neither jumps nor goes back; the
 // limit is that of RFC 5905.
 constexpr s64 kStepMicroseconds = 128'000;
@@ -56,16 +56,18 @@ TVimbraAddr ServerOf(const TVimbraAddr& named) {
     const bool multicast = server.wSinFamily == VIMBRA_FAMILY_IPV4
                                ? IN_MULTICAST(ntohl(server.tV4Addr.s_addr))
                                : IN6_IS_ADDR_MULTICAST(&server.tV6Addr);
-    if (IsZero(server) || multicast)
+    if (IsZero(server) || multicast) {
         throw Refusal(EINVAL, "not the address of a server");
+    }
     return server;
 }
 
 // Why nothing can be sent to a server, as far as the kernel knows without trying; 0 when it can.
 int WayError(const TVimbraAddr& server) {
     const vimbra::Fd fd(socket, server.wSinFamily, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (!fd)
+    if (!fd) {
         return errno;
+    }
     sockaddr_storage address{};
     socklen_t length = sizeof(address);
     nl_addr_fill_sockaddr(Whole(server).get(), reinterpret_cast<sockaddr*>(&address), &length);
@@ -79,10 +81,12 @@ int AdjustClock(s64 microseconds) {
     // What is left of an earlier one is forgotten: it was measured again.
     change.modes = ADJ_OFFSET_SINGLESHOT;
     change.offset = step ? 0 : microseconds;
-    if (adjtimex(&change) < 0)
+    if (adjtimex(&change) < 0) {
         return errno;
-    if (!step)
+    }
+    if (!step) {
         return 0;
+    }
     change = {};
     change.modes = ADJ_SETOFFSET;
     change.time.tv_sec = microseconds / kMicroseconds;
@@ -143,11 +147,12 @@ class Question {
     void TakeLine(std::string_view line) {
         LogDebug("%.*s", static_cast<int>(line.size()), line.data());
         constexpr std::string_view kWrongBy = "System clock wrong by ";
-        if (const std::size_t at = line.find(kWrongBy); at != line.npos) {
+        if (const size_t at = line.find(kWrongBy); at != line.npos) {
             double seconds = 0;
             const char* number = line.data() + at + kWrongBy.size();
-            if (std::from_chars(number, line.data() + line.size(), seconds).ec == std::errc())
+            if (std::from_chars(number, line.data() + line.size(), seconds).ec == std::errc()) {
                 offset_ = std::llround(seconds * kMicroseconds);
+            }
         }
         timed_out_ = timed_out_ || line.ends_with("Timeout reached");
         last_line_ = line;
@@ -209,7 +214,7 @@ class Client {
     void AskAgainAfter(u32 seconds) {
         uv_timer_start(
             timer_.get(), [](uv_timer_t* timer) { static_cast<Client*>(timer->data)->AskAgain(); },
-            std::uint64_t{seconds} * 1000, 0);
+            u64{seconds} * 1000, 0);
     }
 
     void AskAgain() {
@@ -225,8 +230,9 @@ class Client {
 
     void Take(const Outcome& outcome) {
         int error = outcome.error;
-        if (error == 0 && sets_clock_)
+        if (error == 0 && sets_clock_) {
             error = AdjustClock(outcome.offset);
+        }
         if (error != 0) {
             Fail(error);
             return;
@@ -295,10 +301,12 @@ class NtpService : public Service {
     };
 
     Family& Of(u16 family) {
-        if (family == VIMBRA_FAMILY_IPV4)
+        if (family == VIMBRA_FAMILY_IPV4) {
             return v4_;
-        if (family == VIMBRA_FAMILY_IPV6)
+        }
+        if (family == VIMBRA_FAMILY_IPV6) {
             return v6_;
+        }
         throw Refusal(EINVAL, "no such address family");
     }
 
@@ -306,8 +314,9 @@ class NtpService : public Service {
     PlainResult Start(const wire::NtpcStartBody& body) {
         Family& family = Of(body.wSinFamily);
         const TVimbraAddr server = ServerOf(body.tServerIp);
-        if (server.wSinFamily != body.wSinFamily)
+        if (server.wSinFamily != body.wSinFamily) {
             throw Refusal(EINVAL, "a server of another family");
+        }
         family.notifier.Clear();
         family.client =
             std::make_unique<Client>(context_, server, body.dwSyncTimeInterval, family.notifier);
@@ -315,16 +324,18 @@ class NtpService : public Service {
     }
 
     void Check(const TVimbraAddr& server, const Answer<PlainResult>& answer) {
-        if (const int error = WayError(server); error != 0)
+        if (const int error = WayError(server); error != 0) {
             throw Refusal(error);
+        }
         const u32 number = next_check_++;
         checks_[number] = std::make_unique<Question>(
             context_.loop, server, [this, number, answer](const Outcome& outcome) {
                 const auto ended = checks_.extract(number);
-                if (outcome.error != 0)
+                if (outcome.error != 0) {
                     answer.Refuse(outcome.error);
-                else
+                } else {
                     answer({0});
+                }
             });
     }
 

@@ -22,27 +22,33 @@ enum PingEvent : u32 {
     kTtlExceeded = 3,
 };
 
-constexpr std::uint64_t kIntervalMs = 1'000;
+constexpr u64 kIntervalMs = 1'000;
 constexpr s32 kTimeoutMs = 1'000;
 constexpr s32 kTimeoutMaxMs = 3'600'000;
 constexpr s32 kPayload = 56;
 constexpr s32 kTtlMax = 255;
-constexpr std::size_t kTestsMax = 64;
+constexpr size_t kTestsMax = 64;
 
 TVimbraPingOpt Checked(TVimbraPingOpt options, u16 family) {
     const auto within = [](s32 value, s32 most) { return value >= 0 && value <= most; };
-    if (!within(options.nPktSize, static_cast<s32>(MaxPayload(family))))
+    if (!within(options.nPktSize, static_cast<s32>(MaxPayload(family)))) {
         throw Refusal(EINVAL, "no such payload");
-    if (!within(options.nTimeOut, kTimeoutMaxMs))
+    }
+    if (!within(options.nTimeOut, kTimeoutMaxMs)) {
         throw Refusal(EINVAL, "no such time-out");
-    if (!within(options.nTtl, kTtlMax))
+    }
+    if (!within(options.nTtl, kTtlMax)) {
         throw Refusal(EINVAL, "no such time to live");
-    if (options.nCount < 0)
+    }
+    if (options.nCount < 0) {
         throw Refusal(EINVAL, "no such number of probes");
-    if (options.nPktSize == 0)
+    }
+    if (options.nPktSize == 0) {
         options.nPktSize = kPayload;
-    if (options.nTimeOut == 0)
+    }
+    if (options.nTimeOut == 0) {
         options.nTimeOut = kTimeoutMs;
+    }
     return options;
 }
 
@@ -65,16 +71,17 @@ class Test {
  private:
     struct Probe {
         s32 number;
-        std::uint64_t deadline;
+        u64 deadline;
     };
 
     bool Done() const { return options_.nCount != 0 && sent_ == options_.nCount; }
 
     void Schedule() {
-        std::uint64_t due = Done() ? UINT64_MAX : next_;
-        if (!waiting_.empty())
+        u64 due = Done() ? UINT64_MAX : next_;
+        if (!waiting_.empty()) {
             due = std::min(due, waiting_.front().deadline);
-        const std::uint64_t now = uv_now(loop_);
+        }
+        const u64 now = uv_now(loop_);
         uv_timer_start(
             timer_.get(), [](uv_timer_t* timer) { static_cast<Test*>(timer->data)->Work(); },
             due > now ? due - now : 0, 0);
@@ -82,11 +89,11 @@ class Test {
 
     // One step at a time: a report may end the test.
     void Work() {
-        const std::uint64_t now = uv_now(loop_);
+        const u64 now = uv_now(loop_);
         Schedule();
         if (!waiting_.empty() && waiting_.front().deadline <= now) {
             const s32 number = waiting_.front().number;
-            prober_.Forget(static_cast<std::uint16_t>(number));
+            prober_.Forget(static_cast<u16>(number));
             End(waiting_.begin(), kTimeout, {});
         } else if (!Done() && next_ <= now) {
             next_ = now + kIntervalMs;
@@ -95,24 +102,26 @@ class Test {
     }
 
     // Probes are numbered from 1.
-    void SendNext(std::uint64_t now) {
+    void SendNext(u64 now) {
         ++sent_;
-        waiting_.push_back({sent_, now + static_cast<std::uint64_t>(options_.nTimeOut)});
+        waiting_.push_back({sent_, now + static_cast<u64>(options_.nTimeOut)});
         Schedule();
-        const int error = prober_.Send(static_cast<std::uint16_t>(sent_), options_.nTtl,
-                                       static_cast<std::size_t>(options_.nPktSize));
-        if (error == 0)
+        const int error = prober_.Send(static_cast<u16>(sent_), options_.nTtl,
+                                       static_cast<size_t>(options_.nPktSize));
+        if (error == 0) {
             return;
+        }
         LogDebug("ping %d: %s", id_, std::strerror(error));
         End(std::prev(waiting_.end()), kUnreachable, {});
     }
 
     void Take(const Echo& echo) {
         const auto probe = std::ranges::find_if(waiting_, [&echo](const Probe& each) {
-            return static_cast<std::uint16_t>(each.number) == echo.number;
+            return static_cast<u16>(each.number) == echo.number;
         });
-        if (probe == waiting_.end())
+        if (probe == waiting_.end()) {
             return;
+        }
         switch (echo.outcome) {
             case Outcome::kReply:
                 End(probe, kReply, echo);
@@ -134,8 +143,9 @@ class Test {
         message.seq = probe->number;
         waiting_.erase(probe);
         message.over_flag = Done() && waiting_.empty() ? wire::kPingLast : wire::kPingMore;
-        if (message.over_flag == wire::kPingMore)
+        if (message.over_flag == wire::kPingMore) {
             Schedule();
+        }
         // The test may be gone after this.
         const Report report = report_;
         report(event, message);
@@ -150,7 +160,7 @@ class Test {
     // In the order in which they were sent, and so in that of their deadlines.
     std::deque<Probe> waiting_;
     UvHandle<uv_timer_t> timer_;
-    std::uint64_t next_;
+    u64 next_;
 };
 
 class PingService : public Service {
@@ -171,14 +181,16 @@ class PingService : public Service {
     // A client that is new may use the number of one that has gone.
     wire::PlainResult Start(const wire::PingStartBody& body) {
         Stop(body.nUserID);
-        if (tests_.size() == kTestsMax)
+        if (tests_.size() == kTestsMax) {
             throw Refusal(EBUSY, "too many tests");
+        }
         notifier_.AwaitListener();
         tests_[body.nUserID] = std::make_unique<Test>(
             loop_, body, [this](PingEvent event, const wire::pingmsg& message) {
                 notifier_.Post(event, message);
-                if (message.over_flag != wire::kPingMore)
+                if (message.over_flag != wire::kPingMore) {
                     tests_.erase(static_cast<s32>(message.nUserID));
+                }
             });
         return {0};
     }

@@ -46,9 +46,9 @@ constexpr std::string_view kOurIpv6Mark = "local  LL address ";
 constexpr std::string_view kPeerIpv6Mark = "remote LL address ";
 
 // Longer than pppd asks a silent peer to end the link.
-constexpr std::uint64_t kHangUpMs = 8'000;
+constexpr u64 kHangUpMs = 8'000;
 // The least time between two dials: a dial may fail at once.
-constexpr std::uint64_t kRedialMinMs = 1'000;
+constexpr u64 kRedialMinMs = 1'000;
 constexpr u32 kEchoMax = 255;
 
 bool Overlap(u16 one, u16 other) {
@@ -57,8 +57,9 @@ bool Overlap(u16 one, u16 other) {
 
 // What of a link is not spoken of by a request; 0 for nothing.
 u16 OtherHalf(u16 link, u16 request) {
-    if (link != VIMBRA_FAMILY_BOTH || request == VIMBRA_FAMILY_BOTH)
+    if (link != VIMBRA_FAMILY_BOTH || request == VIMBRA_FAMILY_BOTH) {
         return 0;
+    }
     return request == VIMBRA_FAMILY_IPV4 ? VIMBRA_FAMILY_IPV6 : VIMBRA_FAMILY_IPV4;
 }
 
@@ -79,35 +80,40 @@ TVimbraAddr AddressOf(u16 family, const std::string& text) {
 std::string Quoted(std::string_view word) {
     std::string text = "\"";
     for (const char each : word) {
-        if (each == '"' || each == '\\')
+        if (each == '"' || each == '\\') {
             text += '\\';
+        }
         text += each;
     }
     return text + '"';
 }
 
 // A text field. No name and no password has control characters.
-template <std::size_t N>
+template <size_t N>
 std::string FieldOf(const char (&field)[N], const char* what) {
     const std::string text(field, strnlen(field, N));
-    if (text.empty() || std::ranges::any_of(text, [](unsigned char each) { return iscntrl(each); }))
+    if (text.empty() ||
+        std::ranges::any_of(text, [](unsigned char each) { return iscntrl(each); })) {
         throw Refusal(EINVAL, std::string("no such ") + what);
+    }
     return text;
 }
 
 // An options file of pppd. The plug-in comes first: it knows what the interface is.
 std::string OptionsOf(u16 family, const PppoeConfig& config, const std::string& hook,
                       const std::string& no_hook) {
-    if (config.lcp_echo_interval > kEchoMax || config.lcp_echo_failure > kEchoMax)
+    if (config.lcp_echo_interval > kEchoMax || config.lcp_echo_failure > kEchoMax) {
         throw Refusal(EINVAL, "no such echo interval or count");
+    }
     std::string text;
     const auto add = [&text](const std::string& option) { text += option + "\n"; };
     add("plugin pppoe.so");
     add(Quoted("nic-" + NameOf(config.devname)));
     add("user " + Quoted(FieldOf(config.username, "user name")));
     add("password " + Quoted(FieldOf(config.password, "password")));
-    for (const char* each : {"hide-password", "noauth", "nodetach", "nopersist", "logfd 1"})
+    for (const char* each : {"hide-password", "noauth", "nodetach", "nopersist", "logfd 1"}) {
         add(each);
+    }
     add("ip-up-script " + Quoted(hook));
     add("ip-down-script " + Quoted(no_hook));
     add("lcp-echo-interval " + std::to_string(config.lcp_echo_interval));
@@ -126,15 +132,17 @@ std::string OptionsOf(u16 family, const PppoeConfig& config, const std::string& 
     } else {
         add("noipv6");
     }
-    if (config.debug != 0)
+    if (config.debug != 0) {
         add("debug");
+    }
     return text;
 }
 
 // pppd would find out, too, but nobody would be told why.
 void CheckKernel() {
-    if (vimbra::Fd(open, kDevice, O_RDWR | O_CLOEXEC))
+    if (vimbra::Fd(open, kDevice, O_RDWR | O_CLOEXEC)) {
         return;
+    }
     const int error = errno;
     const bool none = error == ENOENT || error == ENODEV || error == ENXIO;
     throw Refusal(none ? EOPNOTSUPP : error, std::string(kDevice) + ": " + std::strerror(error));
@@ -188,7 +196,7 @@ class PppoeLink {
         LogInfo("PPPoE link for %s: dials on %s", TextOf(family_), NameOf(config_.devname).c_str());
     }
 
-    void After(std::uint64_t milliseconds, uv_timer_cb call) {
+    void After(u64 milliseconds, uv_timer_cb call) {
         uv_timer_start(timer_.get(), call, milliseconds, 0);
     }
 
@@ -215,8 +223,9 @@ class PppoeLink {
     }
 
     void TellConnected(const TVimbraPppoeAddr& addresses) {
-        if (stopped_)
+        if (stopped_) {
             return;
+        }
         LogInfo("PPPoE link for %s: %s is up", TextOf(family_),
                 TextOf(addresses.tOurIpaddr.wSinFamily));
         was_up_ = true;
@@ -244,7 +253,7 @@ class PppoeLink {
             notifier_.Post(wire::kPppoeStopped);
             return;
         }
-        After(std::max(config_.dial_retry_seconds * std::uint64_t{1000}, kRedialMinMs),
+        After(std::max(config_.dial_retry_seconds * u64{1000}, kRedialMinMs),
               [](uv_timer_t* timer) { static_cast<PppoeLink*>(timer->data)->Redial(); });
     }
 
@@ -304,8 +313,9 @@ class PppoeService : public Service {
 
     static void CheckFamily(u16 family) {
         if (family != VIMBRA_FAMILY_IPV4 && family != VIMBRA_FAMILY_IPV6 &&
-            family != VIMBRA_FAMILY_BOTH)
+            family != VIMBRA_FAMILY_BOTH) {
             throw Refusal(EINVAL, "no such address family");
+        }
     }
 
     // What cannot be dialled leaves the link that runs alone.
@@ -334,8 +344,9 @@ class PppoeService : public Service {
     // are carried out one after the other.
     void HangUpThen(u16 family, Then then) {
         waiting_.push_back({family, std::move(then)});
-        if (waiting_.size() == 1)
+        if (waiting_.size() == 1) {
             Work();
+        }
     }
 
     void Work() {

@@ -25,14 +25,16 @@ api_ipaddr_show_info Report(const wire::IfaceBody& body) {
     api_ipaddr_show_info reply{};
     ir_ipaddr_show_info& report = reply.ipaddr_show_info;
     report.mtu = rtnl_link_get_mtu(link.get());
-    if (const nl_addr* mac = rtnl_link_get_addr(link.get()))
+    if (const nl_addr* mac = rtnl_link_get_addr(link.get())) {
         WriteText(mac, report.mac);
+    }
 
     ir_ipaddr_param_all& all = report.ipaddr_param_all;
     for (const IfaceAddr& each :
          kernel.Addresses(rtnl_link_get_ifindex(link.get()), VIMBRA_FAMILY_BOTH)) {
-        if (all.ipnum == std::size(all.ipaddr_param))
+        if (all.ipnum == std::size(all.ipaddr_param)) {
             break;
+        }
         ir_ipaddr_param& entry = all.ipaddr_param[all.ipnum++];
         WriteText(rtnl_addr_get_local(each.get()), entry.ipaddr);
         entry.ipmask = static_cast<u32>(rtnl_addr_get_prefixlen(each.get()));

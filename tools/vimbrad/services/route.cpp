@@ -61,10 +61,12 @@ wire::PlainResult Add(const TVimbraIpRouteParam& record, u32 table) {
 wire::PlainResult Delete(const TVimbraIpRouteParam& record, u32 table) {
     std::vector<Route> routes = Matching(Wanted(record, table));
     auto route = WithMetric(routes, record.dwRoutePri);
-    if (route == routes.end() && record.dwRoutePri == 0)
+    if (route == routes.end() && record.dwRoutePri == 0) {
         route = routes.begin();
-    if (route == routes.end())
+    }
+    if (route == routes.end()) {
         throw Refusal(ESRCH, "no such route");
+    }
     DeleteRoute(route->get());
     return {0};
 }
@@ -72,16 +74,19 @@ wire::PlainResult Delete(const TVimbraIpRouteParam& record, u32 table) {
 // The route with the new metric comes before the one with the old goes.
 wire::PlainResult ModifyMetric(const TVimbraIpRouteParam& record) {
     std::vector<Route> routes = Matching(Wanted(record, RT_TABLE_MAIN));
-    if (routes.empty())
+    if (routes.empty()) {
         throw Refusal(ESRCH, "no such route");
-    if (WithMetric(routes, record.dwRoutePri) != routes.end())
+    }
+    if (WithMetric(routes, record.dwRoutePri) != routes.end()) {
         return {0};
+    }
     RouteSpec occupied = Wanted(record, RT_TABLE_MAIN);
     occupied.iface = 0;
     occupied.gateway = {occupied.destination.wSinFamily, {}};
     std::vector<Route> rivals = Matching(occupied);
-    if (WithMetric(rivals, record.dwRoutePri) != rivals.end())
+    if (WithMetric(rivals, record.dwRoutePri) != rivals.end()) {
         throw Refusal(EEXIST, "another route to the destination has this metric");
+    }
     AppendWithMetric(routes.front().get(), record.dwRoutePri);
     DeleteRoute(routes.front().get());
     return {0};
@@ -91,8 +96,9 @@ TVimbraIpRouteParam RecordOf(rtnl_route* route) {
     const RouteSpec spec = SpecOf(route);
     TVimbraIpRouteParam record{};
     char name[IF_NAMESIZE] = "";
-    if (if_indextoname(static_cast<unsigned>(spec.iface), name) != nullptr)
+    if (if_indextoname(static_cast<unsigned>(spec.iface), name) != nullptr) {
         std::memcpy(record.achIfaceName, name, sizeof(record.achIfaceName));
+    }
     record.tDestIpNet = spec.destination;
     record.tDestGateWay = spec.gateway;
     record.dwPrefix = spec.prefix;
@@ -105,10 +111,12 @@ TVimbraIpRouteParam RecordOf(rtnl_route* route) {
 wire::TIpcAllRoute List(const wire::FamilyBody& body) {
     std::vector<Route> routes;
     for (const u16 family : {VIMBRA_FAMILY_IPV4, VIMBRA_FAMILY_IPV6}) {
-        if (!Covers(body.wSinFamily, family))
+        if (!Covers(body.wSinFamily, family)) {
             continue;
-        for (Route& each : ListRoutes(family, RT_TABLE_MAIN))
+        }
+        for (Route& each : ListRoutes(family, RT_TABLE_MAIN)) {
             routes.push_back(std::move(each));
+        }
     }
     std::stable_partition(routes.begin(), routes.end(), [](const Route& each) {
         return rtnl_route_get_protocol(each.get()) != RTPROT_KERNEL;
@@ -116,8 +124,9 @@ wire::TIpcAllRoute List(const wire::FamilyBody& body) {
     wire::TIpcAllRoute reply{};
     TVimbraAllIpRouteInfo& list = reply.tAllRouteInfo;
     for (const Route& each : routes) {
-        if (list.dwIpRouteNum == VIMBRA_ROUTE_MAX)
+        if (list.dwIpRouteNum == VIMBRA_ROUTE_MAX) {
             break;
+        }
         list.tNetIpRouteParam[list.dwIpRouteNum++] = RecordOf(each.get());
     }
     return reply;
@@ -154,14 +163,16 @@ class RouteService : public Service {
     }
 
     static void CheckTable(u32 table) {
-        if (table == 0 || table > kTableMax)
+        if (table == 0 || table > kTableMax) {
             throw Refusal(EINVAL, "not a number for a table");
+        }
     }
 
     wire::PlainResult AddTable(u32 table) {
         CheckTable(table);
-        if (!created_.insert(table).second)
+        if (!created_.insert(table).second) {
             throw Refusal(EEXIST, "the table was created before");
+        }
         return {0};
     }
 
@@ -176,8 +187,9 @@ class RouteService : public Service {
             }
         }
         created_.erase(table);
-        if (!existed)
+        if (!existed) {
             throw Refusal(ENOENT, "no such table");
+        }
         return {0};
     }
 

@@ -30,11 +30,13 @@ bool operator==(const TVimbraIfaceAllIp& one, const TVimbraIfaceAllIp& other) {
 // announced again when it is known to be free.
 bool IsFromAdvertisement(nlmsghdr* announcement) {
     const auto* address = static_cast<const ifaddrmsg*>(nlmsg_data(announcement));
-    if (address->ifa_family != AF_INET6)
+    if (address->ifa_family != AF_INET6) {
         return false;
+    }
     nlattr* attributes[IFA_MAX + 1];
-    if (nlmsg_parse(announcement, sizeof(*address), attributes, IFA_MAX, nullptr) < 0)
+    if (nlmsg_parse(announcement, sizeof(*address), attributes, IFA_MAX, nullptr) < 0) {
         return false;
+    }
     const u32 flags =
         attributes[IFA_FLAGS] != nullptr ? nla_get_u32(attributes[IFA_FLAGS]) : address->ifa_flags;
     const bool announced =
@@ -60,10 +62,11 @@ class RouterAdvertisementService : public Service {
  private:
     // The kernel is heard before the addresses are read: none that comes in between is missed.
     wire::PlainResult Start(const std::string& name) {
-        if (!events_)
+        if (!events_) {
             events_ = std::make_unique<KernelEvents>(
-                loop_, std::initializer_list{RTNLGRP_IPV6_IFADDR},
+                loop_, std::initializer_list<rtnetlink_groups>{RTNLGRP_IPV6_IFADDR},
                 [this](nlmsghdr* announcement) { Look(announcement); });
+        }
         try {
             watched_[name] = AddressesOf(name);
         } catch (...) {
@@ -75,31 +78,37 @@ class RouterAdvertisementService : public Service {
 
     wire::PlainResult Stop(const std::string& name) {
         watched_.erase(name);
-        if (watched_.empty())
+        if (watched_.empty()) {
             events_.reset();
+        }
         return {0};
     }
 
     void Look(nlmsghdr* announcement) {
         if (announcement == nullptr) {
-            for (auto& [name, known] : watched_)
+            for (auto& [name, known] : watched_) {
                 Compare(name, known);
+            }
             return;
         }
         if ((announcement->nlmsg_type != RTM_NEWADDR && announcement->nlmsg_type != RTM_DELADDR) ||
-            !nlmsg_valid_hdr(announcement, sizeof(ifaddrmsg)) || !IsFromAdvertisement(announcement))
+            !nlmsg_valid_hdr(announcement, sizeof(ifaddrmsg)) ||
+            !IsFromAdvertisement(announcement)) {
             return;
+        }
         char name[IF_NAMESIZE] = "";
         if_indextoname(static_cast<const ifaddrmsg*>(nlmsg_data(announcement))->ifa_index, name);
-        if (const auto found = watched_.find(name); found != watched_.end())
+        if (const auto found = watched_.find(name); found != watched_.end()) {
             Compare(found->first, found->second);
+        }
     }
 
     void Compare(const std::string& name, TVimbraIfaceAllIp& known) {
         try {
             const TVimbraIfaceAllIp now = AddressesOf(name);
-            if (now == known)
+            if (now == known) {
                 return;
+            }
             known = now;
         } catch (const Refusal& refusal) {
             // The interface goes, and its addresses with it.

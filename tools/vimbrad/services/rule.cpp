@@ -19,10 +19,12 @@ Rule MakeRule(const TVimbraIpRuleParam& record) {
     rtnl_rule_set_table(rule.get(), TableNumber(record.dwTableId));
     rtnl_rule_set_prio(rule.get(), record.dwPref);
     // A prefix of 0 is any source, a mark of 0 any mark.
-    if (record.dwPrefix != 0 && rtnl_rule_set_src(rule.get(), source.get()) < 0)
+    if (record.dwPrefix != 0 && rtnl_rule_set_src(rule.get(), source.get()) < 0) {
         throw Refusal(EINVAL);
-    if (record.dwFwmark != 0)
+    }
+    if (record.dwFwmark != 0) {
         rtnl_rule_set_mark(rule.get(), record.dwFwmark);
+    }
     return rule;
 }
 

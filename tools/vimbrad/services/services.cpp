@@ -9,8 +9,9 @@ std::vector<std::unique_ptr<Service>> AllServices(const Context& context) {
           MakeDhcpServerService, MakeGatewayService, MakeLinkService, MakeLogLevelService,
           MakeNtpService, MakePingService, MakePppoeService, MakeReportService, MakeRouteService,
           MakeRouterAdvertisementService, MakeRuleService, MakeStatisticsService,
-          MakeTracerouteService, MakeWebService})
+          MakeTracerouteService, MakeWebService}) {
         services.push_back(make(context));
+    }
     return services;
 }
 

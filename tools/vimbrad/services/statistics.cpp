@@ -21,13 +21,14 @@ wire::StatReportBody Count() {
     });
     wire::StatReportBody report{};
     static_assert(std::size(kInterfaces) == std::size(wire::StatReportBody{}.atStat));
-    for (std::size_t i = 0; i < std::size(kInterfaces); ++i) {
+    for (size_t i = 0; i < std::size(kInterfaces); ++i) {
         const Link link(rtnl_link_get_by_name(links.get(), kInterfaces[i]));
-        if (link)
+        if (link) {
             report.atStat[i] = {.dwBandSended = rtnl_link_get_stat(link.get(), RTNL_LINK_TX_BYTES),
                                 .dwBandRecved = rtnl_link_get_stat(link.get(), RTNL_LINK_RX_BYTES),
                                 .bIsValid = 1,
                                 .dwReserved = 0};
+        }
     }
     return report;
 }
@@ -49,10 +50,11 @@ class StatisticsService : public Service {
  private:
     // There is one socket to report to: a new client takes it over.
     wire::PlainResult Start(s32 seconds) {
-        if (seconds <= 0)
+        if (seconds <= 0) {
             throw Refusal(EINVAL, "an interval below one second");
+        }
         Stop();
-        const std::uint64_t interval = static_cast<std::uint64_t>(seconds) * 1000;
+        const u64 interval = static_cast<u64>(seconds) * 1000;
         UvCheck(
             uv_timer_start(
                 timer_.get(),

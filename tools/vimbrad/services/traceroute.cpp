@@ -25,13 +25,14 @@ static_assert(kNotSent == kTooFar + 1);
 constexpr u32 kHops = 30;
 constexpr u32 kHopsMax = 255;
 constexpr int kTries = 3;
-constexpr std::uint64_t kTryMs = 1'000;
-constexpr std::size_t kPayload = 32;
-constexpr std::size_t kTracesMax = 64;
+constexpr u64 kTryMs = 1'000;
+constexpr size_t kPayload = 32;
+constexpr size_t kTracesMax = 64;
 
 u32 CheckedHops(u32 hops) {
-    if (hops > kHopsMax)
+    if (hops > kHopsMax) {
         throw Refusal(EINVAL, "no such number of hops");
+    }
     return hops == 0 ? kHops : hops;
 }
 
@@ -52,7 +53,7 @@ class Trace {
     }
 
  private:
-    void Schedule(std::uint64_t milliseconds) {
+    void Schedule(u64 milliseconds) {
         uv_timer_start(
             timer_.get(), [](uv_timer_t* timer) { static_cast<Trace*>(timer->data)->Try(); },
             milliseconds, 0);
@@ -66,13 +67,16 @@ class Trace {
         }
         ++tries_;
         Schedule(kTryMs);
-        if (const int error = prober_.Send(++probe_, static_cast<int>(hop_), kPayload); error != 0)
+        if (const int error = prober_.Send(++probe_, static_cast<int>(hop_), kPayload);
+            error != 0) {
             Tell(kNotSent, {}, error);
+        }
     }
 
     void Take(const Echo& echo) {
-        if (echo.number != probe_)
+        if (echo.number != probe_) {
             return;
+        }
         switch (echo.outcome) {
             case Outcome::kReply:
                 Tell(kArrived, echo, 0);
@@ -113,7 +117,7 @@ class Trace {
     UvHandle<uv_timer_t> timer_;
     u32 hop_ = 1;
     int tries_ = 0;
-    std::uint16_t probe_ = 0;
+    u16 probe_ = 0;
 };
 
 class TracerouteService : public Service {
@@ -135,14 +139,16 @@ class TracerouteService : public Service {
     // A client that is new may use the number of one that has gone.
     wire::PlainResult Start(const wire::TracerouteStartBody& body) {
         Stop(body.nUserID);
-        if (traces_.size() == kTracesMax)
+        if (traces_.size() == kTracesMax) {
             throw Refusal(EBUSY, "too many traces");
+        }
         notifier_.AwaitListener();
         traces_[body.nUserID] = std::make_unique<Trace>(
             loop_, body, [this](TraceEvent event, const TVimbraTracerouteCBInfo& hop) {
                 notifier_.Post(event, hop);
-                if (hop.nIsOver != 0)
+                if (hop.nIsOver != 0) {
                     traces_.erase(s32{hop.nUserId});
+                }
             });
         return {0};
     }

@@ -17,16 +17,17 @@ namespace {
 
 using wire::PlainResult;
 
-constexpr std::uint64_t kLookMs = 10;
+constexpr u64 kLookMs = 10;
 // For a server that was just ended to let go of the port.
-constexpr std::uint64_t kFreeMs = 1'000;
-constexpr std::uint64_t kListenMs = 5'000;
+constexpr u64 kFreeMs = 1'000;
+constexpr u64 kListenMs = 5'000;
 
 // Whether a server may listen there.
 bool IsFree(s32 port) {
     const vimbra::Fd fd(socket, AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (!fd)
+    if (!fd) {
         throw Refusal(errno);
+    }
     const int yes = 1;
     setsockopt(fd.Get(), SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
     sockaddr_in address{};
@@ -57,8 +58,9 @@ class WebService : public Service {
  private:
     // A server on another port gives way.
     void Start(s32 port, const Answer<PlainResult>& answer) {
-        if (port < 1 || port > 65535)
+        if (port < 1 || port > 65535) {
             throw Refusal(EINVAL, "no such port");
+        }
         if (server_ && !answer_ && port == port_) {
             answer({0});
             return;
@@ -86,10 +88,11 @@ class WebService : public Service {
                 std::exchange(answer_, std::nullopt).value()({0});
                 return;
             }
-            if (!server_ && !taken)
+            if (!server_ && !taken) {
                 Run();
-            else if (uv_now(loop_) >= deadline_)
+            } else if (uv_now(loop_) >= deadline_) {
                 throw Refusal(server_ ? ETIMEDOUT : EADDRINUSE);
+            }
         } catch (const Refusal& refusal) {
             Fail(refusal.Error(), refusal.what());
             return;
@@ -121,14 +124,15 @@ class WebService : public Service {
     void Fail(int error, const char* why) {
         const auto answer = std::exchange(answer_, std::nullopt);
         Stop();
-        if (answer)
+        if (answer) {
             answer->Refuse(error, why);
+        }
     }
 
     uv_loop_t* loop_;
     std::string root_;
     s32 port_ = 0;
-    std::uint64_t deadline_ = 0;
+    u64 deadline_ = 0;
     UvHandle<uv_timer_t> timer_;
     std::unique_ptr<Child> server_;
     // Of a start that is not done.
