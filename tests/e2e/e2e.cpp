@@ -18,8 +18,9 @@ namespace vimbra::e2e {
 Program::Program(const std::vector<std::string>& command, const std::string& output)
     : output_(output) {
     std::vector<char*> arguments;
-    for (const std::string& each : command)
+    for (const std::string& each : command) {
         arguments.push_back(const_cast<char*>(each.c_str()));
+    }
     arguments.push_back(nullptr);
 
     posix_spawn_file_actions_t actions;
@@ -31,8 +32,9 @@ Program::Program(const std::vector<std::string>& command, const std::string& out
     const int error =
         posix_spawnp(&pid_, arguments[0], &actions, nullptr, arguments.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
-    if (error != 0)
+    if (error != 0) {
         throw std::runtime_error("cannot run " + command[0] + ": " + strerror(error));
+    }
 }
 
 Program::~Program() {
@@ -43,11 +45,13 @@ Program::~Program() {
 }
 
 bool Program::Running() {
-    if (status_ >= 0)
+    if (status_ >= 0) {
         return false;
+    }
     int status = 0;
-    if (waitpid(pid_, &status, WNOHANG) != pid_)
+    if (waitpid(pid_, &status, WNOHANG) != pid_) {
         return true;
+    }
     status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     return false;
 }
@@ -78,8 +82,9 @@ std::vector<std::string> DaemonCommand(const std::vector<std::string>& options) 
 Daemon::Daemon(const std::vector<std::string>& options)
     : program_(DaemonCommand(options), "/tmp/vimbrad.log") {
     if (!bed::WaitFor([this] { return bed::HasListener("api_daemon") || !program_.Running(); }) ||
-        !program_.Running())
+        !program_.Running()) {
         throw std::runtime_error("the daemon does not serve: " + Log());
+    }
 }
 
 Daemon::~Daemon() {
@@ -98,11 +103,13 @@ namespace {
 
 int RunShell(const std::string& command, std::string& output) {
     FILE* pipe = popen(("exec 2>&1; " + command).c_str(), "re");
-    if (pipe == nullptr)
+    if (pipe == nullptr) {
         throw std::runtime_error("popen");
+    }
     char buffer[4096];
-    for (size_t count; (count = fread(buffer, 1, sizeof(buffer), pipe)) != 0;)
+    for (size_t count; (count = fread(buffer, 1, sizeof(buffer), pipe)) != 0;) {
         output.append(buffer, count);
+    }
     return pclose(pipe);
 }
 
@@ -110,8 +117,9 @@ int RunShell(const std::string& command, std::string& output) {
 
 std::string Shell(const std::string& command) {
     std::string output;
-    if (RunShell(command, output) != 0)
+    if (RunShell(command, output) != 0) {
         throw std::runtime_error(command + ": " + output);
+    }
     return output;
 }
 
@@ -131,10 +139,11 @@ std::vector<std::string> KernelAddresses(const std::string& iface, int family) {
     std::vector<std::string> found;
     const Json shown = Ip("address show dev " + iface);
     for (const Json& address : shown.at(0).at("addr_info")) {
-        if (address.at("family") == (family == 2 ? "inet" : "inet6"))
+        if (address.at("family") == (family == 2 ? "inet" : "inet6")) {
             found.push_back(address.at("local").get<std::string>() + "/" +
                             std::to_string(address.at("prefixlen").get<int>()) + " " +
                             address.at("scope").get<std::string>());
+        }
     }
     std::sort(found.begin(), found.end());
     return found;
@@ -145,8 +154,9 @@ Host::Host() : program_({"unshare", "-n", "sleep", "1000"}, "/dev/null") {
     if (!bed::WaitFor([&] {
             return ShellStatus(Prefix() + "true") == 0 &&
                    e2e::Shell(Prefix() + "readlink /proc/self/ns/net") != here;
-        }))
+        })) {
         throw std::runtime_error("no namespace for another host");
+    }
     Shell("ip link set lo up");
 }
 

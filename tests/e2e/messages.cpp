@@ -31,8 +31,9 @@ Listener::Listener(const std::string& name)
     snprintf(address.sun_path, sizeof(address.sun_path), "/tmp/%s", name.c_str());
     unlink(address.sun_path);
     if (bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
-        listen(socket_, 100) != 0)
+        listen(socket_, 100) != 0) {
         throw std::runtime_error("cannot listen on " + name);
+    }
     thread_ = std::thread(&Listener::Run, this);
 }
 
@@ -47,13 +48,15 @@ Listener::~Listener() {
 void Listener::Run() {
     while (!over_) {
         const int connection = accept4(socket_, nullptr, nullptr, SOCK_CLOEXEC);
-        if (connection < 0)
+        if (connection < 0) {
             continue;
+        }
         // The daemon closes its end after one message.
         Bytes raw;
         uint8_t buffer[4096];
-        for (ssize_t count; (count = read(connection, buffer, sizeof(buffer))) > 0;)
+        for (ssize_t count; (count = read(connection, buffer, sizeof(buffer))) > 0;) {
             raw.insert(raw.end(), buffer, buffer + count);
+        }
         close(connection);
         const std::lock_guard lock(mutex_);
         messages_.push_back({raw.U32(0), raw.U32(4), raw.Slice(12, raw.size())});

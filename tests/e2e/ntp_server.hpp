@@ -63,8 +63,9 @@ class SkewedNtpServer {
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_port = htons(123);
-        if (bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0)
+        if (bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
             throw std::runtime_error("no NTP server");
+        }
         thread_ = std::thread(&SkewedNtpServer::Run, this);
     }
     ~SkewedNtpServer() {
@@ -100,8 +101,9 @@ class SkewedNtpServer {
             sockaddr_in client{};
             socklen_t length = sizeof(client);
             if (recvfrom(socket_, packet, kSize, 0, reinterpret_cast<sockaddr*>(&client),
-                         &length) != static_cast<ssize_t>(kSize))
+                         &length) != static_cast<ssize_t>(kSize)) {
                 continue;
+            }
             ++asked_;
             // The client's version; a server's answer of stratum 1.
             packet[0] = static_cast<uint8_t>((packet[0] & 0x38) | 4);
@@ -109,8 +111,9 @@ class SkewedNtpServer {
             packet[3] = static_cast<uint8_t>(-20);
             memset(packet + 4, 0, 20);
             memcpy(packet + 24, packet + 40, 8);
-            for (const size_t at : {16, 32, 40})
+            for (const size_t at : {16, 32, 40}) {
                 PutTime(packet + at);
+            }
             sendto(socket_, packet, kSize, 0, reinterpret_cast<const sockaddr*>(&client), length);
         }
     }

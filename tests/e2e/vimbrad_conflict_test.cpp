@@ -33,8 +33,9 @@ int32_t Stop(uint16_t family) {
 
 Bytes Mac(const std::string& text) {
     Pack pack;
-    for (size_t i = 0; i < 6; ++i)
+    for (size_t i = 0; i < 6; ++i) {
         pack.U8(static_cast<uint8_t>(std::stoi(text.substr(3 * i, 2), nullptr, 16)));
+    }
     return pack;
 }
 
@@ -132,8 +133,9 @@ TEST_F(VimbradConflict, LastingConflictIsToldOfOnceInAWhile) {
     Listener listener(kSocket);
     ASSERT_EQ(0, Start(2));
     listener.Wait(1);
-    for (int i = 0; i < 5; ++i)
+    for (int i = 0; i < 5; ++i) {
         other_.ShellStatus("arping -q -c 1 -w 1 -U -I eth0 192.0.2.1");
+    }
     EXPECT_EQ(1u, listener.Messages().size());
 }
 

@@ -54,8 +54,9 @@ std::string TextOf(u32 event, const TVimbraDhcpcAddrInfo& info) {
         text += " " + TextOf(info.tIpAddrs) + "/" + std::to_string(info.dwIpPrefix) + " via " +
                 TextOf(info.tGateWay) + " for " + std::to_string(info.dwLeaseTime);
     }
-    for (u32 i = 0; i < info.dwDnsNum; ++i)
+    for (u32 i = 0; i < info.dwDnsNum; ++i) {
         text += " dns " + TextOf(info.atDnsServer[i]);
+    }
     return text;
 }
 
@@ -92,8 +93,9 @@ std::map<pid_t, std::string> Clients() {
         std::string line((std::istreambuf_iterator<char>(file)), {});
         std::ranges::replace(line, '\0', ' ');
         if (pid != 0 && (line.find("udhcpc -f") != std::string::npos ||
-                         line.starts_with("udhcpc6 ") || line.starts_with("dhclient ")))
+                         line.starts_with("udhcpc6 ") || line.starts_with("dhclient "))) {
             found[pid] = line;
+        }
     }
     return found;
 }

@@ -40,8 +40,9 @@ TVimbraDhcpsInfo Pool(const char* start, const char* end, const char* router = "
     pool.tIpPoolEnd = Address(end);
     pool.dwIpPoolPrefix = 25;
     pool.tRoutes = Address(router);
-    for (const char* each : dns)
+    for (const char* each : dns) {
         pool.tDnsServerInfo.tDnsIp[pool.tDnsServerInfo.dwDnsNum++] = Address(each);
+    }
     return pool;
 }
 
@@ -64,8 +65,9 @@ std::vector<std::string> Servers() {
     std::istringstream lines(Shell(
         "for each in /proc/[0-9]*/cmdline; do tr \"\\0\" \" \" < $each 2>/dev/null; echo; done"));
     for (std::string line; std::getline(lines, line);) {
-        if (line.starts_with("busybox udhcpd "))
+        if (line.starts_with("busybox udhcpd ")) {
             found.push_back(line);
+        }
     }
     return found;
 }

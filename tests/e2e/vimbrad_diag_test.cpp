@@ -232,8 +232,9 @@ TEST_F(VimbradPing, ImpossibleOptionsAreRefused) {
     Daemon daemon;
     for (const Options& options : {Options{.size = -1}, Options{.size = 65508},
                                    Options{.timeout = -1}, Options{.timeout = 3'600'001},
-                                   Options{.ttl = -1}, Options{.ttl = 256}, Options{.count = -1}})
+                                   Options{.ttl = -1}, Options{.ttl = 256}, Options{.count = -1}}) {
         EXPECT_EQ(EINVAL, Ping(1, "10.2.0.1", options));
+    }
     EXPECT_EQ(EINVAL, Ask(kPingStart, Pack().U16(11).Zeros(18).Zeros(16).S32(1)));
     EXPECT_EQ(0, Ping(1, "10.2.0.1", {.size = 65507, .timeout = 3'600'000, .ttl = 255}));
 }
@@ -258,8 +259,9 @@ TEST_F(VimbradPing, TenAtOnceAreToldApart) {
     Listener listener(kPingSocket);
     const std::vector<std::string> hosts = {"10.2.0.1", "10.1.0.254", "fd02::1", "10.9.0.1",
                                             "127.0.0.1"};
-    for (int32_t id = 1; id <= 10; ++id)
+    for (int32_t id = 1; id <= 10; ++id) {
         ASSERT_EQ(0, Ping(id, hosts[static_cast<size_t>(id) % hosts.size()], {.count = 3}));
+    }
     std::map<uint32_t, std::vector<Brief>> tests;
     for (const Told& each : listener.Wait(30)) {
         const Probe probe = ProbeOf(each);
@@ -292,8 +294,9 @@ TEST_F(VimbradPing, ApplicationThatIsGoneEndsItsTests) {
     EXPECT_TRUE(daemon.WaitLog("messages dropped"));
     Listener listener(kPingSocket);
     ASSERT_EQ(0, Ping(2, "10.2.0.1", {.count = 3}));
-    for (const Told& each : listener.Wait(3))
+    for (const Told& each : listener.Wait(3)) {
         EXPECT_EQ(2u, ProbeOf(each).id);
+    }
 }
 
 TEST_F(VimbradPing, ManyStartsAndStopsLeaveNothingBehind) {
@@ -333,8 +336,10 @@ Hop HopOf(const Told& message) {
     const uint16_t family = message.body.U16(0);
     for (const char* known :
          {"0.0.0.0", "10.1.0.1", "10.1.0.254", "10.2.0.1", "::", "fd01::fe", "fd02::1"}) {
-        if (FamilyOf(known) == family && message.body.Slice(0, 20) == Pack().Address(family, known))
+        if (FamilyOf(known) == family &&
+            message.body.Slice(0, 20) == Pack().Address(family, known)) {
             address = known;
+        }
     }
     return {message.type,         address,
             message.body.U32(20), message.body.S32(36),
@@ -343,8 +348,9 @@ Hop HopOf(const Told& message) {
 
 std::vector<Hop> HopsOf(const std::vector<Told>& messages) {
     std::vector<Hop> hops;
-    for (const Told& each : messages)
+    for (const Told& each : messages) {
         hops.push_back(HopOf(each));
+    }
     return hops;
 }
 
@@ -401,11 +407,13 @@ TEST_F(VimbradTraceroute, MissingRouteOfOurOwnEndsIt) {
 
 TEST_F(VimbradTraceroute, SeveralAtOnceAreToldApart) {
     Listener listener(kTraceSocket);
-    for (int32_t id = 1; id <= 10; ++id)
+    for (int32_t id = 1; id <= 10; ++id) {
         ASSERT_EQ(0, Trace(id, id % 2 == 0 ? "10.2.0.1" : "10.1.0.254"));
+    }
     std::map<int32_t, std::vector<Hop>> traces;
-    for (const Told& each : listener.Wait(15))
+    for (const Told& each : listener.Wait(15)) {
         traces[each.body.S32(24)].push_back(HopOf(each));
+    }
     ASSERT_EQ(10u, traces.size());
     for (const auto& [id, hops] : traces) {
         EXPECT_EQ(id % 2 == 0 ? 2u : 1u, hops.size());

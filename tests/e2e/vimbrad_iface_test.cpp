@@ -35,8 +35,9 @@ TVimbraIfaceIp Entry(const char* text, u32 prefix, EVimbraScopeType scope = VIMB
 
 TVimbraIfaceAllIp List(std::initializer_list<TVimbraIfaceIp> entries) {
     TVimbraIfaceAllIp list{};
-    for (const TVimbraIfaceIp& each : entries)
+    for (const TVimbraIfaceIp& each : entries) {
         list.atNetIfaceIp[list.dwIpNum++] = each;
+    }
     return list;
 }
 
@@ -53,8 +54,9 @@ std::vector<std::string> Told(u16 family) {
     TVimbraIfaceAllIp list{};
     EXPECT_EQ(0, VimbraIfaceGetIp(g_eth0, family, &list));
     std::vector<std::string> told;
-    for (u32 i = 0; i < list.dwIpNum; ++i)
+    for (u32 i = 0; i < list.dwIpNum; ++i) {
         told.push_back(TextOf(list.atNetIfaceIp[i]));
+    }
     return told;
 }
 
@@ -117,8 +119,10 @@ class AddressMonitor {
     bool Lost(const std::string& address) {
         std::istringstream lines(Announced());
         for (std::string line; std::getline(lines, line);) {
-            if (line.starts_with("Deleted") && line.find(" " + address + "/") != std::string::npos)
+            if (line.starts_with("Deleted") &&
+                line.find(" " + address + "/") != std::string::npos) {
                 return true;
+            }
         }
         return false;
     }
@@ -183,8 +187,9 @@ TEST_F(VimbradIface, UnknownInterfaceIsRefused) {
     EXPECT_EQ(-1, VimbraIfaceGetMtu(g_nowhere, &mtu));
     for (const char* function :
          {"ApicIpaddrAdd", "ApicIpaddrDel", "ApicIpaddrFlush", "ApicIpaddrSet", "ApicIpaddrGet",
-          "ApicMacSet", "ApicMacGet", "ApicMtuSet", "ApicMtuGet"})
+          "ApicMacSet", "ApicMacGet", "ApicMtuSet", "ApicMtuGet"}) {
         EXPECT_TRUE(Refused(log, function, ENODEV)) << function;
+    }
 }
 
 TEST_F(VimbradIface, NameOfSixteenCharactersIsNoInterface) {
@@ -220,8 +225,9 @@ TEST_F(VimbradIface, DeletingWhatIsNotThereIsRefused) {
 
 TEST_F(VimbradIface, FlushTakesOneFamilyOrBoth) {
     const auto fill = [] {
-        for (const char* each : {"10.1.2.3", "10.1.2.4", "172.16.0.1"})
+        for (const char* each : {"10.1.2.3", "10.1.2.4", "172.16.0.1"}) {
             EXPECT_EQ(0, Add(each, 24));
+        }
         EXPECT_EQ(0, Add("fd00::3", 64));
     };
     fill();
@@ -272,8 +278,9 @@ TEST_F(VimbradIface, SetReplacesBothFamilies) {
 
 TEST_F(VimbradIface, SetTakesSixteen) {
     TVimbraIfaceAllIp list{};
-    for (u32 i = 0; i < 16; ++i)
+    for (u32 i = 0; i < 16; ++i) {
         list.atNetIfaceIp[list.dwIpNum++] = Entry(("10.1." + std::to_string(i) + ".1").c_str(), 24);
+    }
     EXPECT_EQ(0, VimbraIfaceSetIp(g_eth0, 2, &list));
     EXPECT_EQ(16u, KernelAddresses("eth0", 2).size());
     EXPECT_EQ(Sorted(Told(2)), KernelAddresses("eth0", 2));
@@ -371,8 +378,9 @@ TEST_F(VimbradIface, SetChangesTheScopeOfASubnet) {
 }
 
 TEST_F(VimbradIface, AtMostSixteenAreTold) {
-    for (int i = 0; i < 20; ++i)
+    for (int i = 0; i < 20; ++i) {
         EXPECT_EQ(0, Add(("10.1." + std::to_string(i) + ".1").c_str(), 24));
+    }
     EXPECT_EQ(0, Add("fd00::3", 64));
     EXPECT_EQ(16u, Told(2).size());
     EXPECT_EQ(16u, Told(11).size());

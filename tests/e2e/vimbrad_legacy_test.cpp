@@ -70,9 +70,10 @@ TEST_F(VimbradLegacy, InterfaceWithoutIpv4Address) {
 }
 
 TEST_F(VimbradLegacy, AllAddressesEqualTheCurrentView) {
-    for (int i = 0; i < 15; ++i)
+    for (int i = 0; i < 15; ++i) {
         Shell("ip address add 10.1." + std::to_string(i) + ".1/" + std::to_string(16 + i) +
               " dev eth0");
+    }
     Shell("ip address add fd00::1/64 dev eth0");
     TVimbraIfaceAllIp current{};
     EXPECT_EQ(0, VimbraIfaceGetIp(g_eth0, VIMBRA_FAMILY_IPV4, &current));

@@ -112,9 +112,10 @@ TEST(VimbradLife, SocketThatIsNoLongerItsOwnIsLeftAlone) {
 
 TEST(VimbradLife, OfManyThatStartAtOnceOneServes) {
     std::vector<std::unique_ptr<Program>> daemons;
-    for (int i = 0; i < 8; ++i)
+    for (int i = 0; i < 8; ++i) {
         daemons.push_back(
             std::make_unique<Program>(DaemonCommand(), "/tmp/" + std::to_string(i) + ".log"));
+    }
     const auto running = [&daemons] {
         return std::count_if(daemons.begin(), daemons.end(),
                              [](const auto& each) { return each->Running(); });
@@ -128,8 +129,9 @@ TEST(VimbradLife, OfManyThatStartAtOnceOneServes) {
 TEST(VimbradLife, Help) {
     Program daemon(DaemonCommand({"--help"}), "/tmp/vimbrad.log");
     EXPECT_EQ(0, daemon.Wait());
-    for (const char* option : {"--log-level", "--web-root", "--set-clock", "--version", "--help"})
+    for (const char* option : {"--log-level", "--web-root", "--set-clock", "--version", "--help"}) {
         EXPECT_NE(std::string::npos, daemon.Output().find(option)) << option;
+    }
     EXPECT_FALSE(Exists(kSocket));
 }
 

@@ -128,8 +128,9 @@ std::string TextOf(const TVimbraAddr& address) {
 size_t Asking() {
     const std::string all = Shell("cat /proc/[0-9]*/cmdline 2>/dev/null | tr '\\0' ' '");
     size_t count = 0;
-    for (size_t at = 0; (at = all.find("chronyd -Q", at)) != std::string::npos; ++at)
+    for (size_t at = 0; (at = all.find("chronyd -Q", at)) != std::string::npos; ++at) {
         ++count;
+    }
     return count;
 }
 
@@ -223,8 +224,9 @@ TEST_F(VimbradNtp, ThatThereIsNoWayIsToldAtOnce) {
 TEST_F(VimbradNtp, ServerIsToldWithoutWhatItsFamilyDoesNotUse) {
     const Listener listener(kSocket);
     Bytes body = StartBody(kServer);
-    for (size_t at : {4u, 5u, 10u, 21u})
+    for (size_t at : {4u, 5u, 10u, 21u}) {
         body[at] = 0xff;
+    }
     ASSERT_EQ(0, Ask(kStart, body));
     EXPECT_EQ(Server(kServer), WaitReport(listener).server);
 }
@@ -369,8 +371,9 @@ TEST_F(VimbradNtpSlow, ServerIsAskedOnceInAnInterval) {
     EXPECT_GE(passed.count(), 2 * 16.0);
     EXPECT_LE(passed.count(), 2 * 16.0 + 8);
     EXPECT_EQ(3, server.Asked());
-    for (size_t i = 0; i < 3; ++i)
+    for (size_t i = 0; i < 3; ++i) {
         EXPECT_NEAR(1e6, static_cast<double>(WaitReport(listener, i).offset), 1e5);
+    }
     ASSERT_EQ(0, Ask(kStop, StopBody()));
     EXPECT_TRUE(NothingIsLeft());
 }
@@ -497,8 +500,9 @@ class VimbradNtpClock : public testing::Test {
                                          "-e",     "signal=none",
                                          "-e",     "trace=" + calls,
                                          "-e",     "inject=" + calls + ":" + result};
-        for (const std::string& each : DaemonCommand({"--set-clock", "--log-level=5"}))
+        for (const std::string& each : DaemonCommand({"--set-clock", "--log-level=5"})) {
             command.push_back(each);
+        }
         daemon_ = std::make_unique<Program>(command, "/tmp/vimbrad.log");
         ASSERT_TRUE(WaitForListener("api_daemon")) << daemon_->Output();
         // What the kernel thinks of it, in case the trace does not hold.

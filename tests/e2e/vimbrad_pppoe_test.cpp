@@ -77,8 +77,9 @@ int32_t Stop(uint16_t family) {
 
 std::vector<uint32_t> Types(const std::vector<Told>& messages) {
     std::vector<uint32_t> types;
-    for (const Told& each : messages)
+    for (const Told& each : messages) {
         types.push_back(each.type);
+    }
     return types;
 }
 
@@ -317,8 +318,9 @@ TEST_F(VimbradPppoe, DialThatCannotBeMadeIsAFailure) {
 std::string OptionsWithoutScripts(int dial) {
     std::string text = Pppd::Options(dial);
     // The directory has another name each time.
-    for (size_t at; (at = text.find("/tmp/vimbrad.")) != std::string::npos;)
+    for (size_t at; (at = text.find("/tmp/vimbrad.")) != std::string::npos;) {
         text.replace(at, sizeof("/tmp/vimbrad.XXXXXX") - 1, "DIR");
+    }
     return text;
 }
 
@@ -398,8 +400,9 @@ TEST_F(VimbradPppoe, TheRealProgramUnderstandsEveryOption) {
                 size_t count = 0;
                 for (size_t at = 0;
                      (at = log.find("pppd ended with exit status 0", at)) != std::string::npos;
-                     ++at)
+                     ++at) {
                     ++count;
+                }
                 return count == static_cast<size_t>(dial);
             })) << Pppd::Output(dial);
             const std::string seen = Pppd::Output(dial);
@@ -432,8 +435,9 @@ TEST_F(VimbradPppoe, TheRealProgramUnderstandsEveryOption) {
     // What a run without a peer does not show.
     const std::string program = ReadFile("/usr/sbin/pppd");
     for (const char* word : {"local  LL address %s", "remote LL address %s", "PPPD_PID", "IPLOCAL",
-                             "IPREMOTE", "DNS1", "DNS2"})
+                             "IPREMOTE", "DNS1", "DNS2"}) {
         EXPECT_NE(std::string::npos, program.find(word)) << word;
+    }
 }
 
 // ---- Several links
@@ -522,8 +526,9 @@ TEST_F(VimbradPppoe, NoHalfIsMadeOfALinkThatIsOver) {
 // ---- The end
 
 TEST_F(VimbradPppoe, StopOfWhatIsNotOnSucceeds) {
-    for (const uint16_t family : {2, 10, 11})
+    for (const uint16_t family : {2, 10, 11}) {
         EXPECT_EQ(0, Stop(family));
+    }
     ASSERT_EQ(0, Start(2));
     EXPECT_EQ(0, Stop(2));
     EXPECT_EQ(0, Stop(2));
@@ -566,8 +571,9 @@ TEST_F(VimbradPppoe, RepeatedStartsLeaveNothing) {
     ASSERT_EQ(0, Stop(11));
     const size_t before = Descriptors(daemon_.Process().Pid());
     for (int i = 0; i < 10; ++i) {
-        for (const uint16_t family : {2, 10, 11, 11})
+        for (const uint16_t family : {2, 10, 11, 11}) {
             ASSERT_EQ(0, Start(family));
+        }
         ASSERT_EQ(0, Stop(11));
     }
     EXPECT_TRUE(WaitFor([&] { return Descriptors(daemon_.Process().Pid()) == before; }));

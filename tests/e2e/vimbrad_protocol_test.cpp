@@ -72,9 +72,10 @@ TEST(VimbradProtocol, BodyOfAnotherSizeIsRefusedInFourBytes) {
          {257, 259, 260,    261,    262, 263, 267,  269,  271,  272,  273,    274, 275,
           276, 277, 278,    283,    284, 285, 288,  289,  291,  292,  0x0702, 279, 280,
           281, 282, 0x0703, 0x0704, 769, 770, 3073, 3074, 3329, 3330, 3842}) {
-        for (const size_t size : {1, 15, 17, 19, 45, 81, 205, 471, 3072})
+        for (const size_t size : {1, 15, 17, 19, 45, 81, 205, 471, 3072}) {
             EXPECT_EQ(Refusal(type, EINVAL), Exchange(Message(type, Pack().Zeros(size))))
                 << type << " with " << size;
+        }
     }
     EXPECT_TRUE(daemon.WaitLog("mtu get: a body of 3072 bytes is not one of its"));
     ExpectServing();
@@ -146,11 +147,13 @@ TEST(VimbradProtocol, BytesOfAClientCannotForgeALogLine) {
 TEST(VimbradProtocol, SilentClientsHoldUpNobody) {
     Daemon daemon;
     std::vector<std::unique_ptr<Connection>> silent;
-    for (int i = 0; i < 300; ++i)
+    for (int i = 0; i < 300; ++i) {
         silent.push_back(std::make_unique<Connection>("api_daemon"));
+    }
     const auto start = std::chrono::steady_clock::now();
-    for (int i = 0; i < 20; ++i)
+    for (int i = 0; i < 20; ++i) {
         ExpectServing();
+    }
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
     // A descriptor for each of the few that are left, and some of its own.
     const std::string pid = std::to_string(daemon.Process().Pid());
@@ -168,25 +171,28 @@ TEST(VimbradProtocol, FloodOfBytesHoldsUpNobody) {
     const Daemon daemon;
     std::atomic<bool> over = false;
     std::vector<std::thread> flooders;
-    for (int i = 0; i < 4; ++i)
+    for (int i = 0; i < 4; ++i) {
         flooders.emplace_back([&over] {
             while (!over) {
                 Connection connection("api_daemon");
                 connection.Send(Bytes(200'000, 0xee));
             }
         });
-    for (int i = 0; i < 100; ++i)
+    }
+    for (int i = 0; i < 100; ++i) {
         ExpectServing();
+    }
     over = true;
-    for (std::thread& each : flooders)
+    for (std::thread& each : flooders) {
         each.join();
+    }
 }
 
 TEST(VimbradProtocol, ManyClientsAtOnceAreAllServed) {
     const Daemon daemon;
     std::atomic<int> served = 0;
     std::vector<std::thread> clients;
-    for (int i = 0; i < 16; ++i)
+    for (int i = 0; i < 16; ++i) {
         clients.emplace_back([&served] {
             for (int k = 0; k < 100; ++k) {
                 u32 mtu = 0;
@@ -194,8 +200,10 @@ TEST(VimbradProtocol, ManyClientsAtOnceAreAllServed) {
                 served += VimbraIfaceGetMtu(lo, &mtu) == 0 && mtu == 65536 ? 1 : 0;
             }
         });
-    for (std::thread& each : clients)
+    }
+    for (std::thread& each : clients) {
         each.join();
+    }
     EXPECT_EQ(1600, served);
 }
 
@@ -211,8 +219,9 @@ TEST(VimbradProtocol, RandomRequestsDoNoHarm) {
         for (const size_t size : sizes) {
             for (int variant = 0; variant < 6; ++variant) {
                 Bytes body(size);
-                for (uint8_t& each : body)
+                for (uint8_t& each : body) {
                     each = static_cast<uint8_t>(variant < 3 ? random() : random() % 4 * 2);
+                }
                 // Half of them name an interface that is there.
                 const size_t name = size == 18 || size == 22 || size == 470 ? 2 : 0;
                 if (variant % 2 == 0 && size >= name + 16) {

@@ -35,8 +35,9 @@ std::vector<std::string> AddressesOf(const Told& message, uint16_t family) {
     std::vector<std::string> found;
     for (uint32_t i = 0; i < message.body.U32(16); ++i) {
         const size_t entry = 20 + 28 * i;
-        if (message.body.U16(entry + 4) != family)
+        if (message.body.U16(entry + 4) != family) {
             continue;
+        }
         char text[INET6_ADDRSTRLEN] = "";
         inet_ntop(family, message.body.data() + entry + 8, text, sizeof(text));
         found.push_back(std::string(text) + "/" + std::to_string(message.body.U32(entry + 24)) +
@@ -68,9 +69,10 @@ class Router {
         std::string config =
             "interface eth0 { AdvSendAdvert on; MinRtrAdvInterval 3; MaxRtrAdvInterval 4;\n";
         std::istringstream words(prefixes);
-        for (std::string prefix; words >> prefix;)
+        for (std::string prefix; words >> prefix;) {
             config +=
                 "prefix " + prefix + " { AdvOnLink on; AdvAutonomous on; " + lifetimes + " };\n";
+        }
         program_.reset();
         // Files of its own: a helper of the one before may hold the old ones a moment longer.
         const std::string name = "/tmp/radvd" + std::to_string(++starts_);

@@ -85,8 +85,9 @@ s32 DeleteRule(TVimbraIpRuleParam rule) {
 std::vector<std::string> Lines(const std::string& text) {
     std::vector<std::string> lines;
     std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);)
+    for (std::string line; std::getline(stream, line);) {
         lines.push_back(line.substr(0, line.find_last_not_of(' ') + 1));
+    }
     return lines;
 }
 
@@ -102,8 +103,9 @@ std::vector<std::string> KernelRules() {
 
 std::string TextOf(const TVimbraIpRouteParam& route) {
     std::string text = TextOf(route.tDestIpNet) + "/" + std::to_string(route.dwPrefix);
-    if (TextOf(route.tDestGateWay) != "0.0.0.0" && TextOf(route.tDestGateWay) != "::")
+    if (TextOf(route.tDestGateWay) != "0.0.0.0" && TextOf(route.tDestGateWay) != "::") {
         text += " via " + TextOf(route.tDestGateWay);
+    }
     text += " dev " + std::string(route.achIfaceName, strnlen(route.achIfaceName, 16));
     return text + " metric " + std::to_string(route.dwRoutePri);
 }
@@ -113,8 +115,9 @@ std::vector<std::string> Told(u16 family) {
     TVimbraAllIpRouteInfo list{};
     EXPECT_EQ(0, VimbraGetAllIpRoute(family, &list));
     std::vector<std::string> told;
-    for (u32 i = 0; i < list.dwIpRouteNum; ++i)
+    for (u32 i = 0; i < list.dwIpRouteNum; ++i) {
         told.push_back(TextOf(list.tNetIpRouteParam[i]));
+    }
     return told;
 }
 
@@ -205,8 +208,9 @@ TEST_F(VimbradRoute, RefusalIsTheKernelsNumber) {
 }
 
 TEST_F(VimbradRoute, DeletedRouteIsGone) {
-    for (const u32 metric : {0, 7, 8})
+    for (const u32 metric : {0, 7, 8}) {
         EXPECT_EQ(0, Add(Route("eth0", "172.16.0.0", 12, "10.0.0.2", metric)));
+    }
     EXPECT_EQ(0, Delete(Route("eth0", "172.16.0.0", 12, "10.0.0.2", 7)));
     EXPECT_THAT(KernelRoutes(2), ElementsAre("172.16.0.0/12 via 10.0.0.2 dev eth0",
                                              "172.16.0.0/12 via 10.0.0.2 dev eth0 metric 8"));
@@ -241,8 +245,9 @@ TEST_F(VimbradRoute, NumberedTablesAreApart) {
     EXPECT_EQ(0, DeleteFrom(100, Route("eth0", "fd10::", 48, "fd00::2", 4)));
     EXPECT_EQ(0, DeleteFrom(1000, Route("eth1", "172.16.0.0", 12, "10.1.0.2")));
     EXPECT_EQ(0, DeleteFrom(0, Route("eth0", "172.32.0.0", 16, "10.0.0.2")));
-    for (const char* table : {"100", "1000", "main"})
+    for (const char* table : {"100", "1000", "main"}) {
         EXPECT_THAT(KernelRoutes(2, table), IsEmpty()) << table;
+    }
 }
 
 TEST_F(VimbradRoute, MetricChanges) {
@@ -304,9 +309,10 @@ TEST_F(VimbradRoute, RoutesThatDifferInTheirInterfaceOnlyAreAllListed) {
 }
 
 TEST_F(VimbradRoute, ListingHasTenAndLeavesTheKernelsOwnOut) {
-    for (int i = 0; i < 9; ++i)
+    for (int i = 0; i < 9; ++i) {
         EXPECT_EQ(
             0, Add(Route("eth0", ("172.16." + std::to_string(i) + ".0").c_str(), 24, "10.0.0.2")));
+    }
     EXPECT_EQ(0, Add(Route("eth0", "fd10::", 48, "fd00::2")));
     EXPECT_THAT(Told(2), SizeIs(10));
     const std::vector<std::string> both = Told(11);
@@ -504,11 +510,13 @@ TEST_F(VimbradRoute, PriorityOrdersTheDefaultRoutes) {
         std::vector<std::string> names;
         for (const int family : {4, 6}) {
             std::vector<std::pair<int, std::string>> found;
-            for (const Json& each : Ip("-" + std::to_string(family) + " route show default"))
+            for (const Json& each : Ip("-" + std::to_string(family) + " route show default")) {
                 found.emplace_back(each.value("metric", 0), each.at("dev").get<std::string>());
+            }
             std::sort(found.begin(), found.end());
-            for (const auto& [metric, name] : found)
+            for (const auto& [metric, name] : found) {
                 names.push_back(name);
+            }
         }
         return names;
     };
@@ -572,8 +580,9 @@ class VimbradRoutePacket : public testing::Test {
     int Reached(const std::string& options) {
         const int first = Echoes(first_);
         const int second = Echoes(second_);
-        if (ShellStatus("ping -c 1 -W 5 " + options + " 203.0.113.1") != 0)
+        if (ShellStatus("ping -c 1 -W 5 " + options + " 203.0.113.1") != 0) {
             return 0;
+        }
         return Echoes(first_) > first ? 1 : Echoes(second_) > second ? 2 : -1;
     }
 

@@ -40,13 +40,15 @@ Counters Kernel(const std::string& iface) {
     for (std::string line; std::getline(lines, line);) {
         const size_t colon = line.find(':');
         if (colon == std::string::npos ||
-            line.substr(line.find_first_not_of(' '), iface.size() + 1) != iface + ":")
+            line.substr(line.find_first_not_of(' '), iface.size() + 1) != iface + ":") {
             continue;
+        }
         std::istringstream fields(line.substr(colon + 1));
         Counters counters;
         fields >> counters.received;
-        for (int i = 0; i < 8; ++i)
+        for (int i = 0; i < 8; ++i) {
             fields >> counters.sent;
+        }
         return counters;
     }
     ADD_FAILURE() << "no " << iface;
@@ -56,8 +58,9 @@ Counters Kernel(const std::string& iface) {
 // An interface on which nothing moves by itself.
 void MakeQuiet(const std::string& name) {
     Shell("ip link add " + name + " type veth peer name peer-" + name);
-    for (const std::string& each : {name, "peer-" + name})
+    for (const std::string& each : {name, "peer-" + name}) {
         Shell("ip link set " + each + " addrgenmode none && ip link set " + each + " arp off up");
+    }
 }
 
 // Sends `count` packets of `size` bytes out of an interface.
@@ -115,8 +118,9 @@ TEST(VimbradStat, InterfaceThatComesAndGoes) {
 
 TEST(VimbradStat, IntervalBelowOneIsRefused) {
     Daemon daemon;
-    for (const int32_t interval : {0, -1, INT32_MIN})
+    for (const int32_t interval : {0, -1, INT32_MIN}) {
         EXPECT_EQ(EINVAL, Ask(kStart, Pack().S32(interval)));
+    }
     EXPECT_EQ(0, Ask(kStart, Pack().S32(INT32_MAX)));
 }
 

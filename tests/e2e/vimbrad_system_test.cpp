@@ -82,8 +82,9 @@ TEST_F(VimbradWeb, PortOfAnotherIsRefused) {
 }
 
 TEST_F(VimbradWeb, ImpossiblePortsAreRefused) {
-    for (const int32_t port : {0, -1, 65536, INT32_MIN, INT32_MAX})
+    for (const int32_t port : {0, -1, 65536, INT32_MIN, INT32_MAX}) {
         EXPECT_EQ(EINVAL, Enable(port));
+    }
 }
 
 TEST_F(VimbradWeb, EndsWithTheDaemon) {
@@ -106,8 +107,9 @@ Bytes Text(const std::string& text) {
 Bytes BondBody(uint32_t mode, const std::vector<std::string>& members, const std::string& active) {
     Pack rest;
     rest.U32(mode).Add(Text("/proc/net")).U32(static_cast<uint32_t>(members.size()));
-    for (const std::string& each : members)
+    for (const std::string& each : members) {
         rest.Add(Text(each));
+    }
     rest.Add(Text(active));
     return Pack().U32(static_cast<uint32_t>(rest.Get().size() + 4)).Add(rest);
 }
