@@ -66,9 +66,20 @@ class Child::Run : public std::enable_shared_from_this<Run> {
         }
     }
 
+    void EndsWithin(u64 milliseconds) {
+        if (!patience_) {
+            patience_ = MakeTimer(process_->loop, this);
+        }
+        uv_timer_start(
+            patience_.get(),
+            [](uv_timer_t* timer) { static_cast<Run*>(timer->data)->Kill(SIGKILL); }, milliseconds,
+            0);
+    }
+
     void Abandon() {
         events_ = {};
         output_.reset();
+        patience_.reset();
         Kill(SIGKILL);
     }
 
@@ -136,6 +147,7 @@ class Child::Run : public std::enable_shared_from_this<Run> {
         ReportLine();
         process_.reset();
         output_.reset();
+        patience_.reset();
         if (const auto report = std::exchange(events_.end, nullptr)) {
             report(end);
         }
@@ -148,6 +160,7 @@ class Child::Run : public std::enable_shared_from_this<Run> {
     std::string line_;
     UvHandle<uv_process_t> process_;
     UvHandle<uv_pipe_t> output_;
+    UvHandle<uv_timer_t> patience_;
     int output_fd_ = -1;
     std::shared_ptr<Run> self_;
 };
@@ -164,6 +177,15 @@ Child::~Child() {
 
 void Child::Kill(int signal) {
     run_->Kill(signal);
+}
+
+void Child::End(u64 milliseconds) {
+    run_->Kill(SIGTERM);
+    run_->EndsWithin(milliseconds);
+}
+
+void Child::EndsWithin(u64 milliseconds) {
+    run_->EndsWithin(milliseconds);
 }
 
 }  // namespace vimbrad

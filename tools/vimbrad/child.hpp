@@ -2,6 +2,8 @@
 #ifndef VIMBRA_VIMBRAD_CHILD_HPP
 #define VIMBRA_VIMBRAD_CHILD_HPP
 
+#include <vimbra/types.h>
+
 #include <functional>
 #include <memory>
 #include <string>
@@ -39,6 +41,10 @@ class Child {
     Child& operator=(const Child&) = delete;
 
     void Kill(int signal);
+    // The program is to end within this time: asked to by SIGTERM, then killed.
+    void End(u64 milliseconds);
+    // The program is about to end by itself: killed if it does not within this time.
+    void EndsWithin(u64 milliseconds);
 
  private:
     class Run;

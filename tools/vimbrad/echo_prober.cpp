@@ -159,14 +159,8 @@ vimbra::Fd OpenV6() {
 }
 
 vimbra::Fd Open(u16 family) {
-    switch (family) {
-        case VIMBRA_FAMILY_IPV4:
-            return OpenV4();
-        case VIMBRA_FAMILY_IPV6:
-            return OpenV6();
-        default:
-            throw Refusal(EINVAL, "no such address family");
-    }
+    CheckOneFamily(family);
+    return family == VIMBRA_FAMILY_IPV4 ? OpenV4() : OpenV6();
 }
 
 }  // namespace

@@ -12,10 +12,6 @@ constexpr int kDumpAttempts = 8;
 
 using NextHop = std::unique_ptr<rtnl_nexthop, FreeWith<rtnl_route_nh_free>>;
 
-u32 FullPrefix(const TVimbraAddr& address) {
-    return static_cast<u32>(BytesOf(address).size() * 8);
-}
-
 Route MakeRoute(const RouteSpec& spec) {
     const NlAddr destination = MakeNlAddr(spec.destination, spec.prefix);
     auto route = Allocated<Route>(rtnl_route_alloc());
@@ -31,7 +27,7 @@ Route MakeRoute(const RouteSpec& spec) {
         rtnl_route_nh_set_ifindex(hop.get(), spec.iface);
     }
     if (!IsZero(spec.gateway)) {
-        const NlAddr gateway = MakeNlAddr(spec.gateway, FullPrefix(spec.gateway));
+        const NlAddr gateway = MakeNlAddr(spec.gateway, FullPrefix(spec.gateway.wSinFamily));
         rtnl_route_nh_set_gateway(hop.get(), gateway.get());
     }
     rtnl_route_add_nexthop(route.get(), hop.release());
@@ -62,7 +58,7 @@ int TakeRoute(nl_msg* message, void* arg) noexcept {
 // Every route of a family. The library's own cache would not do: of several routes with one
 // destination and one metric it keeps the first.
 std::vector<Route> Dump(u16 family) {
-    BytesOf({family, {}});
+    CheckOneFamily(family);
     for (int attempt = 0; attempt < kDumpAttempts; ++attempt) {
         Netlink kernel;
         DumpTarget target;
@@ -146,7 +142,7 @@ void DeleteRoute(rtnl_route* route) {
 }
 
 int IfaceTowards(const TVimbraAddr& address) {
-    const NlAddr destination = MakeNlAddr(address, FullPrefix(address));
+    const NlAddr destination = MakeNlAddr(address, FullPrefix(address.wSinFamily));
     Netlink kernel;
     rtnl_route* raw = nullptr;
     if (rtnl_route_lookup(kernel.Socket(), destination.get(), &raw) < 0 || raw == nullptr) {

@@ -119,14 +119,14 @@ std::string NameOf(const char (&field)[VIMBRA_IFACE_NAME_LEN]) {
 }
 
 std::span<const u8> BytesOf(const TVimbraAddr& address) {
-    switch (address.wSinFamily) {
-        case VIMBRA_FAMILY_IPV4:
-            return {address.tV6Addr.s6_addr, sizeof(address.tV4Addr)};
-        case VIMBRA_FAMILY_IPV6:
-            return {address.tV6Addr.s6_addr, sizeof(address.tV6Addr)};
-        default:
-            throw Refusal(EINVAL, "no such address family");
-    }
+    CheckOneFamily(address.wSinFamily);
+    return {address.tV6Addr.s6_addr, address.wSinFamily == VIMBRA_FAMILY_IPV4
+                                         ? sizeof(address.tV4Addr)
+                                         : sizeof(address.tV6Addr)};
+}
+
+u32 FullPrefix(u16 family) {
+    return family == VIMBRA_FAMILY_IPV4 ? 32 : 128;
 }
 
 bool IsZero(const TVimbraAddr& address) {
@@ -156,18 +156,6 @@ TVimbraAddr MakeAddr(const nl_addr* address) {
     std::memcpy(&made.tV6Addr, nl_addr_get_binary_addr(address),
                 std::min<size_t>(nl_addr_get_len(address), sizeof(made.tV6Addr)));
     return made;
-}
-
-bool Covers(u16 wanted, int family) {
-    switch (wanted) {
-        case VIMBRA_FAMILY_IPV4:
-        case VIMBRA_FAMILY_IPV6:
-            return family == wanted;
-        case VIMBRA_FAMILY_BOTH:
-            return family == VIMBRA_FAMILY_IPV4 || family == VIMBRA_FAMILY_IPV6;
-        default:
-            throw Refusal(EINVAL, "no such address family");
-    }
 }
 
 }  // namespace vimbrad

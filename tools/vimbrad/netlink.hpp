@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "family.hpp"
 #include "refusal.hpp"
 
 namespace vimbrad {
@@ -111,6 +112,8 @@ std::string NameOf(const char (&field)[VIMBRA_IFACE_NAME_LEN]);
 // The bytes of an address that its family uses; what a client leaves in the others has no meaning.
 // Throws Refusal(EINVAL) for another family than 2 and 10.
 std::span<const u8> BytesOf(const TVimbraAddr& address);
+// The prefix length of a single address.
+u32 FullPrefix(u16 family);
 bool IsZero(const TVimbraAddr& address);
 bool Same(const TVimbraAddr& one, const TVimbraAddr& other);
 
@@ -120,10 +123,6 @@ NlAddr MakeNlAddr(const TVimbraAddr& address, u32 prefix);
 
 // The other way round; zero for no address.
 TVimbraAddr MakeAddr(const nl_addr* address);
-
-// True when a request for `wanted` (2, 10, or 11 for both) speaks of `family`. Throws
-// Refusal(EINVAL) when `wanted` is none of them.
-bool Covers(u16 wanted, int family);
 
 }  // namespace vimbrad
 

@@ -192,26 +192,28 @@ class Watch {
 class ConflictService : public Service {
  public:
     explicit ConflictService(const Context& context)
-        : loop_(context.loop),
-          v4_{{loop_, wire::kConflictSocket, [] {}}, {}},
-          v6_{{loop_, wire::kConflictSocketV6, [] {}}, {}} {}
+        : loop_(context.loop), families_([this](u16 family) {
+              const bool v4 = family == VIMBRA_FAMILY_IPV4;
+              return Family{{loop_, v4 ? wire::kConflictSocket : wire::kConflictSocketV6, [] {}},
+                            {}};
+          }) {}
 
     void Attach(Registry& registry) override {
         using wire::PlainResult;
         registry.On<wire::ConflictBody, PlainResult>(
             wire::kConflictStart, "conflict watch start", [this](const wire::ConflictBody& body) {
-                Family& family = Of(body.wSinFamily);
+                Family& family = families_.Of(body.wSinFamily);
                 family.watch.reset();
                 family.watch = std::make_unique<Watch>(loop_, body.wSinFamily, family.notifier);
                 return PlainResult{0};
             });
-        registry.On<wire::ConflictBody, PlainResult>(wire::kConflictStop, "conflict watch stop",
-                                                     [this](const wire::ConflictBody& body) {
-                                                         Family& family = Of(body.wSinFamily);
-                                                         family.watch.reset();
-                                                         family.notifier.Clear();
-                                                         return PlainResult{0};
-                                                     });
+        registry.On<wire::ConflictBody, PlainResult>(
+            wire::kConflictStop, "conflict watch stop", [this](const wire::ConflictBody& body) {
+                Family& family = families_.Of(body.wSinFamily);
+                family.watch.reset();
+                family.notifier.Clear();
+                return PlainResult{0};
+            });
     }
 
  private:
@@ -220,19 +222,8 @@ class ConflictService : public Service {
         std::unique_ptr<Watch> watch;
     };
 
-    Family& Of(u16 family) {
-        if (family == VIMBRA_FAMILY_IPV4) {
-            return v4_;
-        }
-        if (family == VIMBRA_FAMILY_IPV6) {
-            return v6_;
-        }
-        throw Refusal(EINVAL, "no such address family");
-    }
-
     uv_loop_t* loop_;
-    Family v4_;
-    Family v6_;
+    PerFamily<Family> families_;
 };
 
 }  // namespace

@@ -1,6 +1,5 @@
 // DHCP servers: one busybox udhcpd for each interface, in the foreground, with a configuration that
 // is written for it.
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <netlink/route/link.h>
 #include <sys/stat.h>
@@ -11,6 +10,7 @@
 #include <map>
 #include <optional>
 
+#include "address_text.hpp"
 #include "api/api_dhcps/dhcps_wire.hpp"
 #include "child.hpp"
 #include "lib/base/fd.hpp"
@@ -33,12 +33,6 @@ constexpr u32 kLeasesMax = 4096;
 // A server that cannot work ends within this time; after it a start is answered.
 constexpr u64 kSettleMs = 300;
 constexpr u64 kKillMs = 2'000;
-
-std::string TextOf(const TVimbraAddr& address) {
-    char text[INET_ADDRSTRLEN] = "";
-    inet_ntop(AF_INET, &address.tV4Addr, text, sizeof(text));
-    return text;
-}
 
 u32 HostOrder(const TVimbraAddr& address) {
     return ntohl(address.tV4Addr.s_addr);
@@ -67,6 +61,7 @@ void CheckPool(const TVimbraDhcpsInfo& pool) {
 
 std::string NetmaskOf(u32 prefix) {
     TVimbraAddr mask{};
+    mask.wSinFamily = VIMBRA_FAMILY_IPV4;
     mask.tV4Addr.s_addr = htonl(~u32{0} << (32 - prefix));
     return TextOf(mask);
 }
@@ -125,31 +120,28 @@ class DhcpServer {
     // Answers when the server has had the time to find out that it cannot work.
     void AnswerStart(const Answer<wire::PlainResult>& answer) {
         starting_.push_back(answer);
-        After(kSettleMs, [](uv_timer_t* timer) {
-            auto* self = static_cast<DhcpServer*>(timer->data);
-            LogInfo("DHCP server on %s: started", self->name_.c_str());
-            for (const auto& each : std::exchange(self->starting_, {})) {
-                each({0});
-            }
-        });
+        uv_timer_start(
+            timer_.get(),
+            [](uv_timer_t* timer) {
+                auto* self = static_cast<DhcpServer*>(timer->data);
+                LogInfo("DHCP server on %s: started", self->name_.c_str());
+                for (const auto& each : std::exchange(self->starting_, {})) {
+                    each({0});
+                }
+            },
+            kSettleMs, 0);
     }
 
     void Stop() {
         stopping_ = true;
-        child_.Kill(SIGTERM);
-        After(kKillMs, [](uv_timer_t* timer) {
-            static_cast<DhcpServer*>(timer->data)->child_.Kill(SIGKILL);
-        });
+        uv_timer_stop(timer_.get());
+        child_.End(kKillMs);
     }
 
     bool Stopping() const { return stopping_; }
     const std::string& LeaseFile() const { return lease_file_; }
 
  private:
-    void After(u64 milliseconds, uv_timer_cb call) {
-        uv_timer_start(timer_.get(), call, milliseconds, 0);
-    }
-
     void HasEnded(const ChildEnd& end) {
         if (!stopping_) {
             LogWarning("DHCP server on %s: ended with %s", name_.c_str(), end.Text().c_str());
@@ -190,7 +182,7 @@ class DhcpServerService : public Service {
         registry.OnLater<DhcpsIfaceBody, PlainResult>(
             wire::kDhcpsStop, "DHCP server stop",
             [this](const DhcpsIfaceBody& body, const Answer<PlainResult>& answer) {
-                CheckFamily(body.wSinFamily);
+                CheckIsIpv4(body.wSinFamily);
                 StopThen([name = NameOf(body.achIfaceName)](
                              const std::string& each) { return each == name; },
                          [answer] { answer({0}); });
@@ -211,18 +203,16 @@ class DhcpServerService : public Service {
  private:
     using Then = std::function<void()>;
 
-    static void CheckFamily(u16 family) {
+    static void CheckIsIpv4(u16 family) {
+        CheckOneFamily(family);
         if (family == VIMBRA_FAMILY_IPV6) {
             throw Refusal(ENOTSUP, "no DHCP server for IPv6");
-        }
-        if (family != VIMBRA_FAMILY_IPV4) {
-            throw Refusal(EINVAL, "no such address family");
         }
     }
 
     // A server that runs makes room for one with the new pool.
     void Start(const wire::DhcpsStartBody& body, const Answer<wire::PlainResult>& answer) {
-        CheckFamily(body.wSinFamily);
+        CheckIsIpv4(body.wSinFamily);
         const TVimbraDhcpsInfo pool = body.tDhcpsInfo;
         CheckPool(pool);
         const std::string name = NameOf(body.achIfaceName);

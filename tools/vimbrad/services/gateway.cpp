@@ -40,9 +40,7 @@ std::vector<Route> DefaultRoutes(u16 family, u32 table) {
 }
 
 std::vector<Route> DefaultRoutesOf(const std::string& name, u16 family, u32 table) {
-    if (family != VIMBRA_FAMILY_IPV4 && family != VIMBRA_FAMILY_IPV6) {
-        throw Refusal(EINVAL, "no such address family");
-    }
+    CheckOneFamily(family);
     const int iface = IfaceNumber(name);
     std::vector<Route> routes = DefaultRoutes(family, table);
     std::erase_if(routes, [iface](const Route& each) {

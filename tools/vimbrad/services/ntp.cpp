@@ -13,6 +13,7 @@
 #include <map>
 #include <optional>
 
+#include "address_text.hpp"
 #include "api/api_ntpc/ntpc_wire.hpp"
 #include "child.hpp"
 #include "lib/base/fd.hpp"
@@ -42,12 +43,7 @@ constexpr s64 kStepMicroseconds = 128'000;
 constexpr s64 kMicroseconds = 1'000'000;
 
 NlAddr Whole(const TVimbraAddr& address) {
-    return MakeNlAddr(address, static_cast<u32>(BytesOf(address).size() * 8));
-}
-
-std::string TextOf(const TVimbraAddr& address) {
-    char text[INET6_ADDRSTRLEN] = "";
-    return nl_addr2str(Whole(address).get(), text, sizeof(text));
+    return MakeNlAddr(address, FullPrefix(address.wSinFamily));
 }
 
 // What a client names as its server, without what the address's family does not use.
@@ -272,21 +268,23 @@ class NtpService : public Service {
  public:
     // A client goes on when nobody listens: it may keep the clock.
     explicit NtpService(const Context& context)
-        : context_(context),
-          v4_{{context.loop, wire::kNtpcSocketIpv4, [] {}}, {}},
-          v6_{{context.loop, wire::kNtpcSocketIpv6, [] {}}, {}} {}
+        : context_(context), families_([this](u16 family) {
+              const bool v4 = family == VIMBRA_FAMILY_IPV4;
+              return Family{
+                  {context_.loop, v4 ? wire::kNtpcSocketIpv4 : wire::kNtpcSocketIpv6, [] {}}, {}};
+          }) {}
 
     void Attach(Registry& registry) override {
         registry.On<wire::NtpcStartBody, PlainResult>(
             wire::kNtpcStart, "NTP client start",
             [this](const wire::NtpcStartBody& body) { return Start(body); });
-        registry.On<wire::NtpcStopBody, PlainResult>(wire::kNtpcStop, "NTP client stop",
-                                                     [this](const wire::NtpcStopBody& body) {
-                                                         Family& family = Of(body.wSinFamily);
-                                                         family.client.reset();
-                                                         family.notifier.Clear();
-                                                         return PlainResult{0};
-                                                     });
+        registry.On<wire::NtpcStopBody, PlainResult>(
+            wire::kNtpcStop, "NTP client stop", [this](const wire::NtpcStopBody& body) {
+                Family& family = families_.Of(body.wSinFamily);
+                family.client.reset();
+                family.notifier.Clear();
+                return PlainResult{0};
+            });
         registry.OnLater<TVimbraAddr, PlainResult>(
             wire::kNtpcCheck, "NTP server check",
             [this](const TVimbraAddr& server, const Answer<PlainResult>& answer) {
@@ -300,19 +298,9 @@ class NtpService : public Service {
         std::unique_ptr<Client> client;
     };
 
-    Family& Of(u16 family) {
-        if (family == VIMBRA_FAMILY_IPV4) {
-            return v4_;
-        }
-        if (family == VIMBRA_FAMILY_IPV6) {
-            return v6_;
-        }
-        throw Refusal(EINVAL, "no such address family");
-    }
-
     // A client that runs makes room for the new one, unless that cannot be had.
     PlainResult Start(const wire::NtpcStartBody& body) {
-        Family& family = Of(body.wSinFamily);
+        Family& family = families_.Of(body.wSinFamily);
         const TVimbraAddr server = ServerOf(body.tServerIp);
         if (server.wSinFamily != body.wSinFamily) {
             throw Refusal(EINVAL, "a server of another family");
@@ -340,8 +328,7 @@ class NtpService : public Service {
     }
 
     Context context_;
-    Family v4_;
-    Family v6_;
+    PerFamily<Family> families_;
     std::map<u32, std::unique_ptr<Question>> checks_;
     u32 next_check_ = 0;
 };

@@ -1,7 +1,6 @@
 // PPPoE: one pppd for each link, and for each dial of it: why a dial has ended is told by the exit
 // status alone. The addresses of IPv4 come from a hook that pppd runs, those of IPv6 from its log:
 // it has no option for a hook of ours there.
-#include <arpa/inet.h>
 #include <fcntl.h>
 
 #include <algorithm>
@@ -12,6 +11,7 @@
 #include <map>
 #include <sstream>
 
+#include "address_text.hpp"
 #include "api/api_pppoe/pppoe_wire.hpp"
 #include "child.hpp"
 #include "lib/base/fd.hpp"
@@ -61,19 +61,6 @@ u16 OtherHalf(u16 link, u16 request) {
         return 0;
     }
     return request == VIMBRA_FAMILY_IPV4 ? VIMBRA_FAMILY_IPV6 : VIMBRA_FAMILY_IPV4;
-}
-
-const char* TextOf(u16 family) {
-    return family == VIMBRA_FAMILY_BOTH   ? "IPv4 and IPv6"
-           : family == VIMBRA_FAMILY_IPV4 ? "IPv4"
-                                          : "IPv6";
-}
-
-TVimbraAddr AddressOf(u16 family, const std::string& text) {
-    TVimbraAddr address{};
-    address.wSinFamily = family;
-    inet_pton(family, text.c_str(), &address.tV6Addr);
-    return address;
 }
 
 // A word of an options file, whatever it holds.
@@ -181,10 +168,7 @@ class PppoeLink {
             Finish();
             return;
         }
-        child_->Kill(SIGTERM);
-        After(kHangUpMs, [](uv_timer_t* timer) {
-            static_cast<PppoeLink*>(timer->data)->child_->Kill(SIGKILL);
-        });
+        child_->End(kHangUpMs);
     }
 
  private:
@@ -193,7 +177,8 @@ class PppoeLink {
             std::make_unique<Child>(loop_, std::vector<std::string>{"pppd", "file", options_},
                                     Child::Events{[this](std::string_view line) { TakeLine(line); },
                                                   [this](const ChildEnd& end) { Ended(end); }});
-        LogInfo("PPPoE link for %s: dials on %s", TextOf(family_), NameOf(config_.devname).c_str());
+        LogInfo("PPPoE link for %s: dials on %s", FamilyTitle(family_),
+                NameOf(config_.devname).c_str());
     }
 
     void After(u64 milliseconds, uv_timer_cb call) {
@@ -226,8 +211,8 @@ class PppoeLink {
         if (stopped_) {
             return;
         }
-        LogInfo("PPPoE link for %s: %s is up", TextOf(family_),
-                TextOf(addresses.tOurIpaddr.wSinFamily));
+        LogInfo("PPPoE link for %s: %s is up", FamilyTitle(family_),
+                FamilyTitle(addresses.tOurIpaddr.wSinFamily));
         was_up_ = true;
         notifier_.Post(wire::kPppoeConnected, addresses);
     }
@@ -238,7 +223,8 @@ class PppoeLink {
             Finish();
             return;
         }
-        LogWarning("PPPoE link for %s: pppd ended with %s", TextOf(family_), end.Text().c_str());
+        LogWarning("PPPoE link for %s: pppd ended with %s", FamilyTitle(family_),
+                   end.Text().c_str());
         notifier_.Post(was_up_ ? kLost : end.status == kNotAuthenticated ? kRefused : kNoLink);
         DialAgain();
     }
@@ -248,7 +234,7 @@ class PppoeLink {
         failures_ = std::exchange(was_up_, false) ? 0 : failures_ + 1;
         if (config_.auto_dial_enable == 0 ||
             (config_.maxfail != 0 && failures_ >= config_.maxfail)) {
-            LogInfo("PPPoE link for %s: not dialled any more", TextOf(family_));
+            LogInfo("PPPoE link for %s: not dialled any more", FamilyTitle(family_));
             over_ = true;
             notifier_.Post(wire::kPppoeStopped);
             return;
@@ -261,14 +247,14 @@ class PppoeLink {
         try {
             Dial();
         } catch (const std::exception& error) {
-            LogWarning("PPPoE link for %s: not dialled: %s", TextOf(family_), error.what());
+            LogWarning("PPPoE link for %s: not dialled: %s", FamilyTitle(family_), error.what());
             notifier_.Post(kNoLink);
             DialAgain();
         }
     }
 
     void Finish() {
-        LogInfo("PPPoE link for %s: stopped", TextOf(family_));
+        LogInfo("PPPoE link for %s: stopped", FamilyTitle(family_));
         // The call may end this object, and the function with it.
         const Stopped stopped = std::move(stopped_);
         stopped();
@@ -310,13 +296,6 @@ class PppoeService : public Service {
 
  private:
     using Then = std::function<void()>;
-
-    static void CheckFamily(u16 family) {
-        if (family != VIMBRA_FAMILY_IPV4 && family != VIMBRA_FAMILY_IPV6 &&
-            family != VIMBRA_FAMILY_BOTH) {
-            throw Refusal(EINVAL, "no such address family");
-        }
-    }
 
     // What cannot be dialled leaves the link that runs alone.
     void Start(u16 family, const PppoeConfig& config, const Answer<wire::PlainResult>& answer) {
@@ -372,7 +351,7 @@ class PppoeService : public Service {
             try {
                 Run(rest, ended.mapped()->Config());
             } catch (const std::exception& error) {
-                LogWarning("PPPoE link for %s: not dialled: %s", TextOf(rest), error.what());
+                LogWarning("PPPoE link for %s: not dialled: %s", FamilyTitle(rest), error.what());
             }
         }
         Work();

@@ -1,0 +1,100 @@
+// A DHCP client of one interface and family, from its start until it has stopped: runs the program
+// that speaks to servers, sets the lease as an application would set it, and tells the application.
+#ifndef VIMBRA_VIMBRAD_LEASE_CLIENT_HPP
+#define VIMBRA_VIMBRAD_LEASE_CLIENT_HPP
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "child.hpp"
+#include "lease_report.hpp"
+#include "lease_settings.hpp"
+#include "notifier.hpp"
+#include "private_dir.hpp"
+#include "service.hpp"
+#include "uv.hpp"
+
+namespace vimbrad {
+
+// Its program renews its lease, or is started anew for it, at SIGUSR1, which applications send it
+// too.
+class LeaseClient {
+ public:
+    using Stopped = std::function<void()>;
+
+    LeaseClient(uv_loop_t* loop, Registry& registry, std::string name, u16 family,
+                const PrivateDir& files);
+    virtual ~LeaseClient() = default;
+    LeaseClient(const LeaseClient&) = delete;
+    LeaseClient& operator=(const LeaseClient&) = delete;
+
+    // Throws Refusal.
+    virtual void Run() = 0;
+
+    // A lease that is held is told again once it is renewed.
+    virtual void Renew() { child_->Kill(SIGUSR1); }
+
+    bool HasProgram() const { return child_ != nullptr; }
+    bool Stopping() const { return stopped_ != nullptr; }
+
+    // Calls when the program has ended and what it set is gone; that may destroy the client.
+    void Stop(Stopped stopped);
+
+ protected:
+    using Command = std::vector<std::string>;
+
+    // Applications find the program by the name that it is called.
+    void RunProgram(const Command& command, const std::string& called = {});
+    void EndsSoon();
+
+    void RestartAfter(u64 milliseconds);
+    void Restart();
+
+    // Also told at the start, when there is nothing to lose.
+    void Lose();
+    void TellFailure();
+
+    // Once a lease has been set.
+    virtual void LeaseTaken(u32) {}
+    // True when the program's end is a part of its work, and the work goes on.
+    virtual bool Continues(const ChildEnd&) { return false; }
+
+    uv_loop_t* Loop() const { return loop_; }
+    const std::string& Name() const { return name_; }
+    const PrivateDir& Files() const { return files_; }
+    const char* Title() const { return title_.c_str(); }
+    bool HasLease() const { return has_lease_; }
+
+ private:
+    void TakeLine(std::string_view line);
+    void TakeReport();
+    void Ended(const ChildEnd& end);
+    void Finish();
+
+    uv_loop_t* loop_;
+    std::string name_;
+    std::string title_;
+    const PrivateDir& files_;
+    LeaseSettings settings_;
+    LeaseReport report_;
+    Notifier notifier_;
+    UvHandle<uv_timer_t> timer_;
+    std::unique_ptr<Child> child_;
+    bool has_lease_ = false;
+    Stopped stopped_;
+};
+
+// udhcpc, for IPv4.
+std::unique_ptr<LeaseClient> MakeUdhcpcClient(uv_loop_t* loop, Registry& registry,
+                                              const std::string& name, const PrivateDir& files);
+// dhclient, for IPv6. `signalled` is told of a renewal that was not asked for here.
+std::unique_ptr<LeaseClient> MakeDhclientClient(uv_loop_t* loop, Registry& registry,
+                                                const std::string& name, const PrivateDir& files,
+                                                std::function<void()> signalled);
+
+}  // namespace vimbrad
+
+#endif
