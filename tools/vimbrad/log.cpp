@@ -1,16 +1,43 @@
 #include "log.hpp"
 
-#include <unistd.h>
+#include <syslog.h>
 
 #include <cstdarg>
 #include <cstdio>
-#include <cstring>
-#include <ctime>
+#include <memory>
+#include <string>
+
+#include "log_sink.hpp"
 
 namespace vimbrad {
 namespace {
 
-LogLevel g_level = LogLevel::kInfo;
+struct Log {
+    LogLevel operator_level = LogLevel::kInfo;
+    LogLevel level = LogLevel::kInfo;
+    std::unique_ptr<LogSink> sink;
+    u64 lost = 0;
+};
+
+// Made by the first line, when standard error is certain to be open.
+Log& TheLog() {
+    static Log log;
+    if (!log.sink) {
+        log.sink = MakeStandardErrorSink();
+    }
+    return log;
+}
+
+struct Severity {
+    LogLevel level;
+    int priority;
+    const char* word;
+};
+
+constexpr Severity kError{LogLevel::kError, LOG_ERR, "error"};
+constexpr Severity kWarning{LogLevel::kWarning, LOG_WARNING, "warning"};
+constexpr Severity kInfo{LogLevel::kInfo, LOG_INFO, "info"};
+constexpr Severity kDebug{LogLevel::kDebug, LOG_DEBUG, "debug"};
 
 // What a peer sent may be quoted in a line: nothing of it may start a line of its own.
 void MakePrintable(char* text) {
@@ -21,45 +48,63 @@ void MakePrintable(char* text) {
     }
 }
 
-void Write(LogLevel level, const char* word, const char* format, va_list arguments) {
-    if (level > g_level) {
+void TellLost(Log& log) {
+    const std::string text = std::to_string(log.lost) + " log lines were lost: nobody took them";
+    if (log.lost != 0 && log.sink->Write(kWarning.priority, kWarning.word, text)) {
+        log.lost = 0;
+    }
+}
+
+void Write(LogLevel wanted, const Severity& severity, const char* format, va_list arguments) {
+    if (severity.level > wanted) {
         return;
     }
-    const std::time_t now = std::time(nullptr);
-    std::tm local{};
-    localtime_r(&now, &local);
-
-    char line[512];
-    size_t length = std::strftime(line, sizeof(line), "%F %T ", &local);
-    length += static_cast<size_t>(
-        std::snprintf(line + length, sizeof(line) - length, "vimbrad[%d] %s: ", getpid(), word));
-    std::vsnprintf(line + length, sizeof(line) - length - 1, format, arguments);
-    MakePrintable(line + length);
-    length = std::strlen(line);
-    line[length++] = '\n';
-    // One write for a line, so that lines of several processes in one file do not mix.
-    if (write(STDERR_FILENO, line, length) < 0) {
-        return;
+    char text[1024];
+    std::vsnprintf(text, sizeof(text), format, arguments);
+    MakePrintable(text);
+    Log& log = TheLog();
+    TellLost(log);
+    if (log.lost != 0 || !log.sink->Write(severity.priority, severity.word, text)) {
+        ++log.lost;
     }
 }
 
 }  // namespace
 
-void SetLogLevel(LogLevel level) {
-    g_level = level;
+void SetOperatorLogLevel(LogLevel level) {
+    TheLog().operator_level = level;
+    TheLog().level = level;
 }
 
-#define VIMBRAD_DEFINE_LOG(name, level, word)  \
-    void name(const char* format, ...) {       \
-        va_list arguments;                     \
-        va_start(arguments, format);           \
-        Write(level, word, format, arguments); \
-        va_end(arguments);                     \
+void SetLogLevel(LogLevel level) {
+    TheLog().level = level;
+}
+
+LogLevel CurrentLogLevel() {
+    return TheLog().level;
+}
+
+void LogToSyslog() {
+    TheLog().sink = MakeSyslogSink();
+}
+
+u64 LostLogLines() {
+    return TheLog().lost;
+}
+
+#define VIMBRAD_DEFINE_LOG(name, wanted, severity)  \
+    void name(const char* format, ...) {            \
+        va_list arguments;                          \
+        va_start(arguments, format);                \
+        Write(wanted, severity, format, arguments); \
+        va_end(arguments);                          \
     }
-VIMBRAD_DEFINE_LOG(LogError, LogLevel::kError, "error")
-VIMBRAD_DEFINE_LOG(LogWarning, LogLevel::kWarning, "warning")
-VIMBRAD_DEFINE_LOG(LogInfo, LogLevel::kInfo, "info")
-VIMBRAD_DEFINE_LOG(LogDebug, LogLevel::kDebug, "debug")
+VIMBRAD_DEFINE_LOG(LogError, TheLog().level, kError)
+VIMBRAD_DEFINE_LOG(LogWarning, TheLog().level, kWarning)
+VIMBRAD_DEFINE_LOG(LogInfo, TheLog().level, kInfo)
+VIMBRAD_DEFINE_LOG(LogDebug, TheLog().level, kDebug)
+VIMBRAD_DEFINE_LOG(LogChange, TheLog().operator_level, kInfo)
+VIMBRAD_DEFINE_LOG(LogRefused, TheLog().operator_level, kWarning)
 #undef VIMBRAD_DEFINE_LOG
 
 }  // namespace vimbrad

@@ -1,6 +1,9 @@
-// The daemon's log: one plain line per event on standard error.
+// The daemon's log: one plain line per event, on standard error or to the system's log. A line that
+// cannot be taken at once is counted and told later: nobody who reads too slowly stops the service.
 #ifndef VIMBRA_VIMBRAD_LOG_HPP
 #define VIMBRA_VIMBRAD_LOG_HPP
+
+#include <vimbra/types.h>
 
 namespace vimbrad {
 
@@ -16,12 +19,26 @@ enum class LogLevel : unsigned {
 
 inline constexpr unsigned kLogLevelMax = static_cast<unsigned>(LogLevel::kDebug);
 
+// What the operator wants to read; changes are told at this level whatever applications set.
+void SetOperatorLogLevel(LogLevel level);
+// What an application asks for.
 void SetLogLevel(LogLevel level);
+LogLevel CurrentLogLevel();
+
+// From now on lines go to the system's log.
+void LogToSyslog();
+
+// Lines that nobody took and that have not been told of yet.
+u64 LostLogLines();
 
 void LogError(const char* format, ...) __attribute__((format(printf, 1, 2)));
 void LogWarning(const char* format, ...) __attribute__((format(printf, 1, 2)));
 void LogInfo(const char* format, ...) __attribute__((format(printf, 1, 2)));
 void LogDebug(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+// A change that was made, and one that was refused.
+void LogChange(const char* format, ...) __attribute__((format(printf, 1, 2)));
+void LogRefused(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 }  // namespace vimbrad
 
