@@ -135,7 +135,7 @@ size_t Asking() {
 }
 
 std::string Directories() {
-    return Shell("ls -d /tmp/vimbrad.?????? 2>/dev/null || true");
+    return Shell("ls -d /run/vimbrad/files.?????? 2>/dev/null || true");
 }
 
 bool NothingIsLeft() {
@@ -402,7 +402,7 @@ TEST(VimbradNtpProgram, IsAskedForTheOffsetAlone) {
     ASSERT_EQ(0, Ask(kStart, StartBody("::1")));
     EXPECT_EQ(kFailed, WaitReport(listener).type);
     constexpr char kCommand[] =
-        "/tmp/bin/chronyd -Q -U -u root -t 5 pidfile /tmp/vimbrad\\.......\\/pid "
+        "/tmp/bin/chronyd -Q -U -u root -t 5 pidfile /run/vimbrad/files\\.......\\/pid "
         "bindcmdaddress / cmdport 0 server ";
     EXPECT_THAT(ReadFile("/tmp/asked"),
                 MatchesRegex(std::string(kCommand) + "127.0.0.1 iburst maxsamples 1\n" + kCommand +

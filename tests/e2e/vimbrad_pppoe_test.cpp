@@ -94,7 +94,7 @@ Bytes Addresses(uint16_t family, const char* our, const char* peer, const char* 
 
 // The private directories of the daemon.
 std::string Directories() {
-    return Shell("ls -d /tmp/vimbrad.?????? 2>/dev/null || true");
+    return Shell("ls -d /run/vimbrad/files.?????? 2>/dev/null || true");
 }
 
 size_t Descriptors(pid_t pid) {
@@ -318,8 +318,8 @@ TEST_F(VimbradPppoe, DialThatCannotBeMadeIsAFailure) {
 std::string OptionsWithoutScripts(int dial) {
     std::string text = Pppd::Options(dial);
     // The directory has another name each time.
-    for (size_t at; (at = text.find("/tmp/vimbrad.")) != std::string::npos;) {
-        text.replace(at, sizeof("/tmp/vimbrad.XXXXXX") - 1, "DIR");
+    for (size_t at; (at = text.find("/run/vimbrad/files.")) != std::string::npos;) {
+        text.replace(at, sizeof("/run/vimbrad/files.XXXXXX") - 1, "DIR");
     }
     return text;
 }
@@ -366,7 +366,7 @@ TEST_F(VimbradPppoe, OptionsAreThoseOfTheRequest) {
 TEST_F(VimbradPppoe, SecretsAreForNobodyElse) {
     ASSERT_EQ(0, Start(2));
     ASSERT_TRUE(Pppd::WaitDial(1));
-    const std::string directory = Directories().substr(0, sizeof("/tmp/vimbrad.XXXXXX") - 1);
+    const std::string directory = Directories().substr(0, sizeof("/run/vimbrad/files.XXXXXX") - 1);
     EXPECT_EQ("file " + directory + "/options\n", Pppd::Arguments(1));
     EXPECT_EQ("700 600 700\n", Shell("echo $(stat -c %a " + directory + " " + directory +
                                      "/options " + directory + "/ip-up)"));
@@ -416,7 +416,7 @@ TEST_F(VimbradPppoe, TheRealProgramUnderstandsEveryOption) {
             EXPECT_THAT(seen, HasSubstr("\nnopersist\t"));
             EXPECT_THAT(seen, HasSubstr("\nnoauth\t"));
             EXPECT_THAT(seen, HasSubstr("\nlogfd 1\t"));
-            EXPECT_THAT(seen, HasSubstr("\nip-up-script /tmp/vimbrad."));
+            EXPECT_THAT(seen, HasSubstr("\nip-up-script /run/vimbrad/files."));
             EXPECT_THAT(seen, HasSubstr("\nlcp-echo-interval 20\t"));
             EXPECT_THAT(seen, HasSubstr("\nlcp-echo-failure 3\t"));
             const auto has = [&seen](const char* option) {

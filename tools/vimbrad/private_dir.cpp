@@ -11,12 +11,13 @@
 
 #include "lib/base/fd.hpp"
 #include "refusal.hpp"
+#include "run_dir.hpp"
 
 namespace vimbrad {
 
-PrivateDir::PrivateDir() : path_("/tmp/vimbrad.XXXXXX") {
+PrivateDir::PrivateDir(const RunDirectory& parent) : path_(parent.PathOf("files.XXXXXX")) {
     if (mkdtemp(path_.data()) == nullptr) {
-        throw Refusal(errno);
+        throw Refusal(errno, path_ + ": " + std::strerror(errno));
     }
 }
 
@@ -27,18 +28,22 @@ PrivateDir::~PrivateDir() {
 
 std::string PrivateDir::Write(const std::string& name, std::string_view text, mode_t mode) const {
     const std::string path = PathOf(name);
+    WriteWholeFile(path, text, mode);
+    return path;
+}
+
+void WriteWholeFile(const std::string& path, std::string_view text, mode_t mode) {
     const vimbra::Fd file(open, path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
     if (!file || fchmod(file.Get(), mode) != 0) {
-        throw Refusal(errno);
+        throw Refusal(errno, path + ": " + std::strerror(errno));
     }
     while (!text.empty()) {
         const ssize_t count = write(file.Get(), text.data(), text.size());
         if (count < 0) {
-            throw Refusal(errno);
+            throw Refusal(errno, path + ": " + std::strerror(errno));
         }
         text.remove_prefix(static_cast<size_t>(count));
     }
-    return path;
 }
 
 }  // namespace vimbrad

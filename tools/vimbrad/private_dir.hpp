@@ -1,4 +1,4 @@
-// A directory for files that only the daemon and the programs it runs are to touch.
+// A directory for the files of one purpose: of a program that the daemon runs, of a link.
 #ifndef VIMBRA_VIMBRAD_PRIVATE_DIR_HPP
 #define VIMBRA_VIMBRAD_PRIVATE_DIR_HPP
 
@@ -9,11 +9,13 @@
 
 namespace vimbrad {
 
-// Made in /tmp under a name that nobody can foresee; removed at the end with all that it holds.
+class RunDirectory;
+
+// Lies in the run directory; removed at the end with all that it holds.
 class PrivateDir {
  public:
     // Throws Refusal.
-    PrivateDir();
+    explicit PrivateDir(const RunDirectory& parent);
     ~PrivateDir();
     PrivateDir(const PrivateDir&) = delete;
     PrivateDir& operator=(const PrivateDir&) = delete;
@@ -25,6 +27,9 @@ class PrivateDir {
  private:
     std::string path_;
 };
+
+// Writes a file anew. Throws Refusal.
+void WriteWholeFile(const std::string& path, std::string_view text, mode_t mode);
 
 }  // namespace vimbrad
 

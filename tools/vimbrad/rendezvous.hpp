@@ -1,8 +1,11 @@
-// The daemon's place in the file system: the socket file that applications connect to.
+// The daemon's place in the file system: the socket file that applications connect to. It lies in a
+// directory in which everybody may make files.
 #ifndef VIMBRA_VIMBRAD_RENDEZVOUS_HPP
 #define VIMBRA_VIMBRAD_RENDEZVOUS_HPP
 
 #include <sys/types.h>
+
+#include <optional>
 
 #include "lib/base/fd.hpp"
 
@@ -13,8 +16,9 @@ inline constexpr char kSocketPath[] = "/tmp/api_daemon";
 // Owns the listening socket and its file. The file is removed at the end if it is still ours.
 class Rendezvous {
  public:
-    // Throws std::runtime_error when another daemon answers there, or when the place cannot be had.
-    Rendezvous();
+    // Whoever is in `group` may connect beside the owner. Whatever is in the way gives way, except
+    // another daemon of ours: throws std::runtime_error then, and when the place cannot be had.
+    explicit Rendezvous(std::optional<gid_t> group);
     ~Rendezvous();
     Rendezvous(const Rendezvous&) = delete;
     Rendezvous& operator=(const Rendezvous&) = delete;

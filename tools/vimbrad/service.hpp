@@ -175,9 +175,12 @@ class Registry {
     std::map<u32, std::map<size_t, Operation>> operations_;
 };
 
+class RunDirectory;
+
 // What services work with.
 struct Context {
     uv_loop_t* loop;
+    const RunDirectory& run_dir;
     // What the web server serves.
     std::string web_root = {};
     // Whether NTP clients set the clock.

@@ -13,7 +13,8 @@ namespace {
 
 class DhcpClientService : public Service {
  public:
-    explicit DhcpClientService(const Context& context) : loop_(context.loop) {}
+    explicit DhcpClientService(const Context& context)
+        : loop_(context.loop), run_dir_(context.run_dir) {}
 
     void Attach(Registry& registry) override {
         using wire::FamilyIfaceBody, wire::PlainResult;
@@ -61,7 +62,7 @@ class DhcpClientService : public Service {
             return;
         }
         if (!files_) {
-            files_.emplace();
+            files_.emplace(run_dir_);
         }
         auto client = MakeClient(registry, key);
         client->Run();
@@ -103,6 +104,7 @@ class DhcpClientService : public Service {
     }
 
     uv_loop_t* loop_;
+    const RunDirectory& run_dir_;
     std::optional<PrivateDir> files_;
     std::map<Key, std::unique_ptr<LeaseClient>> clients_;
 };

@@ -164,7 +164,8 @@ class DhcpServer {
 
 class DhcpServerService : public Service {
  public:
-    explicit DhcpServerService(const Context& context) : loop_(context.loop) {
+    explicit DhcpServerService(const Context& context)
+        : loop_(context.loop), run_dir_(context.run_dir) {
         try {
             MakeLeaseFile(kLeaseFile);
         } catch (const Refusal& refusal) {
@@ -235,7 +236,7 @@ class DhcpServerService : public Service {
         const std::string lease_file = LeaseFileFor(name);
         MakeLeaseFile(lease_file);
         if (!files_) {
-            files_.emplace();
+            files_.emplace(run_dir_);
         }
         const std::string configuration = files_->Write(
             name, ConfigurationOf(name, pool, lease_file, files_->PathOf(name + ".pid")), 0600);
@@ -298,6 +299,7 @@ class DhcpServerService : public Service {
     };
 
     uv_loop_t* loop_;
+    const RunDirectory& run_dir_;
     std::optional<PrivateDir> files_;
     std::vector<Waiting> waiting_;
     std::map<std::string, std::unique_ptr<DhcpServer>> servers_;

@@ -108,10 +108,11 @@ class Question {
 
     // Throws Refusal when chronyd cannot be run. `answered` is called from the loop, once; it may
     // destroy this.
-    Question(uv_loop_t* loop, const TVimbraAddr& server, Answered answered)
+    Question(const Context& context, const TVimbraAddr& server, Answered answered)
         : answered_(std::move(answered)),
-          timer_(MakeTimer(loop, this)),
-          child_(loop, Command(server),
+          files_(context.run_dir),
+          timer_(MakeTimer(context.loop, this)),
+          child_(context.loop, Command(server),
                  {[this](std::string_view line) { TakeLine(line); },
                   [this](const ChildEnd& end) { TakeEnd(end); }}) {
         uv_timer_start(
@@ -185,12 +186,11 @@ class Client {
  public:
     // Throws Refusal when chronyd cannot be run.
     Client(const Context& context, const TVimbraAddr& server, u32 interval, Notifier& notifier)
-        : loop_(context.loop),
-          sets_clock_(context.set_clock),
+        : context_(context),
           server_(server),
           interval_(interval == 0 ? kIntervalUsual : std::max(interval, kIntervalMin)),
           notifier_(notifier),
-          timer_(MakeTimer(loop_, this)) {
+          timer_(MakeTimer(context.loop, this)) {
         Ask();
     }
 
@@ -201,7 +201,7 @@ class Client {
             Fail(error);
             return;
         }
-        question_.emplace(loop_, server_, [this](const Outcome& outcome) {
+        question_.emplace(context_, server_, [this](const Outcome& outcome) {
             question_.reset();
             Take(outcome);
         });
@@ -226,7 +226,7 @@ class Client {
 
     void Take(const Outcome& outcome) {
         int error = outcome.error;
-        if (error == 0 && sets_clock_) {
+        if (error == 0 && context_.set_clock) {
             error = AdjustClock(outcome.offset);
         }
         if (error != 0) {
@@ -234,10 +234,11 @@ class Client {
             return;
         }
         LogInfo("NTP server %s: the clock %s %lld us", TextOf(server_).c_str(),
-                sets_clock_ ? "was set by" : "lacks", static_cast<long long>(outcome.offset));
+                context_.set_clock ? "was set by" : "lacks",
+                static_cast<long long>(outcome.offset));
         TVimbraNtpcReport report = Report();
         report.llOffset = outcome.offset;
-        report.bClockSet = sets_clock_;
+        report.bClockSet = context_.set_clock;
         notifier_.Post(wire::kNtpcReport1, report);
     }
 
@@ -255,8 +256,7 @@ class Client {
         return report;
     }
 
-    uv_loop_t* loop_;
-    bool sets_clock_;
+    const Context& context_;
     TVimbraAddr server_;
     u32 interval_;
     Notifier& notifier_;
@@ -317,7 +317,7 @@ class NtpService : public Service {
         }
         const u32 number = next_check_++;
         checks_[number] = std::make_unique<Question>(
-            context_.loop, server, [this, number, answer](const Outcome& outcome) {
+            context_, server, [this, number, answer](const Outcome& outcome) {
                 const auto ended = checks_.extract(number);
                 if (outcome.error != 0) {
                     answer.Refuse(outcome.error);

@@ -141,18 +141,19 @@ class PppoeLink {
     using Stopped = std::function<void()>;
 
     // Throws Refusal.
-    PppoeLink(uv_loop_t* loop, u16 family, const PppoeConfig& config)
-        : loop_(loop),
+    PppoeLink(const Context& context, u16 family, const PppoeConfig& config)
+        : loop_(context.loop),
           family_(family),
           config_(config),
+          files_(context.run_dir),
           options_(files_.Write("options",
                                 OptionsOf(family, config, files_.Write("ip-up", kHook, 0700),
                                           files_.PathOf("ip-down")),
                                 0600)),
-          notifier_(loop,
+          notifier_(loop_,
                     family == VIMBRA_FAMILY_IPV4 ? wire::kPppoeSocketIpv4 : wire::kPppoeSocketIpv6,
                     [] {}),
-          timer_(MakeTimer(loop, this)) {
+          timer_(MakeTimer(loop_, this)) {
         Netlink().BringUp(NameOf(config.devname));
         Dial();
     }
@@ -277,7 +278,7 @@ class PppoeLink {
 
 class PppoeService : public Service {
  public:
-    explicit PppoeService(const Context& context) : loop_(context.loop) {}
+    explicit PppoeService(const Context& context) : context_(context) {}
 
     void Attach(Registry& registry) override {
         using wire::PlainResult, wire::PppoeStartBody, wire::PppoeStopBody;
@@ -316,7 +317,7 @@ class PppoeService : public Service {
     }
 
     void Run(u16 family, const PppoeConfig& config) {
-        links_.emplace(family, std::make_unique<PppoeLink>(loop_, family, config));
+        links_.emplace(family, std::make_unique<PppoeLink>(context_, family, config));
     }
 
     // Ends every link that has to do with the family, and goes on. That takes its time: requests
@@ -362,7 +363,7 @@ class PppoeService : public Service {
         Then then;
     };
 
-    uv_loop_t* loop_;
+    Context context_;
     std::map<u16, std::unique_ptr<PppoeLink>> links_;
     std::deque<Waiting> waiting_;
 };

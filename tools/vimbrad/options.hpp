@@ -1,0 +1,30 @@
+// The daemon's command line.
+#ifndef VIMBRA_VIMBRAD_OPTIONS_HPP
+#define VIMBRA_VIMBRAD_OPTIONS_HPP
+
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+
+#include "log.hpp"
+#include "run_dir.hpp"
+
+namespace vimbrad {
+
+struct Options {
+    std::string run_dir = kRunDir;
+    std::optional<gid_t> group;
+    std::string web_root = "/var/www";
+    bool set_clock = false;
+    bool syslog = false;
+    int ready_fd = -1;
+    LogLevel log_level = LogLevel::kInfo;
+};
+
+// Exit status, or nothing when the daemon is to run.
+std::optional<int> ReadOptions(int argc, char** argv, Options& options);
+
+}  // namespace vimbrad
+
+#endif
