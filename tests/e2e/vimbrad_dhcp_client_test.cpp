@@ -384,4 +384,14 @@ TEST_F(VimbradDhcpClient6, BothFamiliesRenew) {
     EXPECT_EQ(std::string(kServers) + kServers6, ReadFile(kResolvConf));
 }
 
+TEST_F(VimbradDhcpClient, NeedsNoFileSystemThatRunsPrograms) {
+    for (const char* each : {"/tmp", "/run"}) {
+        Shell(std::string("mount -o remount,noexec ") + each);
+    }
+    Serve();
+    const Listener listener(kSocket);
+    ASSERT_EQ(0, Ask(kStart, Body("eth0")));
+    EXPECT_EQ(kLease, listener.Wait(1).at(0).type);
+}
+
 }  // namespace

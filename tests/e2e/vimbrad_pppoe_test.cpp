@@ -337,7 +337,7 @@ TEST_F(VimbradPppoe, OptionsAreThoseOfTheRequest) {
         "nodetach\n"
         "nopersist\n"
         "logfd 1\n"
-        "ip-up-script \"DIR/ip-up\"\n"
+        "ip-up-script \"/run/vimbrad/pppd-hook\"\n"
         "ip-down-script \"DIR/ip-down\"\n"
         "lcp-echo-interval 20\n"
         "lcp-echo-failure 3\n"
@@ -368,8 +368,8 @@ TEST_F(VimbradPppoe, SecretsAreForNobodyElse) {
     ASSERT_TRUE(Pppd::WaitDial(1));
     const std::string directory = Directories().substr(0, sizeof("/run/vimbrad/files.XXXXXX") - 1);
     EXPECT_EQ("file " + directory + "/options\n", Pppd::Arguments(1));
-    EXPECT_EQ("700 600 700\n", Shell("echo $(stat -c %a " + directory + " " + directory +
-                                     "/options " + directory + "/ip-up)"));
+    EXPECT_EQ("700 600\n",
+              Shell("echo $(stat -c %a " + directory + " " + directory + "/options)"));
     EXPECT_THAT(daemon_.Log(), Not(HasSubstr("secret")));
     EXPECT_EQ(0, Stop(2));
     EXPECT_EQ("", Directories());
@@ -416,7 +416,7 @@ TEST_F(VimbradPppoe, TheRealProgramUnderstandsEveryOption) {
             EXPECT_THAT(seen, HasSubstr("\nnopersist\t"));
             EXPECT_THAT(seen, HasSubstr("\nnoauth\t"));
             EXPECT_THAT(seen, HasSubstr("\nlogfd 1\t"));
-            EXPECT_THAT(seen, HasSubstr("\nip-up-script /run/vimbrad/files."));
+            EXPECT_THAT(seen, HasSubstr("\nip-up-script /run/vimbrad/pppd-hook"));
             EXPECT_THAT(seen, HasSubstr("\nlcp-echo-interval 20\t"));
             EXPECT_THAT(seen, HasSubstr("\nlcp-echo-failure 3\t"));
             const auto has = [&seen](const char* option) {

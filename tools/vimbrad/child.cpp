@@ -1,12 +1,15 @@
 #include "child.hpp"
 
 #include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <optional>
+#include <cstdlib>
+#include <cstring>
 #include <utility>
 
 #include "lib/base/fd.hpp"
@@ -19,56 +22,118 @@ std::string ChildEnd::Text() const {
                        : "exit status " + std::to_string(status);
 }
 
+namespace {
+
+// What a new process does between its birth and its program. The daemon's memory is still there,
+// but nothing may be allocated, logged or freed.
+class Birth {
+ public:
+    Birth(const Child::Program& program, int output) : program_(program), output_(output) {
+        for (const std::string& each : program.command) {
+            arguments_.push_back(const_cast<char*>(each.c_str()));
+        }
+        arguments_.push_back(nullptr);
+        if (!program.called.empty()) {
+            arguments_.front() = const_cast<char*>(program.called.c_str());
+        }
+    }
+
+    // The new process. Throws Refusal.
+    pid_t Run() {
+        int ends[2];
+        if (pipe2(ends, O_CLOEXEC) != 0) {
+            throw Refusal(errno);
+        }
+        vimbra::Fd ours;
+        ours.Reset(ends[0]);
+        vimbra::Fd theirs;
+        theirs.Reset(ends[1]);
+        const pid_t parent = getpid();
+        const pid_t pid = fork();
+        if (pid == 0) {
+            Become(parent, theirs.Get());
+        }
+        if (pid < 0) {
+            throw Refusal(errno, std::string("fork: ") + std::strerror(errno));
+        }
+        theirs.Reset();
+        int error = 0;
+        if (read(ours.Get(), &error, sizeof(error)) != sizeof(error)) {
+            return pid;
+        }
+        waitpid(pid, nullptr, 0);
+        throw Refusal(error,
+                      program_.command.front() + ": " + uv_strerror(uv_translate_sys_error(error)));
+    }
+
+ private:
+    // A daemon that died before it was named as the parent to live and die with does not count any
+    // more.
+    [[noreturn]] void Become(pid_t parent, int failed) {
+        if (prctl(PR_SET_PDEATHSIG, program_.death_signal) != 0 || getppid() != parent) {
+            _exit(EXIT_FAILURE);
+        }
+        for (const int each : {SIGPIPE, SIGHUP}) {
+            signal(each, SIG_DFL);
+        }
+        sigset_t none;
+        sigemptyset(&none);
+        sigprocmask(SIG_SETMASK, &none, nullptr);
+        const int input = open("/dev/null", O_RDWR);
+        if (input >= 0 && dup2(input, STDIN_FILENO) >= 0 && dup2(output_, STDOUT_FILENO) >= 0 &&
+            dup2(output_, STDERR_FILENO) >= 0) {
+            if (input > STDERR_FILENO) {
+                close(input);
+            }
+            execvp(program_.command.front().c_str(), arguments_.data());
+        }
+        const int error = errno;
+        static_cast<void>(write(failed, &error, sizeof(error)) == sizeof(error));
+        _exit(EXIT_FAILURE);
+    }
+
+    const Child::Program& program_;
+    int output_;
+    std::vector<char*> arguments_;
+};
+
+ChildEnd EndOf(int status) {
+    return WIFSIGNALED(status) ? ChildEnd{0, WTERMSIG(status)} : ChildEnd{WEXITSTATUS(status), 0};
+}
+
+}  // namespace
+
 // Outlives its child until the program has been reaped.
 class Child::Run : public std::enable_shared_from_this<Run> {
  public:
     explicit Run(Events events) : events_(std::move(events)) {}
 
-    void Start(uv_loop_t* loop, const std::vector<std::string>& command,
-               const std::string& called) {
-        std::vector<char*> arguments;
-        for (const std::string& each : command) {
-            arguments.push_back(const_cast<char*>(each.c_str()));
-        }
-        arguments.push_back(nullptr);
-        const char* const file = arguments.front();
-        if (!called.empty()) {
-            arguments.front() = const_cast<char*>(called.c_str());
-        }
-
+    // The event loop's own way of running programs has no room for what has to be done before the
+    // program is one.
+    void Start(uv_loop_t* loop, const Program& program) {
         const vimbra::Fd theirs = OpenOutput(loop);
-        uv_stdio_container_t streams[3] = {};
-        streams[0].flags = UV_IGNORE;
-        for (uv_stdio_container_t* each : {&streams[1], &streams[2]}) {
-            each->flags = UV_INHERIT_FD;
-            each->data.fd = theirs.Get();
-        }
-        uv_process_options_t options{};
-        options.file = file;
-        options.args = arguments.data();
-        options.stdio = streams;
-        options.stdio_count = std::size(streams);
-        options.exit_cb = [](uv_process_t* process, int64_t status, int signal) {
-            static_cast<Run*>(process->data)->Ended({static_cast<int>(status), signal});
-        };
-        // The loop has to close it even when the program could not be run.
-        process_.reset(new uv_process_t{});
-        process_->data = this;
-        if (const int result = uv_spawn(loop, process_.get(), &options); result < 0) {
-            throw Refusal(-result, command.front() + ": " + uv_strerror(result));
-        }
+        ended_ = MakeHandle<uv_signal_t>(
+            [loop](uv_signal_t* raw) { return uv_signal_init(loop, raw); }, "signal");
+        ended_->data = this;
+        UvCheck(uv_signal_start(
+                    ended_.get(),
+                    [](uv_signal_t* raw, int) { static_cast<Run*>(raw->data)->Reap(); }, SIGCHLD),
+                "signal");
+        pid_ = Birth(program, theirs.Get()).Run();
         self_ = shared_from_this();
     }
 
+    pid_t Pid() const { return pid_; }
+
     void Kill(int signal) {
         if (self_) {
-            uv_process_kill(process_.get(), signal);
+            kill(pid_, signal);
         }
     }
 
     void EndsWithin(u64 milliseconds) {
         if (!patience_) {
-            patience_ = MakeTimer(process_->loop, this);
+            patience_ = MakeTimer(ended_->loop, this);
         }
         uv_timer_start(
             patience_.get(),
@@ -134,6 +199,14 @@ class Child::Run : public std::enable_shared_from_this<Run> {
         }
     }
 
+    // Programs end in any order, and one signal may stand for several of them.
+    void Reap() {
+        int status = 0;
+        if (self_ && waitpid(pid_, &status, WNOHANG) == pid_) {
+            Ended(EndOf(status));
+        }
+    }
+
     void Ended(const ChildEnd& end) {
         const auto self = std::exchange(self_, nullptr);
         // What the program wrote comes before its end; what it started may hold the pipe for ever.
@@ -145,7 +218,7 @@ class Child::Run : public std::enable_shared_from_this<Run> {
             Append({buffer_.data(), static_cast<size_t>(count)});
         }
         ReportLine();
-        process_.reset();
+        ended_.reset();
         output_.reset();
         patience_.reset();
         if (const auto report = std::exchange(events_.end, nullptr)) {
@@ -158,21 +231,25 @@ class Child::Run : public std::enable_shared_from_this<Run> {
     Events events_;
     std::array<char, 4096> buffer_{};
     std::string line_;
-    UvHandle<uv_process_t> process_;
+    pid_t pid_ = -1;
+    UvHandle<uv_signal_t> ended_;
     UvHandle<uv_pipe_t> output_;
     UvHandle<uv_timer_t> patience_;
     int output_fd_ = -1;
     std::shared_ptr<Run> self_;
 };
 
-Child::Child(uv_loop_t* loop, const std::vector<std::string>& command, Events events,
-             const std::string& called)
+Child::Child(uv_loop_t* loop, const Program& program, Events events)
     : run_(std::make_shared<Run>(std::move(events))) {
-    run_->Start(loop, command, called);
+    run_->Start(loop, program);
 }
 
 Child::~Child() {
     run_->Abandon();
+}
+
+pid_t Child::Pid() const {
+    return run_->Pid();
 }
 
 void Child::Kill(int signal) {

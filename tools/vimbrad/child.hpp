@@ -2,8 +2,10 @@
 #ifndef VIMBRA_VIMBRAD_CHILD_HPP
 #define VIMBRA_VIMBRAD_CHILD_HPP
 
+#include <sys/types.h>
 #include <vimbra/types.h>
 
+#include <csignal>
 #include <functional>
 #include <memory>
 #include <string>
@@ -32,14 +34,23 @@ class Child {
         std::function<void(const ChildEnd& end)> end;
     };
 
+    // A program, and what is unusual about it.
+    struct Program {
+        std::vector<std::string> command;
+        // Its name in the list of processes, if that is not its own.
+        std::string called = {};
+        // What it gets when the daemon dies, however that happens.
+        int death_signal = SIGKILL;
+    };
+
     // Throws Refusal when the program cannot be run. Events are called from the loop; they may
-    // destroy the child. `called` is the program's name in the list of processes, its own without.
-    Child(uv_loop_t* loop, const std::vector<std::string>& command, Events events,
-          const std::string& called = {});
+    // destroy the child.
+    Child(uv_loop_t* loop, const Program& program, Events events);
     ~Child();
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
 
+    pid_t Pid() const;
     void Kill(int signal);
     // The program is to end within this time: asked to by SIGTERM, then killed.
     void End(u64 milliseconds);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <csignal>
 
+#include "hooks.hpp"
 #include "lease_client.hpp"
 #include "log.hpp"
 #include "netlink.hpp"
@@ -34,11 +35,11 @@ bool HasLinkLocal(const std::string& name) {
 // which makes it ask for one. The address stays meanwhile.
 class DhclientClient : public LeaseClient {
  public:
-    DhclientClient(uv_loop_t* loop, Registry& registry, const std::string& name,
+    DhclientClient(const Context& context, Registry& registry, const std::string& name,
                    const PrivateDir& files, std::function<void()> signalled)
-        : LeaseClient(loop, registry, name, VIMBRA_FAMILY_IPV6, files),
+        : LeaseClient(context, registry, name, VIMBRA_FAMILY_IPV6, files),
           signalled_(std::move(signalled)),
-          lease_timer_(MakeTimer(loop, this)) {
+          lease_timer_(MakeTimer(context.loop, this)) {
         Expect(kAnswerMs);
     }
 
@@ -50,7 +51,7 @@ class DhclientClient : public LeaseClient {
         }
         Files().Write(Leases(), "", 0600);
         asked_ = false;
-        RunProgram(CommandWith({"-d"}), "udhcpc6");
+        RunProgram({CommandWith({"-d"}), "udhcpc6"});
         LogInfo("%s: started", Title());
     }
 
@@ -64,13 +65,13 @@ class DhclientClient : public LeaseClient {
 
     // Everything that it reads and writes is ours. An identifier that is made of the hardware
     // address stays the same without a file that keeps it.
-    Command CommandWith(const Command& options) const {
-        Command command = {"dhclient", "-6"};
+    std::vector<std::string> CommandWith(const std::vector<std::string>& options) const {
+        std::vector<std::string> command = {"dhclient", "-6"};
         command.insert(command.end(), options.begin(), options.end());
         for (const std::string& each :
              {std::string("-D"), std::string("LL"), std::string("--no-pid"), std::string("-lf"),
               Files().PathOf(Leases()), std::string("-cf"), std::string("/dev/null"),
-              std::string("-sf"), Files().Write("hook6", kDhclientHook, 0700), Name()}) {
+              std::string("-sf"), HookOf(kDhclientHook), Name()}) {
             command.push_back(each);
         }
         return command;
@@ -117,7 +118,7 @@ class DhclientClient : public LeaseClient {
 
     bool Release() {
         try {
-            RunProgram(CommandWith({"-d", "-r"}));
+            RunProgram({CommandWith({"-d", "-r"})});
         } catch (const std::exception& error) {
             LogInfo("%s: the lease is not given back: %s", Title(), error.what());
             return false;
@@ -134,10 +135,10 @@ class DhclientClient : public LeaseClient {
 
 }  // namespace
 
-std::unique_ptr<LeaseClient> MakeDhclientClient(uv_loop_t* loop, Registry& registry,
+std::unique_ptr<LeaseClient> MakeDhclientClient(const Context& context, Registry& registry,
                                                 const std::string& name, const PrivateDir& files,
                                                 std::function<void()> signalled) {
-    return std::make_unique<DhclientClient>(loop, registry, name, files, std::move(signalled));
+    return std::make_unique<DhclientClient>(context, registry, name, files, std::move(signalled));
 }
 
 }  // namespace vimbrad

@@ -21,16 +21,16 @@ std::string SocketOf(const std::string& name, u16 family) {
 
 }  // namespace
 
-LeaseClient::LeaseClient(uv_loop_t* loop, Registry& registry, std::string name, u16 family,
+LeaseClient::LeaseClient(const Context& context, Registry& registry, std::string name, u16 family,
                          const PrivateDir& files)
-    : loop_(loop),
+    : context_(context),
       name_(std::move(name)),
       title_((family == VIMBRA_FAMILY_IPV6 ? "DHCPv6 client on " : "DHCP client on ") + name_),
       files_(files),
       settings_(registry, name_, family),
       report_(name_, family),
-      notifier_(loop, SocketOf(name_, family).c_str(), [] {}),
-      timer_(MakeTimer(loop, this)) {}
+      notifier_(context.loop, SocketOf(name_, family).c_str(), [] {}),
+      timer_(MakeTimer(context.loop, this)) {}
 
 void LeaseClient::Stop(Stopped stopped) {
     stopped_ = std::move(stopped);
@@ -41,12 +41,11 @@ void LeaseClient::Stop(Stopped stopped) {
     child_->End(kReleaseMs);
 }
 
-void LeaseClient::RunProgram(const Command& command, const std::string& called) {
+void LeaseClient::RunProgram(const Child::Program& program) {
     child_ =
-        std::make_unique<Child>(loop_, command,
+        std::make_unique<Child>(context_.loop, program,
                                 Child::Events{[this](std::string_view line) { TakeLine(line); },
-                                              [this](const ChildEnd& end) { Ended(end); }},
-                                called);
+                                              [this](const ChildEnd& end) { Ended(end); }});
 }
 
 void LeaseClient::EndsSoon() {

@@ -14,6 +14,7 @@
 #include "lease_settings.hpp"
 #include "notifier.hpp"
 #include "private_dir.hpp"
+#include "run_dir.hpp"
 #include "service.hpp"
 #include "uv.hpp"
 
@@ -25,7 +26,7 @@ class LeaseClient {
  public:
     using Stopped = std::function<void()>;
 
-    LeaseClient(uv_loop_t* loop, Registry& registry, std::string name, u16 family,
+    LeaseClient(const Context& context, Registry& registry, std::string name, u16 family,
                 const PrivateDir& files);
     virtual ~LeaseClient() = default;
     LeaseClient(const LeaseClient&) = delete;
@@ -44,10 +45,8 @@ class LeaseClient {
     void Stop(Stopped stopped);
 
  protected:
-    using Command = std::vector<std::string>;
-
     // Applications find the program by the name that it is called.
-    void RunProgram(const Command& command, const std::string& called = {});
+    void RunProgram(const Child::Program& program);
     void EndsSoon();
 
     void RestartAfter(u64 milliseconds);
@@ -62,7 +61,7 @@ class LeaseClient {
     // True when the program's end is a part of its work, and the work goes on.
     virtual bool Continues(const ChildEnd&) { return false; }
 
-    uv_loop_t* Loop() const { return loop_; }
+    std::string HookOf(const char* name) const { return context_.run_dir.PathOf(name); }
     const std::string& Name() const { return name_; }
     const PrivateDir& Files() const { return files_; }
     const char* Title() const { return title_.c_str(); }
@@ -74,7 +73,7 @@ class LeaseClient {
     void Ended(const ChildEnd& end);
     void Finish();
 
-    uv_loop_t* loop_;
+    const Context& context_;
     std::string name_;
     std::string title_;
     const PrivateDir& files_;
@@ -88,10 +87,10 @@ class LeaseClient {
 };
 
 // udhcpc, for IPv4.
-std::unique_ptr<LeaseClient> MakeUdhcpcClient(uv_loop_t* loop, Registry& registry,
+std::unique_ptr<LeaseClient> MakeUdhcpcClient(const Context& context, Registry& registry,
                                               const std::string& name, const PrivateDir& files);
 // dhclient, for IPv6. `signalled` is told of a renewal that was not asked for here.
-std::unique_ptr<LeaseClient> MakeDhclientClient(uv_loop_t* loop, Registry& registry,
+std::unique_ptr<LeaseClient> MakeDhclientClient(const Context& context, Registry& registry,
                                                 const std::string& name, const PrivateDir& files,
                                                 std::function<void()> signalled);
 

@@ -23,33 +23,6 @@ u32 PrefixOfClass(const TVimbraAddr& address) {
 
 }  // namespace
 
-const char kUdhcpcHook[] = R"(#!/bin/sh
-set -f
-echo "@event $1"
-echo "@ip $ip"
-echo "@mask $mask"
-echo "@lease $lease"
-for each in $router; do echo "@router $each"; done
-for each in $dns; do echo "@dns $each"; done
-echo "@end"
-)";
-
-const char kDhclientHook[] = R"(#!/bin/sh
-set -f
-case $reason in
-    BOUND6) event=bound ;;
-    RENEW6 | REBIND6) event=renew ;;
-    EXPIRE6 | RELEASE6 | STOP6) event=deconfig ;;
-    *) exit 0 ;;
-esac
-echo "@event $event"
-echo "@ip $new_ip6_address"
-echo "@mask $new_ip6_prefixlen"
-echo "@lease $new_max_life"
-for each in $new_dhcp6_name_servers; do echo "@dns $each"; done
-echo "@end"
-)";
-
 bool LeaseReport::Take(std::string_view line) {
     const size_t space = std::min(line.find(' '), line.size());
     const std::string_view key = line.substr(1, space - 1);

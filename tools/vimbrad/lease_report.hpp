@@ -10,10 +10,6 @@
 
 namespace vimbrad {
 
-// The hooks' scripts. The events are in udhcpc's words.
-extern const char kUdhcpcHook[];
-extern const char kDhclientHook[];
-
 class LeaseReport {
  public:
     LeaseReport(std::string iface, u16 family) : iface_(std::move(iface)), family_(family) {}

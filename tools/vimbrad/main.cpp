@@ -8,6 +8,7 @@
 #include <cstring>
 #include <exception>
 
+#include "hooks.hpp"
 #include "log.hpp"
 #include "options.hpp"
 #include "readiness.hpp"
@@ -78,6 +79,7 @@ void Run(const Options& options) {
     const auto interrupt = StopOn(loop.Get(), SIGINT);
     Readiness readiness(options.ready_fd);
     const RunDirectory run_dir(options.run_dir);
+    MakeHooks(run_dir);
     // Not before the signals are taken: whichever comes from now on, the socket is removed.
     Rendezvous rendezvous(options.group);
     Registry registry;
@@ -97,6 +99,9 @@ void Run(const Options& options) {
 
 int main(int argc, char** argv) {
     vimbrad::OpenStandardDescriptors();
+    if (const auto status = vimbrad::RunAsHook(argc, argv)) {
+        return *status;
+    }
     vimbrad::Options options;
     if (const auto status = vimbrad::ReadOptions(argc, argv, options)) {
         return *status;

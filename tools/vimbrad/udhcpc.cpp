@@ -1,4 +1,5 @@
 // The DHCP client program for IPv4: busybox udhcpc.
+#include "hooks.hpp"
 #include "lease_client.hpp"
 #include "log.hpp"
 #include "netlink.hpp"
@@ -8,23 +9,22 @@ namespace {
 
 class UdhcpcClient : public LeaseClient {
  public:
-    UdhcpcClient(uv_loop_t* loop, Registry& registry, const std::string& name,
+    UdhcpcClient(const Context& context, Registry& registry, const std::string& name,
                  const PrivateDir& files)
-        : LeaseClient(loop, registry, name, VIMBRA_FAMILY_IPV4, files) {}
+        : LeaseClient(context, registry, name, VIMBRA_FAMILY_IPV4, files) {}
 
     void Run() override {
         Netlink().BringUp(Name());
-        RunProgram({"busybox", "udhcpc", "-f", "-R", "-i", Name(), "-s",
-                    Files().Write("hook", kUdhcpcHook, 0700)});
+        RunProgram({{"busybox", "udhcpc", "-f", "-R", "-i", Name(), "-s", HookOf(kUdhcpcHook)}});
         LogInfo("%s: started", Title());
     }
 };
 
 }  // namespace
 
-std::unique_ptr<LeaseClient> MakeUdhcpcClient(uv_loop_t* loop, Registry& registry,
+std::unique_ptr<LeaseClient> MakeUdhcpcClient(const Context& context, Registry& registry,
                                               const std::string& name, const PrivateDir& files) {
-    return std::make_unique<UdhcpcClient>(loop, registry, name, files);
+    return std::make_unique<UdhcpcClient>(context, registry, name, files);
 }
 
 }  // namespace vimbrad

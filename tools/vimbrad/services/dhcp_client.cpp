@@ -13,8 +13,7 @@ namespace {
 
 class DhcpClientService : public Service {
  public:
-    explicit DhcpClientService(const Context& context)
-        : loop_(context.loop), run_dir_(context.run_dir) {}
+    explicit DhcpClientService(const Context& context) : context_(context) {}
 
     void Attach(Registry& registry) override {
         using wire::FamilyIfaceBody, wire::PlainResult;
@@ -62,7 +61,7 @@ class DhcpClientService : public Service {
             return;
         }
         if (!files_) {
-            files_.emplace(run_dir_);
+            files_.emplace(context_.run_dir);
         }
         auto client = MakeClient(registry, key);
         client->Run();
@@ -72,10 +71,10 @@ class DhcpClientService : public Service {
     std::unique_ptr<LeaseClient> MakeClient(Registry& registry, const Key& key) {
         const auto& [name, family] = key;
         if (family == VIMBRA_FAMILY_IPV4) {
-            return MakeUdhcpcClient(loop_, registry, name, *files_);
+            return MakeUdhcpcClient(context_, registry, name, *files_);
         }
         // Who looks for "udhcpc" finds "udhcpc6" as well: such a signal may be meant for the other.
-        return MakeDhclientClient(loop_, registry, name, *files_, [this, name = name] {
+        return MakeDhclientClient(context_, registry, name, *files_, [this, name = name] {
             RenewIfItRuns({name, VIMBRA_FAMILY_IPV4});
         });
     }
@@ -103,8 +102,7 @@ class DhcpClientService : public Service {
         });
     }
 
-    uv_loop_t* loop_;
-    const RunDirectory& run_dir_;
+    Context context_;
     std::optional<PrivateDir> files_;
     std::map<Key, std::unique_ptr<LeaseClient>> clients_;
 };

@@ -111,7 +111,7 @@ class DhcpServer {
           lease_file_(std::move(lease_file)),
           ended_(std::move(ended)),
           timer_(MakeTimer(loop, this)),
-          child_(loop, {"busybox", "udhcpd", "-f", configuration},
+          child_(loop, {{"busybox", "udhcpd", "-f", configuration}},
                  {[](std::string_view line) {
                       LogDebug("%.*s", static_cast<int>(line.size()), line.data());
                   },

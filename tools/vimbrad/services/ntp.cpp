@@ -112,7 +112,7 @@ class Question {
         : answered_(std::move(answered)),
           files_(context.run_dir),
           timer_(MakeTimer(context.loop, this)),
-          child_(context.loop, Command(server),
+          child_(context.loop, {Command(server)},
                  {[this](std::string_view line) { TakeLine(line); },
                   [this](const ChildEnd& end) { TakeEnd(end); }}) {
         uv_timer_start(

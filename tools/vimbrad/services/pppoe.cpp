@@ -14,11 +14,13 @@
 #include "address_text.hpp"
 #include "api/api_pppoe/pppoe_wire.hpp"
 #include "child.hpp"
+#include "hooks.hpp"
 #include "lib/base/fd.hpp"
 #include "log.hpp"
 #include "netlink.hpp"
 #include "notifier.hpp"
 #include "private_dir.hpp"
+#include "run_dir.hpp"
 #include "services/services.hpp"
 
 namespace vimbrad {
@@ -36,10 +38,6 @@ constexpr int kNotAuthenticated = 19;
 
 constexpr char kDevice[] = "/dev/ppp";
 
-// pppd gives its scripts no output: the hook takes pppd's own.
-constexpr char kHook[] = R"(#!/bin/sh
-echo "@up $IPLOCAL ${IPREMOTE:-0.0.0.0} ${DNS1:-0.0.0.0} ${DNS2:-0.0.0.0}" >"/proc/$PPPD_PID/fd/1"
-)";
 constexpr std::string_view kUpMark = "@up ";
 // pppd's log, in this order.
 constexpr std::string_view kOurIpv6Mark = "local  LL address ";
@@ -147,7 +145,7 @@ class PppoeLink {
           config_(config),
           files_(context.run_dir),
           options_(files_.Write("options",
-                                OptionsOf(family, config, files_.Write("ip-up", kHook, 0700),
+                                OptionsOf(family, config, context.run_dir.PathOf(kPppdHook),
                                           files_.PathOf("ip-down")),
                                 0600)),
           notifier_(loop_,
@@ -174,10 +172,10 @@ class PppoeLink {
 
  private:
     void Dial() {
-        child_ =
-            std::make_unique<Child>(loop_, std::vector<std::string>{"pppd", "file", options_},
-                                    Child::Events{[this](std::string_view line) { TakeLine(line); },
-                                                  [this](const ChildEnd& end) { Ended(end); }});
+        child_ = std::make_unique<Child>(
+            loop_, Child::Program{.command = {"pppd", "file", options_}, .death_signal = SIGTERM},
+            Child::Events{[this](std::string_view line) { TakeLine(line); },
+                          [this](const ChildEnd& end) { Ended(end); }});
         LogInfo("PPPoE link for %s: dials on %s", FamilyTitle(family_),
                 NameOf(config_.devname).c_str());
     }

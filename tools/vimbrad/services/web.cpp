@@ -105,8 +105,7 @@ class WebService : public Service {
     void Run() {
         server_ = std::make_unique<Child>(
             loop_,
-            std::vector<std::string>{"busybox", "httpd", "-f", "-p", std::to_string(port_), "-h",
-                                     root_},
+            Child::Program{{"busybox", "httpd", "-f", "-p", std::to_string(port_), "-h", root_}},
             Child::Events{[](std::string_view line) {
                               LogWarning("web server: %.*s", static_cast<int>(line.size()),
                                          line.data());

@@ -1,0 +1,164 @@
+// A daemon that is killed takes its programs with it, at whatever stage they are.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/mount.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <sstream>
+#include <vimbra/bed.hpp>
+
+#include "e2e.hpp"
+#include "messages.hpp"
+#include "pppd.hpp"
+
+using namespace vimbra::e2e;
+using namespace vimbra::bed;
+
+namespace {
+
+constexpr uint32_t kDhcpStart = 0x501;
+constexpr uint32_t kPppoeStart = 0x601;
+constexpr uint32_t kNtpStart = 0x901;
+constexpr uint32_t kWebStart = 0x301;
+
+std::vector<pid_t> ChildrenOf(pid_t pid) {
+    const std::string path =
+        "/proc/" + std::to_string(pid) + "/task/" + std::to_string(pid) + "/children";
+    std::istringstream words(ReadFile(path));
+    return {std::istream_iterator<pid_t>(words), {}};
+}
+
+// A zombie that nobody has waited for yet is as good as gone.
+bool Lives(pid_t pid) {
+    std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+    std::string text((std::istreambuf_iterator<char>(file)), {});
+    const size_t state = text.rfind(") ");
+    return state != std::string::npos && text[state + 2] != 'Z';
+}
+
+// Whether a process has this word in its command line.
+bool Runs(const std::string& word) {
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+        if (ReadFile(entry.path() / "cmdline").find(word) != std::string::npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// The daemon, to be killed when `count` programs run.
+class Mortal {
+ public:
+    explicit Mortal(const std::vector<std::string>& options = {})
+        : daemon_(DaemonCommand(options), "/tmp/vimbrad.log") {
+        EXPECT_TRUE(WaitForListener("api_daemon"));
+    }
+
+    std::vector<pid_t> WaitChildren(size_t count) const {
+        std::vector<pid_t> children;
+        EXPECT_TRUE(WaitFor([&] {
+            children = ChildrenOf(daemon_.Pid());
+            return children.size() == count;
+        })) << daemon_.Output();
+        return children;
+    }
+
+    void Kill() {
+        daemon_.Signal(SIGKILL);
+        EXPECT_EQ(128 + SIGKILL, daemon_.Wait());
+    }
+
+    const Program& Process() const { return daemon_; }
+
+ private:
+    Program daemon_;
+};
+
+// All of them go with the daemon.
+void ExpectToDieWith(Mortal& daemon, const std::vector<pid_t>& children) {
+    daemon.Kill();
+    for (const pid_t each : children) {
+        EXPECT_TRUE(WaitFor([each] { return !Lives(each); })) << each;
+    }
+}
+
+Bytes DhcpBody(const std::string& iface) {
+    return Pack().U16(2).Text(iface, 16);
+}
+
+Bytes PppoeBody() {
+    return Pack()
+        .U16(2)
+        .Text("me@isp", 255)
+        .Text("secret", 255)
+        .Zeros(255)
+        .U32(0)
+        .U32(0)
+        .U32(0)
+        .U32(0)
+        .U32(20)
+        .U32(3)
+        .U32(0)
+        .Text("eth0", 16);
+}
+
+TEST(VimbradDeath, DhcpClientThatLooksForAServer) {
+    MakeIface("eth0");
+    Mortal daemon;
+    ASSERT_EQ(0, Ask(kDhcpStart, DhcpBody("eth0")));
+    ExpectToDieWith(daemon, daemon.WaitChildren(1));
+}
+
+TEST(VimbradDeath, DhcpClientAtTheMomentOfItsStart) {
+    MakeIface("eth0");
+    for (int i = 0; i < 20; ++i) {
+        Mortal daemon;
+        Connection request("api_daemon");
+        ASSERT_TRUE(request.Send(Pack().U32(kDhcpStart).U32(18).U32(0).Add(DhcpBody("eth0"))));
+        daemon.Kill();
+        EXPECT_TRUE(WaitFor([] { return !Runs("udhcpc"); }));
+    }
+}
+
+TEST(VimbradDeath, PppdAtEachStage) {
+    MakeIface("eth0");
+    for (const char* plan : {"hold", "ip_up 10.0.0.2 10.0.0.1; hold", "trap '' HUP; hold"}) {
+        const Pppd pppd(plan);
+        Mortal daemon;
+        ASSERT_EQ(0, Ask(kPppoeStart, PppoeBody()));
+        ASSERT_TRUE(Pppd::WaitDial(1));
+        ExpectToDieWith(daemon, daemon.WaitChildren(1));
+        Shell("rm -r /tmp/pppd /dev/ppp");
+    }
+}
+
+TEST(VimbradDeath, NtpQuestion) {
+    Mortal daemon;
+    ASSERT_EQ(0, Ask(kNtpStart, Pack().U16(2).Address(2, "127.0.0.1").U32(60)));
+    ExpectToDieWith(daemon, daemon.WaitChildren(1));
+}
+
+TEST(VimbradDeath, WebServer) {
+    Mortal daemon({"--web-root=/tmp"});
+    ASSERT_EQ(0, Ask(kWebStart, Pack().S32(8080)));
+    ExpectToDieWith(daemon, daemon.WaitChildren(1));
+}
+
+TEST(VimbradDeath, PasswordsOfTheDeadAreRemovedAtTheNextStart) {
+    MakeIface("eth0");
+    const Pppd pppd("hold");
+    {
+        Mortal daemon({"--log-level=5"});
+        ASSERT_EQ(0, Ask(kPppoeStart, PppoeBody()));
+        ASSERT_TRUE(Pppd::WaitDial(1));
+        daemon.Kill();
+    }
+    const std::string left = Shell("ls -d /run/vimbrad/files.*");
+    const Daemon daemon;
+    EXPECT_NE(0, ShellStatus("test -e " + left));
+}
+
+}  // namespace

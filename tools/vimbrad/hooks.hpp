@@ -1,0 +1,26 @@
+// What the daemon's programs run when something happens. A hook is a link to the daemon's own
+// program, which looks by what name it was called: nothing has to be executable in the run
+// directory, whose file system often runs no programs, and no shell takes values of servers apart.
+#ifndef VIMBRA_VIMBRAD_HOOKS_HPP
+#define VIMBRA_VIMBRAD_HOOKS_HPP
+
+#include <optional>
+
+namespace vimbrad {
+
+class RunDirectory;
+
+// Names in the run directory.
+inline constexpr char kUdhcpcHook[] = "udhcpc-hook";
+inline constexpr char kDhclientHook[] = "dhclient-hook";
+inline constexpr char kPppdHook[] = "pppd-hook";
+
+// Throws std::system_error.
+void MakeHooks(const RunDirectory& run_dir);
+
+// Does a hook's work if it was called by the name of one; its exit status then.
+std::optional<int> RunAsHook(int argc, char** argv);
+
+}  // namespace vimbrad
+
+#endif
