@@ -62,7 +62,7 @@ TEST(VimbradProtocol, UnknownRequestIsRefusedInFourBytes) {
     Daemon daemon;
     EXPECT_EQ(Refusal(0x0199, ENOSYS), Exchange(Message(0x0199, {})));
     EXPECT_EQ(Refusal(0xffffffff, ENOSYS), Exchange(Message(0xffffffff, Pack().Zeros(100))));
-    EXPECT_TRUE(daemon.WaitLog("warning: request 0x0199 with 0 bytes: nobody serves it\n"));
+    EXPECT_TRUE(daemon.WaitLog("warning: request 0x0199 with 0 bytes: nobody serves it (by "));
     ExpectServing();
 }
 
@@ -135,13 +135,13 @@ TEST(VimbradProtocol, NameWithoutTerminatorIsNoInterface) {
               Exchange(Message(kMtuGet, Pack().Text(name, 16))));
     // The bytes behind the name are not part of it.
     EXPECT_EQ(Refusal(273, ENODEV), Exchange(Message(273, Pack().Text(name, 16).U32(0x78787878))));
-    EXPECT_TRUE(daemon.WaitLog("no interface " + name + "\n"));
+    EXPECT_TRUE(daemon.WaitLog("no interface " + name + " ("));
 }
 
 TEST(VimbradProtocol, BytesOfAClientCannotForgeALogLine) {
     Daemon daemon;
     Exchange(Message(kMtuGet, Pack().Text("a\nvimbrad: ok", 16)));
-    EXPECT_TRUE(daemon.WaitLog("no interface a?vimbrad: ok\n"));
+    EXPECT_TRUE(daemon.WaitLog("no interface a?vimbrad: ok ("));
 }
 
 TEST(VimbradProtocol, SilentClientsHoldUpNobody) {

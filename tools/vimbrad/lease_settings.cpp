@@ -93,9 +93,12 @@ void LeaseSettings::Remove() {
 template <class Body>
 s32 LeaseSettings::Request(u32 type, const Body& body) {
     wire::PlainResult result{EIO};
-    registry_.Dispatch(type, std::as_bytes(std::span(&body, 1)), [&result](Bytes reply) {
-        std::memcpy(&result, reply.data(), std::min(reply.size(), sizeof(result)));
-    });
+    registry_.Dispatch(
+        type, std::as_bytes(std::span(&body, 1)),
+        [&result](Bytes reply) {
+            std::memcpy(&result, reply.data(), std::min(reply.size(), sizeof(result)));
+        },
+        Peer{"the DHCP client on " + name_});
     return result.nErrid;
 }
 

@@ -1,9 +1,11 @@
 // vimbrad: carries out on the running kernel what applications ask for through the library.
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <unistd.h>
 #include <vimbra/log.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
@@ -63,6 +65,18 @@ void OpenStandardDescriptors() {
     }
 }
 
+// As many as the system lets us have, within reason.
+size_t RaiseDescriptorLimit() {
+    constexpr rlim_t kEnough = 4096;
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0) {
+        return 0;
+    }
+    limit.rlim_cur = std::max(limit.rlim_cur, std::min(limit.rlim_max, kEnough));
+    setrlimit(RLIMIT_NOFILE, &limit);
+    return limit.rlim_cur;
+}
+
 void IgnoreSignals() {
     // A client may be gone when its reply is written.
     signal(SIGPIPE, SIG_IGN);
@@ -87,7 +101,8 @@ void Run(const Options& options) {
     for (const auto& service : services) {
         service->Attach(registry);
     }
-    const Server server(loop.Get(), registry, rendezvous.TakeSocket());
+    const Server server(loop.Get(), registry, rendezvous.TakeSocket(),
+                        LimitsFor(RaiseDescriptorLimit()));
     LogInfo("listening on %s", kSocketPath);
     readiness.TellReady();
     uv_run(loop.Get(), UV_RUN_DEFAULT);

@@ -11,8 +11,16 @@
 namespace vimbrad {
 namespace {
 
-constexpr size_t kConnectionsMax = 128;
 constexpr int kBacklog = 128;
+// Descriptors that are kept for what runs all the time: programs, watches, sockets of the kernel.
+constexpr size_t kDescriptorsKept = 64;
+// A quick request has its connection, and another one while the kernel is asked. A request that
+// takes its time has a connection and a program with its pipes, and must leave room for the others.
+constexpr size_t kDescriptorsQuick = 4;
+constexpr size_t kDescriptorsPending = 6;
+constexpr size_t kPlacesMin = 4;
+constexpr size_t kQuickMax = 128;
+constexpr size_t kPendingMax = 256;
 // A client writes its request in one piece and reads its reply at once.
 constexpr u64 kReceiveMs = 5'000;
 constexpr u64 kSendMs = 5'000;
@@ -32,11 +40,17 @@ class Connection : public std::enable_shared_from_this<Connection> {
         if (uv_accept(listener, AsStream(pipe_)) != 0) {
             return false;
         }
+        uv_os_fd_t fd = -1;
+        if (uv_fileno(reinterpret_cast<const uv_handle_t*>(pipe_.get()), &fd) == 0) {
+            peer_ = PeerOf(fd);
+        }
         SetTimeLimit(kReceiveMs);
         return uv_read_start(AsStream(pipe_), GiveBuffer, OnRead) == 0;
     }
 
     bool AwaitsRequest() const { return state_ == State::kRequest; }
+    // Its request takes its time.
+    bool AwaitsAnswer() const { return state_ == State::kAnswer; }
 
     // The request is not complete, and nothing of it waits to be read.
     bool IsSilent() const {
@@ -63,10 +77,11 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
     static void OnTimeLimit(uv_timer_t* timer) {
         auto* self = static_cast<Connection*>(timer->data);
-        LogWarning("a client %s: closed", self->AwaitsRequest() ? "sent no whole request in time"
-                                          : self->state_ == State::kAnswer
-                                              ? "got no answer in time"
-                                              : "took no reply in time");
+        LogWarning("a client %s: closed (%s)",
+                   self->AwaitsRequest()  ? "sent no whole request in time"
+                   : self->AwaitsAnswer() ? "got no answer in time"
+                                          : "took no reply in time",
+                   self->peer_.Text().c_str());
         self->server_.Drop(self);
     }
 
@@ -80,7 +95,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
         auto* self = static_cast<Connection*>(stream->data);
         if (count < 0) {
             if (self->received_ != 0) {
-                LogWarning("a client closed after %zu bytes of a request", self->received_);
+                LogWarning("a client closed after %zu bytes of a request (%s)", self->received_,
+                           self->peer_.Text().c_str());
             }
             self->server_.Drop(self);
             return;
@@ -95,7 +111,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
         }
         std::memcpy(&head_, buffer_.data(), sizeof(head_));
         if (head_.size > VIMBRA_IPC_BODY_MAX) {
-            LogWarning("request 0x%04x with %u bytes: too long", head_.type, head_.size);
+            LogWarning("request 0x%04x with %u bytes: too long (%s)", head_.type, head_.size,
+                       peer_.Text().c_str());
             FinishRequest();
             const wire::PlainResult refusal{EMSGSIZE};
             Send(std::as_bytes(std::span(&refusal, 1)));
@@ -114,7 +131,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
                 if (const auto connection = weak.lock()) {
                     connection->Send(reply);
                 }
-            });
+            },
+            peer_, server_.MayWait());
     }
 
     void FinishRequest() {
@@ -152,6 +170,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
     }
 
     Server& server_;
+    Peer peer_;
     State state_ = State::kRequest;
     IpcMsgHead head_{};
     size_t received_ = 0;
@@ -160,9 +179,17 @@ class Connection : public std::enable_shared_from_this<Connection> {
     UvHandle<uv_timer_t> timer_;
 };
 
-Server::Server(uv_loop_t* loop, Registry& registry, int listening_socket)
+ServerLimits LimitsFor(size_t descriptors) {
+    const size_t free = descriptors - std::min(descriptors, kDescriptorsKept);
+    return {std::clamp(free / kDescriptorsQuick, kPlacesMin, kQuickMax),
+            std::clamp(free / kDescriptorsPending, kPlacesMin, kPendingMax)};
+}
+
+Server::Server(uv_loop_t* loop, Registry& registry, int listening_socket,
+               const ServerLimits& limits)
     : loop_(loop),
       registry_(registry),
+      limits_(limits),
       listener_(MakePipe(loop, this)),
       next_(MakeHandle<uv_idle_t>([loop](uv_idle_t* raw) { return uv_idle_init(loop, raw); },
                                   "idle")) {
@@ -193,8 +220,18 @@ void Server::Accept() {
     }
 }
 
+size_t Server::Pending() const {
+    return static_cast<size_t>(
+        std::ranges::count_if(connections_, [](const auto& each) { return each->AwaitsAnswer(); }));
+}
+
+// The one that asks is among them.
+bool Server::MayWait() const {
+    return Pending() <= limits_.pending;
+}
+
 bool Server::MakeRoom() {
-    if (connections_.size() < kConnectionsMax) {
+    if (connections_.size() - Pending() < limits_.quick) {
         return true;
     }
     const auto silent = std::find_if(connections_.begin(), connections_.end(),

@@ -4,12 +4,13 @@
 // A service is one file in services/. Its class takes a Context, keeps whatever state it needs, and
 // names its requests in Attach():
 //
-//     registry.On<wire::IfaceBody, wire::TIpcMtu>(wire::kMtuGet, "mtu get", GetMtu);
-//     registry.OnLater<wire::PingBody, wire::PlainResult>(wire::kPingStart, "ping start", ...);
+//     registry.Query<wire::IfaceBody, wire::TIpcMtu>(wire::kMtuGet, "mtu get", GetMtu);
+//     registry.Change<wire::IfaceMtuBody, wire::PlainResult>(wire::kMtuSet, "mtu set", SetMtu);
 //
-// A handler of On() returns the reply; one of OnLater() gets an Answer and may keep it until the
-// reply is known. Both refuse by throwing Refusal. A type code may be named several times with
-// bodies of different sizes.
+// A change is told in the log with its values, for which Describe() has to know its body, and is
+// noted in the daemon's state before its reply goes out. A handler returns the reply; one that is
+// named with Later gets an Answer and may keep it until the reply is known. Both refuse by throwing
+// Refusal. A type code may be named several times with bodies of different sizes.
 #ifndef VIMBRA_VIMBRAD_SERVICE_HPP
 #define VIMBRA_VIMBRAD_SERVICE_HPP
 
@@ -17,6 +18,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -26,38 +28,55 @@
 #include <utility>
 #include <vector>
 
+#include "describe.hpp"
 #include "lib/wire.hpp"
+#include "peer.hpp"
 #include "refusal.hpp"
 
 namespace vimbrad {
 
-namespace wire = vimbra::wire;
-
 using Bytes = std::span<const std::byte>;
 
-// Body of a request that has none.
-struct NoBody {};
+class Registry;
+
+// A request as it came, without its body.
+struct Call {
+    std::string what;
+    Peer peer;
+    bool changes = false;
+    // Of a change.
+    std::string values = {};
+    // Whether there is room for one more request that takes its time.
+    bool may_wait = true;
+};
 
 // A reply that is owed. If everyone lets go of it unanswered the client is told ECANCELED.
 class Owed {
  public:
     using Send = std::function<void(Bytes reply)>;
 
-    Owed(Send send, std::string what) : send_(std::move(send)), what_(std::move(what)) {}
+    Owed(Registry& registry, Call call, Send send)
+        : registry_(registry), call_(std::move(call)), send_(std::move(send)) {}
     ~Owed();
     Owed(const Owed&) = delete;
     Owed& operator=(const Owed&) = delete;
 
     // The first answer counts.
     void Reply(Bytes reply);
-    void LogRefusal(int error, const char* why) const;
+    void Refuse(Bytes reply, int error, const char* why);
 
     // What to send if nobody answers: the reply record of the request, zeroed but for the code.
     void SetDefault(std::vector<std::byte> reply) { default_ = std::move(reply); }
+    void SetValues(std::string values) { call_.values = std::move(values); }
+
+    const Call& TheCall() const { return call_; }
 
  private:
+    void HandOver(Bytes reply);
+
+    Registry& registry_;
+    Call call_;
     Send send_;
-    std::string what_;
     std::vector<std::byte> default_;
 };
 
@@ -93,8 +112,8 @@ class Answer {
     void operator()(const Reply& reply) const { owed_->Reply(std::as_bytes(std::span(&reply, 1))); }
 
     void Refuse(int error, const char* why) const {
-        owed_->LogRefusal(error, why);
-        (*this)(RefusalRecord<Reply>(error));
+        const Reply record = RefusalRecord<Reply>(error);
+        owed_->Refuse(std::as_bytes(std::span(&record, 1)), error, why);
     }
     void Refuse(int error) const { Refuse(error, std::strerror(error)); }
 
@@ -106,45 +125,82 @@ class Registry {
  public:
     // Answers at once: Reply handler(const Body&).
     template <class Body, class Reply, class Handler>
-    void On(u32 type, const char* what, Handler handler) {
-        OnLater<Body, Reply>(type, what,
-                             [handler](const Body& body, const Answer<Reply>& answer) mutable {
-                                 answer(handler(body));
-                             });
+    void Query(u32 type, const char* what, Handler handler) {
+        Add(type, kBodySize<Body>, {what, false},
+            Guarded<Reply>([handler](Bytes bytes, Owed&, const Answer<Reply>& answer) mutable {
+                answer(handler(BodyOf<Body>(bytes)));
+            }));
+    }
+    template <class Body, class Reply, class Handler>
+    void Change(u32 type, const char* what, Handler handler) {
+        Add(type, kBodySize<Body>, {what, true},
+            Guarded<Reply>([handler](Bytes bytes, Owed& owed, const Answer<Reply>& answer) mutable {
+                const Body body = BodyOf<Body>(bytes);
+                owed.SetValues(Describe(body));
+                answer(handler(body));
+            }));
     }
 
     // Answers when it can: void handler(const Body&, Answer<Reply>).
     template <class Body, class Reply, class Handler>
-    void OnLater(u32 type, const char* what, Handler handler) {
-        static_assert(std::is_trivially_copyable_v<Body>);
-        Add(type, kBodySize<Body>, what,
-            Guarded<Reply>([handler](Bytes bytes, const Answer<Reply>& answer) mutable {
-                Body body{};
-                if constexpr (kBodySize<Body> != 0) {
-                    std::memcpy(&body, bytes.data(), sizeof(body));
-                }
+    void QueryLater(u32 type, const char* what, Handler handler) {
+        Add(type, kBodySize<Body>, {what, false},
+            Guarded<Reply>([handler](Bytes bytes, Owed& owed, const Answer<Reply>& answer) mutable {
+                CheckMayWait(owed);
+                handler(BodyOf<Body>(bytes), answer);
+            }));
+    }
+    template <class Body, class Reply, class Handler>
+    void ChangeLater(u32 type, const char* what, Handler handler) {
+        Add(type, kBodySize<Body>, {what, true},
+            Guarded<Reply>([handler](Bytes bytes, Owed& owed, const Answer<Reply>& answer) mutable {
+                const Body body = BodyOf<Body>(bytes);
+                owed.SetValues(Describe(body));
+                CheckMayWait(owed);
                 handler(body, answer);
             }));
     }
 
-    // For a request whose body has no fixed size: Reply handler(Bytes body). It takes every size
+    // For a change whose body has no fixed size: Reply handler(Bytes body). It takes every size
     // that is not named otherwise.
     template <class Reply, class Handler>
-    void OnBytes(u32 type, const char* what, Handler handler) {
-        Add(type, kAnySize, what,
-            Guarded<Reply>([handler](Bytes body, const Answer<Reply>& answer) mutable {
+    void ChangeBytes(u32 type, const char* what, Handler handler) {
+        Add(type, kAnySize, {what, true},
+            Guarded<Reply>([handler](Bytes body, Owed&, const Answer<Reply>& answer) mutable {
                 answer(handler(body));
             }));
     }
 
     // Carries out one request. What nobody serves, and what has a body of a size that nobody
     // expects, is refused with four bytes.
-    void Dispatch(u32 type, Bytes body, Owed::Send send);
+    void Dispatch(u32 type, Bytes body, Owed::Send send, const Peer& peer, bool may_wait = true);
+
+    // Called before the reply to a change goes out, whether it was made or refused.
+    void OnChange(std::function<void()> call) { on_change_ = std::move(call); }
+    void Changed() const {
+        if (on_change_) {
+            on_change_();
+        }
+    }
+
+    struct Refused {
+        Peer peer;
+        std::string what;
+        int error;
+        std::string why;
+    };
+    void NoteRefusal(Refused refused);
+    // The newest is the last.
+    const std::deque<Refused>& Refusals() const { return refusals_; }
 
  private:
     using Entry = std::function<void(Bytes, const std::shared_ptr<Owed>&)>;
-    struct Operation {
+    struct Title {
         std::string what;
+        bool changes;
+    };
+    struct Operation {
+        Title title;
         Entry entry;
     };
 
@@ -153,13 +209,29 @@ class Registry {
 
     static constexpr size_t kAnySize = SIZE_MAX;
 
+    template <class Body>
+    static Body BodyOf(Bytes bytes) {
+        static_assert(std::is_trivially_copyable_v<Body>);
+        Body body{};
+        if constexpr (kBodySize<Body> != 0) {
+            std::memcpy(&body, bytes.data(), sizeof(body));
+        }
+        return body;
+    }
+
+    static void CheckMayWait(const Owed& owed) {
+        if (!owed.TheCall().may_wait) {
+            throw Refusal(EBUSY, "too many requests wait for their replies");
+        }
+    }
+
     // Turns what a handler throws into a refusal.
     template <class Reply, class Handler>
     static Entry Guarded(Handler handler) {
         return [handler](Bytes bytes, const std::shared_ptr<Owed>& owed) mutable {
             const Answer<Reply> answer(owed);
             try {
-                handler(bytes, answer);
+                handler(bytes, *owed, answer);
             } catch (const Refusal& refusal) {
                 answer.Refuse(refusal.Error(), refusal.what());
             } catch (const std::bad_alloc&) {
@@ -170,9 +242,11 @@ class Registry {
         };
     }
 
-    void Add(u32 type, size_t size, const char* what, Entry entry);
+    void Add(u32 type, size_t size, const Title& title, Entry entry);
 
     std::map<u32, std::map<size_t, Operation>> operations_;
+    std::function<void()> on_change_;
+    std::deque<Refused> refusals_;
 };
 
 class RunDirectory;

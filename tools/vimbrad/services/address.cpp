@@ -301,11 +301,13 @@ class AddressService : public Service {
  public:
     void Attach(Registry& registry) override {
         using wire::PlainResult;
-        registry.On<wire::IfaceIpBody, PlainResult>(wire::kIpaddrAdd, "address add", Add);
-        registry.On<wire::IfaceIpBody, PlainResult>(wire::kIpaddrDel, "address delete", Delete);
-        registry.On<wire::FamilyIfaceBody, PlainResult>(wire::kIpaddrFlush, "address flush", Flush);
-        registry.On<wire::IfaceAllIpBody, PlainResult>(wire::kIpaddrSet, "address set", Set);
-        registry.On<wire::FamilyIfaceBody, wire::TIpcAllIp>(wire::kIpaddrGet, "address get", Get);
+        registry.Change<wire::IfaceIpBody, PlainResult>(wire::kIpaddrAdd, "address add", Add);
+        registry.Change<wire::IfaceIpBody, PlainResult>(wire::kIpaddrDel, "address delete", Delete);
+        registry.Change<wire::FamilyIfaceBody, PlainResult>(wire::kIpaddrFlush, "address flush",
+                                                            Flush);
+        registry.Change<wire::IfaceAllIpBody, PlainResult>(wire::kIpaddrSet, "address set", Set);
+        registry.Query<wire::FamilyIfaceBody, wire::TIpcAllIp>(wire::kIpaddrGet, "address get",
+                                                               Get);
     }
 };
 

@@ -212,11 +212,11 @@ class Bond {
 class BondService : public Service {
  public:
     void Attach(Registry& registry) override {
-        registry.OnBytes<PlainResult>(wire::kBondStart, "bond start", [](Bytes body) {
+        registry.ChangeBytes<PlainResult>(wire::kBondStart, "bond start", [](Bytes body) {
             Bond().Start(WishOf(body));
             return PlainResult{0};
         });
-        registry.On<NoBody, PlainResult>(wire::kBondStop, "bond stop", [](const NoBody&) {
+        registry.Change<NoBody, PlainResult>(wire::kBondStop, "bond stop", [](const NoBody&) {
             Bond().Stop();
             return PlainResult{0};
         });

@@ -200,14 +200,14 @@ class ConflictService : public Service {
 
     void Attach(Registry& registry) override {
         using wire::PlainResult;
-        registry.On<wire::ConflictBody, PlainResult>(
+        registry.Change<wire::ConflictBody, PlainResult>(
             wire::kConflictStart, "conflict watch start", [this](const wire::ConflictBody& body) {
                 Family& family = families_.Of(body.wSinFamily);
                 family.watch.reset();
                 family.watch = std::make_unique<Watch>(loop_, body.wSinFamily, family.notifier);
                 return PlainResult{0};
             });
-        registry.On<wire::ConflictBody, PlainResult>(
+        registry.Change<wire::ConflictBody, PlainResult>(
             wire::kConflictStop, "conflict watch stop", [this](const wire::ConflictBody& body) {
                 Family& family = families_.Of(body.wSinFamily);
                 family.watch.reset();

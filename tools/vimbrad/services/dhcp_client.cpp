@@ -17,17 +17,17 @@ class DhcpClientService : public Service {
 
     void Attach(Registry& registry) override {
         using wire::FamilyIfaceBody, wire::PlainResult;
-        registry.On<FamilyIfaceBody, PlainResult>(wire::kDhcpcStart, "DHCP client start",
-                                                  [this, &registry](const FamilyIfaceBody& body) {
-                                                      Start(registry, body);
-                                                      return PlainResult{0};
-                                                  });
-        registry.OnLater<FamilyIfaceBody, PlainResult>(
+        registry.Change<FamilyIfaceBody, PlainResult>(
+            wire::kDhcpcStart, "DHCP client start", [this, &registry](const FamilyIfaceBody& body) {
+                Start(registry, body);
+                return PlainResult{0};
+            });
+        registry.ChangeLater<FamilyIfaceBody, PlainResult>(
             wire::kDhcpcStop, "DHCP client stop",
             [this](const FamilyIfaceBody& body, const Answer<PlainResult>& answer) {
                 Stop(body, answer);
             });
-        registry.On<FamilyIfaceBody, PlainResult>(
+        registry.Change<FamilyIfaceBody, PlainResult>(
             wire::kDhcpcRenew, "DHCP client renew", [this](const FamilyIfaceBody& body) {
                 const auto found = clients_.find(KeyOf(body));
                 if (found == clients_.end()) {

@@ -175,12 +175,12 @@ class DhcpServerService : public Service {
 
     void Attach(Registry& registry) override {
         using wire::DhcpsIfaceBody, wire::DhcpsStartBody, wire::PlainResult;
-        registry.OnLater<DhcpsStartBody, PlainResult>(
+        registry.ChangeLater<DhcpsStartBody, PlainResult>(
             wire::kDhcpsStart, "DHCP server start",
             [this](const DhcpsStartBody& body, const Answer<PlainResult>& answer) {
                 Start(body, answer);
             });
-        registry.OnLater<DhcpsIfaceBody, PlainResult>(
+        registry.ChangeLater<DhcpsIfaceBody, PlainResult>(
             wire::kDhcpsStop, "DHCP server stop",
             [this](const DhcpsIfaceBody& body, const Answer<PlainResult>& answer) {
                 CheckIsIpv4(body.wSinFamily);
@@ -188,12 +188,12 @@ class DhcpServerService : public Service {
                              const std::string& each) { return each == name; },
                          [answer] { answer({0}); });
             });
-        registry.OnLater<NoBody, PlainResult>(
+        registry.ChangeLater<NoBody, PlainResult>(
             wire::kDhcpsStopAll, "DHCP servers stop",
             [this](const NoBody&, const Answer<PlainResult>& answer) {
                 StopThen([](const std::string&) { return true; }, [answer] { answer({0}); });
             });
-        registry.On<DhcpsIfaceBody, TVimbraDhcpsState>(
+        registry.Query<DhcpsIfaceBody, TVimbraDhcpsState>(
             wire::kDhcpsState, "DHCP server state", [this](const DhcpsIfaceBody& body) {
                 const auto found = servers_.find(NameOf(body.achIfaceName));
                 return TVimbraDhcpsState{body.wSinFamily == VIMBRA_FAMILY_IPV4 &&

@@ -75,27 +75,31 @@ class GatewayService : public Service {
  public:
     void Attach(Registry& registry) override {
         using wire::PlainResult;
-        AttachBoth<wire::GatewayBody, PlainResult>(
+        AttachBoth<wire::GatewayBody>(
             registry, wire::kGatewaySet, "gateway set",
             [this](const wire::GatewayBody& body, u32 table) { return Set(body, table); });
-        AttachBoth<wire::FamilyIfaceBody, wire::TIpcGateWay>(registry, wire::kGatewayGet,
-                                                             "gateway get", Get);
-        AttachBoth<wire::FamilyIfaceBody, PlainResult>(registry, wire::kGatewayDel,
-                                                       "gateway delete", Delete);
-        registry.On<TVimbraNetworkPrioInfo, PlainResult>(
+        registry.Query<wire::FamilyIfaceBody, wire::TIpcGateWay>(
+            wire::kGatewayGet, "gateway get",
+            [](const wire::FamilyIfaceBody& body) { return Get(body, RT_TABLE_MAIN); });
+        registry.Query<wire::InTable<wire::FamilyIfaceBody>, wire::TIpcGateWay>(
+            wire::kGatewayGet, "gateway get", [](const wire::InTable<wire::FamilyIfaceBody>& body) {
+                return Get(wire::FamilyIfaceBody(body.tMain), body.dwTableId);
+            });
+        AttachBoth<wire::FamilyIfaceBody>(registry, wire::kGatewayDel, "gateway delete", Delete);
+        registry.Change<TVimbraNetworkPrioInfo, PlainResult>(
             wire::kPrioritySet, "priority set",
             [this](const TVimbraNetworkPrioInfo& list) { return SetPriority(list); });
-        registry.On<NoBody, TVimbraNetworkPrioInfo>(wire::kPriorityGet, "priority get",
-                                                    [this](const NoBody&) { return priority_; });
+        registry.Query<NoBody, TVimbraNetworkPrioInfo>(wire::kPriorityGet, "priority get",
+                                                       [this](const NoBody&) { return priority_; });
     }
 
  private:
-    // A request for the main table and the same one for a numbered table.
-    template <class Body, class Reply, class Handler>
+    // A change of the main table and the same one of a numbered table.
+    template <class Body, class Handler>
     static void AttachBoth(Registry& registry, u32 type, const char* what, Handler handler) {
-        registry.On<Body, Reply>(
+        registry.Change<Body, wire::PlainResult>(
             type, what, [handler](const Body& body) { return handler(body, RT_TABLE_MAIN); });
-        registry.On<wire::InTable<Body>, Reply>(
+        registry.Change<wire::InTable<Body>, wire::PlainResult>(
             type, what, [handler](const wire::InTable<Body>& body) {
                 return handler(Body(body.tMain), body.dwTableId);
             });

@@ -53,10 +53,10 @@ wire::TIpcMtu GetMtu(const wire::IfaceBody& body) {
 class LinkService : public Service {
  public:
     void Attach(Registry& registry) override {
-        registry.On<wire::IfaceMacBody, wire::PlainResult>(wire::kMacSet, "mac set", SetMac);
-        registry.On<wire::IfaceBody, wire::TIpcMac>(wire::kMacGet, "mac get", GetMac);
-        registry.On<wire::IfaceMtuBody, wire::PlainResult>(wire::kMtuSet, "mtu set", SetMtu);
-        registry.On<wire::IfaceBody, wire::TIpcMtu>(wire::kMtuGet, "mtu get", GetMtu);
+        registry.Change<wire::IfaceMacBody, wire::PlainResult>(wire::kMacSet, "mac set", SetMac);
+        registry.Query<wire::IfaceBody, wire::TIpcMac>(wire::kMacGet, "mac get", GetMac);
+        registry.Change<wire::IfaceMtuBody, wire::PlainResult>(wire::kMtuSet, "mtu set", SetMtu);
+        registry.Query<wire::IfaceBody, wire::TIpcMtu>(wire::kMtuGet, "mtu get", GetMtu);
     }
 };
 

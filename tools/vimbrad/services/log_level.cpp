@@ -18,7 +18,8 @@ wire::PlainResult Switch(const wire::LogSwitchBody& body) {
 class LogLevelService : public Service {
  public:
     void Attach(Registry& registry) override {
-        registry.On<wire::LogSwitchBody, wire::PlainResult>(wire::kLogSwitch, "log level", Switch);
+        registry.Change<wire::LogSwitchBody, wire::PlainResult>(wire::kLogSwitch, "log level",
+                                                                Switch);
     }
 };
 

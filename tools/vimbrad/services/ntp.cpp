@@ -275,17 +275,17 @@ class NtpService : public Service {
           }) {}
 
     void Attach(Registry& registry) override {
-        registry.On<wire::NtpcStartBody, PlainResult>(
+        registry.Change<wire::NtpcStartBody, PlainResult>(
             wire::kNtpcStart, "NTP client start",
             [this](const wire::NtpcStartBody& body) { return Start(body); });
-        registry.On<wire::NtpcStopBody, PlainResult>(
+        registry.Change<wire::NtpcStopBody, PlainResult>(
             wire::kNtpcStop, "NTP client stop", [this](const wire::NtpcStopBody& body) {
                 Family& family = families_.Of(body.wSinFamily);
                 family.client.reset();
                 family.notifier.Clear();
                 return PlainResult{0};
             });
-        registry.OnLater<TVimbraAddr, PlainResult>(
+        registry.QueryLater<TVimbraAddr, PlainResult>(
             wire::kNtpcCheck, "NTP server check",
             [this](const TVimbraAddr& server, const Answer<PlainResult>& answer) {
                 Check(ServerOf(server), answer);
@@ -311,26 +311,41 @@ class NtpService : public Service {
         return {0};
     }
 
+    // One question is enough for all who want to know the same.
     void Check(const TVimbraAddr& server, const Answer<PlainResult>& answer) {
         if (const int error = WayError(server); error != 0) {
             throw Refusal(error);
         }
-        const u32 number = next_check_++;
-        checks_[number] = std::make_unique<Question>(
-            context_, server, [this, number, answer](const Outcome& outcome) {
-                const auto ended = checks_.extract(number);
-                if (outcome.error != 0) {
-                    answer.Refuse(outcome.error);
-                } else {
-                    answer({0});
-                }
-            });
+        const std::string name = TextOf(server);
+        if (const auto found = checks_.find(name); found != checks_.end()) {
+            found->second.answers.push_back(answer);
+            return;
+        }
+        auto question = std::make_unique<Question>(
+            context_, server, [this, name](const Outcome& outcome) { Tell(name, outcome); });
+        checks_[name] = {std::move(question), {answer}};
     }
+
+    void Tell(const std::string& name, const Outcome& outcome) {
+        const auto ended = checks_.extract(name);
+        for (const Answer<PlainResult>& each : ended.mapped().answers) {
+            if (outcome.error != 0) {
+                each.Refuse(outcome.error);
+            } else {
+                each({0});
+            }
+        }
+    }
+
+    // A test of a server, and who waits for it.
+    struct ServerTest {
+        std::unique_ptr<Question> question;
+        std::vector<Answer<PlainResult>> answers;
+    };
 
     Context context_;
     PerFamily<Family> families_;
-    std::map<u32, std::unique_ptr<Question>> checks_;
-    u32 next_check_ = 0;
+    std::map<std::string, ServerTest> checks_;
 };
 
 }  // namespace

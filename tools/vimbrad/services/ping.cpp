@@ -169,10 +169,10 @@ class PingService : public Service {
         : loop_(context.loop), notifier_(loop_, wire::kPingSocket, [this] { tests_.clear(); }) {}
 
     void Attach(Registry& registry) override {
-        registry.On<wire::PingStartBody, wire::PlainResult>(
+        registry.Query<wire::PingStartBody, wire::PlainResult>(
             wire::kPingStart, "ping start",
             [this](const wire::PingStartBody& body) { return Start(body); });
-        registry.On<wire::PingStopBody, wire::PlainResult>(
+        registry.Query<wire::PingStopBody, wire::PlainResult>(
             wire::kPingStop, "ping stop",
             [this](const wire::PingStopBody& body) { return Stop(body.nUserID); });
     }

@@ -280,12 +280,12 @@ class PppoeService : public Service {
 
     void Attach(Registry& registry) override {
         using wire::PlainResult, wire::PppoeStartBody, wire::PppoeStopBody;
-        registry.OnLater<PppoeStartBody, PlainResult>(
+        registry.ChangeLater<PppoeStartBody, PlainResult>(
             wire::kPppoeStart, "PPPoE start",
             [this](const PppoeStartBody& body, const Answer<PlainResult>& answer) {
                 Start(body.wSinFamily, body.tConfig, answer);
             });
-        registry.OnLater<PppoeStopBody, PlainResult>(
+        registry.ChangeLater<PppoeStopBody, PlainResult>(
             wire::kPppoeStop, "PPPoE stop",
             [this](const PppoeStopBody& body, const Answer<PlainResult>& answer) {
                 CheckFamily(body.wSinFamily);

@@ -46,8 +46,8 @@ api_ipaddr_show_info Report(const wire::IfaceBody& body) {
 class ReportService : public Service {
  public:
     void Attach(Registry& registry) override {
-        registry.On<wire::IfaceBody, api_ipaddr_show_info>(wire::kIpaddrShowFilter,
-                                                           "interface report", Report);
+        registry.Query<wire::IfaceBody, api_ipaddr_show_info>(wire::kIpaddrShowFilter,
+                                                              "interface report", Report);
     }
 };
 

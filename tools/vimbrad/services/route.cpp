@@ -138,13 +138,14 @@ class RouteService : public Service {
         using wire::PlainResult;
         AttachRoute(registry, wire::kRouteAdd, "route add", Add);
         AttachRoute(registry, wire::kRouteDel, "route delete", Delete);
-        registry.On<TVimbraIpRouteParam, PlainResult>(wire::kRouteMetricModify, "route metric",
-                                                      ModifyMetric);
-        registry.On<wire::FamilyBody, wire::TIpcAllRoute>(wire::kAllRouteGet, "route list", List);
-        registry.On<wire::TableBody, PlainResult>(
+        registry.Change<TVimbraIpRouteParam, PlainResult>(wire::kRouteMetricModify, "route metric",
+                                                          ModifyMetric);
+        registry.Query<wire::FamilyBody, wire::TIpcAllRoute>(wire::kAllRouteGet, "route list",
+                                                             List);
+        registry.Change<wire::TableBody, PlainResult>(
             wire::kRouteTableAdd, "table add",
             [this](const wire::TableBody& body) { return AddTable(body.dwTableId); });
-        registry.On<wire::TableBody, PlainResult>(
+        registry.Change<wire::TableBody, PlainResult>(
             wire::kRouteTableDel, "table delete",
             [this](const wire::TableBody& body) { return DeleteTable(body.dwTableId); });
     }
@@ -153,10 +154,10 @@ class RouteService : public Service {
     using RouteHandler = wire::PlainResult (*)(const TVimbraIpRouteParam&, u32 table);
 
     static void AttachRoute(Registry& registry, u32 type, const char* what, RouteHandler handler) {
-        registry.On<wire::RouteBody, wire::PlainResult>(
+        registry.Change<wire::RouteBody, wire::PlainResult>(
             type, what,
             [handler](const wire::RouteBody& body) { return handler(body.tRoute, RT_TABLE_MAIN); });
-        registry.On<wire::InTable<wire::RouteBody>, wire::PlainResult>(
+        registry.Change<wire::InTable<wire::RouteBody>, wire::PlainResult>(
             type, what, [handler](const wire::InTable<wire::RouteBody>& body) {
                 return handler(wire::RouteBody(body.tMain).tRoute, body.dwTableId);
             });

@@ -51,10 +51,10 @@ class RouterAdvertisementService : public Service {
 
     void Attach(Registry& registry) override {
         using wire::PlainResult;
-        registry.On<wire::RouterAdvertiseStartBody, PlainResult>(
+        registry.Change<wire::RouterAdvertiseStartBody, PlainResult>(
             wire::kRouterAdvertiseStart, "router advertisement start",
             [this](const auto& body) { return Start(NameOf(body.achIfaceName)); });
-        registry.On<wire::IfaceBody, PlainResult>(
+        registry.Change<wire::IfaceBody, PlainResult>(
             wire::kRouterAdvertiseStop, "router advertisement stop",
             [this](const auto& body) { return Stop(NameOf(body.achIfaceName)); });
     }

@@ -47,8 +47,9 @@ wire::PlainResult Delete(const TVimbraIpRuleParam& record) {
 class RuleService : public Service {
  public:
     void Attach(Registry& registry) override {
-        registry.On<TVimbraIpRuleParam, wire::PlainResult>(wire::kIpRuleAdd, "rule add", Add);
-        registry.On<TVimbraIpRuleParam, wire::PlainResult>(wire::kIpRuleDel, "rule delete", Delete);
+        registry.Change<TVimbraIpRuleParam, wire::PlainResult>(wire::kIpRuleAdd, "rule add", Add);
+        registry.Change<TVimbraIpRuleParam, wire::PlainResult>(wire::kIpRuleDel, "rule delete",
+                                                               Delete);
     }
 };
 

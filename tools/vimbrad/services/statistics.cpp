@@ -40,11 +40,11 @@ class StatisticsService : public Service {
           notifier_(context.loop, wire::kStatSocket, [this] { Stop(); }) {}
 
     void Attach(Registry& registry) override {
-        registry.On<wire::StatStartBody, wire::PlainResult>(
+        registry.Change<wire::StatStartBody, wire::PlainResult>(
             wire::kStatStart, "statistics start",
             [this](const wire::StatStartBody& body) { return Start(body.nInterval); });
-        registry.On<NoBody, wire::PlainResult>(wire::kStatStop, "statistics stop",
-                                               [this](const NoBody&) { return Stop(); });
+        registry.Change<NoBody, wire::PlainResult>(wire::kStatStop, "statistics stop",
+                                                   [this](const NoBody&) { return Stop(); });
     }
 
  private:

@@ -127,10 +127,10 @@ class TracerouteService : public Service {
           notifier_(loop_, wire::kTracerouteSocket, [this] { traces_.clear(); }) {}
 
     void Attach(Registry& registry) override {
-        registry.On<wire::TracerouteStartBody, wire::PlainResult>(
+        registry.Query<wire::TracerouteStartBody, wire::PlainResult>(
             wire::kTracerouteStart, "traceroute start",
             [this](const wire::TracerouteStartBody& body) { return Start(body); });
-        registry.On<wire::TracerouteStopBody, wire::PlainResult>(
+        registry.Query<wire::TracerouteStopBody, wire::PlainResult>(
             wire::kTracerouteStop, "traceroute stop",
             [this](const wire::TracerouteStopBody& body) { return Stop(body.nUserID); });
     }

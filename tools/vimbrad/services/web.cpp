@@ -43,16 +43,16 @@ class WebService : public Service {
         : loop_(context.loop), root_(context.web_root), timer_(MakeTimer(loop_, this)) {}
 
     void Attach(Registry& registry) override {
-        registry.OnLater<wire::WebEnableBody, PlainResult>(
+        registry.ChangeLater<wire::WebEnableBody, PlainResult>(
             wire::kWebEnable, "web server start",
             [this](const wire::WebEnableBody& body, const Answer<PlainResult>& answer) {
                 Start(body.port, answer);
             });
-        registry.On<NoBody, PlainResult>(wire::kWebDisable, "web server stop",
-                                         [this](const NoBody&) {
-                                             Stop();
-                                             return PlainResult{0};
-                                         });
+        registry.Change<NoBody, PlainResult>(wire::kWebDisable, "web server stop",
+                                             [this](const NoBody&) {
+                                                 Stop();
+                                                 return PlainResult{0};
+                                             });
     }
 
  private:
