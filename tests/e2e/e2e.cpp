@@ -4,12 +4,15 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <stdexcept>
 #include <vimbra/bed.hpp>
 
@@ -97,6 +100,29 @@ int Daemon::Stop() {
     stopped_ = true;
     program_.Signal(SIGTERM);
     return program_.Wait();
+}
+
+Json AskOperators(const std::string& line) {
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    strcpy(address.sun_path, "/run/vimbrad/status");
+    const std::string question = line + "\n";
+    if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
+        write(fd, question.data(), question.size()) < 0) {
+        close(fd);
+        throw std::runtime_error("nobody answers operators");
+    }
+    std::string answer;
+    for (char each; read(fd, &each, 1) == 1 && each != '\n';) {
+        answer += each;
+    }
+    close(fd);
+    return Json::parse(answer);
+}
+
+Json Shown(const std::string& what) {
+    return AskOperators(R"({"ask": ")" + what + R"("})").at(what);
 }
 
 namespace {

@@ -60,6 +60,11 @@ class Daemon {
 // Command line of the daemon under test.
 std::vector<std::string> DaemonCommand(const std::vector<std::string>& options = {});
 
+// The answer to a line on the operators' socket.
+Json AskOperators(const std::string& line);
+// What operators are told of one thing.
+Json Shown(const std::string& what);
+
 // Runs a shell command; its output. A command that fails throws std::runtime_error with what it
 // wrote.
 std::string Shell(const std::string& command);

@@ -115,7 +115,7 @@ TEST(VimbradDeath, DhcpClientThatLooksForAServer) {
 TEST(VimbradDeath, DhcpClientAtTheMomentOfItsStart) {
     MakeIface("eth0");
     for (int i = 0; i < 20; ++i) {
-        Mortal daemon;
+        Mortal daemon({"--forget"});
         Connection request("api_daemon");
         ASSERT_TRUE(request.Send(Pack().U32(kDhcpStart).U32(18).U32(0).Add(DhcpBody("eth0"))));
         daemon.Kill();
@@ -127,7 +127,7 @@ TEST(VimbradDeath, PppdAtEachStage) {
     MakeIface("eth0");
     for (const char* plan : {"hold", "ip_up 10.0.0.2 10.0.0.1; hold", "trap '' HUP; hold"}) {
         const Pppd pppd(plan);
-        Mortal daemon;
+        Mortal daemon({"--forget"});
         ASSERT_EQ(0, Ask(kPppoeStart, PppoeBody()));
         ASSERT_TRUE(Pppd::WaitDial(1));
         ExpectToDieWith(daemon, daemon.WaitChildren(1));

@@ -112,8 +112,9 @@ TEST(VimbradLife, OfManyThatStartAtOnceOneServes) {
 TEST(VimbradLife, Help) {
     Program daemon(DaemonCommand({"--help"}), "/tmp/vimbrad.log");
     EXPECT_EQ(0, daemon.Wait());
-    for (const char* option : {"--group", "--run-dir", "--syslog", "--ready-fd", "--log-level",
-                               "--web-root", "--set-clock", "--version", "--help"}) {
+    for (const char* option :
+         {"--group", "--run-dir", "--keep", "--forget", "--syslog", "--ready-fd", "--log-level",
+          "--web-root", "--set-clock", "--version", "--help"}) {
         EXPECT_NE(std::string::npos, daemon.Output().find(option)) << option;
     }
     EXPECT_FALSE(Exists(kSocket));

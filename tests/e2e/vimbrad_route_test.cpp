@@ -538,9 +538,10 @@ TEST_F(VimbradRoute, PriorityOrdersTheDefaultRoutes) {
     EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Addr("10.0.0.3")));
     EXPECT_THAT(order(), ElementsAre("eth2", "eth0", "eth1", "eth0", "eth1"));
     EXPECT_EQ("10.2.0.3", Gateway(nullptr, 2));
+    // First come, first served: eth0 got its gateway of IPv4 last.
     EXPECT_EQ(0, SetPriority({}));
-    EXPECT_THAT(order(), ElementsAre("eth2", "eth0", "eth1", "eth0", "eth1"));
-    EXPECT_THAT(KernelRoutes(2), testing::Contains("default via 10.2.0.3 dev eth2"));
+    EXPECT_THAT(order(), ElementsAre("eth1", "eth2", "eth0", "eth0", "eth1"));
+    EXPECT_THAT(KernelRoutes(2), testing::Contains("default via 10.1.0.2 dev eth1"));
 }
 
 TEST_F(VimbradRoute, ImpossiblePrioritiesAreRefused) {

@@ -97,6 +97,11 @@ class Birth {
     std::vector<char*> arguments_;
 };
 
+std::set<pid_t>& RunningOnes() {
+    static std::set<pid_t> running;
+    return running;
+}
+
 ChildEnd EndOf(int status) {
     return WIFSIGNALED(status) ? ChildEnd{0, WTERMSIG(status)} : ChildEnd{WEXITSTATUS(status), 0};
 }
@@ -120,6 +125,7 @@ class Child::Run : public std::enable_shared_from_this<Run> {
                     [](uv_signal_t* raw, int) { static_cast<Run*>(raw->data)->Reap(); }, SIGCHLD),
                 "signal");
         pid_ = Birth(program, theirs.Get()).Run();
+        RunningOnes().insert(pid_);
         self_ = shared_from_this();
     }
 
@@ -203,6 +209,7 @@ class Child::Run : public std::enable_shared_from_this<Run> {
     void Reap() {
         int status = 0;
         if (self_ && waitpid(pid_, &status, WNOHANG) == pid_) {
+            RunningOnes().erase(pid_);
             Ended(EndOf(status));
         }
     }
@@ -246,6 +253,10 @@ Child::Child(uv_loop_t* loop, const Program& program, Events events)
 
 Child::~Child() {
     run_->Abandon();
+}
+
+const std::set<pid_t>& Child::Running() {
+    return RunningOnes();
 }
 
 pid_t Child::Pid() const {

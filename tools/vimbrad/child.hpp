@@ -8,6 +8,7 @@
 #include <csignal>
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -49,6 +50,9 @@ class Child {
     ~Child();
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
+
+    // Those that have not been reaped.
+    static const std::set<pid_t>& Running();
 
     pid_t Pid() const;
     void Kill(int signal);

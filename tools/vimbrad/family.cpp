@@ -32,4 +32,8 @@ const char* FamilyTitle(u16 family) {
                                           : "IPv6";
 }
 
+const char* FamilyKey(u16 family) {
+    return family == VIMBRA_FAMILY_BOTH ? "both" : family == VIMBRA_FAMILY_IPV4 ? "ipv4" : "ipv6";
+}
+
 }  // namespace vimbrad

@@ -18,6 +18,9 @@ bool Covers(u16 wanted, int family);
 // "IPv4", "IPv6", "IPv4 and IPv6".
 const char* FamilyTitle(u16 family);
 
+// For programs: "ipv4", "ipv6", "both".
+const char* FamilyKey(u16 family);
+
 // One of a thing for each of the two families.
 template <class Thing>
 class PerFamily {

@@ -112,12 +112,17 @@ RouteSpec SpecOf(rtnl_route* route) {
     return spec;
 }
 
-std::vector<Route> ListRoutes(u16 family, u32 table) {
+std::vector<Route> ListAllRoutes(u16 family) {
     std::vector<Route> routes = Dump(family);
-    std::erase_if(routes, [table](const Route& each) {
-        return rtnl_route_get_table(each.get()) != table ||
-               rtnl_route_get_type(each.get()) != RTN_UNICAST;
-    });
+    std::erase_if(routes,
+                  [](const Route& each) { return rtnl_route_get_type(each.get()) != RTN_UNICAST; });
+    return routes;
+}
+
+std::vector<Route> ListRoutes(u16 family, u32 table) {
+    std::vector<Route> routes = ListAllRoutes(family);
+    std::erase_if(routes,
+                  [table](const Route& each) { return rtnl_route_get_table(each.get()) != table; });
     return routes;
 }
 

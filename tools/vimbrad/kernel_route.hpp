@@ -35,6 +35,8 @@ inline u32 TableNumber(u32 requested) {
     return requested == RT_TABLE_UNSPEC ? u32{RT_TABLE_MAIN} : requested;
 }
 
+// Unicast routes of one family (2 or 10) in all tables, in the kernel's order.
+std::vector<Route> ListAllRoutes(u16 family);
 // Unicast routes of one family (2 or 10) in a table, in the kernel's order.
 std::vector<Route> ListRoutes(u16 family, u32 table);
 

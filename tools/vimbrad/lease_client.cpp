@@ -1,9 +1,16 @@
 #include "lease_client.hpp"
 
-#include <csignal>
+#include <net/if.h>
 
+#include <csignal>
+#include <ctime>
+#include <nlohmann/json.hpp>
+
+#include "address_text.hpp"
 #include "api/api_dhcpc/dhcpc_wire.hpp"
 #include "log.hpp"
+#include "netlink.hpp"
+#include "record_text.hpp"
 
 namespace vimbrad {
 namespace {
@@ -12,6 +19,13 @@ namespace {
 constexpr u64 kReleaseMs = 2'000;
 // Before a program that has ended by itself is started again; its interface may be gone.
 constexpr u64 kRestartMs = 5'000;
+
+// Of a clock that also runs while the machine sleeps, as the server's does.
+u64 SecondsSinceBoot() {
+    timespec now{};
+    clock_gettime(CLOCK_BOOTTIME, &now);
+    return static_cast<u64>(now.tv_sec);
+}
 
 std::string SocketOf(const std::string& name, u16 family) {
     const char* socket =
@@ -25,12 +39,90 @@ LeaseClient::LeaseClient(const Context& context, Registry& registry, std::string
                          const PrivateDir& files)
     : context_(context),
       name_(std::move(name)),
+      family_(family),
       title_((family == VIMBRA_FAMILY_IPV6 ? "DHCPv6 client on " : "DHCP client on ") + name_),
       files_(files),
       settings_(registry, name_, family),
       report_(name_, family),
       notifier_(context.loop, SocketOf(name_, family).c_str(), [] {}),
-      timer_(MakeTimer(context.loop, this)) {}
+      timer_(MakeTimer(context.loop, this)),
+      taken_up_end_(MakeTimer(context.loop, this)) {}
+
+u64 LeaseClient::SecondsLeft() const {
+    const u64 now = SecondsSinceBoot();
+    return lease_end_ > now ? lease_end_ - now : 0;
+}
+
+Json LeaseClient::Save() const {
+    Json state{{"interface", name_}, {"family", family_}, {"settings", settings_.Save()}};
+    if (has_lease_) {
+        state["lease"] = TextOfRecord(lease_);
+        state["lease_end"] = lease_end_;
+    }
+    return state;
+}
+
+void LeaseClient::Restore(const Json& state) {
+    settings_.Restore(state.at("settings"));
+    if (!state.contains("lease")) {
+        settings_.Remove();
+        Restart();
+        return;
+    }
+    lease_ = RecordFromText<TVimbraDhcpcAddrInfo>(state.at("lease").get<std::string>());
+    lease_end_ = state.at("lease_end").get<u64>();
+    has_lease_ = true;
+    taken_up_ = true;
+    const u64 left = SecondsLeft();
+    uv_timer_start(
+        taken_up_end_.get(),
+        [](uv_timer_t* timer) {
+            auto* self = static_cast<LeaseClient*>(timer->data);
+            if (self->taken_up_) {
+                self->Lose();
+            }
+        },
+        left * 1000, 0);
+    LeaseTaken(static_cast<u32>(left));
+    if (if_nametoindex(name_.c_str()) == 0) {
+        Lose();
+    }
+    Restart();
+}
+
+Json LeaseClient::Show() const {
+    Json shown{{"interface", name_},
+               {"family", FamilyKey(family_)},
+               {"state", Stopping()   ? "stopping"
+                         : !child_    ? "waiting"
+                         : has_lease_ ? "bound"
+                                      : "asking"}};
+    if (child_) {
+        shown["pid"] = child_->Pid();
+    }
+    if (!has_lease_) {
+        return shown;
+    }
+    Json& lease = shown["lease"];
+    lease = {{"address", TextOf(lease_.tIpAddrs)},
+             {"prefix", lease_.dwIpPrefix},
+             {"dns", Json::array()},
+             {"seconds", lease_.dwLeaseTime},
+             {"left", SecondsLeft()}};
+    if (!IsZero(lease_.tGateWay)) {
+        lease["gateway"] = TextOf(lease_.tGateWay);
+    }
+    for (u32 i = 0; i < lease_.dwDnsNum; ++i) {
+        lease["dns"].push_back(TextOf(lease_.atDnsServer[i]));
+    }
+    return shown;
+}
+
+void LeaseClient::TellEnd() {
+    if (has_lease_) {
+        TellFailure();
+    }
+}
 
 void LeaseClient::Stop(Stopped stopped) {
     stopped_ = std::move(stopped);
@@ -69,9 +161,11 @@ void LeaseClient::Restart() {
 
 void LeaseClient::Lose() {
     settings_.Remove();
+    taken_up_ = false;
     if (std::exchange(has_lease_, false) && !Stopping()) {
         TellFailure();
     }
+    context_.registry.Changed();
 }
 
 void LeaseClient::TellFailure() {
@@ -88,22 +182,40 @@ void LeaseClient::TakeLine(std::string_view line) {
     }
 }
 
+// A program begins without a lease; what an earlier life had stays nevertheless.
+bool LeaseClient::KeepsLease(const std::string& event) {
+    return taken_up_ && (event == "deconfig" || event == "leasefail");
+}
+
 void LeaseClient::TakeReport() {
     const std::string& event = report_.Event();
     LogInfo("%s: %s", Title(), event.c_str());
+    if (KeepsLease(event)) {
+        return;
+    }
     if (event == "bound" || event == "renew") {
-        has_lease_ = settings_.Apply(report_.Lease());
-        if (has_lease_) {
-            notifier_.Post(wire::kDhcpcLease, report_.Lease());
-            LeaseTaken(report_.Lease().dwLeaseTime);
-        } else {
-            TellFailure();
-        }
+        TakeLease(report_.Lease());
     } else if (event == "deconfig") {
+        Lose();
+    } else if (taken_up_ && event == "nak") {
         Lose();
     } else if (event == "leasefail" || event == "nak") {
         TellFailure();
     }
+}
+
+void LeaseClient::TakeLease(const TVimbraDhcpcAddrInfo& lease) {
+    taken_up_ = false;
+    has_lease_ = settings_.Apply(lease);
+    if (has_lease_) {
+        lease_ = lease;
+        lease_end_ = SecondsSinceBoot() + lease.dwLeaseTime;
+        notifier_.Post(wire::kDhcpcLease, lease);
+        LeaseTaken(lease.dwLeaseTime);
+    } else {
+        TellFailure();
+    }
+    context_.registry.Changed();
 }
 
 void LeaseClient::Ended(const ChildEnd& end) {
@@ -116,7 +228,9 @@ void LeaseClient::Ended(const ChildEnd& end) {
         return;
     }
     LogWarning("%s: ended with %s", Title(), end.Text().c_str());
-    Lose();
+    if (!taken_up_) {
+        Lose();
+    }
     RestartAfter(kRestartMs);
 }
 

@@ -38,6 +38,13 @@ class LeaseClient {
     // A lease that is held is told again once it is renewed.
     virtual void Renew() { child_->Kill(SIGUSR1); }
 
+    // Takes up what an earlier life had: the lease stays what it is until a server has confirmed
+    // it, refused it, or its time is up.
+    void Restore(const Json& state);
+    Json Save() const;
+    Json Show() const;
+    // To an application that did not ask for it.
+    void TellEnd();
     bool HasProgram() const { return child_ != nullptr; }
     bool Stopping() const { return stopped_ != nullptr; }
 
@@ -66,15 +73,20 @@ class LeaseClient {
     const PrivateDir& Files() const { return files_; }
     const char* Title() const { return title_.c_str(); }
     bool HasLease() const { return has_lease_; }
+    const TVimbraDhcpcAddrInfo& Lease() const { return lease_; }
 
  private:
     void TakeLine(std::string_view line);
     void TakeReport();
+    void TakeLease(const TVimbraDhcpcAddrInfo& lease);
+    bool KeepsLease(const std::string& event);
+    u64 SecondsLeft() const;
     void Ended(const ChildEnd& end);
     void Finish();
 
     const Context& context_;
     std::string name_;
+    u16 family_;
     std::string title_;
     const PrivateDir& files_;
     LeaseSettings settings_;
@@ -83,6 +95,12 @@ class LeaseClient {
     UvHandle<uv_timer_t> timer_;
     std::unique_ptr<Child> child_;
     bool has_lease_ = false;
+    TVimbraDhcpcAddrInfo lease_{};
+    // When the lease ends, in seconds since the machine was started.
+    u64 lease_end_ = 0;
+    // The lease is an earlier life's, and no server has spoken of it in this one.
+    bool taken_up_ = false;
+    UvHandle<uv_timer_t> taken_up_end_;
     Stopped stopped_;
 };
 

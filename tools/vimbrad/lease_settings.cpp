@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <nlohmann/json.hpp>
 #include <span>
 
 #include "api/api_ip/api_ipaddr/ipaddr_wire.hpp"
@@ -15,6 +16,7 @@
 #include "lib/base/fd.hpp"
 #include "log.hpp"
 #include "netlink.hpp"
+#include "record_text.hpp"
 
 namespace vimbrad {
 namespace {
@@ -60,15 +62,15 @@ bool LeaseSettings::Apply(const TVimbraDhcpcAddrInfo& lease) {
     std::optional<TVimbraIfaceIp> old;
     if (!address_ || !Same(address_->tIpAddr, wanted.tIpAddr) ||
         address_->dwPrefix != wanted.dwPrefix) {
-        // An address that is there already belongs to whoever set it.
+        // An address that is there already belongs to whoever set it. It is noted as ours before it
+        // is there: a daemon that dies in between must know it again.
+        old = std::exchange(address_, wanted);
         const s32 result = ChangeAddress(wire::kIpaddrAdd, wanted);
+        if (result != 0) {
+            address_ = result == EEXIST ? std::nullopt : old;
+        }
         if (result != 0 && result != EEXIST) {
             return false;
-        }
-        old = address_;
-        address_.reset();
-        if (result == 0) {
-            address_ = wanted;
         }
     }
     if (!gateway_ || !Same(*gateway_, lease.tGateWay)) {
@@ -87,6 +89,32 @@ void LeaseSettings::Remove() {
     RemoveGateway();
     if (const auto address = std::exchange(address_, std::nullopt)) {
         ChangeAddress(wire::kIpaddrDel, *address);
+    }
+}
+
+Json LeaseSettings::Save() const {
+    Json state{{"servers", Json::array()}};
+    if (address_) {
+        state["address"] = TextOfRecord(*address_);
+    }
+    if (gateway_) {
+        state["gateway"] = TextOfRecord(*gateway_);
+    }
+    for (const TVimbraAddr& each : servers_) {
+        state["servers"].push_back(TextOfRecord(each));
+    }
+    return state;
+}
+
+void LeaseSettings::Restore(const Json& state) {
+    if (state.contains("address")) {
+        address_ = RecordFromText<TVimbraIfaceIp>(state.at("address").get<std::string>());
+    }
+    if (state.contains("gateway")) {
+        gateway_ = RecordFromText<TVimbraAddr>(state.at("gateway").get<std::string>());
+    }
+    for (const Json& each : state.at("servers")) {
+        servers_.push_back(RecordFromText<TVimbraAddr>(each.get<std::string>()));
     }
 }
 

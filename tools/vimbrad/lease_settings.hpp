@@ -19,7 +19,6 @@ class LeaseSettings {
  public:
     LeaseSettings(Registry& registry, std::string name, u16 family)
         : registry_(registry), name_(std::move(name)), family_(family) {}
-    ~LeaseSettings() { Remove(); }
     LeaseSettings(const LeaseSettings&) = delete;
     LeaseSettings& operator=(const LeaseSettings&) = delete;
 
@@ -27,6 +26,10 @@ class LeaseSettings {
     // new address is there before the old one goes. False when the address cannot be set.
     bool Apply(const TVimbraDhcpcAddrInfo& lease);
     void Remove();
+
+    // What a later life has to know to take it away or to leave it.
+    Json Save() const;
+    void Restore(const Json& state);
 
  private:
     template <class Body>

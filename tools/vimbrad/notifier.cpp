@@ -56,6 +56,7 @@ Notifier::~Notifier() {
 }
 
 void Notifier::Clear() {
+    pending_ -= queue_.size();
     queue_.clear();
     uv_timer_stop(timer_.get());
     if (attempt_ != nullptr) {
@@ -71,6 +72,7 @@ void Notifier::Enqueue(u32 type, Bytes body) {
         LogWarning("%s: nobody takes the messages: the oldest is dropped", path_.c_str());
         // The first is on its way.
         queue_.erase(queue_.begin() + 1);
+        --pending_;
     }
     const IpcMsgHead head{type, static_cast<u32>(body.size()), 0};
     const Bytes head_bytes = std::as_bytes(std::span(&head, 1));
@@ -79,6 +81,7 @@ void Notifier::Enqueue(u32 type, Bytes body) {
         const auto* bytes = reinterpret_cast<const char*>(part.data());
         message.insert(message.end(), bytes, bytes + part.size());
     }
+    ++pending_;
     if (queue_.size() == 1) {
         Deliver();
     }
@@ -104,6 +107,7 @@ void Notifier::Finished(int status) {
     }
     failing_since_ = 0;
     queue_.pop_front();
+    --pending_;
     if (!queue_.empty()) {
         Deliver();
     }

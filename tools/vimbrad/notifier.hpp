@@ -43,6 +43,9 @@ class Notifier {
     // Forgets what has not been sent.
     void Clear();
 
+    // How many messages of all notifiers have not been delivered and not been given up.
+    static size_t Pending() { return pending_; }
+
  private:
     struct Attempt;
 
@@ -50,6 +53,8 @@ class Notifier {
     void Deliver();
     void Finished(int status);
     void TryLater(int status);
+
+    static inline size_t pending_ = 0;
 
     uv_loop_t* loop_;
     std::string path_;

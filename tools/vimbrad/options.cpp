@@ -20,6 +20,8 @@ constexpr char kUsage[] =
     "\n"
     "  -g, --group=NAME       who may connect beside root: the socket's group\n"
     "  -r, --run-dir=DIR      where it keeps its own files, /run/vimbrad by default\n"
+    "  -k, --keep             leave the network as it is when it ends\n"
+    "  -f, --forget           do not take up what an earlier life left\n"
     "  -y, --syslog           log to the system's log instead\n"
     "  -n, --ready-fd=FD      write a line to this descriptor when it serves\n"
     "  -l, --log-level=LEVEL  0 (silence), 2 (errors), 3 (and warnings), 4 (and\n"
@@ -35,6 +37,8 @@ constexpr char kUsage[] =
 
 constexpr option kOptions[] = {{"group", required_argument, nullptr, 'g'},
                                {"run-dir", required_argument, nullptr, 'r'},
+                               {"keep", no_argument, nullptr, 'k'},
+                               {"forget", no_argument, nullptr, 'f'},
                                {"syslog", no_argument, nullptr, 'y'},
                                {"ready-fd", required_argument, nullptr, 'n'},
                                {"log-level", required_argument, nullptr, 'l'},
@@ -97,6 +101,12 @@ bool Take(char letter, const char* value, Options& options) {
         case 'r':
             options.run_dir = value;
             return true;
+        case 'f':
+            options.forget = true;
+            return true;
+        case 'k':
+            options.keep = true;
+            return true;
         case 's':
             options.set_clock = true;
             return true;
@@ -113,7 +123,7 @@ bool Take(char letter, const char* value, Options& options) {
 
 std::optional<int> ReadOptions(int argc, char** argv, Options& options) {
     for (int letter;
-         (letter = getopt_long(argc, argv, "g:r:yn:l:w:sVh", kOptions, nullptr)) != -1;) {
+         (letter = getopt_long(argc, argv, "g:r:kfyn:l:w:sVh", kOptions, nullptr)) != -1;) {
         switch (letter) {
             case 'V':
                 std::puts("vimbrad " VIMBRAD_VERSION);

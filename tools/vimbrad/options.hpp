@@ -18,6 +18,8 @@ struct Options {
     std::string web_root = "/var/www";
     bool set_clock = false;
     bool syslog = false;
+    bool keep = false;
+    bool forget = false;
     int ready_fd = -1;
     LogLevel log_level = LogLevel::kInfo;
 };

@@ -34,6 +34,8 @@ class Server {
     Server& operator=(const Server&) = delete;
 
     Registry& Requests() { return registry_; }
+    // Who connects from now on finds nobody; who is connected is served.
+    void StopListening() { listener_.reset(); }
     // Whether one more request may take its time.
     bool MayWait() const;
     size_t Connections() const { return connections_.size(); }

@@ -22,6 +22,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <nlohmann/json_fwd.hpp>
 #include <span>
 #include <string>
 #include <type_traits>
@@ -255,16 +256,38 @@ class RunDirectory;
 struct Context {
     uv_loop_t* loop;
     const RunDirectory& run_dir;
+    // For requests of their own, and to tell of changes that nobody asked for.
+    Registry& registry;
     // What the web server serves.
     std::string web_root = {};
     // Whether NTP clients set the clock.
     bool set_clock = false;
 };
 
+using Json = nlohmann::json;
+
+// Held by whoever has not ended yet; when nobody holds it any more the daemon goes on ending.
+using Ending = std::shared_ptr<void>;
+
 class Service {
  public:
     virtual ~Service() = default;
     virtual void Attach(Registry& registry) = 0;
+
+    // Adds what a later life takes up again to the daemon's state, under names of its own.
+    virtual void Save(Json&) const {}
+    // Takes it up. Whatever is thrown is told, and the rest forgotten.
+    virtual void Restore(const Json&) {}
+    // Takes back what nobody looks after in a life without memory.
+    virtual void Forget(const Json&) {}
+
+    // Answers operators' questions, each under its name.
+    virtual void Show(Json&) const {}
+
+    // The daemon ends and leaves nothing: programs end, and applications that listen are told.
+    virtual void End(const Ending&) {}
+    // Then settings of the kernel are taken back.
+    virtual void TakeBack() {}
 };
 
 }  // namespace vimbrad

@@ -1,4 +1,5 @@
 // The DHCP client program for IPv4: busybox udhcpc.
+#include "address_text.hpp"
 #include "hooks.hpp"
 #include "lease_client.hpp"
 #include "log.hpp"
@@ -15,7 +16,13 @@ class UdhcpcClient : public LeaseClient {
 
     void Run() override {
         Netlink().BringUp(Name());
-        RunProgram({{"busybox", "udhcpc", "-f", "-R", "-i", Name(), "-s", HookOf(kUdhcpcHook)}});
+        std::vector<std::string> command = {"busybox", "udhcpc", "-f", "-R",
+                                            "-i",      Name(),   "-s", HookOf(kUdhcpcHook)};
+        // The address of an earlier life, if the server still has it for us.
+        if (HasLease()) {
+            command.insert(command.end(), {"-r", TextOf(Lease().tIpAddrs)});
+        }
+        RunProgram({command});
         LogInfo("%s: started", Title());
     }
 };

@@ -6,10 +6,12 @@
 #include <netlink/route/link/inet.h>
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 #include <optional>
 
 #include "address_record.hpp"
 #include "api/api_ip/api_ipaddr/ipaddr_wire.hpp"
+#include "ledger.hpp"
 #include "log.hpp"
 #include "netlink.hpp"
 #include "services/services.hpp"
@@ -141,24 +143,6 @@ class Iface {
     bool keeps_secondaries_ = false;
 };
 
-wire::PlainResult Add(const wire::IfaceIpBody& body) {
-    Iface(NameOf(body.achIfaceName)).Add(body.tIfaceIp);
-    return {0};
-}
-
-wire::PlainResult Delete(const wire::IfaceIpBody& body) {
-    Iface(NameOf(body.achIfaceName)).Delete(TVimbraIfaceIp(body.tIfaceIp));
-    return {0};
-}
-
-wire::PlainResult Flush(const wire::FamilyIfaceBody& body) {
-    Iface iface(NameOf(body.achIfaceName));
-    for (const IfaceAddr& each : iface.Configured(body.wSinFamily)) {
-        iface.Delete(each.get());
-    }
-    return {0};
-}
-
 wire::TIpcAllIp Get(const wire::FamilyIfaceBody& body) {
     return {0, RecordsOf(Iface(NameOf(body.achIfaceName)).Addresses(body.wSinFamily))};
 }
@@ -209,6 +193,8 @@ class Replacement {
             iface_.Delete(each.get());
         }
     }
+
+    const std::vector<TVimbraIfaceIp>& Added() const { return added_; }
 
  private:
     // Takes a held address that fulfils the wish out of those that go.
@@ -290,25 +276,102 @@ class Replacement {
     std::vector<TVimbraIfaceIp> exchanged_;
 };
 
-wire::PlainResult Set(const wire::IfaceAllIpBody& body) {
-    const std::vector<TVimbraIfaceIp> wanted = WantedOf(body.tIfaceAllIp, body.wSinFamily);
-    Iface iface(NameOf(body.achIfaceName));
-    Replacement(iface, body.wSinFamily).Run(wanted);
-    return {0};
-}
-
 class AddressService : public Service {
  public:
     void Attach(Registry& registry) override {
         using wire::PlainResult;
-        registry.Change<wire::IfaceIpBody, PlainResult>(wire::kIpaddrAdd, "address add", Add);
-        registry.Change<wire::IfaceIpBody, PlainResult>(wire::kIpaddrDel, "address delete", Delete);
-        registry.Change<wire::FamilyIfaceBody, PlainResult>(wire::kIpaddrFlush, "address flush",
-                                                            Flush);
-        registry.Change<wire::IfaceAllIpBody, PlainResult>(wire::kIpaddrSet, "address set", Set);
+        registry.Change<wire::IfaceIpBody, PlainResult>(
+            wire::kIpaddrAdd, "address add",
+            [this](const wire::IfaceIpBody& body) { return Add(body); });
+        registry.Change<wire::IfaceIpBody, PlainResult>(
+            wire::kIpaddrDel, "address delete",
+            [this](const wire::IfaceIpBody& body) { return Delete(body); });
+        registry.Change<wire::FamilyIfaceBody, PlainResult>(
+            wire::kIpaddrFlush, "address flush",
+            [this](const wire::FamilyIfaceBody& body) { return Flush(body); });
+        registry.Change<wire::IfaceAllIpBody, PlainResult>(
+            wire::kIpaddrSet, "address set",
+            [this](const wire::IfaceAllIpBody& body) { return Set(body); });
         registry.Query<wire::FamilyIfaceBody, wire::TIpcAllIp>(wire::kIpaddrGet, "address get",
                                                                Get);
     }
+
+    void Save(Json& state) const override { state["addresses"] = ours_.Save(); }
+    void Restore(const Json& state) override {
+        ours_.Restore(state.value("addresses", Json::array()));
+    }
+    void TakeBack() override {
+        ours_.TakeBack(
+            [](const OwnAddress& each) { Iface(NameOf(each.iface)).Delete(each.address); });
+    }
+
+ private:
+    // An address that a request has set.
+    struct OwnAddress {
+        char iface[VIMBRA_IFACE_NAME_LEN];
+        TVimbraIfaceIp address;
+    };
+
+    static OwnAddress OwnOf(const std::string& name, const TVimbraIfaceIp& address) {
+        OwnAddress own{};
+        name.copy(own.iface, sizeof(own.iface));
+        own.address = address;
+        return own;
+    }
+
+    wire::PlainResult Add(const wire::IfaceIpBody& body) {
+        const std::string name = NameOf(body.achIfaceName);
+        Iface(name).Add(body.tIfaceIp);
+        ours_.Note(OwnOf(name, body.tIfaceIp));
+        return {0};
+    }
+
+    wire::PlainResult Delete(const wire::IfaceIpBody& body) {
+        const std::string name = NameOf(body.achIfaceName);
+        const TVimbraIfaceIp gone = body.tIfaceIp;
+        Iface(name).Delete(gone);
+        ours_.ForgetIf([&](const OwnAddress& each) {
+            return NameOf(each.iface) == name && Same(each.address.tIpAddr, gone.tIpAddr) &&
+                   each.address.dwPrefix == gone.dwPrefix;
+        });
+        return {0};
+    }
+
+    wire::PlainResult Flush(const wire::FamilyIfaceBody& body) {
+        const std::string name = NameOf(body.achIfaceName);
+        Iface iface(name);
+        for (const IfaceAddr& each : iface.Configured(body.wSinFamily)) {
+            iface.Delete(each.get());
+        }
+        ForgetAll(name, body.wSinFamily);
+        return {0};
+    }
+
+    // What was there already and stays is whose it was.
+    wire::PlainResult Set(const wire::IfaceAllIpBody& body) {
+        const std::vector<TVimbraIfaceIp> wanted = WantedOf(body.tIfaceAllIp, body.wSinFamily);
+        const std::string name = NameOf(body.achIfaceName);
+        Iface iface(name);
+        Replacement replacement(iface, body.wSinFamily);
+        replacement.Run(wanted);
+        ForgetAll(name, body.wSinFamily, wanted);
+        for (const TVimbraIfaceIp& each : replacement.Added()) {
+            ours_.Note(OwnOf(name, each));
+        }
+        return {0};
+    }
+
+    void ForgetAll(const std::string& name, u16 family,
+                   const std::vector<TVimbraIfaceIp>& except = {}) {
+        ours_.ForgetIf([&](const OwnAddress& each) {
+            return NameOf(each.iface) == name && Covers(family, each.address.tIpAddr.wSinFamily) &&
+                   std::ranges::none_of(except, [&each](const TVimbraIfaceIp& stays) {
+                       return Fulfils(each.address, stays);
+                   });
+        });
+    }
+
+    Ledger<OwnAddress> ours_;
 };
 
 }  // namespace

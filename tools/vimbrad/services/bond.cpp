@@ -7,9 +7,13 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
+#include "address_record.hpp"
 #include "api/api_bond/bond_wire.hpp"
+#include "log.hpp"
 #include "netlink.hpp"
+#include "record_text.hpp"
 #include "services/services.hpp"
 
 namespace vimbrad {
@@ -104,13 +108,52 @@ bool HasActive(u8 mode) {
     return mode == kActiveBackup || mode == kTransmitBalance || mode == kBalance;
 }
 
+// What an interface was before it became a member: the driver takes it down, and with that goes
+// what it had of IPv6.
+struct Member {
+    std::string name;
+    bool up = false;
+    std::vector<TVimbraIfaceIp> addresses = {};
+};
+
 class Bond {
  public:
+    // What the members were before.
+    std::vector<Member> Look(const Wish& wish) {
+        std::vector<Member> members;
+        for (const std::string& each : wish.members) {
+            const Link link = kernel_.FindLink(each);
+            Member& member =
+                members.emplace_back(Member{each, (rtnl_link_get_flags(link.get()) & IFF_UP) != 0});
+            for (const IfaceAddr& address :
+                 kernel_.Addresses(rtnl_link_get_ifindex(link.get()), VIMBRA_FAMILY_IPV6)) {
+                member.addresses.push_back(RecordOf(address.get()));
+            }
+        }
+        return members;
+    }
+
+    // The link-local address that the kernel makes comes with the interface.
+    void PutBack(const std::vector<Member>& members) {
+        for (const Member& each : members) {
+            try {
+                const Link link = kernel_.FindLink(each.name);
+                SetUp(link, each.up);
+                for (const TVimbraIfaceIp& address : each.addresses) {
+                    PutBack(link, address);
+                }
+            } catch (const Refusal& refusal) {
+                LogWarning("%s is not as it was before: %s", each.name.c_str(), refusal.what());
+            }
+        }
+    }
+
     void Start(const Wish& wish) {
         std::vector<Link> members;
         for (const std::string& each : wish.members) {
             members.push_back(kernel_.FindLink(each));
         }
+        const std::vector<Member> before = Look(wish);
         Create(wish.mode);
         try {
             const Link bond = kernel_.FindLink(kBond);
@@ -123,6 +166,7 @@ class Bond {
             SetUp(bond, true);
         } catch (...) {
             Stop();
+            PutBack(before);
             throw;
         }
     }
@@ -140,6 +184,24 @@ class Bond {
     }
 
  private:
+    void PutBack(const Link& link, const TVimbraIfaceIp& record) {
+        auto address = Allocated<IfaceAddr>(rtnl_addr_alloc());
+        const NlAddr local = MakeNlAddr(record.tIpAddr, record.dwPrefix);
+        rtnl_addr_set_ifindex(address.get(), rtnl_link_get_ifindex(link.get()));
+        if (rtnl_addr_set_local(address.get(), local.get()) < 0) {
+            throw std::bad_alloc();
+        }
+        try {
+            kernel_.Change(Build<NlMessage>([&](nl_msg** message) {
+                return rtnl_addr_build_add_request(address.get(), NLM_F_EXCL, message);
+            }));
+        } catch (const Refusal& refusal) {
+            if (refusal.Error() != EEXIST) {
+                throw;
+            }
+        }
+    }
+
     // A message about the bond's own settings; the netlink library's builders do not know them all.
     template <class Settings>
     static NlMessage Make(int flags, int iface, Settings settings) {
@@ -212,15 +274,76 @@ class Bond {
 class BondService : public Service {
  public:
     void Attach(Registry& registry) override {
-        registry.ChangeBytes<PlainResult>(wire::kBondStart, "bond start", [](Bytes body) {
-            Bond().Start(WishOf(body));
+        registry.ChangeBytes<PlainResult>(wire::kBondStart, "bond start", [this](Bytes body) {
+            const Wish wish = WishOf(body);
+            Bond bond;
+            std::vector<Member> members = bond.Look(wish);
+            bond.Start(wish);
+            members_ = std::move(members);
+            wish_ = wish;
             return PlainResult{0};
         });
-        registry.Change<NoBody, PlainResult>(wire::kBondStop, "bond stop", [](const NoBody&) {
-            Bond().Stop();
+        registry.Change<NoBody, PlainResult>(wire::kBondStop, "bond stop", [this](const NoBody&) {
+            Stop();
             return PlainResult{0};
         });
     }
+
+    // The bond itself is the kernel's and lives on.
+    void Save(Json& state) const override {
+        Json& list = state["bond_members"] = Json::array();
+        for (const Member& each : members_) {
+            Json addresses = Json::array();
+            for (const TVimbraIfaceIp& address : each.addresses) {
+                addresses.push_back(TextOfRecord(address));
+            }
+            list.push_back({{"name", each.name}, {"up", each.up}, {"addresses", addresses}});
+        }
+        state["bond"] = {{"mode", wish_.mode}, {"active", wish_.active}};
+    }
+    void Restore(const Json& state) override {
+        for (const Json& each : state.value("bond_members", Json::array())) {
+            Member& member = members_.emplace_back(
+                Member{each.at("name").get<std::string>(), each.at("up").get<bool>()});
+            for (const Json& address : each.at("addresses")) {
+                member.addresses.push_back(
+                    RecordFromText<TVimbraIfaceIp>(address.get<std::string>()));
+            }
+        }
+        const Json bond = state.value("bond", Json::object());
+        wish_.mode = bond.value("mode", u8{0});
+        wish_.active = bond.value("active", "");
+    }
+    void Show(Json& answer) const override {
+        Json& shown = answer["bond"] = Json::object();
+        if (members_.empty()) {
+            return;
+        }
+        shown = {{"interface", kBond}, {"mode", wish_.mode}, {"members", Json::array()}};
+        for (const Member& each : members_) {
+            shown["members"].push_back(each.name);
+        }
+        if (HasActive(wish_.mode)) {
+            shown["active"] = wish_.active;
+        }
+    }
+    // A bond that somebody else has made stays.
+    void TakeBack() override {
+        if (!members_.empty()) {
+            Stop();
+        }
+    }
+
+ private:
+    void Stop() {
+        Bond bond;
+        bond.Stop();
+        bond.PutBack(std::exchange(members_, {}));
+    }
+
+    // Of the bond that stands; empty without one.
+    std::vector<Member> members_;
+    Wish wish_{};
 };
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <set>
 #include <tuple>
@@ -202,9 +203,7 @@ class ConflictService : public Service {
         using wire::PlainResult;
         registry.Change<wire::ConflictBody, PlainResult>(
             wire::kConflictStart, "conflict watch start", [this](const wire::ConflictBody& body) {
-                Family& family = families_.Of(body.wSinFamily);
-                family.watch.reset();
-                family.watch = std::make_unique<Watch>(loop_, body.wSinFamily, family.notifier);
+                Start(body.wSinFamily);
                 return PlainResult{0};
             });
         registry.Change<wire::ConflictBody, PlainResult>(
@@ -216,11 +215,38 @@ class ConflictService : public Service {
             });
     }
 
+    void Save(Json& state) const override {
+        Json& list = state["conflict_watches"] = Json::array();
+        families_.ForEach([&list](u16 number, const Family& family) {
+            if (family.watch) {
+                list.push_back(number);
+            }
+        });
+    }
+    void Restore(const Json& state) override {
+        for (const Json& each : state.value("conflict_watches", Json::array())) {
+            Start(each.get<u16>());
+        }
+    }
+    void Show(Json& answer) const override {
+        families_.ForEach([&answer](u16 number, const Family& family) {
+            if (family.watch) {
+                answer["watches"].push_back({{"kind", "conflict"}, {"family", FamilyKey(number)}});
+            }
+        });
+    }
+
  private:
     struct Family {
         Notifier notifier;
         std::unique_ptr<Watch> watch;
     };
+
+    void Start(u16 number) {
+        Family& family = families_.Of(number);
+        family.watch.reset();
+        family.watch = std::make_unique<Watch>(loop_, number, family.notifier);
+    }
 
     uv_loop_t* loop_;
     PerFamily<Family> families_;

@@ -1,5 +1,6 @@
 // DHCP clients: one program for each interface and family, udhcpc for IPv4 and dhclient for IPv6.
 #include <map>
+#include <nlohmann/json.hpp>
 #include <optional>
 
 #include "api/api_dhcpc/dhcpc_wire.hpp"
@@ -41,6 +42,42 @@ class DhcpClientService : public Service {
             });
     }
 
+    void Save(Json& state) const override {
+        Json& list = state["dhcp_clients"] = Json::array();
+        for (const auto& [_, client] : clients_) {
+            if (!client->Stopping()) {
+                list.push_back(client->Save());
+            }
+        }
+    }
+    void Restore(const Json& state) override {
+        for (const Json& each : state.value("dhcp_clients", Json::array())) {
+            Revive(each).Restore(each);
+        }
+    }
+    void Forget(const Json& state) override {
+        for (const Json& each : state.value("dhcp_clients", Json::array())) {
+            LeaseSettings settings(context_.registry, each.at("interface").get<std::string>(),
+                                   each.at("family").get<u16>());
+            settings.Restore(each.at("settings"));
+            settings.Remove();
+        }
+    }
+    void Show(Json& answer) const override {
+        Json& list = answer["dhcp_clients"] = Json::array();
+        for (const auto& [_, client] : clients_) {
+            list.push_back(client->Show());
+        }
+    }
+    void End(const Ending& ending) override {
+        for (const auto& [_, client] : clients_) {
+            client->TellEnd();
+            if (!client->Stopping()) {
+                client->Stop([ending] {});
+            }
+        }
+    }
+
  private:
     using Key = std::pair<std::string, u16>;
 
@@ -77,6 +114,16 @@ class DhcpClientService : public Service {
         return MakeDhclientClient(context_, registry, name, *files_, [this, name = name] {
             RenewIfItRuns({name, VIMBRA_FAMILY_IPV4});
         });
+    }
+
+    // The client of an earlier life, made anew.
+    LeaseClient& Revive(const Json& state) {
+        if (!files_) {
+            files_.emplace(context_.run_dir);
+        }
+        const Key key{state.at("interface").get<std::string>(), state.at("family").get<u16>()};
+        CheckOneFamily(key.second);
+        return *(clients_[key] = MakeClient(context_.registry, key));
     }
 
     void RenewIfItRuns(const Key& key) {

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <csignal>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <optional>
 
 #include "address_text.hpp"
@@ -17,6 +18,7 @@
 #include "log.hpp"
 #include "netlink.hpp"
 #include "private_dir.hpp"
+#include "record_text.hpp"
 #include "services/services.hpp"
 
 namespace vimbrad {
@@ -105,9 +107,10 @@ class DhcpServer {
     using Ended = std::function<void()>;
 
     // `ended` is told when the server has ended, asked to or not; that may destroy this.
-    DhcpServer(uv_loop_t* loop, std::string name, std::string lease_file,
-               const std::string& configuration, Ended ended)
+    DhcpServer(uv_loop_t* loop, std::string name, const TVimbraDhcpsInfo& pool,
+               std::string lease_file, const std::string& configuration, Ended ended)
         : name_(std::move(name)),
+          pool_(pool),
           lease_file_(std::move(lease_file)),
           ended_(std::move(ended)),
           timer_(MakeTimer(loop, this)),
@@ -118,8 +121,10 @@ class DhcpServer {
                   [this](const ChildEnd& end) { HasEnded(end); }}) {}
 
     // Answers when the server has had the time to find out that it cannot work.
-    void AnswerStart(const Answer<wire::PlainResult>& answer) {
-        starting_.push_back(answer);
+    void AnswerStart(const std::optional<Answer<wire::PlainResult>>& answer) {
+        if (answer) {
+            starting_.push_back(*answer);
+        }
         uv_timer_start(
             timer_.get(),
             [](uv_timer_t* timer) {
@@ -141,6 +146,34 @@ class DhcpServer {
     bool Stopping() const { return stopping_; }
     const std::string& LeaseFile() const { return lease_file_; }
 
+    // What it was started with.
+    wire::DhcpsStartBody Wish() const {
+        wire::DhcpsStartBody body{};
+        name_.copy(body.achIfaceName, sizeof(body.achIfaceName));
+        body.wSinFamily = VIMBRA_FAMILY_IPV4;
+        body.tDhcpsInfo = pool_;
+        return body;
+    }
+
+    Json Show() const {
+        Json shown{{"interface", name_},
+                   {"family", FamilyKey(VIMBRA_FAMILY_IPV4)},
+                   {"state", stopping_ ? "stopping" : "running"},
+                   {"pid", child_.Pid()},
+                   {"first", TextOf(pool_.tIpPoolStart)},
+                   {"last", TextOf(pool_.tIpPoolEnd)},
+                   {"prefix", pool_.dwIpPoolPrefix},
+                   {"dns", Json::array()},
+                   {"lease_file", lease_file_}};
+        if (HasRouter(pool_)) {
+            shown["router"] = TextOf(pool_.tRoutes);
+        }
+        for (u32 i = 0; i < pool_.tDnsServerInfo.dwDnsNum; ++i) {
+            shown["dns"].push_back(TextOf(pool_.tDnsServerInfo.tDnsIp[i]));
+        }
+        return shown;
+    }
+
  private:
     void HasEnded(const ChildEnd& end) {
         if (!stopping_) {
@@ -154,6 +187,7 @@ class DhcpServer {
     }
 
     std::string name_;
+    TVimbraDhcpsInfo pool_;
     std::string lease_file_;
     Ended ended_;
     UvHandle<uv_timer_t> timer_;
@@ -165,7 +199,7 @@ class DhcpServer {
 class DhcpServerService : public Service {
  public:
     explicit DhcpServerService(const Context& context)
-        : loop_(context.loop), run_dir_(context.run_dir) {
+        : loop_(context.loop), run_dir_(context.run_dir), registry_(context.registry) {
         try {
             MakeLeaseFile(kLeaseFile);
         } catch (const Refusal& refusal) {
@@ -201,6 +235,37 @@ class DhcpServerService : public Service {
             });
     }
 
+    // The one with the lease file that is watched comes first, so that it has it again.
+    void Save(Json& state) const override {
+        Json& list = state["dhcp_servers"] = Json::array();
+        for (const auto& [_, server] : servers_) {
+            if (!server->Stopping()) {
+                const bool watched = server->LeaseFile() == kLeaseFile;
+                list.insert(watched ? list.begin() : list.end(), TextOfRecord(server->Wish()));
+            }
+        }
+    }
+    void Restore(const Json& state) override {
+        for (const Json& each : state.value("dhcp_servers", Json::array())) {
+            const auto body = RecordFromText<wire::DhcpsStartBody>(each.get<std::string>());
+            try {
+                Run(NameOf(body.achIfaceName), body.tDhcpsInfo, std::nullopt);
+            } catch (const Refusal& refusal) {
+                LogWarning("DHCP server on %s: not taken up: %s", NameOf(body.achIfaceName).c_str(),
+                           refusal.what());
+            }
+        }
+    }
+    void Show(Json& answer) const override {
+        Json& list = answer["dhcp_servers"] = Json::array();
+        for (const auto& [_, server] : servers_) {
+            list.push_back(server->Show());
+        }
+    }
+    void End(const Ending& ending) override {
+        StopThen([](const std::string&) { return true; }, [ending] {});
+    }
+
  private:
     using Then = std::function<void()>;
 
@@ -229,7 +294,7 @@ class DhcpServerService : public Service {
     }
 
     void Run(const std::string& name, const TVimbraDhcpsInfo& pool,
-             const Answer<wire::PlainResult>& answer) {
+             const std::optional<Answer<wire::PlainResult>>& answer) {
         if (servers_.contains(name)) {
             throw Refusal(EBUSY, "somebody else starts it");
         }
@@ -240,7 +305,7 @@ class DhcpServerService : public Service {
         }
         const std::string configuration = files_->Write(
             name, ConfigurationOf(name, pool, lease_file, files_->PathOf(name + ".pid")), 0600);
-        auto server = std::make_unique<DhcpServer>(loop_, name, lease_file, configuration,
+        auto server = std::make_unique<DhcpServer>(loop_, name, pool, lease_file, configuration,
                                                    [this, name] { HasEnded(name); });
         server->AnswerStart(answer);
         servers_.emplace(name, std::move(server));
@@ -271,6 +336,7 @@ class DhcpServerService : public Service {
         for (const Then& each : ready) {
             each();
         }
+        registry_.Changed();
     }
 
     // Stops servers, and goes on when all of them have ended.
@@ -300,6 +366,7 @@ class DhcpServerService : public Service {
 
     uv_loop_t* loop_;
     const RunDirectory& run_dir_;
+    Registry& registry_;
     std::optional<PrivateDir> files_;
     std::vector<Waiting> waiting_;
     std::map<std::string, std::unique_ptr<DhcpServer>> servers_;

@@ -6,15 +6,21 @@
 // priority and last those that the list does not name; interfaces of one priority follow the list's
 // order.
 #include <linux/rtnetlink.h>
+#include <net/if.h>
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <set>
+#include <tuple>
 
+#include "address_text.hpp"
 #include "api/api_ip/api_ipaddr/ipaddr_wire.hpp"
 #include "api/api_route/api_route/route_wire.hpp"
 #include "kernel_route.hpp"
+#include "ledger.hpp"
 #include "log.hpp"
+#include "route_text.hpp"
 #include "services/services.hpp"
 
 namespace vimbrad {
@@ -58,13 +64,12 @@ wire::TIpcGateWay Get(const wire::FamilyIfaceBody& body, u32 table) {
     return {0, SpecOf(routes.front().get()).gateway};
 }
 
-wire::PlainResult Delete(const wire::FamilyIfaceBody& body, u32 table) {
-    for (const Route& each :
-         DefaultRoutesOf(NameOf(body.achIfaceName), body.wSinFamily, TableNumber(table))) {
-        DeleteRoute(each.get());
-    }
-    return {0};
-}
+// A gateway that a request has set.
+struct OwnGateway {
+    char iface[VIMBRA_IFACE_NAME_LEN];
+    TVimbraAddr address;
+    u32 table;
+};
 
 // Routers announce themselves again and again, with a metric that is not for us to change.
 bool IsAnnounced(const Route& route) {
@@ -85,7 +90,9 @@ class GatewayService : public Service {
             wire::kGatewayGet, "gateway get", [](const wire::InTable<wire::FamilyIfaceBody>& body) {
                 return Get(wire::FamilyIfaceBody(body.tMain), body.dwTableId);
             });
-        AttachBoth<wire::FamilyIfaceBody>(registry, wire::kGatewayDel, "gateway delete", Delete);
+        AttachBoth<wire::FamilyIfaceBody>(
+            registry, wire::kGatewayDel, "gateway delete",
+            [this](const wire::FamilyIfaceBody& body, u32 table) { return Delete(body, table); });
         registry.Change<TVimbraNetworkPrioInfo, PlainResult>(
             wire::kPrioritySet, "priority set",
             [this](const TVimbraNetworkPrioInfo& list) { return SetPriority(list); });
@@ -93,7 +100,100 @@ class GatewayService : public Service {
                                                        [this](const NoBody&) { return priority_; });
     }
 
+    void Save(Json& state) const override {
+        state["priority"] = TextOfRecord(priority_);
+        state["gateways"] = ours_.Save();
+    }
+    void Restore(const Json& state) override {
+        ours_.Restore(state.value("gateways", Json::array()));
+        if (state.contains("priority")) {
+            priority_ =
+                RecordFromText<TVimbraNetworkPrioInfo>(state.at("priority").get<std::string>());
+        }
+    }
+    void TakeBack() override { ours_.TakeBack(DeleteOwn); }
+
+    void Show(Json& answer) const override {
+        Json& priority = answer["priority"] = Json::array();
+        for (u32 i = 0; i < priority_.dwNetNum; ++i) {
+            const TVimbraNetworkPriority& each = priority_.tNetPrioParam[i];
+            priority.push_back({{"interface", NameOf(each.achIfaceName)},
+                                {"priority", static_cast<unsigned>(each.ePrio)}});
+        }
+        Json& gateways = answer["gateways"] = Json::array();
+        for (const u16 family : {VIMBRA_FAMILY_IPV4, VIMBRA_FAMILY_IPV6}) {
+            for (const Route& each : AllDefaultRoutes(family)) {
+                Json shown = ShownRoute(each.get());
+                shown["family"] = FamilyKey(family);
+                shown["table"] = rtnl_route_get_table(each.get());
+                shown.erase("destination");
+                gateways.push_back(std::move(shown));
+            }
+        }
+    }
+
  private:
+    static std::vector<Route> AllDefaultRoutes(u16 family) {
+        std::vector<Route> routes = ListAllRoutes(family);
+        std::erase_if(routes, [](const Route& each) { return SpecOf(each.get()).prefix != 0; });
+        std::ranges::stable_sort(routes, [](const Route& one, const Route& other) {
+            return MetricOf(one) < MetricOf(other);
+        });
+        return routes;
+    }
+
+    static void DeleteOwn(const OwnGateway& own) {
+        const int iface = IfaceNumber(NameOf(own.iface));
+        for (const Route& each : DefaultRoutes(own.address.wSinFamily, own.table)) {
+            const RouteSpec held = SpecOf(each.get());
+            if (held.iface == iface && Same(held.gateway, own.address) && !IsAnnounced(each)) {
+                DeleteRoute(each.get());
+            }
+        }
+    }
+
+    wire::PlainResult Delete(const wire::FamilyIfaceBody& body, u32 table) {
+        for (const Route& each :
+             DefaultRoutesOf(NameOf(body.achIfaceName), body.wSinFamily, TableNumber(table))) {
+            Forget(SpecOf(each.get()));
+            DeleteRoute(each.get());
+        }
+        return {0};
+    }
+
+    static OwnGateway OwnOf(const RouteSpec& spec) {
+        OwnGateway own{};
+        if_indextoname(static_cast<unsigned>(spec.iface), own.iface);
+        own.address = spec.gateway;
+        own.table = spec.table;
+        return own;
+    }
+
+    void Forget(const RouteSpec& spec) {
+        const OwnGateway gone = OwnOf(spec);
+        ours_.ForgetIf([&gone](const OwnGateway& each) { return IsForSame(each, gone); });
+    }
+
+    static bool IsForSame(const OwnGateway& one, const OwnGateway& other) {
+        return std::ranges::equal(one.iface, other.iface) && one.table == other.table &&
+               one.address.wSinFamily == other.address.wSinFamily;
+    }
+
+    // Who came first stays first, whatever its gateway is now.
+    void NoteOwn(const RouteSpec& spec) {
+        const OwnGateway fresh = OwnOf(spec);
+        ours_.Replace(fresh, [&fresh](const OwnGateway& each) { return IsForSame(each, fresh); });
+    }
+
+    // The place in which an interface got its gateway; those of others have theirs before.
+    size_t PlaceOf(const RouteSpec& spec) const {
+        const OwnGateway wanted = OwnOf(spec);
+        const auto& all = ours_.Records();
+        const auto found = std::ranges::find_if(
+            all, [&wanted](const OwnGateway& each) { return IsForSame(each, wanted); });
+        return found == all.end() ? 0 : static_cast<size_t>(found - all.begin()) + 1;
+    }
+
     // A change of the main table and the same one of a numbered table.
     template <class Body, class Handler>
     static void AttachBoth(Registry& registry, u32 type, const char* what, Handler handler) {
@@ -138,6 +238,7 @@ class GatewayService : public Service {
         for (const Route& each : own) {
             DeleteRoute(each.get());
         }
+        NoteOwn(wanted);
         return {0};
     }
 
@@ -226,6 +327,7 @@ class GatewayService : public Service {
         struct Move {
             Route route;
             u32 metric;
+            size_t place;
         };
         std::vector<Move> moves;
         std::set<u32> taken;
@@ -234,11 +336,12 @@ class GatewayService : public Service {
             if (IsAnnounced(each)) {
                 taken.insert(MetricOf(each));
             } else {
-                moves.push_back({std::move(each), BaseMetric(held.iface, family, RT_TABLE_MAIN)});
+                moves.push_back({std::move(each), BaseMetric(held.iface, family, RT_TABLE_MAIN),
+                                 PlaceOf(held)});
             }
         }
         std::stable_sort(moves.begin(), moves.end(), [](const Move& one, const Move& other) {
-            return one.metric < other.metric;
+            return std::tie(one.metric, one.place) < std::tie(other.metric, other.place);
         });
         for (Move& each : moves) {
             each.metric = FirstFree(taken, each.metric);
@@ -252,6 +355,8 @@ class GatewayService : public Service {
     }
 
     TVimbraNetworkPrioInfo priority_{};
+    // In the order in which the interfaces got theirs.
+    Ledger<OwnGateway> ours_;
 };
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <optional>
 
 #include "address_text.hpp"
@@ -21,6 +22,7 @@
 #include "netlink.hpp"
 #include "notifier.hpp"
 #include "private_dir.hpp"
+#include "record_text.hpp"
 #include "services/services.hpp"
 
 namespace vimbrad {
@@ -194,6 +196,19 @@ class Client {
         Ask();
     }
 
+    Json Show() const {
+        Json shown{{"family", FamilyKey(server_.wSinFamily)},
+                   {"server", TextOf(server_)},
+                   {"interval", interval_},
+                   {"sets_clock", context_.set_clock}};
+        if (last_ && last_->error == 0) {
+            shown["offset"] = last_->offset;
+        } else if (last_) {
+            shown["errno"] = last_->error;
+        }
+        return shown;
+    }
+
  private:
     void Ask() {
         AskAgainAfter(interval_);
@@ -236,6 +251,7 @@ class Client {
         LogInfo("NTP server %s: the clock %s %lld us", TextOf(server_).c_str(),
                 context_.set_clock ? "was set by" : "lacks",
                 static_cast<long long>(outcome.offset));
+        last_ = outcome;
         TVimbraNtpcReport report = Report();
         report.llOffset = outcome.offset;
         report.bClockSet = context_.set_clock;
@@ -244,6 +260,7 @@ class Client {
 
     void Fail(int error) {
         LogInfo("NTP server %s: %s", TextOf(server_).c_str(), std::strerror(error));
+        last_ = Outcome{error};
         TVimbraNtpcReport report = Report();
         report.dwError = static_cast<u32>(error);
         notifier_.Post(wire::kNtpcReport2, report);
@@ -261,6 +278,7 @@ class Client {
     u32 interval_;
     Notifier& notifier_;
     UvHandle<uv_timer_t> timer_;
+    std::optional<Outcome> last_;
     std::optional<Question> question_;
 };
 
@@ -271,7 +289,9 @@ class NtpService : public Service {
         : context_(context), families_([this](u16 family) {
               const bool v4 = family == VIMBRA_FAMILY_IPV4;
               return Family{
-                  {context_.loop, v4 ? wire::kNtpcSocketIpv4 : wire::kNtpcSocketIpv6, [] {}}, {}};
+                  {context_.loop, v4 ? wire::kNtpcSocketIpv4 : wire::kNtpcSocketIpv6, [] {}},
+                  {},
+                  {}};
           }) {}
 
     void Attach(Registry& registry) override {
@@ -292,10 +312,37 @@ class NtpService : public Service {
             });
     }
 
+    void Save(Json& state) const override {
+        Json& list = state["ntp_clients"] = Json::array();
+        families_.ForEach([&list](u16, const Family& family) {
+            if (family.client) {
+                list.push_back(TextOfRecord(family.wish));
+            }
+        });
+    }
+    void Restore(const Json& state) override {
+        for (const Json& each : state.value("ntp_clients", Json::array())) {
+            Start(RecordFromText<wire::NtpcStartBody>(each.get<std::string>()));
+        }
+    }
+    void Show(Json& answer) const override {
+        Json& list = answer["ntp_clients"] = Json::array();
+        families_.ForEach([&list](u16, const Family& family) {
+            if (family.client) {
+                list.push_back(family.client->Show());
+            }
+        });
+    }
+    void End(const Ending&) override {
+        families_.ForEach([](u16, Family& family) { family.client.reset(); });
+    }
+
  private:
     struct Family {
         Notifier notifier;
         std::unique_ptr<Client> client;
+        // What it was started with.
+        wire::NtpcStartBody wish{};
     };
 
     // A client that runs makes room for the new one, unless that cannot be had.
@@ -308,6 +355,7 @@ class NtpService : public Service {
         family.notifier.Clear();
         family.client =
             std::make_unique<Client>(context_, server, body.dwSyncTimeInterval, family.notifier);
+        family.wish = body;
         return {0};
     }
 

@@ -4,7 +4,9 @@
 #include <algorithm>
 #include <deque>
 #include <map>
+#include <nlohmann/json.hpp>
 
+#include "address_text.hpp"
 #include "api/api_ping/ping_wire.hpp"
 #include "echo_prober.hpp"
 #include "log.hpp"
@@ -60,6 +62,7 @@ class Test {
     Test(uv_loop_t* loop, const wire::PingStartBody& body, Report report)
         : loop_(loop),
           id_(body.nUserID),
+          host_(TextOf(body.tDestIp)),
           options_(Checked(body.tPingOpt, body.tDestIp.wSinFamily)),
           report_(std::move(report)),
           prober_(loop, body.tDestIp, [this](const Echo& echo) { Take(echo); }),
@@ -67,6 +70,8 @@ class Test {
           next_(uv_now(loop)) {
         Schedule();
     }
+
+    const std::string& Host() const { return host_; }
 
  private:
     struct Probe {
@@ -153,6 +158,7 @@ class Test {
 
     uv_loop_t* loop_;
     s32 id_;
+    std::string host_;
     TVimbraPingOpt options_;
     Report report_;
     EchoProber prober_;
@@ -175,6 +181,12 @@ class PingService : public Service {
         registry.Query<wire::PingStopBody, wire::PlainResult>(
             wire::kPingStop, "ping stop",
             [this](const wire::PingStopBody& body) { return Stop(body.nUserID); });
+    }
+
+    void Show(Json& answer) const override {
+        for (const auto& [id, test] : tests_) {
+            answer["watches"].push_back({{"kind", "ping"}, {"id", id}, {"host", test->Host()}});
+        }
     }
 
  private:

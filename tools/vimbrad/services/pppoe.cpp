@@ -9,6 +9,7 @@
 #include <csignal>
 #include <deque>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "address_text.hpp"
@@ -20,6 +21,7 @@
 #include "netlink.hpp"
 #include "notifier.hpp"
 #include "private_dir.hpp"
+#include "record_text.hpp"
 #include "run_dir.hpp"
 #include "services/services.hpp"
 
@@ -141,6 +143,7 @@ class PppoeLink {
     // Throws Refusal.
     PppoeLink(const Context& context, u16 family, const PppoeConfig& config)
         : loop_(context.loop),
+          registry_(context.registry),
           family_(family),
           config_(config),
           files_(context.run_dir),
@@ -159,6 +162,22 @@ class PppoeLink {
     const PppoeConfig& Config() const { return config_; }
     // Nothing will be dialled any more.
     bool IsOver() const { return over_; }
+    bool IsUp() const { return was_up_; }
+    bool Stopping() const { return stopped_ != nullptr; }
+
+    // To an application that did not ask for it.
+    void TellLost() { notifier_.Post(kLost); }
+    void TellStopped() { notifier_.Post(wire::kPppoeStopped); }
+
+    Json Show() const {
+        Json shown{{"family", FamilyKey(family_)}, {"interface", NameOf(config_.devname)},
+                   {"state", StateName()},         {"user", FieldOf(config_.username, "user name")},
+                   {"failures", failures_},        {"addresses", addresses_}};
+        if (child_) {
+            shown["pid"] = child_->Pid();
+        }
+        return shown;
+    }
 
     // Calls when pppd has ended, which may be at once; that may destroy the link.
     void Stop(Stopped stopped) {
@@ -171,6 +190,27 @@ class PppoeLink {
     }
 
  private:
+    const char* StateName() const {
+        return stopped_  ? "stopping"
+               : over_   ? "over"
+               : was_up_ ? "up"
+               : child_  ? "dialling"
+                         : "waiting";
+    }
+
+    static Json ShowAddresses(const TVimbraPppoeAddr& addresses) {
+        Json shown{{"family", FamilyKey(addresses.tOurIpaddr.wSinFamily)},
+                   {"local", TextOf(addresses.tOurIpaddr)},
+                   {"peer", TextOf(addresses.tPeerIpAddr)},
+                   {"dns", Json::array()}};
+        for (const TVimbraAddr& each : {addresses.tDnsServer1, addresses.tDnsServer2}) {
+            if (!IsZero(each)) {
+                shown["dns"].push_back(TextOf(each));
+            }
+        }
+        return shown;
+    }
+
     void Dial() {
         child_ = std::make_unique<Child>(
             loop_, Child::Program{.command = {"pppd", "file", options_}, .death_signal = SIGTERM},
@@ -213,11 +253,14 @@ class PppoeLink {
         LogInfo("PPPoE link for %s: %s is up", FamilyTitle(family_),
                 FamilyTitle(addresses.tOurIpaddr.wSinFamily));
         was_up_ = true;
+        addresses_.push_back(ShowAddresses(addresses));
         notifier_.Post(wire::kPppoeConnected, addresses);
+        registry_.Changed();
     }
 
     void Ended(const ChildEnd& end) {
         child_.reset();
+        addresses_.clear();
         if (stopped_) {
             Finish();
             return;
@@ -226,6 +269,7 @@ class PppoeLink {
                    end.Text().c_str());
         notifier_.Post(was_up_ ? kLost : end.status == kNotAuthenticated ? kRefused : kNoLink);
         DialAgain();
+        registry_.Changed();
     }
 
     // Only failures in a row count: a link that was up has been worth its dial.
@@ -260,6 +304,7 @@ class PppoeLink {
     }
 
     uv_loop_t* loop_;
+    Registry& registry_;
     u16 family_;
     PppoeConfig config_;
     PrivateDir files_;
@@ -268,6 +313,7 @@ class PppoeLink {
     UvHandle<uv_timer_t> timer_;
     std::unique_ptr<Child> child_;
     std::string our_ipv6_;
+    std::vector<Json> addresses_;
     bool was_up_ = false;
     u32 failures_ = 0;
     bool over_ = false;
@@ -291,6 +337,55 @@ class PppoeService : public Service {
                 CheckFamily(body.wSinFamily);
                 HangUpThen(body.wSinFamily, [answer] { answer({0}); });
             });
+    }
+
+    void Save(Json& state) const override {
+        Json& list = state["pppoe_links"] = Json::array();
+        for (const auto& [family, link] : links_) {
+            if (!link->IsOver() && !link->Stopping()) {
+                wire::PppoeStartBody body{};
+                body.wSinFamily = family;
+                body.tConfig = link->Config();
+                list.push_back({{"up", link->IsUp()}, {"start", TextOfRecord(body)}});
+            }
+        }
+    }
+    // The program went with the daemon that ran it, and the link with the program.
+    void Restore(const Json& state) override {
+        for (const Json& each : state.value("pppoe_links", Json::array())) {
+            const auto body =
+                RecordFromText<wire::PppoeStartBody>(each.at("start").get<std::string>());
+            try {
+                Run(body.wSinFamily, body.tConfig);
+            } catch (const Refusal& refusal) {
+                LogWarning("PPPoE link for %s: not taken up: %s", FamilyTitle(body.wSinFamily),
+                           refusal.what());
+                continue;
+            }
+            if (each.value("up", false)) {
+                links_.at(body.wSinFamily)->TellLost();
+            }
+        }
+    }
+    void Show(Json& answer) const override {
+        Json& list = answer["pppoe_links"] = Json::array();
+        for (const auto& [_, link] : links_) {
+            list.push_back(link->Show());
+        }
+    }
+    void End(const Ending& ending) override {
+        for (const auto& [_, link] : links_) {
+            if (link->Stopping()) {
+                continue;
+            }
+            if (link->IsUp()) {
+                link->TellLost();
+            }
+            if (!link->IsOver()) {
+                link->TellStopped();
+            }
+            link->Stop([ending] {});
+        }
     }
 
  private:

@@ -1,15 +1,19 @@
 // Static routes and the tables that hold them.
 //
 // The kernel makes a table when the first route enters it, so creating one only notes its number;
-// that note is kept as long as the daemon runs. Removing a table removes its routes.
+// that note is a part of the daemon's state. Removing a table removes its routes.
 #include <linux/rtnetlink.h>
 #include <net/if.h>
 
 #include <algorithm>
+#include <map>
+#include <nlohmann/json.hpp>
 #include <set>
 
 #include "api/api_route/api_route/route_wire.hpp"
 #include "kernel_route.hpp"
+#include "ledger.hpp"
+#include "route_text.hpp"
 #include "services/services.hpp"
 
 namespace vimbrad {
@@ -52,13 +56,19 @@ auto WithMetric(std::vector<Route>& routes, u32 metric) {
     });
 }
 
-wire::PlainResult Add(const TVimbraIpRouteParam& record, u32 table) {
-    AddRoute(Wanted(record, table));
-    return {0};
+// A route that a request has added.
+struct OwnRoute {
+    TVimbraIpRouteParam record;
+    u32 table;
+};
+
+bool GoesToSame(const OwnRoute& one, const OwnRoute& other) {
+    return one.table == other.table && one.record.dwPrefix == other.record.dwPrefix &&
+           Same(one.record.tDestIpNet, other.record.tDestIpNet);
 }
 
-// Metric 0 stands for any metric where no route has it.
-wire::PlainResult Delete(const TVimbraIpRouteParam& record, u32 table) {
+// The metric of the route that went. Metric 0 stands for any metric where no route has it.
+u32 Delete(const TVimbraIpRouteParam& record, u32 table) {
     std::vector<Route> routes = Matching(Wanted(record, table));
     auto route = WithMetric(routes, record.dwRoutePri);
     if (route == routes.end() && record.dwRoutePri == 0) {
@@ -68,17 +78,17 @@ wire::PlainResult Delete(const TVimbraIpRouteParam& record, u32 table) {
         throw Refusal(ESRCH, "no such route");
     }
     DeleteRoute(route->get());
-    return {0};
+    return SpecOf(route->get()).metric;
 }
 
-// The route with the new metric comes before the one with the old goes.
-wire::PlainResult ModifyMetric(const TVimbraIpRouteParam& record) {
+// The metric before. The route with the new metric comes before the one with the old goes.
+u32 ModifyMetric(const TVimbraIpRouteParam& record) {
     std::vector<Route> routes = Matching(Wanted(record, RT_TABLE_MAIN));
     if (routes.empty()) {
         throw Refusal(ESRCH, "no such route");
     }
     if (WithMetric(routes, record.dwRoutePri) != routes.end()) {
-        return {0};
+        return record.dwRoutePri;
     }
     RouteSpec occupied = Wanted(record, RT_TABLE_MAIN);
     occupied.iface = 0;
@@ -89,7 +99,7 @@ wire::PlainResult ModifyMetric(const TVimbraIpRouteParam& record) {
     }
     AppendWithMetric(routes.front().get(), record.dwRoutePri);
     DeleteRoute(routes.front().get());
-    return {0};
+    return SpecOf(routes.front().get()).metric;
 }
 
 TVimbraIpRouteParam RecordOf(rtnl_route* route) {
@@ -136,10 +146,18 @@ class RouteService : public Service {
  public:
     void Attach(Registry& registry) override {
         using wire::PlainResult;
-        AttachRoute(registry, wire::kRouteAdd, "route add", Add);
-        AttachRoute(registry, wire::kRouteDel, "route delete", Delete);
-        registry.Change<TVimbraIpRouteParam, PlainResult>(wire::kRouteMetricModify, "route metric",
-                                                          ModifyMetric);
+        AttachRoute(registry, wire::kRouteAdd, "route add", [this](const auto& record, u32 table) {
+            AddOwn({record, table});
+        });
+        AttachRoute(registry, wire::kRouteDel, "route delete",
+                    [this](const auto& record, u32 table) {
+                        DeleteAny({record, table});
+                    });
+        registry.Change<TVimbraIpRouteParam, PlainResult>(
+            wire::kRouteMetricModify, "route metric", [this](const TVimbraIpRouteParam& record) {
+                Move({record, RT_TABLE_MAIN}, ModifyMetric(record));
+                return PlainResult{0};
+            });
         registry.Query<wire::FamilyBody, wire::TIpcAllRoute>(wire::kAllRouteGet, "route list",
                                                              List);
         registry.Change<wire::TableBody, PlainResult>(
@@ -150,16 +168,75 @@ class RouteService : public Service {
             [this](const wire::TableBody& body) { return DeleteTable(body.dwTableId); });
     }
 
- private:
-    using RouteHandler = wire::PlainResult (*)(const TVimbraIpRouteParam&, u32 table);
+    void Save(Json& state) const override {
+        state["tables"] = created_;
+        state["routes"] = ours_.Save();
+    }
+    void Restore(const Json& state) override {
+        created_ = state.value("tables", std::set<u32>());
+        ours_.Restore(state.value("routes", Json::array()));
+    }
+    void TakeBack() override {
+        ours_.TakeBack([](const OwnRoute& each) { Delete(each.record, each.table); });
+    }
 
-    static void AttachRoute(Registry& registry, u32 type, const char* what, RouteHandler handler) {
-        registry.Change<wire::RouteBody, wire::PlainResult>(
-            type, what,
-            [handler](const wire::RouteBody& body) { return handler(body.tRoute, RT_TABLE_MAIN); });
+    void Show(Json& answer) const override {
+        std::map<u32, Json> tables;
+        for (const u32 each : created_) {
+            tables[each] = Json::array();
+        }
+        for (const u16 family : {VIMBRA_FAMILY_IPV4, VIMBRA_FAMILY_IPV6}) {
+            for (const Route& each : ListAllRoutes(family)) {
+                Json shown = ShownRoute(each.get());
+                shown["family"] = FamilyKey(family);
+                tables[rtnl_route_get_table(each.get())].push_back(std::move(shown));
+            }
+        }
+        Json& list = answer["tables"] = Json::array();
+        for (auto& [table, routes] : tables) {
+            list.push_back({{"table", table},
+                            {"created", created_.contains(table)},
+                            {"routes", std::move(routes)}});
+        }
+    }
+
+ private:
+    void AddOwn(const OwnRoute& route) {
+        AddRoute(Wanted(route.record, route.table));
+        ours_.Note(route);
+    }
+
+    void DeleteAny(const OwnRoute& route) {
+        const u32 metric = Delete(route.record, route.table);
+        ours_.ForgetIf([&](const OwnRoute& each) {
+            return GoesToSame(each, route) && each.record.dwRoutePri == metric;
+        });
+    }
+
+    // A route of ours stays ours with another metric.
+    void Move(const OwnRoute& moved, u32 before) {
+        OwnRoute old = moved;
+        old.record.dwRoutePri = before;
+        ours_.Alter([&](OwnRoute& each) {
+            if (GoesToSame(each, old) && each.record.dwRoutePri == before) {
+                each.record.dwRoutePri = moved.record.dwRoutePri;
+            }
+        });
+    }
+
+    using RouteHandler = std::function<void(const TVimbraIpRouteParam&, u32 table)>;
+
+    static void AttachRoute(Registry& registry, u32 type, const char* what,
+                            const RouteHandler& handler) {
+        registry.Change<wire::RouteBody, wire::PlainResult>(type, what,
+                                                            [handler](const wire::RouteBody& body) {
+                                                                handler(body.tRoute, RT_TABLE_MAIN);
+                                                                return wire::PlainResult{0};
+                                                            });
         registry.Change<wire::InTable<wire::RouteBody>, wire::PlainResult>(
             type, what, [handler](const wire::InTable<wire::RouteBody>& body) {
-                return handler(wire::RouteBody(body.tMain).tRoute, body.dwTableId);
+                handler(wire::RouteBody(body.tMain).tRoute, TableNumber(body.dwTableId));
+                return wire::PlainResult{0};
             });
     }
 
@@ -188,6 +265,7 @@ class RouteService : public Service {
             }
         }
         created_.erase(table);
+        ours_.ForgetIf([table](const OwnRoute& each) { return each.table == table; });
         if (!existed) {
             throw Refusal(ENOENT, "no such table");
         }
@@ -195,6 +273,7 @@ class RouteService : public Service {
     }
 
     std::set<u32> created_;
+    Ledger<OwnRoute> ours_;
 };
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <net/if.h>
 
 #include <map>
+#include <nlohmann/json.hpp>
 
 #include "address_record.hpp"
 #include "api/api_route/api_route/router_notify_wire.hpp"
@@ -57,6 +58,23 @@ class RouterAdvertisementService : public Service {
         registry.Change<wire::IfaceBody, PlainResult>(
             wire::kRouterAdvertiseStop, "router advertisement stop",
             [this](const auto& body) { return Stop(NameOf(body.achIfaceName)); });
+    }
+
+    void Save(Json& state) const override {
+        Json& list = state["router_advertisement_watches"] = Json::array();
+        for (const auto& [name, _] : watched_) {
+            list.push_back(name);
+        }
+    }
+    void Restore(const Json& state) override {
+        for (const Json& each : state.value("router_advertisement_watches", Json::array())) {
+            Start(each.get<std::string>());
+        }
+    }
+    void Show(Json& answer) const override {
+        for (const auto& [name, _] : watched_) {
+            answer["watches"].push_back({{"kind", "router_advertisement"}, {"interface", name}});
+        }
     }
 
  private:

@@ -2,8 +2,12 @@
 #include <linux/fib_rules.h>
 #include <netlink/route/rule.h>
 
+#include <nlohmann/json.hpp>
+
+#include "address_text.hpp"
 #include "api/api_route/api_route/route_wire.hpp"
 #include "kernel_route.hpp"
+#include "ledger.hpp"
 #include "services/services.hpp"
 
 namespace vimbrad {
@@ -28,29 +32,76 @@ Rule MakeRule(const TVimbraIpRuleParam& record) {
     return rule;
 }
 
-wire::PlainResult Add(const TVimbraIpRuleParam& record) {
+void Add(const TVimbraIpRuleParam& record) {
     const Rule rule = MakeRule(record);
     Netlink().Change(Build<NlMessage>([&rule](nl_msg** message) {
         return rtnl_rule_build_add_request(rule.get(), NLM_F_EXCL, message);
     }));
-    return {0};
 }
 
-wire::PlainResult Delete(const TVimbraIpRuleParam& record) {
+void Delete(const TVimbraIpRuleParam& record) {
     const Rule rule = MakeRule(record);
     Netlink().Change(Build<NlMessage>([&rule](nl_msg** message) {
         return rtnl_rule_build_delete_request(rule.get(), 0, message);
     }));
-    return {0};
+}
+
+// The same rule by another record has the same place.
+bool IsSame(const TVimbraIpRuleParam& one, const TVimbraIpRuleParam& other) {
+    return one.dwPref == other.dwPref && one.dwPrefix == other.dwPrefix &&
+           one.dwFwmark == other.dwFwmark &&
+           TableNumber(one.dwTableId) == TableNumber(other.dwTableId) &&
+           Same(one.tFromIpNet, other.tFromIpNet);
+}
+
+Json Shown(rtnl_rule* rule) {
+    Json shown{{"family", FamilyKey(static_cast<u16>(rtnl_rule_get_family(rule)))},
+               {"priority", std::max<u32>(rtnl_rule_get_prio(rule), 0)},
+               {"table", rtnl_rule_get_table(rule)}};
+    if (const nl_addr* source = rtnl_rule_get_src(rule)) {
+        shown["source"] = TextOf(MakeAddr(source), nl_addr_get_prefixlen(source));
+    }
+    constexpr u32 kNone = 0xffffffff;
+    if (const u32 mark = rtnl_rule_get_mark(rule); mark != 0 && mark != kNone) {
+        shown["mark"] = mark;
+    }
+    return shown;
 }
 
 class RuleService : public Service {
  public:
     void Attach(Registry& registry) override {
-        registry.Change<TVimbraIpRuleParam, wire::PlainResult>(wire::kIpRuleAdd, "rule add", Add);
-        registry.Change<TVimbraIpRuleParam, wire::PlainResult>(wire::kIpRuleDel, "rule delete",
-                                                               Delete);
+        registry.Change<TVimbraIpRuleParam, wire::PlainResult>(
+            wire::kIpRuleAdd, "rule add", [this](const TVimbraIpRuleParam& record) {
+                Add(record);
+                ours_.Note(record);
+                return wire::PlainResult{0};
+            });
+        registry.Change<TVimbraIpRuleParam, wire::PlainResult>(
+            wire::kIpRuleDel, "rule delete", [this](const TVimbraIpRuleParam& record) {
+                Delete(record);
+                ours_.ForgetIf([&](const auto& each) { return IsSame(each, record); });
+                return wire::PlainResult{0};
+            });
     }
+
+    void Save(Json& state) const override { state["rules"] = ours_.Save(); }
+    void Restore(const Json& state) override { ours_.Restore(state.value("rules", Json::array())); }
+    void TakeBack() override { ours_.TakeBack(Delete); }
+
+    void Show(Json& answer) const override {
+        Json& list = answer["rules"] = Json::array();
+        Netlink kernel;
+        for (const int family : {VIMBRA_FAMILY_IPV4, VIMBRA_FAMILY_IPV6}) {
+            const NlCache rules = kernel.Dump([family](nl_sock* socket, nl_cache** cache) {
+                return rtnl_rule_alloc_cache(socket, family, cache);
+            });
+            ForEach<rtnl_rule>(rules, [&list](rtnl_rule* each) { list.push_back(Shown(each)); });
+        }
+    }
+
+ private:
+    Ledger<TVimbraIpRuleParam> ours_;
 };
 
 }  // namespace

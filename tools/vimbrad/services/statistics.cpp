@@ -2,6 +2,8 @@
 // the first report goes out at once.
 #include <netlink/route/link.h>
 
+#include <nlohmann/json.hpp>
+
 #include "api/api_network_common/stat_wire.hpp"
 #include "log.hpp"
 #include "netlink.hpp"
@@ -47,6 +49,22 @@ class StatisticsService : public Service {
                                                    [this](const NoBody&) { return Stop(); });
     }
 
+    void Save(Json& state) const override {
+        if (interval_ != 0) {
+            state["statistics"] = interval_;
+        }
+    }
+    void Restore(const Json& state) override {
+        if (state.contains("statistics")) {
+            Start(state.at("statistics").get<s32>());
+        }
+    }
+    void Show(Json& answer) const override {
+        if (interval_ != 0) {
+            answer["watches"].push_back({{"kind", "statistics"}, {"interval", interval_}});
+        }
+    }
+
  private:
     // There is one socket to report to: a new client takes it over.
     wire::PlainResult Start(s32 seconds) {
@@ -61,11 +79,13 @@ class StatisticsService : public Service {
                 [](uv_timer_t* timer) { static_cast<StatisticsService*>(timer->data)->Report(); },
                 0, interval),
             "timer");
+        interval_ = seconds;
         return {0};
     }
 
     wire::PlainResult Stop() {
         uv_timer_stop(timer_.get());
+        interval_ = 0;
         notifier_.Clear();
         return {0};
     }
@@ -78,6 +98,8 @@ class StatisticsService : public Service {
         }
     }
 
+    // In seconds; 0 when nobody wants reports.
+    s32 interval_ = 0;
     UvHandle<uv_timer_t> timer_;
     Notifier notifier_;
 };

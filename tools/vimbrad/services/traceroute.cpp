@@ -1,7 +1,9 @@
 // Traces: echo requests with a growing time to live, one hop after the other, each hop asked up to
 // three times. Times are told in microseconds; a highest hop of 0 is the usual one, 30.
 #include <map>
+#include <nlohmann/json.hpp>
 
+#include "address_text.hpp"
 #include "api/api_traceroute/traceroute_wire.hpp"
 #include "echo_prober.hpp"
 #include "notifier.hpp"
@@ -43,6 +45,7 @@ class Trace {
 
     Trace(uv_loop_t* loop, const wire::TracerouteStartBody& body, Report report)
         : id_(body.nUserID),
+          host_(TextOf(body.tDestIp)),
           family_(body.tDestIp.wSinFamily),
           hops_(CheckedHops(body.dwTtl)),
           report_(std::move(report)),
@@ -51,6 +54,8 @@ class Trace {
         // The first goes out from the loop, when the client has its reply.
         Schedule(0);
     }
+
+    const std::string& Host() const { return host_; }
 
  private:
     void Schedule(u64 milliseconds) {
@@ -110,6 +115,7 @@ class Trace {
     }
 
     s32 id_;
+    std::string host_;
     u16 family_;
     u32 hops_;
     Report report_;
@@ -133,6 +139,13 @@ class TracerouteService : public Service {
         registry.Query<wire::TracerouteStopBody, wire::PlainResult>(
             wire::kTracerouteStop, "traceroute stop",
             [this](const wire::TracerouteStopBody& body) { return Stop(body.nUserID); });
+    }
+
+    void Show(Json& answer) const override {
+        for (const auto& [id, trace] : traces_) {
+            answer["watches"].push_back(
+                {{"kind", "traceroute"}, {"id", id}, {"host", trace->Host()}});
+        }
     }
 
  private:

@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <nlohmann/json.hpp>
 #include <optional>
 
 #include "api/api_webs/webs_wire.hpp"
@@ -40,7 +41,10 @@ bool IsFree(s32 port) {
 class WebService : public Service {
  public:
     explicit WebService(const Context& context)
-        : loop_(context.loop), root_(context.web_root), timer_(MakeTimer(loop_, this)) {}
+        : loop_(context.loop),
+          registry_(context.registry),
+          root_(context.web_root),
+          timer_(MakeTimer(loop_, this)) {}
 
     void Attach(Registry& registry) override {
         registry.ChangeLater<wire::WebEnableBody, PlainResult>(
@@ -55,19 +59,38 @@ class WebService : public Service {
                                              });
     }
 
+    void Save(Json& state) const override {
+        if (server_) {
+            state["web_server"] = port_;
+        }
+    }
+    void Restore(const Json& state) override {
+        if (state.contains("web_server")) {
+            Start(state.at("web_server").get<s32>(), std::nullopt);
+        }
+    }
+    void Show(Json& answer) const override {
+        Json& shown = answer["web_server"] = Json::object();
+        if (server_) {
+            shown = {{"port", port_}, {"root", root_}, {"pid", server_->Pid()}};
+        }
+    }
+    void End(const Ending&) override { Stop(); }
+
  private:
-    // A server on another port gives way.
-    void Start(s32 port, const Answer<PlainResult>& answer) {
+    // A server on another port gives way. Nobody waits for one that is taken up again.
+    void Start(s32 port, const std::optional<Answer<PlainResult>>& answer) {
         if (port < 1 || port > 65535) {
             throw Refusal(EINVAL, "no such port");
         }
-        if (server_ && !answer_ && port == port_) {
-            answer({0});
+        if (server_ && !starting_ && port == port_) {
+            TellStarted(answer);
             return;
         }
         Stop();
         port_ = port;
         answer_ = answer;
+        starting_ = true;
         deadline_ = uv_now(loop_) + kFreeMs;
         Look();
     }
@@ -77,6 +100,13 @@ class WebService : public Service {
         uv_timer_stop(timer_.get());
         server_.reset();
         answer_.reset();
+        starting_ = false;
+    }
+
+    static void TellStarted(const std::optional<Answer<PlainResult>>& answer) {
+        if (answer) {
+            (*answer)({0});
+        }
     }
 
     // First the port has to be free, then the server has to be there.
@@ -85,7 +115,8 @@ class WebService : public Service {
             const bool taken = !IsFree(port_);
             if (server_ && taken) {
                 LogInfo("web server on port %d", port_);
-                std::exchange(answer_, std::nullopt).value()({0});
+                starting_ = false;
+                TellStarted(std::exchange(answer_, std::nullopt));
                 return;
             }
             if (!server_ && !taken) {
@@ -116,8 +147,8 @@ class WebService : public Service {
 
     void Ended(const ChildEnd& end) {
         const std::string text = "the web server ended: " + end.Text();
-        LogWarning("%s", text.c_str());
         Fail(EIO, text.c_str());
+        registry_.Changed();
     }
 
     void Fail(int error, const char* why) {
@@ -125,15 +156,19 @@ class WebService : public Service {
         Stop();
         if (answer) {
             answer->Refuse(error, why);
+        } else {
+            LogWarning("web server on port %d: %s", port_, why);
         }
     }
 
     uv_loop_t* loop_;
+    Registry& registry_;
     std::string root_;
     s32 port_ = 0;
     u64 deadline_ = 0;
     UvHandle<uv_timer_t> timer_;
     std::unique_ptr<Child> server_;
+    bool starting_ = false;
     // Of a start that is not done.
     std::optional<Answer<PlainResult>> answer_;
 };

@@ -1,0 +1,52 @@
+#include "missing.hpp"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <sstream>
+
+namespace vimbrad {
+namespace {
+
+struct Needed {
+    const char* thing;
+    const char* needed_for;
+};
+
+constexpr Needed kPrograms[] = {{"busybox", "DHCP clients and servers of IPv4, the web server"},
+                                {"dhclient", "DHCP clients of IPv6"},
+                                {"chronyd", "NTP clients"},
+                                {"pppd", "PPPoE links"}};
+
+// The way a program is looked for when it is run.
+bool IsProgram(const std::string& name) {
+    const char* const path = getenv("PATH");
+    std::istringstream directories(path != nullptr ? path : "/bin:/usr/bin");
+    for (std::string each; std::getline(directories, each, ':');) {
+        if (access((each + "/" + name).c_str(), X_OK) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+std::vector<MissingThing> MissingThings() {
+    std::vector<MissingThing> missing;
+    for (const Needed& each : kPrograms) {
+        if (!IsProgram(each.thing)) {
+            missing.push_back({each.thing, each.needed_for});
+        }
+    }
+    // A module may be loaded later; where the driver is part of the kernel or loaded it is here.
+    if (access("/dev/ppp", F_OK) != 0) {
+        missing.push_back({"/dev/ppp", "PPPoE links"});
+    }
+    if (access("/sys/module/bonding", F_OK) != 0) {
+        missing.push_back({"the bonding driver", "bonds"});
+    }
+    return missing;
+}
+
+}  // namespace vimbrad

@@ -1,0 +1,20 @@
+// Programs and drivers that the daemon uses and that a machine may not have.
+#ifndef VIMBRA_VIMBRAD_MISSING_HPP
+#define VIMBRA_VIMBRAD_MISSING_HPP
+
+#include <string>
+#include <vector>
+
+namespace vimbrad {
+
+struct MissingThing {
+    std::string thing;
+    std::string needed_for;
+};
+
+// As the machine is now.
+std::vector<MissingThing> MissingThings();
+
+}  // namespace vimbrad
+
+#endif
