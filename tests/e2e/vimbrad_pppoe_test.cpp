@@ -368,8 +368,7 @@ TEST_F(VimbradPppoe, SecretsAreForNobodyElse) {
     ASSERT_TRUE(Pppd::WaitDial(1));
     const std::string directory = Directories().substr(0, sizeof("/run/vimbrad/files.XXXXXX") - 1);
     EXPECT_EQ("file " + directory + "/options\n", Pppd::Arguments(1));
-    EXPECT_EQ("700 600\n",
-              Shell("echo $(stat -c %a " + directory + " " + directory + "/options)"));
+    EXPECT_EQ("700 600\n", Shell("echo $(stat -c %a " + directory + " " + directory + "/options)"));
     EXPECT_THAT(daemon_.Log(), Not(HasSubstr("secret")));
     EXPECT_EQ(0, Stop(2));
     EXPECT_EQ("", Directories());
@@ -642,6 +641,18 @@ TEST_F(VimbradPppoe, MissingProgramIsARefusal) {
     EXPECT_EQ(ENOENT, Start(2));
     EXPECT_EQ("", Directories());
     EXPECT_EQ(0, Stop(2));
+}
+
+// The server hangs up as soon as it has said no, and pppd ends with what it saw last.
+TEST_F(VimbradPppoe, WordsOfARefusalCountAsItsStatusDoes) {
+    for (const char* words : {"PAP authentication failed", "CHAP authentication failed: E=691",
+                              "EAP authentication failed"}) {
+        Pppd::Plan(std::string("echo '") + words + "'; exit 16");
+        const Listener listener(kSocket);
+        ASSERT_EQ(0, Start(2));
+        EXPECT_EQ((std::vector{kRefused, kOver}), Types(listener.Wait(2))) << words;
+        EXPECT_EQ(0, Stop(2));
+    }
 }
 
 }  // namespace

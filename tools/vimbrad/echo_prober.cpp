@@ -6,14 +6,15 @@
 #include <netinet/icmp6.h>
 #include <netinet/in.h>
 #include <netinet/ip.h>
+#include <sys/random.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
 #include <optional>
-#include <random>
 #include <vector>
 
 #include "netlink.hpp"
@@ -34,9 +35,17 @@ struct EchoHead {
 };
 static_assert(sizeof(EchoHead) == 8);
 
+// The kernel may have no random numbers for a while after it has started; nobody waits for them.
+u16 FirstIdentifier() {
+    u16 first;
+    return getrandom(&first, sizeof(first), GRND_NONBLOCK) == sizeof(first)
+               ? first
+               : static_cast<u16>(static_cast<u64>(getpid()) ^ uv_hrtime());
+}
+
 // Tells the probes of several probers, and those of other programs, from each other.
 u16 NewIdentifier() {
-    static auto next = static_cast<u16>(std::random_device()());
+    static u16 next = FirstIdentifier();
     return next++;
 }
 

@@ -45,6 +45,12 @@ constexpr std::string_view kUpMark = "@up ";
 constexpr std::string_view kOurIpv6Mark = "local  LL address ";
 constexpr std::string_view kPeerIpv6Mark = "remote LL address ";
 
+// The server's hang-up may come before pppd has ended for this reason, and then is its reason.
+bool SaysRefused(std::string_view line) {
+    return (line.starts_with("PAP ") || line.starts_with("CHAP ") || line.starts_with("EAP")) &&
+           line.find("authentication failed") != line.npos;
+}
+
 // Longer than pppd asks a silent peer to end the link.
 constexpr u64 kHangUpMs = 8'000;
 // The least time between two dials: a dial may fail at once.
@@ -212,6 +218,7 @@ class PppoeLink {
     }
 
     void Dial() {
+        refused_ = false;
         child_ = std::make_unique<Child>(
             loop_, Child::Program{.command = {"pppd", "file", options_}, .death_signal = SIGTERM},
             Child::Events{[this](std::string_view line) { TakeLine(line); },
@@ -229,6 +236,7 @@ class PppoeLink {
         const auto behind = [line](std::string_view mark) {
             return std::string(line.substr(mark.size()));
         };
+        refused_ = refused_ || SaysRefused(line);
         if (line.starts_with(kUpMark)) {
             std::istringstream words(behind(kUpMark));
             std::string our, peer, dns1, dns2;
@@ -267,7 +275,8 @@ class PppoeLink {
         }
         LogWarning("PPPoE link for %s: pppd ended with %s", FamilyTitle(family_),
                    end.Text().c_str());
-        notifier_.Post(was_up_ ? kLost : end.status == kNotAuthenticated ? kRefused : kNoLink);
+        const bool refused = refused_ || end.status == kNotAuthenticated;
+        notifier_.Post(was_up_ ? kLost : refused ? kRefused : kNoLink);
         DialAgain();
         registry_.Changed();
     }
@@ -315,6 +324,7 @@ class PppoeLink {
     std::string our_ipv6_;
     std::vector<Json> addresses_;
     bool was_up_ = false;
+    bool refused_ = false;
     u32 failures_ = 0;
     bool over_ = false;
     Stopped stopped_;
