@@ -308,6 +308,7 @@ class VimbradDhcpClient6 : public VimbradDhcpClient {
 };
 
 TEST_F(VimbradDhcpClient6, ApplicationIsToldWhatTheServerHandsOut) {
+    const std::string before = ReadFile(kResolvConf);
     VimbraInit();
     Serve6();
     ASSERT_EQ(0, VimbraDhcpcStart("eth0", 10, Take));
@@ -328,7 +329,7 @@ TEST_F(VimbradDhcpClient6, ApplicationIsToldWhatTheServerHandsOut) {
     ASSERT_EQ(0, VimbraDhcpcStop("eth0", 10));
     EXPECT_THAT(Clients(), IsEmpty());
     EXPECT_THAT(KernelAddresses("eth0", 10), Not(Contains("2001:db8::100/128 global")));
-    EXPECT_EQ("####eth0v6\n", ReadFile(kResolvConf));
+    EXPECT_EQ(before, ReadFile(kResolvConf));
     EXPECT_TRUE(server6_->WaitOutput("DHCPRELEASE"));
 }
 
@@ -392,6 +393,30 @@ TEST_F(VimbradDhcpClient, NeedsNoFileSystemThatRunsPrograms) {
     const Listener listener(kSocket);
     ASSERT_EQ(0, Ask(kStart, Body("eth0")));
     EXPECT_EQ(kLease, listener.Wait(1).at(0).type);
+}
+
+TEST_F(VimbradDhcpClient, ServersFromBeforeComeBackWithTheEnd) {
+    constexpr char kBefore[] = "search example.org\nnameserver 203.0.113.53\n";
+    WriteFile(kResolvConf, kBefore);
+    Serve();
+    const Listener listener(kSocket);
+    ASSERT_EQ(0, Ask(kStart, Body("eth0")));
+    ASSERT_EQ(kLease, listener.Wait(1).at(0).type);
+    EXPECT_THAT(ReadFile(kResolvConf), HasSubstr("nameserver 192.0.2.53\n"));
+    EXPECT_EQ(0, Ask(kStop, Body("eth0")));
+    EXPECT_EQ(kBefore, ReadFile(kResolvConf));
+}
+
+// The program may not know the signal yet, and would end by it.
+TEST_F(VimbradDhcpClient, RenewalRightAfterTheStartEndsNothing) {
+    Serve();
+    const Listener listener(kSocket);
+    ASSERT_EQ(0, Ask(kStart, Body("eth0")));
+    for (int i = 0; i < 50; ++i) {
+        EXPECT_EQ(0, Ask(kRenew, Body("eth0")));
+    }
+    EXPECT_EQ(kLease, listener.Wait(1).at(0).type);
+    EXPECT_THAT(daemon_.Log(), Not(HasSubstr("ended with")));
 }
 
 }  // namespace

@@ -177,6 +177,20 @@ TEST_F(VimbradRestart, LeaseStaysAndIsToldAnew) {
     ExpectLease(false);
 }
 
+TEST_F(VimbradRestart, DnsServersFromBeforeTheLeaseComeBack) {
+    constexpr char kBefore[] = "nameserver 203.0.113.53\n";
+    WriteFile("/etc/resolv.conf", kBefore);
+    Serve();
+    Lives daemon;
+    const Listener listener("ipc_dhcpc_eth0");
+    ASSERT_EQ(0, Ask(kDhcpStart, Dhcp()));
+    ASSERT_EQ(kLease, listener.Wait(1).at(0).type);
+    daemon.KillAndBegin();
+    ASSERT_EQ(kLease, listener.Wait(2).at(1).type);
+    EXPECT_EQ(0, Ask(0x502, Dhcp()));
+    EXPECT_EQ(kBefore, ReadFile("/etc/resolv.conf"));
+}
+
 TEST_F(VimbradRestart, LeaseThatNoServerConfirmsEndsWithItsTime) {
     Serve("10");
     Lives daemon;
@@ -307,8 +321,8 @@ TEST_F(VimbradRestart, WebServerListensOnTheSamePort) {
     Lives daemon({"--web-root=/tmp"});
     ASSERT_EQ(0, Ask(kWebStart, Pack().S32(8080)));
     daemon.KillAndBegin();
-    EXPECT_TRUE(WaitFor([] { return Shown("web_server").value("port", 0) == 8080; }));
-    EXPECT_TRUE(daemon.WaitLog("web server on port 8080"));
+    EXPECT_TRUE(daemon.WaitLog("web server on port 8080")) << daemon.Log();
+    EXPECT_EQ(8080, Shown("web_server").at("port"));
 }
 
 TEST_F(VimbradRestart, NtpClientAsksOn) {

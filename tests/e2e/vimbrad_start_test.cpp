@@ -87,7 +87,7 @@ TEST(VimbradRunDir, WhatAnEarlierLifeLeftIsRemoved) {
     WriteFile("/run/vimbrad/files.abcdef/options", "password secret");
     WriteFile("/run/vimbrad/state.json.new", "{");
     const Daemon daemon;
-    EXPECT_EQ("", Shell("ls /run/vimbrad | grep -vx -e lock -e .*-hook || true"));
+    EXPECT_EQ("", Shell("ls /run/vimbrad | grep -vx -e lock -e status -e .*-hook || true"));
 }
 
 TEST(VimbradStart, SecondDaemonSaysWhoIsInTheWay) {

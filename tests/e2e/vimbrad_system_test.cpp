@@ -171,4 +171,24 @@ TEST(VimbradBond, WrongRequestsAreRefused) {
     EXPECT_EQ(EINVAL, Ask(kBondStart, inside));
 }
 
+TEST(VimbradWebUser, ServerAndItsProgramsAreNobody) {
+    Shell("mkdir -p /tmp/www/cgi-bin");
+    WriteFile("/tmp/www/cgi-bin/who",
+              "#!/bin/sh\nprintf 'Content-type: text/plain\\r\\n\\r\\n'; id -u\n");
+    Shell("chmod 755 /tmp/www/cgi-bin/who");
+    const Daemon daemon({"--web-root=/tmp/www"});
+    ASSERT_EQ(0, Enable(8080));
+    // Where there is one user only the server stays who we are, and says so.
+    const bool can = ShellStatus("setpriv --reuid 65534 --clear-groups true") == 0;
+    EXPECT_EQ(can ? "65534\n" : "0\n",
+              Shell("busybox wget -q -O - http://127.0.0.1:8080/cgi-bin/who"));
+    EXPECT_EQ(!can, daemon.Log().find("cannot run as nobody") != std::string::npos);
+}
+
+TEST(VimbradWebUser, ThatIsNoneIsWrongUsage) {
+    Program daemon(DaemonCommand({"--web-user=no-such-user"}), "/tmp/vimbrad.log");
+    EXPECT_EQ(2, daemon.Wait());
+    EXPECT_EQ("vimbrad: there is no user 'no-such-user'\n", daemon.Output());
+}
+
 }  // namespace

@@ -1,7 +1,10 @@
 #include "child.hpp"
 
 #include <fcntl.h>
+#include <grp.h>
+#include <linux/capability.h>
 #include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -70,6 +73,9 @@ class Birth {
     // A daemon that died before it was named as the parent to live and die with does not count any
     // more.
     [[noreturn]] void Become(pid_t parent, int failed) {
+        if (program_.user && !ChangeUser(*program_.user)) {
+            Fail(failed);
+        }
         if (prctl(PR_SET_PDEATHSIG, program_.death_signal) != 0 || getppid() != parent) {
             _exit(EXIT_FAILURE);
         }
@@ -87,9 +93,25 @@ class Birth {
             }
             execvp(program_.command.front().c_str(), arguments_.data());
         }
+        Fail(failed);
+    }
+
+    [[noreturn]] static void Fail(int failed) {
         const int error = errno;
         static_cast<void>(write(failed, &error, sizeof(error)) == sizeof(error));
         _exit(EXIT_FAILURE);
+    }
+
+    // Before the process is tied to its parent: the kernel forgets that when the user changes,
+    // which is why the program cannot be left to do it.
+    static bool ChangeUser(const Child::User& user) {
+        constexpr u32 kBind = 1U << CAP_NET_BIND_SERVICE;
+        __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+        const __user_cap_data_struct capabilities[2] = {{kBind, kBind, kBind}, {0, 0, 0}};
+        return prctl(PR_SET_KEEPCAPS, 1) == 0 && setgroups(0, nullptr) == 0 &&
+               setgid(user.gid) == 0 && setuid(user.uid) == 0 &&
+               syscall(SYS_capset, &header, capabilities) == 0 &&
+               prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_RAISE, CAP_NET_BIND_SERVICE, 0, 0) == 0;
     }
 
     const Child::Program& program_;

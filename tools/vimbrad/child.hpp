@@ -8,6 +8,7 @@
 #include <csignal>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -35,6 +36,12 @@ class Child {
         std::function<void(const ChildEnd& end)> end;
     };
 
+    // Who a program is that is to be less than the daemon. It may still take ports below 1024.
+    struct User {
+        uid_t uid;
+        gid_t gid;
+    };
+
     // A program, and what is unusual about it.
     struct Program {
         std::vector<std::string> command;
@@ -42,6 +49,7 @@ class Child {
         std::string called = {};
         // What it gets when the daemon dies, however that happens.
         int death_signal = SIGKILL;
+        std::optional<User> user = {};
     };
 
     // Throws Refusal when the program cannot be run. Events are called from the loop; they may

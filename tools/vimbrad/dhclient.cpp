@@ -35,9 +35,9 @@ bool HasLinkLocal(const std::string& name) {
 // which makes it ask for one. The address stays meanwhile.
 class DhclientClient : public LeaseClient {
  public:
-    DhclientClient(const Context& context, Registry& registry, const std::string& name,
-                   const PrivateDir& files, std::function<void()> signalled)
-        : LeaseClient(context, registry, name, VIMBRA_FAMILY_IPV6, files),
+    DhclientClient(const Context& context, const std::string& name, const PrivateDir& files,
+                   std::function<void()> signalled)
+        : LeaseClient(context, name, VIMBRA_FAMILY_IPV6, files),
           signalled_(std::move(signalled)),
           lease_timer_(MakeTimer(context.loop, this)) {
         Expect(kAnswerMs);
@@ -135,10 +135,10 @@ class DhclientClient : public LeaseClient {
 
 }  // namespace
 
-std::unique_ptr<LeaseClient> MakeDhclientClient(const Context& context, Registry& registry,
-                                                const std::string& name, const PrivateDir& files,
+std::unique_ptr<LeaseClient> MakeDhclientClient(const Context& context, const std::string& name,
+                                                const PrivateDir& files,
                                                 std::function<void()> signalled) {
-    return std::make_unique<DhclientClient>(context, registry, name, files, std::move(signalled));
+    return std::make_unique<DhclientClient>(context, name, files, std::move(signalled));
 }
 
 }  // namespace vimbrad

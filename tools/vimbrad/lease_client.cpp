@@ -35,14 +35,14 @@ std::string SocketOf(const std::string& name, u16 family) {
 
 }  // namespace
 
-LeaseClient::LeaseClient(const Context& context, Registry& registry, std::string name, u16 family,
+LeaseClient::LeaseClient(const Context& context, std::string name, u16 family,
                          const PrivateDir& files)
     : context_(context),
       name_(std::move(name)),
       family_(family),
       title_((family == VIMBRA_FAMILY_IPV6 ? "DHCPv6 client on " : "DHCP client on ") + name_),
       files_(files),
-      settings_(registry, name_, family),
+      settings_(context, name_, family),
       report_(name_, family),
       notifier_(context.loop, SocketOf(name_, family).c_str(), [] {}),
       timer_(MakeTimer(context.loop, this)),
@@ -134,6 +134,7 @@ void LeaseClient::Stop(Stopped stopped) {
 }
 
 void LeaseClient::RunProgram(const Child::Program& program) {
+    has_spoken_ = false;
     child_ =
         std::make_unique<Child>(context_.loop, program,
                                 Child::Events{[this](std::string_view line) { TakeLine(line); },
@@ -177,7 +178,10 @@ void LeaseClient::TellFailure() {
 void LeaseClient::TakeLine(std::string_view line) {
     if (!LeaseReport::Speaks(line)) {
         LogDebug("%.*s", static_cast<int>(line.size()), line.data());
-    } else if (report_.Take(line)) {
+        return;
+    }
+    has_spoken_ = true;
+    if (report_.Take(line)) {
         TakeReport();
     }
 }

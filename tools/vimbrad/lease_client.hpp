@@ -26,8 +26,7 @@ class LeaseClient {
  public:
     using Stopped = std::function<void()>;
 
-    LeaseClient(const Context& context, Registry& registry, std::string name, u16 family,
-                const PrivateDir& files);
+    LeaseClient(const Context& context, std::string name, u16 family, const PrivateDir& files);
     virtual ~LeaseClient() = default;
     LeaseClient(const LeaseClient&) = delete;
     LeaseClient& operator=(const LeaseClient&) = delete;
@@ -73,6 +72,8 @@ class LeaseClient {
     const PrivateDir& Files() const { return files_; }
     const char* Title() const { return title_.c_str(); }
     bool HasLease() const { return has_lease_; }
+    // The program that runs has told of an event.
+    bool HasSpoken() const { return has_spoken_; }
     const TVimbraDhcpcAddrInfo& Lease() const { return lease_; }
 
  private:
@@ -94,6 +95,7 @@ class LeaseClient {
     Notifier notifier_;
     UvHandle<uv_timer_t> timer_;
     std::unique_ptr<Child> child_;
+    bool has_spoken_ = false;
     bool has_lease_ = false;
     TVimbraDhcpcAddrInfo lease_{};
     // When the lease ends, in seconds since the machine was started.
@@ -105,11 +107,11 @@ class LeaseClient {
 };
 
 // udhcpc, for IPv4.
-std::unique_ptr<LeaseClient> MakeUdhcpcClient(const Context& context, Registry& registry,
-                                              const std::string& name, const PrivateDir& files);
+std::unique_ptr<LeaseClient> MakeUdhcpcClient(const Context& context, const std::string& name,
+                                              const PrivateDir& files);
 // dhclient, for IPv6. `signalled` is told of a renewal that was not asked for here.
-std::unique_ptr<LeaseClient> MakeDhclientClient(const Context& context, Registry& registry,
-                                                const std::string& name, const PrivateDir& files,
+std::unique_ptr<LeaseClient> MakeDhclientClient(const Context& context, const std::string& name,
+                                                const PrivateDir& files,
                                                 std::function<void()> signalled);
 
 }  // namespace vimbrad

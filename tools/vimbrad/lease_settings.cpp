@@ -17,6 +17,7 @@
 #include "log.hpp"
 #include "netlink.hpp"
 #include "record_text.hpp"
+#include "resolver_memory.hpp"
 
 namespace vimbrad {
 namespace {
@@ -121,7 +122,7 @@ void LeaseSettings::Restore(const Json& state) {
 template <class Body>
 s32 LeaseSettings::Request(u32 type, const Body& body) {
     wire::PlainResult result{EIO};
-    registry_.Dispatch(
+    context_.registry.Dispatch(
         type, std::as_bytes(std::span(&body, 1)),
         [&result](Bytes reply) {
             std::memcpy(&result, reply.data(), std::min(reply.size(), sizeof(result)));
@@ -176,6 +177,9 @@ void LeaseSettings::SetServers(const std::vector<TVimbraAddr>& servers) {
         RemoveServers();
         return;
     }
+    if (servers_.empty()) {
+        NoteResolver(context_.run_dir);
+    }
     // The library edits a file that is there.
     vimbra::Fd(open, "/etc/resolv.conf", O_RDONLY | O_CREAT | O_CLOEXEC, 0644);
     std::string name = name_;
@@ -193,6 +197,11 @@ void LeaseSettings::RemoveServers() {
     if (servers.empty()) {
         return;
     }
+    TakeServersOut(servers);
+    PutResolverBack(context_.run_dir);
+}
+
+void LeaseSettings::TakeServersOut(const std::vector<TVimbraAddr>& servers) {
     const Sections sections;
     const DnsNode* const section = sections.Find(name_, family_);
     if (section == nullptr || section->nDnsNum < 0 ||

@@ -17,8 +17,8 @@ namespace vimbrad {
 // whoever asks for it. What others have set since stays.
 class LeaseSettings {
  public:
-    LeaseSettings(Registry& registry, std::string name, u16 family)
-        : registry_(registry), name_(std::move(name)), family_(family) {}
+    LeaseSettings(const Context& context, std::string name, u16 family)
+        : context_(context), name_(std::move(name)), family_(family) {}
     LeaseSettings(const LeaseSettings&) = delete;
     LeaseSettings& operator=(const LeaseSettings&) = delete;
 
@@ -39,8 +39,9 @@ class LeaseSettings {
     void RemoveGateway();
     void SetServers(const std::vector<TVimbraAddr>& servers);
     void RemoveServers();
+    void TakeServersOut(const std::vector<TVimbraAddr>& servers);
 
-    Registry& registry_;
+    const Context& context_;
     std::string name_;
     u16 family_;
     std::optional<TVimbraIfaceIp> address_;

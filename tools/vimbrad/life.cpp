@@ -46,7 +46,8 @@ Life::Life(uv_loop_t* loop, const Options& options)
       readiness_(options.ready_fd),
       run_dir_(options.run_dir),
       rendezvous_(options.group),
-      services_(AllServices({loop, run_dir_, registry_, options.web_root, options.set_clock})),
+      services_(AllServices(
+          {loop, run_dir_, registry_, options.web_root, options.web_user, options.set_clock})),
       state_(run_dir_, services_) {
     MakeHooks(run_dir_);
     for (const auto& service : services_) {

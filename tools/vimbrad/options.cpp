@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <getopt.h>
 #include <grp.h>
+#include <pwd.h>
 
 #include <charconv>
 #include <cstdio>
@@ -27,6 +28,8 @@ constexpr char kUsage[] =
     "  -l, --log-level=LEVEL  0 (silence), 2 (errors), 3 (and warnings), 4 (and\n"
     "                         information, the default) or 5 (and debugging)\n"
     "  -w, --web-root=DIR     what the web server serves, /var/www by default\n"
+    "  -u, --web-user=NAME    as whom the web server and its programs run, nobody by\n"
+    "                         default\n"
     "  -s, --set-clock        NTP clients set the clock; otherwise they only tell how\n"
     "                         far it is off\n"
     "  -V, --version          print the version and exit\n"
@@ -43,6 +46,7 @@ constexpr option kOptions[] = {{"group", required_argument, nullptr, 'g'},
                                {"ready-fd", required_argument, nullptr, 'n'},
                                {"log-level", required_argument, nullptr, 'l'},
                                {"web-root", required_argument, nullptr, 'w'},
+                               {"web-user", required_argument, nullptr, 'u'},
                                {"set-clock", no_argument, nullptr, 's'},
                                {"version", no_argument, nullptr, 'V'},
                                {"help", no_argument, nullptr, 'h'},
@@ -110,6 +114,13 @@ bool Take(char letter, const char* value, Options& options) {
         case 's':
             options.set_clock = true;
             return true;
+        case 'u':
+            if (getpwnam(value) == nullptr) {
+                std::fprintf(stderr, "vimbrad: there is no user '%s'\n", value);
+                return false;
+            }
+            options.web_user = value;
+            return true;
         case 'w':
             options.web_root = value;
             return true;
@@ -123,7 +134,7 @@ bool Take(char letter, const char* value, Options& options) {
 
 std::optional<int> ReadOptions(int argc, char** argv, Options& options) {
     for (int letter;
-         (letter = getopt_long(argc, argv, "g:r:kfyn:l:w:sVh", kOptions, nullptr)) != -1;) {
+         (letter = getopt_long(argc, argv, "g:r:kfyn:l:w:u:sVh", kOptions, nullptr)) != -1;) {
         switch (letter) {
             case 'V':
                 std::puts("vimbrad " VIMBRAD_VERSION);

@@ -16,6 +16,7 @@ struct Options {
     std::string run_dir = kRunDir;
     std::optional<gid_t> group;
     std::string web_root = "/var/www";
+    std::string web_user = "nobody";
     bool set_clock = false;
     bool syslog = false;
     bool keep = false;

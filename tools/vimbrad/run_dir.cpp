@@ -84,7 +84,8 @@ void RunDirectory::Lock() {
 
 void RunDirectory::Clean() const {
     for (const auto& each : std::filesystem::directory_iterator(path_)) {
-        if (each.path().filename() != kLockName && each.path().filename() != kStateName) {
+        const std::string name = each.path().filename();
+        if (name != kLockName && name != kStateName && name != kResolverName) {
             std::error_code ignored;
             std::filesystem::remove_all(each.path(), ignored);
         }

@@ -260,6 +260,8 @@ struct Context {
     Registry& registry;
     // What the web server serves.
     std::string web_root = {};
+    // As whom; a user that we cannot become is none.
+    std::string web_user = {};
     // Whether NTP clients set the clock.
     bool set_clock = false;
 };

@@ -10,9 +10,15 @@ namespace {
 
 class UdhcpcClient : public LeaseClient {
  public:
-    UdhcpcClient(const Context& context, Registry& registry, const std::string& name,
-                 const PrivateDir& files)
-        : LeaseClient(context, registry, name, VIMBRA_FAMILY_IPV4, files) {}
+    UdhcpcClient(const Context& context, const std::string& name, const PrivateDir& files)
+        : LeaseClient(context, name, VIMBRA_FAMILY_IPV4, files) {}
+
+    // A program that has just begun is about to ask anyway, and may not know the signal yet.
+    void Renew() override {
+        if (HasSpoken()) {
+            LeaseClient::Renew();
+        }
+    }
 
     void Run() override {
         Netlink().BringUp(Name());
@@ -29,9 +35,9 @@ class UdhcpcClient : public LeaseClient {
 
 }  // namespace
 
-std::unique_ptr<LeaseClient> MakeUdhcpcClient(const Context& context, Registry& registry,
-                                              const std::string& name, const PrivateDir& files) {
-    return std::make_unique<UdhcpcClient>(context, registry, name, files);
+std::unique_ptr<LeaseClient> MakeUdhcpcClient(const Context& context, const std::string& name,
+                                              const PrivateDir& files) {
+    return std::make_unique<UdhcpcClient>(context, name, files);
 }
 
 }  // namespace vimbrad

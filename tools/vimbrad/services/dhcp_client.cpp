@@ -18,11 +18,11 @@ class DhcpClientService : public Service {
 
     void Attach(Registry& registry) override {
         using wire::FamilyIfaceBody, wire::PlainResult;
-        registry.Change<FamilyIfaceBody, PlainResult>(
-            wire::kDhcpcStart, "DHCP client start", [this, &registry](const FamilyIfaceBody& body) {
-                Start(registry, body);
-                return PlainResult{0};
-            });
+        registry.Change<FamilyIfaceBody, PlainResult>(wire::kDhcpcStart, "DHCP client start",
+                                                      [this](const FamilyIfaceBody& body) {
+                                                          Start(body);
+                                                          return PlainResult{0};
+                                                      });
         registry.ChangeLater<FamilyIfaceBody, PlainResult>(
             wire::kDhcpcStop, "DHCP client stop",
             [this](const FamilyIfaceBody& body, const Answer<PlainResult>& answer) {
@@ -57,7 +57,7 @@ class DhcpClientService : public Service {
     }
     void Forget(const Json& state) override {
         for (const Json& each : state.value("dhcp_clients", Json::array())) {
-            LeaseSettings settings(context_.registry, each.at("interface").get<std::string>(),
+            LeaseSettings settings(context_, each.at("interface").get<std::string>(),
                                    each.at("family").get<u16>());
             settings.Restore(each.at("settings"));
             settings.Remove();
@@ -88,7 +88,7 @@ class DhcpClientService : public Service {
 
     // An application that was restarted asks for what runs already: it is told the lease once that
     // is renewed.
-    void Start(Registry& registry, const wire::FamilyIfaceBody& body) {
+    void Start(const wire::FamilyIfaceBody& body) {
         const Key key = KeyOf(body);
         if (const auto found = clients_.find(key); found != clients_.end()) {
             if (found->second->Stopping()) {
@@ -100,18 +100,18 @@ class DhcpClientService : public Service {
         if (!files_) {
             files_.emplace(context_.run_dir);
         }
-        auto client = MakeClient(registry, key);
+        auto client = MakeClient(key);
         client->Run();
         clients_.emplace(key, std::move(client));
     }
 
-    std::unique_ptr<LeaseClient> MakeClient(Registry& registry, const Key& key) {
+    std::unique_ptr<LeaseClient> MakeClient(const Key& key) {
         const auto& [name, family] = key;
         if (family == VIMBRA_FAMILY_IPV4) {
-            return MakeUdhcpcClient(context_, registry, name, *files_);
+            return MakeUdhcpcClient(context_, name, *files_);
         }
         // Who looks for "udhcpc" finds "udhcpc6" as well: such a signal may be meant for the other.
-        return MakeDhclientClient(context_, registry, name, *files_, [this, name = name] {
+        return MakeDhclientClient(context_, name, *files_, [this, name = name] {
             RenewIfItRuns({name, VIMBRA_FAMILY_IPV4});
         });
     }
@@ -123,7 +123,7 @@ class DhcpClientService : public Service {
         }
         const Key key{state.at("interface").get<std::string>(), state.at("family").get<u16>()};
         CheckOneFamily(key.second);
-        return *(clients_[key] = MakeClient(context_.registry, key));
+        return *(clients_[key] = MakeClient(key));
     }
 
     void RenewIfItRuns(const Key& key) {

@@ -1,6 +1,8 @@
 // The device's web server: busybox httpd on one port, one at a time.
 #include <netinet/in.h>
+#include <pwd.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <nlohmann/json.hpp>
@@ -38,12 +40,23 @@ bool IsFree(s32 port) {
            errno != EADDRINUSE;
 }
 
+// In a namespace there may be one user only, and a small machine may know none but root.
+std::optional<Child::User> UserOf(const std::string& name) {
+    const passwd* const user = getpwnam(name.c_str());
+    const uid_t self = geteuid();
+    if (user == nullptr || seteuid(user->pw_uid) != 0 || seteuid(self) != 0) {
+        return std::nullopt;
+    }
+    return Child::User{user->pw_uid, user->pw_gid};
+}
+
 class WebService : public Service {
  public:
     explicit WebService(const Context& context)
         : loop_(context.loop),
           registry_(context.registry),
           root_(context.web_root),
+          user_(context.web_user),
           timer_(MakeTimer(loop_, this)) {}
 
     void Attach(Registry& registry) override {
@@ -133,10 +146,19 @@ class WebService : public Service {
             kLookMs, 0);
     }
 
+    Child::Program Program() const {
+        Child::Program program{
+            {"busybox", "httpd", "-f", "-p", std::to_string(port_), "-h", root_}};
+        program.user = UserOf(user_);
+        if (!program.user) {
+            LogWarning("web server: cannot run as %s: runs as we do", user_.c_str());
+        }
+        return program;
+    }
+
     void Run() {
         server_ = std::make_unique<Child>(
-            loop_,
-            Child::Program{{"busybox", "httpd", "-f", "-p", std::to_string(port_), "-h", root_}},
+            loop_, Program(),
             Child::Events{[](std::string_view line) {
                               LogWarning("web server: %.*s", static_cast<int>(line.size()),
                                          line.data());
@@ -164,6 +186,7 @@ class WebService : public Service {
     uv_loop_t* loop_;
     Registry& registry_;
     std::string root_;
+    std::string user_;
     s32 port_ = 0;
     u64 deadline_ = 0;
     UvHandle<uv_timer_t> timer_;

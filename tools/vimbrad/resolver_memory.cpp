@@ -1,0 +1,53 @@
+#include "resolver_memory.hpp"
+
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "log.hpp"
+#include "private_dir.hpp"
+#include "refusal.hpp"
+#include "run_dir.hpp"
+
+namespace vimbrad {
+namespace {
+
+constexpr char kPath[] = "/etc/resolv.conf";
+
+std::string Configuration() {
+    std::ifstream file(kPath);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+bool HasServers(const std::string& text) {
+    return text.starts_with("nameserver") || text.find("\nnameserver") != std::string::npos;
+}
+
+}  // namespace
+
+void NoteResolver(const RunDirectory& run_dir) {
+    const std::string text = Configuration();
+    if (!HasServers(text) || !run_dir.Read(kResolverName).empty()) {
+        return;
+    }
+    try {
+        run_dir.Replace(kResolverName, text, 0600);
+    } catch (const Refusal& refusal) {
+        LogWarning("%s will not come back as it is: %s", kPath, refusal.what());
+    }
+}
+
+void PutResolverBack(const RunDirectory& run_dir) {
+    const std::string before = run_dir.Read(kResolverName);
+    if (before.empty() || HasServers(Configuration())) {
+        return;
+    }
+    try {
+        WriteWholeFile(kPath, before, 0644);
+        run_dir.Remove(kResolverName);
+    } catch (const Refusal& refusal) {
+        LogWarning("%s is not as it was before: %s", kPath, refusal.what());
+    }
+}
+
+}  // namespace vimbrad

@@ -1,0 +1,16 @@
+// What stood in the resolver configuration before the first lease's DNS servers took its place.
+#ifndef VIMBRA_VIMBRAD_RESOLVER_MEMORY_HPP
+#define VIMBRA_VIMBRAD_RESOLVER_MEMORY_HPP
+
+namespace vimbrad {
+
+class RunDirectory;
+
+// Before servers of ours come; what is noted already is older, and stays.
+void NoteResolver(const RunDirectory& run_dir);
+// When servers of ours have gone: as it was noted, if nobody's are left.
+void PutResolverBack(const RunDirectory& run_dir);
+
+}  // namespace vimbrad
+
+#endif
