@@ -1,6 +1,6 @@
 // Compares all that the library logged, on both destinations, with a list of lines.
-#ifndef VIMBRA_TESTS_EXPECT_LOG_HPP
-#define VIMBRA_TESTS_EXPECT_LOG_HPP
+#ifndef VIMBRA_TESTS_CORE_EXPECT_LOG_HPP
+#define VIMBRA_TESTS_CORE_EXPECT_LOG_HPP
 
 #include <gtest/gtest.h>
 #include <unistd.h>

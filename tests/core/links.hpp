@@ -1,6 +1,6 @@
 // Interfaces of a test's own network namespace.
-#ifndef VIMBRA_TESTS_LINKS_HPP
-#define VIMBRA_TESTS_LINKS_HPP
+#ifndef VIMBRA_TESTS_CORE_LINKS_HPP
+#define VIMBRA_TESTS_CORE_LINKS_HPP
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // Makes pthread_create(3) fail while one of these lives.
-#ifndef VIMBRA_TESTS_NO_THREADS_HPP
-#define VIMBRA_TESTS_NO_THREADS_HPP
+#ifndef VIMBRA_TESTS_DYNAMIC_NO_THREADS_HPP
+#define VIMBRA_TESTS_DYNAMIC_NO_THREADS_HPP
 
 namespace vimbra::tests {
 

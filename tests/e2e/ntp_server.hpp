@@ -1,6 +1,6 @@
 // NTP servers to be asked.
-#ifndef VIMBRA_TESTS_NTP_SERVER_HPP
-#define VIMBRA_TESTS_NTP_SERVER_HPP
+#ifndef VIMBRA_TESTS_E2E_NTP_SERVER_HPP
+#define VIMBRA_TESTS_E2E_NTP_SERVER_HPP
 
 #include <gtest/gtest.h>
 #include <netinet/in.h>

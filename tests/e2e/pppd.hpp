@@ -1,7 +1,7 @@
 // Stands in for pppd, which a kernel without PPP does not let dial: a script that comes first in
 // the daemon's path, notes how it was run, and does what the test says.
-#ifndef VIMBRA_TESTS_PPPD_HPP
-#define VIMBRA_TESTS_PPPD_HPP
+#ifndef VIMBRA_TESTS_E2E_PPPD_HPP
+#define VIMBRA_TESTS_E2E_PPPD_HPP
 
 #include <signal.h>
 #include <sys/stat.h>

@@ -1,5 +1,6 @@
 // Files under a fuzzer, which must be throw-away ones.
-#pragma once
+#ifndef VIMBRA_TESTS_FUZZ_FILES_HPP
+#define VIMBRA_TESTS_FUZZ_FILES_HPP
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -53,3 +54,5 @@ inline void Require(bool truth) {
 }
 
 }  // namespace fuzz
+
+#endif

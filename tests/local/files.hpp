@@ -1,6 +1,7 @@
 // States of files that are hard to come by: full disks, read-only ones, links, and what must stay
 // of a file that is rewritten.
-#pragma once
+#ifndef VIMBRA_TESTS_LOCAL_FILES_HPP
+#define VIMBRA_TESTS_LOCAL_FILES_HPP
 
 #include <gtest/gtest.h>
 #include <sys/mount.h>
@@ -47,3 +48,5 @@ inline void AsDirectory(const std::string& path) {
 }
 
 }  // namespace files
+
+#endif

@@ -1,5 +1,6 @@
 // Processes of a given name, to be found through /proc and signalled.
-#pragma once
+#ifndef VIMBRA_TESTS_LOCAL_PROCESSES_HPP
+#define VIMBRA_TESTS_LOCAL_PROCESSES_HPP
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -70,3 +71,5 @@ inline std::string OutputOf(const std::string& command) {
 }
 
 }  // namespace processes
+
+#endif

@@ -1,7 +1,7 @@
 // Lines under the information tag come from two levels; only the system log's priority tells them
 // apart.
-#ifndef VIMBRA_TESTS_SAID_HPP
-#define VIMBRA_TESTS_SAID_HPP
+#ifndef VIMBRA_TESTS_ROUTE_SAID_HPP
+#define VIMBRA_TESTS_ROUTE_SAID_HPP
 
 #include <syslog.h>
 

@@ -1,6 +1,6 @@
 // Addresses of an interface as applications see them.
-#ifndef VIMBRA_VIMBRAD_ADDRESS_RECORD_HPP
-#define VIMBRA_VIMBRAD_ADDRESS_RECORD_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_ADDRESS_RECORD_HPP
+#define VIMBRA_TOOLS_VIMBRAD_ADDRESS_RECORD_HPP
 
 #include <netlink/route/addr.h>
 #include <vimbra/addr.h>

@@ -1,6 +1,6 @@
 // Addresses as texts: in configurations and reports of programs, log lines and answers.
-#ifndef VIMBRA_VIMBRAD_ADDRESS_TEXT_HPP
-#define VIMBRA_VIMBRAD_ADDRESS_TEXT_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_ADDRESS_TEXT_HPP
+#define VIMBRA_TOOLS_VIMBRAD_ADDRESS_TEXT_HPP
 
 #include <vimbra/addr.h>
 

@@ -1,6 +1,6 @@
 // A program that the daemon runs: its output line by line, and its end.
-#ifndef VIMBRA_VIMBRAD_CHILD_HPP
-#define VIMBRA_VIMBRAD_CHILD_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_CHILD_HPP
+#define VIMBRA_TOOLS_VIMBRAD_CHILD_HPP
 
 #include <sys/types.h>
 #include <vimbra/types.h>

@@ -1,6 +1,6 @@
 // What a request asks for, in words for the log. Passwords are never among them.
-#ifndef VIMBRA_VIMBRAD_DESCRIBE_HPP
-#define VIMBRA_VIMBRAD_DESCRIBE_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_DESCRIBE_HPP
+#define VIMBRA_TOOLS_VIMBRAD_DESCRIBE_HPP
 
 #include <string>
 

@@ -1,6 +1,6 @@
 // Sends ICMP and ICMPv6 echo requests to one host and tells what came back of each.
-#ifndef VIMBRA_VIMBRAD_ECHO_PROBER_HPP
-#define VIMBRA_VIMBRAD_ECHO_PROBER_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_ECHO_PROBER_HPP
+#define VIMBRA_TOOLS_VIMBRAD_ECHO_PROBER_HPP
 
 #include <vimbra/addr.h>
 

@@ -1,6 +1,6 @@
 // The address families as requests name them: 2 for IPv4, 10 for IPv6, 11 for both.
-#ifndef VIMBRA_VIMBRAD_FAMILY_HPP
-#define VIMBRA_VIMBRAD_FAMILY_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_FAMILY_HPP
+#define VIMBRA_TOOLS_VIMBRAD_FAMILY_HPP
 
 #include <vimbra/types.h>
 

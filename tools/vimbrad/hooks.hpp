@@ -1,8 +1,8 @@
 // What the daemon's programs run when something happens. A hook is a link to the daemon's own
 // program, which looks by what name it was called: nothing has to be executable in the run
 // directory, whose file system often runs no programs, and no shell takes values of servers apart.
-#ifndef VIMBRA_VIMBRAD_HOOKS_HPP
-#define VIMBRA_VIMBRAD_HOOKS_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_HOOKS_HPP
+#define VIMBRA_TOOLS_VIMBRAD_HOOKS_HPP
 
 #include <optional>
 

@@ -1,6 +1,6 @@
 // What the kernel announces by itself: interfaces and addresses that come, change and go.
-#ifndef VIMBRA_VIMBRAD_KERNEL_EVENTS_HPP
-#define VIMBRA_VIMBRAD_KERNEL_EVENTS_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_KERNEL_EVENTS_HPP
+#define VIMBRA_TOOLS_VIMBRAD_KERNEL_EVENTS_HPP
 
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>

@@ -1,6 +1,6 @@
 // The kernel's routes as the services see them.
-#ifndef VIMBRA_VIMBRAD_KERNEL_ROUTE_HPP
-#define VIMBRA_VIMBRAD_KERNEL_ROUTE_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_KERNEL_ROUTE_HPP
+#define VIMBRA_TOOLS_VIMBRAD_KERNEL_ROUTE_HPP
 
 #include <netlink/route/nexthop.h>
 #include <netlink/route/route.h>

@@ -1,7 +1,7 @@
 // A DHCP client of one interface and family, from its start until it has stopped: runs the program
 // that speaks to servers, sets the lease as an application would set it, and tells the application.
-#ifndef VIMBRA_VIMBRAD_LEASE_CLIENT_HPP
-#define VIMBRA_VIMBRAD_LEASE_CLIENT_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_LEASE_CLIENT_HPP
+#define VIMBRA_TOOLS_VIMBRAD_LEASE_CLIENT_HPP
 
 #include <functional>
 #include <memory>

@@ -1,7 +1,7 @@
 // What a DHCP program tells through its hook: lines that start with a mark, one value each, since a
 // line that is read has a limited length and a list of servers has not.
-#ifndef VIMBRA_VIMBRAD_LEASE_REPORT_HPP
-#define VIMBRA_VIMBRAD_LEASE_REPORT_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_LEASE_REPORT_HPP
+#define VIMBRA_TOOLS_VIMBRAD_LEASE_REPORT_HPP
 
 #include <vimbra/dhcpc.h>
 

@@ -1,6 +1,6 @@
 // What a DHCP lease gives an interface: address, default route, DNS servers.
-#ifndef VIMBRA_VIMBRAD_LEASE_SETTINGS_HPP
-#define VIMBRA_VIMBRAD_LEASE_SETTINGS_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_LEASE_SETTINGS_HPP
+#define VIMBRA_TOOLS_VIMBRAD_LEASE_SETTINGS_HPP
 
 #include <vimbra/addr.h>
 #include <vimbra/dhcpc.h>

@@ -1,7 +1,7 @@
 // What of the kernel's settings is ours: the records of the requests that made them. It goes when
 // the daemon does, unless a later life is to take it up.
-#ifndef VIMBRA_VIMBRAD_LEDGER_HPP
-#define VIMBRA_VIMBRAD_LEDGER_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_LEDGER_HPP
+#define VIMBRA_TOOLS_VIMBRAD_LEDGER_HPP
 
 #include <algorithm>
 #include <nlohmann/json.hpp>

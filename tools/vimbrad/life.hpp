@@ -1,6 +1,6 @@
 // The daemon from its start to its end.
-#ifndef VIMBRA_VIMBRAD_LIFE_HPP
-#define VIMBRA_VIMBRAD_LIFE_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_LIFE_HPP
+#define VIMBRA_TOOLS_VIMBRAD_LIFE_HPP
 
 #include <memory>
 #include <optional>

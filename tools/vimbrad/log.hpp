@@ -1,7 +1,7 @@
 // The daemon's log: one plain line per event, on standard error or to the system's log. A line that
 // cannot be taken at once is counted and told later: nobody who reads too slowly stops the service.
-#ifndef VIMBRA_VIMBRAD_LOG_HPP
-#define VIMBRA_VIMBRAD_LOG_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_LOG_HPP
+#define VIMBRA_TOOLS_VIMBRAD_LOG_HPP
 
 #include <vimbra/types.h>
 

@@ -1,6 +1,6 @@
 // Where log lines go. None of them waits: a line that is not taken at once is lost.
-#ifndef VIMBRA_VIMBRAD_LOG_SINK_HPP
-#define VIMBRA_VIMBRAD_LOG_SINK_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_LOG_SINK_HPP
+#define VIMBRA_TOOLS_VIMBRAD_LOG_SINK_HPP
 
 #include <memory>
 #include <string_view>

@@ -1,6 +1,6 @@
 // Programs and drivers that the daemon uses and that a machine may not have.
-#ifndef VIMBRA_VIMBRAD_MISSING_HPP
-#define VIMBRA_VIMBRAD_MISSING_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_MISSING_HPP
+#define VIMBRA_TOOLS_VIMBRAD_MISSING_HPP
 
 #include <string>
 #include <vector>

@@ -1,6 +1,6 @@
 // What the hosts of a link say of themselves: ARP for IPv4, neighbour discovery for IPv6.
-#ifndef VIMBRA_VIMBRAD_NEIGHBOURS_HPP
-#define VIMBRA_VIMBRAD_NEIGHBOURS_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_NEIGHBOURS_HPP
+#define VIMBRA_TOOLS_VIMBRAD_NEIGHBOURS_HPP
 
 #include <vimbra/addr.h>
 

@@ -1,7 +1,7 @@
 // The kernel's routing netlink, as the services use it: owned objects of the netlink library, and
 // requests whose refusal carries the kernel's own error number.
-#ifndef VIMBRA_VIMBRAD_NETLINK_HPP
-#define VIMBRA_VIMBRAD_NETLINK_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_NETLINK_HPP
+#define VIMBRA_TOOLS_VIMBRAD_NETLINK_HPP
 
 #include <netlink/addr.h>
 #include <netlink/cache.h>

@@ -1,7 +1,7 @@
 // Tells an application what happened: one message, one connection to the socket on which the
 // application listens.
-#ifndef VIMBRA_VIMBRAD_NOTIFIER_HPP
-#define VIMBRA_VIMBRAD_NOTIFIER_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_NOTIFIER_HPP
+#define VIMBRA_TOOLS_VIMBRAD_NOTIFIER_HPP
 
 #include <deque>
 #include <functional>

@@ -1,7 +1,7 @@
 // The operators' socket in the run directory: questions about what the daemon does, one JSON object
 // a line, answered in the same way. Nothing that is asked there changes anything.
-#ifndef VIMBRA_VIMBRAD_OPERATORS_HPP
-#define VIMBRA_VIMBRAD_OPERATORS_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_OPERATORS_HPP
+#define VIMBRA_TOOLS_VIMBRAD_OPERATORS_HPP
 
 #include <list>
 #include <memory>

@@ -1,6 +1,6 @@
 // The daemon's command line.
-#ifndef VIMBRA_VIMBRAD_OPTIONS_HPP
-#define VIMBRA_VIMBRAD_OPTIONS_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_OPTIONS_HPP
+#define VIMBRA_TOOLS_VIMBRAD_OPTIONS_HPP
 
 #include <sys/types.h>
 

@@ -1,6 +1,6 @@
 // What operators are told.
-#ifndef VIMBRA_VIMBRAD_OVERVIEW_HPP
-#define VIMBRA_VIMBRAD_OVERVIEW_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_OVERVIEW_HPP
+#define VIMBRA_TOOLS_VIMBRAD_OVERVIEW_HPP
 
 #include "server.hpp"
 #include "service.hpp"

@@ -1,6 +1,6 @@
 // Who asks: a process at the other end of a socket, or a part of the daemon itself.
-#ifndef VIMBRA_VIMBRAD_PEER_HPP
-#define VIMBRA_VIMBRAD_PEER_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_PEER_HPP
+#define VIMBRA_TOOLS_VIMBRAD_PEER_HPP
 
 #include <sys/types.h>
 

@@ -1,6 +1,6 @@
 // A directory for the files of one purpose: of a program that the daemon runs, of a link.
-#ifndef VIMBRA_VIMBRAD_PRIVATE_DIR_HPP
-#define VIMBRA_VIMBRAD_PRIVATE_DIR_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_PRIVATE_DIR_HPP
+#define VIMBRA_TOOLS_VIMBRAD_PRIVATE_DIR_HPP
 
 #include <sys/types.h>
 

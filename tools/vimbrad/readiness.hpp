@@ -1,7 +1,7 @@
 // Tells whoever started the daemon how it is: a service manager by a datagram to the socket that
 // NOTIFY_SOCKET names, a supervisor by a line on a descriptor of its choice.
-#ifndef VIMBRA_VIMBRAD_READINESS_HPP
-#define VIMBRA_VIMBRAD_READINESS_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_READINESS_HPP
+#define VIMBRA_TOOLS_VIMBRAD_READINESS_HPP
 
 namespace vimbrad {
 

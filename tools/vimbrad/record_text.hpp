@@ -1,7 +1,7 @@
 // Records as texts: what a later life takes up again is kept as the bytes of the requests that it
 // came from, since their layout never changes.
-#ifndef VIMBRA_VIMBRAD_RECORD_TEXT_HPP
-#define VIMBRA_VIMBRAD_RECORD_TEXT_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_RECORD_TEXT_HPP
+#define VIMBRA_TOOLS_VIMBRAD_RECORD_TEXT_HPP
 
 #include <cerrno>
 #include <cstring>

@@ -1,6 +1,6 @@
 // How a service says no: an error number that the client receives as the result code.
-#ifndef VIMBRA_VIMBRAD_REFUSAL_HPP
-#define VIMBRA_VIMBRAD_REFUSAL_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_REFUSAL_HPP
+#define VIMBRA_TOOLS_VIMBRAD_REFUSAL_HPP
 
 #include <cstring>
 #include <stdexcept>

@@ -1,7 +1,7 @@
 // The daemon's place in the file system: the socket file that applications connect to. It lies in a
 // directory in which everybody may make files.
-#ifndef VIMBRA_VIMBRAD_RENDEZVOUS_HPP
-#define VIMBRA_VIMBRAD_RENDEZVOUS_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_RENDEZVOUS_HPP
+#define VIMBRA_TOOLS_VIMBRAD_RENDEZVOUS_HPP
 
 #include <sys/types.h>
 

@@ -1,6 +1,6 @@
 // What stood in the resolver configuration before the first lease's DNS servers took its place.
-#ifndef VIMBRA_VIMBRAD_RESOLVER_MEMORY_HPP
-#define VIMBRA_VIMBRAD_RESOLVER_MEMORY_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_RESOLVER_MEMORY_HPP
+#define VIMBRA_TOOLS_VIMBRAD_RESOLVER_MEMORY_HPP
 
 namespace vimbrad {
 

@@ -1,6 +1,6 @@
 // A route of the kernel as operators are shown it.
-#ifndef VIMBRA_VIMBRAD_ROUTE_TEXT_HPP
-#define VIMBRA_VIMBRAD_ROUTE_TEXT_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_ROUTE_TEXT_HPP
+#define VIMBRA_TOOLS_VIMBRAD_ROUTE_TEXT_HPP
 
 #include "kernel_route.hpp"
 #include "service.hpp"

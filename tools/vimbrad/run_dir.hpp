@@ -1,7 +1,7 @@
 // The daemon's own directory: what its programs read and write, what a later life takes up again,
 // and the lock that keeps a second daemon away. Nobody else has a place in it.
-#ifndef VIMBRA_VIMBRAD_RUN_DIR_HPP
-#define VIMBRA_VIMBRAD_RUN_DIR_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_RUN_DIR_HPP
+#define VIMBRA_TOOLS_VIMBRAD_RUN_DIR_HPP
 
 #include <sys/types.h>
 

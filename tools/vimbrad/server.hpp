@@ -1,6 +1,6 @@
 // Takes requests from the socket and hands them to the registry, one per connection.
-#ifndef VIMBRA_VIMBRAD_SERVER_HPP
-#define VIMBRA_VIMBRAD_SERVER_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_SERVER_HPP
+#define VIMBRA_TOOLS_VIMBRAD_SERVER_HPP
 
 #include <list>
 #include <memory>

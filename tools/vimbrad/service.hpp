@@ -11,8 +11,8 @@
 // noted in the daemon's state before its reply goes out. A handler returns the reply; one that is
 // named with Later gets an Answer and may keep it until the reply is known. Both refuse by throwing
 // Refusal. A type code may be named several times with bodies of different sizes.
-#ifndef VIMBRA_VIMBRAD_SERVICE_HPP
-#define VIMBRA_VIMBRAD_SERVICE_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_SERVICE_HPP
+#define VIMBRA_TOOLS_VIMBRAD_SERVICE_HPP
 
 #include <uv.h>
 

@@ -1,7 +1,7 @@
 // What a later life of the daemon takes up again: a file in the run directory, written whole after
 // each change and before the change is told.
-#ifndef VIMBRA_VIMBRAD_STATE_HPP
-#define VIMBRA_VIMBRAD_STATE_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_STATE_HPP
+#define VIMBRA_TOOLS_VIMBRAD_STATE_HPP
 
 #include <memory>
 #include <string>

@@ -1,6 +1,6 @@
 // Ownership of libuv handles: closed by their owner, freed by the loop once it has let go of them.
-#ifndef VIMBRA_VIMBRAD_UV_HPP
-#define VIMBRA_VIMBRAD_UV_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_UV_HPP
+#define VIMBRA_TOOLS_VIMBRAD_UV_HPP
 
 #include <uv.h>
 

@@ -1,6 +1,6 @@
 // The sections of the resolver configuration in memory.
-#ifndef VIMBRA_API_DNS_NODE_HPP
-#define VIMBRA_API_DNS_NODE_HPP
+#ifndef VIMBRA_API_DHCPC_DNS_NODE_HPP
+#define VIMBRA_API_DHCPC_DNS_NODE_HPP
 
 #include <vimbra/dns.h>
 

@@ -1,6 +1,6 @@
 // The place that the conflict watch keeps for the callbacks of the legacy generation.
-#ifndef VIMBRA_API_IP_CONFLICT_HPP
-#define VIMBRA_API_IP_CONFLICT_HPP
+#ifndef VIMBRA_API_NETWORK_COMMON_API_IP_CONFLICT_HPP
+#define VIMBRA_API_NETWORK_COMMON_API_IP_CONFLICT_HPP
 
 #include <vimbra/ip_conflict.h>
 

@@ -1,6 +1,6 @@
 // Requests and notifications of the watch for address conflicts.
-#ifndef VIMBRA_API_IP_CONFLICT_WIRE_HPP
-#define VIMBRA_API_IP_CONFLICT_WIRE_HPP
+#ifndef VIMBRA_API_NETWORK_COMMON_IP_CONFLICT_WIRE_HPP
+#define VIMBRA_API_NETWORK_COMMON_IP_CONFLICT_WIRE_HPP
 
 #include "lib/wire.hpp"
 

@@ -1,6 +1,6 @@
 // Requests of the common module.
-#ifndef VIMBRA_API_NETCOMMON_WIRE_HPP
-#define VIMBRA_API_NETCOMMON_WIRE_HPP
+#ifndef VIMBRA_API_NETWORK_COMMON_NETCOMMON_WIRE_HPP
+#define VIMBRA_API_NETWORK_COMMON_NETCOMMON_WIRE_HPP
 
 #include "lib/wire.hpp"
 

@@ -1,6 +1,6 @@
 // Requests and reports of the statistics service.
-#ifndef VIMBRA_API_STAT_WIRE_HPP
-#define VIMBRA_API_STAT_WIRE_HPP
+#ifndef VIMBRA_API_NETWORK_COMMON_STAT_WIRE_HPP
+#define VIMBRA_API_NETWORK_COMMON_STAT_WIRE_HPP
 
 #include "lib/wire.hpp"
 

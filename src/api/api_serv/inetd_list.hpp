@@ -1,7 +1,7 @@
 // The configuration of inetd as a list of lines: with an empty head where a service is switched on,
 // without one where it is switched off.
-#ifndef VIMBRA_API_INETD_LIST_HPP
-#define VIMBRA_API_INETD_LIST_HPP
+#ifndef VIMBRA_API_SERV_INETD_LIST_HPP
+#define VIMBRA_API_SERV_INETD_LIST_HPP
 
 #include <vimbra/service.h>
 

@@ -1,6 +1,6 @@
 // What the table of threads does around fork(2).
-#ifndef VIMBRA_LIB_THREAD_HPP
-#define VIMBRA_LIB_THREAD_HPP
+#ifndef VIMBRA_LIB_THREADS_THREAD_HPP
+#define VIMBRA_LIB_THREADS_THREAD_HPP
 
 namespace vimbra {
 

@@ -1,7 +1,7 @@
 // Every service of the daemon. A new one is a file beside this, a line here and a line in
 // AllServices().
-#ifndef VIMBRA_VIMBRAD_SERVICES_SERVICES_HPP
-#define VIMBRA_VIMBRAD_SERVICES_SERVICES_HPP
+#ifndef VIMBRA_TOOLS_VIMBRAD_SERVICES_HPP
+#define VIMBRA_TOOLS_VIMBRAD_SERVICES_HPP
 
 #include <memory>
 #include <vector>

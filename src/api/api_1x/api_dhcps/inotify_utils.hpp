@@ -1,6 +1,6 @@
 // The watch of the DHCP server's lease file, inotify(7).
-#ifndef VIMBRA_API_1X_INOTIFY_UTILS_HPP
-#define VIMBRA_API_1X_INOTIFY_UTILS_HPP
+#ifndef VIMBRA_API_1X_API_DHCPS_INOTIFY_UTILS_HPP
+#define VIMBRA_API_1X_API_DHCPS_INOTIFY_UTILS_HPP
 
 #include <vimbra/queue.h>
 

@@ -1,6 +1,6 @@
 // What the DHCP server's lease file says.
-#ifndef VIMBRA_API_1X_LEASES_HPP
-#define VIMBRA_API_1X_LEASES_HPP
+#ifndef VIMBRA_API_1X_API_DHCPS_LEASES_HPP
+#define VIMBRA_API_1X_API_DHCPS_LEASES_HPP
 
 #include <vimbra/net_dhcps.h>
 

@@ -1,6 +1,6 @@
 // The interface report, which only the legacy readers ask for.
-#ifndef VIMBRA_API_1X_NET_IP_WIRE_HPP
-#define VIMBRA_API_1X_NET_IP_WIRE_HPP
+#ifndef VIMBRA_API_1X_API_IP_NET_IP_WIRE_HPP
+#define VIMBRA_API_1X_API_IP_NET_IP_WIRE_HPP
 
 #include <vimbra/net_ip.h>
 

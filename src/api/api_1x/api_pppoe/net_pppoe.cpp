@@ -81,7 +81,8 @@ s32 NetPppoeStart(TPppoeInitParam* ptPppoeInitParam, TPppoeCallBack ptNotifyCall
 }
 
 s32 NetPppoeStop() {
-    g_tNetPppoeNotifyCallBack.Set(nullptr);  // First: an application gets no event for its own stop.
+    // First: an application gets no event for its own stop.
+    g_tNetPppoeNotifyCallBack.Set(nullptr);
     return VimbraPppoeStop("", VIMBRA_FAMILY_IPV4);
 }
 

@@ -1,6 +1,6 @@
 // The requests behind the calls of <vimbra/iface.h>. Names are checked by the caller.
-#ifndef VIMBRA_API_IPADDR_HPP
-#define VIMBRA_API_IPADDR_HPP
+#ifndef VIMBRA_API_IP_API_IPADDR_HPP
+#define VIMBRA_API_IP_API_IPADDR_HPP
 
 #include <vimbra/iface.h>
 

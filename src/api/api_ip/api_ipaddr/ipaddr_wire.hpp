@@ -1,6 +1,6 @@
 // Requests and replies for addresses, MAC address and MTU of an interface.
-#ifndef VIMBRA_API_IPADDR_WIRE_HPP
-#define VIMBRA_API_IPADDR_WIRE_HPP
+#ifndef VIMBRA_API_IP_API_IPADDR_WIRE_HPP
+#define VIMBRA_API_IP_API_IPADDR_WIRE_HPP
 
 #include "lib/wire.hpp"
 

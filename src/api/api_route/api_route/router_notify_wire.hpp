@@ -1,6 +1,6 @@
 // Requests and notifications of the watch for router advertisements.
-#ifndef VIMBRA_API_ROUTER_NOTIFY_WIRE_HPP
-#define VIMBRA_API_ROUTER_NOTIFY_WIRE_HPP
+#ifndef VIMBRA_API_ROUTE_ROUTER_NOTIFY_WIRE_HPP
+#define VIMBRA_API_ROUTE_ROUTER_NOTIFY_WIRE_HPP
 
 #include "lib/wire.hpp"
 
