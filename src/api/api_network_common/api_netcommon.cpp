@@ -24,7 +24,7 @@ constexpr RequestRule kRule = {
 s32 ChangeFlags(const CallSite& site, char* name, u32 clear, u32 set) {
     if (name == nullptr) {
         VLOG_ERROR_AT(site, "the pchIfaceName is NULL!");
-        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
+        return RefuseArgument(site.function, VIMBRA_ERR_PARAM);
     }
     VLOG_PRINT_AT(site, "pchIfaceName : %s", name);
     u32 flags = 0;
@@ -54,7 +54,7 @@ s32 CheckIpv4(const CallSite& site, const in_addr& address, u32 prefix, const in
     }
     if ((ntohl(address.s_addr ^ gateway.s_addr) & LeadingOnes(prefix)) != 0) {
         VLOG_ERROR_AT(site, "the two ipv4 address is not the same net!");
-        return RefuseArgument(__func__, VIMBRA_ERR_NOT_SAME_NET);
+        return RefuseArgument(site.function, VIMBRA_ERR_NOT_SAME_NET);
     }
     VLOG_PRINT_AT(site, "the two ipv4 address is the same net!");
     return VIMBRA_OK;
@@ -81,7 +81,7 @@ s32 CheckIpv6(const CallSite& site, const in6_addr& address, u32 prefix, const i
     }
     if (!IsSameNetIpv6(address, prefix, gateway)) {
         VLOG_ERROR_AT(site, "the two ipv6 address is not the same net!");
-        return RefuseArgument(__func__, VIMBRA_ERR_NOT_SAME_NET);
+        return RefuseArgument(site.function, VIMBRA_ERR_NOT_SAME_NET);
     }
     VLOG_PRINT_AT(site, "the two ipv6 address is the same net!");
     return VIMBRA_OK;
