@@ -23,13 +23,10 @@ constexpr RequestRule kRule = {
 };
 
 s32 Send(const CallSite& site, u32 type, const char* name, u16 family) {
-    Request<FamilyIfaceBody> request(site, kRule);
-    if (!request) {
-        return VIMBRA_ERR_GENERAL;
-    }
-    request->wSinFamily = family;
-    CopyField(request->achIfaceName, name);
-    return request.Send(type);
+    return SendRequest<FamilyIfaceBody>(site, kRule, type, [&](auto& body) {
+        body.wSinFamily = family;
+        CopyField(body.achIfaceName, name);
+    });
 }
 
 // The pid, 0 for none, negative on failure.

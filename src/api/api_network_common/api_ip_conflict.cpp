@@ -112,12 +112,9 @@ TIpConflictInfo* FamilyMapIpConfictInfo(u16 wSinFamily) {
 }
 
 s32 Send(const CallSite& site, const RequestRule& rule, u32 type, u16 family) {
-    Request<ConflictBody> request(site, rule);
-    if (!request) {
-        return VIMBRA_ERR_GENERAL;
-    }
-    request->wSinFamily = family;
-    return request.Send(type);
+    return SendRequest<ConflictBody>(site, rule, type, [&](auto& body) {
+        body.wSinFamily = family;
+    });
 }
 
 s32 ApicConflictCheckStart(u16 wSinFamily) {

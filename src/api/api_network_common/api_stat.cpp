@@ -78,12 +78,9 @@ constexpr ListenerService kService = {
 };
 
 s32 SendStart(const CallSite& site, int interval) {
-    Request<StatStartBody> request(site, kStartRule);
-    if (!request) {
-        return VIMBRA_ERR_GENERAL;
-    }
-    request->nInterval = interval;
-    return request.Send(kStatStart);
+    return SendRequest<StatStartBody>(site, kStartRule, kStatStart, [&](auto& body) {
+        body.nInterval = interval;
+    });
 }
 
 s32 SendStop(const CallSite& site) {

@@ -139,32 +139,23 @@ void EndListener(const CallSite& site, Client& client) {
 // ---- Requests ----------------------------------------------------------------------------------
 
 s32 ApicNtpcStart(const TVimbraAddr& server, u32 interval) {
-    Request<NtpcStartBody> request(VIMBRA_HERE, kRule);
-    if (!request) {
-        return VIMBRA_ERR_GENERAL;
-    }
-    request->wSinFamily = server.wSinFamily;
-    request->tServerIp = server;
-    request->dwSyncTimeInterval = interval;
-    return request.Send(kNtpcStart);
+    return SendRequest<NtpcStartBody>(VIMBRA_HERE, kRule, kNtpcStart, [&](auto& body) {
+        body.wSinFamily = server.wSinFamily;
+        body.tServerIp = server;
+        body.dwSyncTimeInterval = interval;
+    });
 }
 
 s32 ApicNtpcStop(u16 family) {
-    Request<NtpcStopBody> request(VIMBRA_HERE, kStopRule);
-    if (!request) {
-        return VIMBRA_ERR_GENERAL;
-    }
-    request->wSinFamily = family;
-    return request.Send(kNtpcStop);
+    return SendRequest<NtpcStopBody>(VIMBRA_HERE, kStopRule, kNtpcStop, [&](auto& body) {
+        body.wSinFamily = family;
+    });
 }
 
 s32 ApicNtpcSerCheck(const TVimbraAddr& server) {
-    Request<TVimbraAddr> request(VIMBRA_HERE, kRule);
-    if (!request) {
-        return VIMBRA_ERR_GENERAL;
-    }
-    *request = server;
-    return request.Send(kNtpcCheck);
+    return SendRequest<TVimbraAddr>(VIMBRA_HERE, kRule, kNtpcCheck, [&](auto& body) {
+        body = server;
+    });
 }
 
 }  // namespace

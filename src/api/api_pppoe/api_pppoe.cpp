@@ -140,22 +140,16 @@ constexpr ListenerService kIpv6 =
 // ---- Requests ----------------------------------------------------------------------------------
 
 s32 ApicPppoeStart(const TPppoeInfo& info) {
-    Request<PppoeStartBody> request(VIMBRA_HERE, kStartRule);
-    if (!request) {
-        return VIMBRA_ERR_GENERAL;
-    }
-    request->wSinFamily = info.wSinFamily;
-    request->tConfig = info.tConfig;
-    return request.Send(kPppoeStart);
+    return SendRequest<PppoeStartBody>(VIMBRA_HERE, kStartRule, kPppoeStart, [&](auto& body) {
+        body.wSinFamily = info.wSinFamily;
+        body.tConfig = info.tConfig;
+    });
 }
 
 s32 ApicPppoeStop(u16 wSinFamily) {
-    Request<PppoeStopBody> request(VIMBRA_HERE, kStopRule);
-    if (!request) {
-        return VIMBRA_ERR_GENERAL;
-    }
-    request->wSinFamily = wSinFamily;
-    return request.Send(kPppoeStop);
+    return SendRequest<PppoeStopBody>(VIMBRA_HERE, kStopRule, kPppoeStop, [&](auto& body) {
+        body.wSinFamily = wSinFamily;
+    });
 }
 
 // ---- Parameters --------------------------------------------------------------------------------
