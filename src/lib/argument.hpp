@@ -16,7 +16,7 @@ inline bool IsIfaceName(const char* name) {
 }
 
 // The same, with the words that most calls have for it.
-inline bool CheckName(const CallSite& site, const char* name) {
+inline bool CheckName(CallSite site, const char* name) {
     if (IsIfaceName(name)) {
         return true;
     }
@@ -25,7 +25,7 @@ inline bool CheckName(const CallSite& site, const char* name) {
 }
 
 // The number under which an application knows one of its runs.
-inline bool CheckUserId(const CallSite& site, s32 userId) {
+inline bool CheckUserId(CallSite site, s32 userId) {
     if (userId > 0) {
         return true;
     }

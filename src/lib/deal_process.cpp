@@ -128,7 +128,7 @@ pid_t Start(const char* file, char** argv, int output, int failure) {
 
 // The log line of a program that could not be started, under its process id. It goes to the
 // program's output too, where that is collected: to standard output is where log lines go.
-void TellExecFailure(const CallSite& site, pid_t pid, const Pipe& failure, int output) {
+void TellExecFailure(CallSite site, pid_t pid, const Pipe& failure, int output) {
     int error = 0;
     if (!failure.read || fcntl(failure.read.Get(), F_SETFL, O_NONBLOCK) != 0 ||
         read(failure.read.Get(), &error, sizeof(error)) != sizeof(error) ||
@@ -166,8 +166,7 @@ ssize_t ReadOnce(int fd, char* buf, size_t size) {
 
 // The words of a command; false is logged. A command without any names the program "", which there
 // is not.
-bool SplitCommand(const CallSite& site, char* command, s32 size,
-                  char* (&argv)[VIMBRA_EXEC_ARG_MAX + 1]) {
+bool SplitCommand(CallSite site, char* command, s32 size, char* (&argv)[VIMBRA_EXEC_ARG_MAX + 1]) {
     if (VimbraBufToArgv(command, argv, VIMBRA_EXEC_ARG_MAX, size, ' ') != VIMBRA_OK) {
         VLOG_ERROR_AT(site, "%s", command);
         return false;

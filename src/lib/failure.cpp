@@ -29,7 +29,7 @@ IgnoredFailure::~IgnoredFailure() {
     t_failure = before_;
 }
 
-void FailedCallAt(const CallSite& site, const char* step) {
+void FailedCallAt(CallSite site, const char* step) {
     LogErrnoAt(site, step);
     NoteFailure(site.function, VIMBRA_FAILURE_LOCAL, errno);
 }

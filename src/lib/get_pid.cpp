@@ -50,7 +50,7 @@ bool Join(char (&file)[PATH_MAX], const char* path, const char* name, const char
 }
 
 // The first process whose command line suits; keyword and except may be null.
-s32 FindByCmdline(const CallSite& site, const char* path, const char* service, const char* keyword,
+s32 FindByCmdline(CallSite site, const char* path, const char* service, const char* keyword,
                   const char* except) {
     if (path == nullptr || service == nullptr) {
         return VIMBRA_ERR_GENERAL;

@@ -73,7 +73,7 @@ EVimbraFailureStep StepOfConnect(int error) {
     }
 }
 
-void TellFailedConnect(const CallSite& site) {
+void TellFailedConnect(CallSite site) {
     LogErrnoAt(site, "connect error");
     NoteFailure(site.function, StepOfConnect(errno), errno);
 }
@@ -104,7 +104,7 @@ Sent SendNow(int fd, const u8* data, size_t size) {
     return written == static_cast<ssize_t>(size) ? Sent::kWhole : Sent::kShort;
 }
 
-Sent SendWhenWritable(const CallSite& site, int fd, SelectSet& set, timeval* left, const u8* data,
+Sent SendWhenWritable(CallSite site, int fd, SelectSet& set, timeval* left, const u8* data,
                       size_t size) {
     const int ready = set.WaitWritable(left);
     if (ready < 0) {
@@ -120,8 +120,7 @@ Sent SendWhenWritable(const CallSite& site, int fd, SelectSet& set, timeval* lef
 
 // For a socket that does not block. A new one has room, unless the system's buffers are set to next
 // to nothing; only then is there a wait.
-Sent SendAtOnce(const CallSite& site, int fd, SelectSet& set, timeval* left, const u8* data,
-                size_t size) {
+Sent SendAtOnce(CallSite site, int fd, SelectSet& set, timeval* left, const u8* data, size_t size) {
     const Sent sent = SendNow(fd, data, size);
     return sent == Sent::kShort && errno == EAGAIN
                ? SendWhenWritable(site, fd, set, left, data, size)
@@ -129,8 +128,7 @@ Sent SendAtOnce(const CallSite& site, int fd, SelectSet& set, timeval* left, con
 }
 
 // One read of the whole reply: a reply that comes in pieces is no reply.
-s32 ReceiveWhole(const CallSite& site, int fd, SelectSet& set, timeval* left, void* reply,
-                 s32 replySize) {
+s32 ReceiveWhole(CallSite site, int fd, SelectSet& set, timeval* left, void* reply, s32 replySize) {
     const size_t size = sizeof(IpcMsgHead) + static_cast<size_t>(replySize);
     const Buffer buffer(size);
     if (!buffer) {
@@ -182,7 +180,7 @@ bool Build(IpcMessage& message, const void* body, s32 bodySize) {
 }
 
 // The exchange of raw buffers that both public calls are.
-s32 SendAndRecv(const CallSite& site, const IpcPeer& peer, u32 type, const void* body, s32 bodySize,
+s32 SendAndRecv(CallSite site, const IpcPeer& peer, u32 type, const void* body, s32 bodySize,
                 void* reply, s32 replySize) {
     if (peer.name == nullptr || !IsPair(body, bodySize) || !IsPair(reply, replySize)) {
         VLOG_ERROR_AT(site, "the parameters is invalid");
@@ -208,8 +206,8 @@ const u8* IpcMessage::Whole(u32 type, s32 flag) {
 const IpcPeer kDaemonPeer = {"api_daemon", "socket error", "MakeAddrClient error!",
                              "write message failed"};
 
-s32 IpcExchange(const CallSite& site, const IpcPeer& peer, u32 type, IpcMessage& message,
-                const void* body, s32 bodySize, void* reply, s32 replySize) {
+s32 IpcExchange(CallSite site, const IpcPeer& peer, u32 type, IpcMessage& message, const void* body,
+                s32 bodySize, void* reply, s32 replySize) {
     if (bodySize > VIMBRA_IPC_BODY_MAX) {
         VLOG_ERROR_AT(site, "the send buf is too long:%d,the max capacity is %d!", bodySize,
                       VIMBRA_IPC_BODY_MAX);

@@ -44,8 +44,8 @@ extern const IpcPeer kDaemonPeer;
 
 // One exchange on a connection of its own. The message is already built, or built from body and
 // bodySize once the connection stands. Results as IpcApiSendAndRecv() has them.
-s32 IpcExchange(const CallSite& site, const IpcPeer& peer, u32 type, IpcMessage& message,
-                const void* body, s32 bodySize, void* reply, s32 replySize);
+s32 IpcExchange(CallSite site, const IpcPeer& peer, u32 type, IpcMessage& message, const void* body,
+                s32 bodySize, void* reply, s32 replySize);
 
 // How a socket fared that was to become a server.
 enum class Server { kListening, kNameTooLong, kBindFailed, kListenFailed };

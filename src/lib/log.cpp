@@ -87,7 +87,7 @@ void vimbra::LogHere(u32 kindAndLine, const char* function, const char* format, 
     va_end(args);
 }
 
-void vimbra::LogErrnoAt(const CallSite& site, const char* step) {
+void vimbra::LogErrnoAt(CallSite site, const char* step) {
     const int error = errno;
     if (Logs(VIMBRA_LEVEL_ERR)) {
         VimbraLogPerror(VIMBRA_FORMAT_PERROR, getpid(), site.function, site.line, step, error,

@@ -67,10 +67,10 @@ void ReleaseSyslog();
 namespace vimbra {
 
 // A failed system call: the step's name and errno as the call left it.
-void LogErrnoAt(const CallSite& site, const char* step);
+void LogErrnoAt(CallSite site, const char* step);
 
 // The same, and noted as the reason why a call of the application fails.
-void FailedCallAt(const CallSite& site, const char* step);
+void FailedCallAt(CallSite site, const char* step);
 
 }  // namespace vimbra
 

@@ -25,7 +25,7 @@ bool IsField(const char* text, size_t size) {
     return view.size() < size && view.find(':') == std::string_view::npos && !HasControl(view);
 }
 
-bool CheckUser(const CallSite& site, const char* user) {
+bool CheckUser(CallSite site, const char* user) {
     if (user != nullptr && user[0] != '\0' && IsField(user, VIMBRA_USER_NAME_SIZE)) {
         return true;
     }
@@ -33,7 +33,7 @@ bool CheckUser(const CallSite& site, const char* user) {
     return false;
 }
 
-bool CheckUserAndHash(const CallSite& site, const char* user, const char* hash) {
+bool CheckUserAndHash(CallSite site, const char* user, const char* hash) {
     if (!CheckUser(site, user)) {
         return false;
     }
@@ -64,7 +64,7 @@ struct Decimal {
     char text[12];
 };
 
-bool CheckPresence(const CallSite& site, char* user, s32 wanted) {
+bool CheckPresence(CallSite site, char* user, s32 wanted) {
     const s32 nRet = check_user_in_pwd_file(user);
     if (nRet == wanted) {
         return true;
@@ -76,7 +76,7 @@ bool CheckPresence(const CallSite& site, char* user, s32 wanted) {
 // The password file, changed in memory and written back.
 class Edit {
  public:
-    explicit Edit(const CallSite& site) : site_(site), list_(CreatList()), last_(list_.Get()) {}
+    explicit Edit(CallSite site) : site_(site), list_(CreatList()), last_(list_.Get()) {}
 
     bool Load() {
         if (!list_) {
@@ -119,7 +119,7 @@ class Edit {
 };
 
 // A line with its new password.
-bool KeepModified(const CallSite& site, Edit& edit, const PasswdLine& line, const char* hash) {
+bool KeepModified(CallSite site, Edit& edit, const PasswdLine& line, const char* hash) {
     if (line.fields < 4) {
         VLOG_ERROR_AT(site, "the line of the user is incomplete!");
         return false;
@@ -292,8 +292,7 @@ s32 IsLastRootUser(char* pchUser, char* pchOtherRoot) {
     return 1;
 }
 
-s32 vimbra::AddAccount(const CallSite& site, char* user, char* password,
-                       s32 (*append)(char*, char*)) {
+s32 vimbra::AddAccount(CallSite site, char* user, char* password, s32 (*append)(char*, char*)) {
     if (!CheckUser(site, user)) {
         return VIMBRA_ERR_GENERAL;
     }

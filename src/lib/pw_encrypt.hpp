@@ -9,7 +9,7 @@
 namespace vimbra {
 
 // Adds an account that is not there yet, with one of the two functions that append one.
-s32 AddAccount(const CallSite& site, char* user, char* password, s32 (*append)(char*, char*));
+s32 AddAccount(CallSite site, char* user, char* password, s32 (*append)(char*, char*));
 
 }  // namespace vimbra
 

@@ -30,7 +30,7 @@ struct ByteSink {
     s32 count;
 };
 
-bool StoreHexField(const CallSite& site, const char* field, ByteSink& sink) {
+bool StoreHexField(CallSite site, const char* field, ByteSink& sink) {
     const unsigned long value = strtoul(field, nullptr, 16);
     if (value > 255) {
         VLOG_ERROR_AT(site, "is  not an hex char: %u", static_cast<unsigned>(value));

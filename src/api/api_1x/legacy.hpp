@@ -14,7 +14,7 @@ namespace vimbra {
 // Runs a current call on a numbered interface; failed is the words for a number that does not
 // exist.
 template <typename Call>
-s32 OnInterface(const CallSite& site, u32 number, const char* failed, Call call) {
+s32 OnInterface(CallSite site, u32 number, const char* failed, Call call) {
     char name[VIMBRA_IFACE_NAME_LEN] = {};
     const s32 result = interface_name(number, name, sizeof(name));
     if (result != VIMBRA_OK) {

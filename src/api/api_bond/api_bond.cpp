@@ -81,7 +81,7 @@ u32 BodyLength(const TVimbraBondParam& param) {
 // request is not sent.
 // Kept: a bond needs to be given its active member; the test is
 // Bond.WithoutActiveInterfaceNothingIsSent.
-void PutActive(const CallSite& site, const TVimbraBondParam& param, BodyWriter& writer) {
+void PutActive(CallSite site, const TVimbraBondParam& param, BodyWriter& writer) {
     if (param.pchActiveIface != nullptr) {
         const u32 length = TextLength(param.pchActiveIface);
         VLOG_PRINT_AT(site, "active iface len : %d", static_cast<int>(length));
@@ -96,7 +96,7 @@ void PutActive(const CallSite& site, const TVimbraBondParam& param, BodyWriter& 
     writer.Text(first, length);
 }
 
-void PutBody(const CallSite& site, u32 mode, const TVimbraBondParam& param, u32 total,
+void PutBody(CallSite site, u32 mode, const TVimbraBondParam& param, u32 total,
              BodyWriter& writer) {
     writer.Word(total);
     VLOG_PRINT_AT(site, "dwBondMode : %d", static_cast<int>(mode));
@@ -116,7 +116,7 @@ void PutBody(const CallSite& site, u32 mode, const TVimbraBondParam& param, u32 
     PutActive(site, param, writer);
 }
 
-bool CheckMembers(const CallSite& site, const TVimbraBondParam& param) {
+bool CheckMembers(CallSite site, const TVimbraBondParam& param) {
     if (param.dwIfaceNum > VIMBRA_BOND_IFACE_MAX) {
         VLOG_ERROR_AT(site, "the bond param dwIfaceNum is invalid!");
         return false;

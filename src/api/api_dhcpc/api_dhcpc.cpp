@@ -22,7 +22,7 @@ constexpr RequestRule kRule = {
     RequestRule::OutOfMemory::kPlain,
 };
 
-s32 Send(const CallSite& site, u32 type, const char* name, u16 family) {
+s32 Send(CallSite site, u32 type, const char* name, u16 family) {
     return SendRequest<FamilyIfaceBody>(site, kRule, type, [&](auto& body) {
         body.wSinFamily = family;
         CopyField(body.achIfaceName, name);

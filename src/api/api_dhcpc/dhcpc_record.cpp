@@ -28,7 +28,7 @@ Client* ClientOf(TDhcpcInfo* info) {
 
 // With g_tRecordMutex held, all until the end of the namespace.
 
-Client* NewClient(const CallSite& site) {
+Client* NewClient(CallSite site) {
     auto* client = NewZeroed<Client>();
     if (client == nullptr) {
         LogErrnoAt(site, "XMALLOC error");
@@ -123,8 +123,7 @@ void EndSuperseded(const Client& by) {
     }
 }
 
-Client* Register(const CallSite& site, const char* name, u16 family,
-                 VimbraDhcpcNotifyCallBack callback) {
+Client* Register(CallSite site, const char* name, u16 family, VimbraDhcpcNotifyCallBack callback) {
     const Lock lock(g_tRecordMutex);
     Client* const client = NewClient(site);
     if (client == nullptr) {

@@ -46,8 +46,7 @@ extern pthread_mutex_t g_tDhcpcMutex;
 extern pthread_mutex_t g_tRecordMutex;
 
 // Null when memory is out, which is logged.
-Client* Register(const CallSite& site, const char* name, u16 family,
-                 VimbraDhcpcNotifyCallBack callback);
+Client* Register(CallSite site, const char* name, u16 family, VimbraDhcpcNotifyCallBack callback);
 
 // With g_tRecordMutex held. Null, and a log line, for none.
 Client* Find(u16 family, const char* name);

@@ -38,7 +38,7 @@ constexpr RequestRule kStopAllRule = {
     RequestRule::OutOfMemory::kErrno,
 };
 
-bool CheckFamily(const CallSite& site, u16 family) {
+bool CheckFamily(CallSite site, u16 family) {
     if (IsOneFamily(family)) {
         return true;
     }

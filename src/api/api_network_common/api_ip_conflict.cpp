@@ -111,10 +111,9 @@ TIpConflictInfo* FamilyMapIpConfictInfo(u16 wSinFamily) {
     return FindFamily(VIMBRA_HERE, kWords, records, wSinFamily);
 }
 
-s32 Send(const CallSite& site, const RequestRule& rule, u32 type, u16 family) {
-    return SendRequest<ConflictBody>(site, rule, type, [&](auto& body) {
-        body.wSinFamily = family;
-    });
+s32 Send(CallSite site, const RequestRule& rule, u32 type, u16 family) {
+    return SendRequest<ConflictBody>(site, rule, type,
+                                     [&](auto& body) { body.wSinFamily = family; });
 }
 
 s32 ApicConflictCheckStart(u16 wSinFamily) {
@@ -139,14 +138,14 @@ bool Listen(WatchSlot& slot, TIpConflictInfo& info, TVimbraConflictCallBack call
                          {.argument = &slot, .handle = &info.tThreadId});
 }
 
-s32 AlreadyStarted(const CallSite& site, u16 family) {
+s32 AlreadyStarted(CallSite site, u16 family) {
     VLOG_ERROR_AT(site, "the wSimFamily %d ip conflict has been started!", family);
     return VIMBRA_ERR_GENERAL;
 }
 
 // Ends one generation of a watch: its listener goes, its record is cleared. If it has ended already
 // there is no thread to kill, and a watch that was started since is left alone. Gives the lock up.
-s32 Recycle(const CallSite& site, WatchSlot& slot, u32 generation, Lock& lock) {
+s32 Recycle(CallSite site, WatchSlot& slot, u32 generation, Lock& lock) {
     ListenerStop stop = {-1, 0};
     if (IsStillTaken(slot, generation)) {
         stop = KillListener(slot.listener);
@@ -168,8 +167,7 @@ s32 Recycle(const CallSite& site, WatchSlot& slot, u32 generation, Lock& lock) {
 
 // What follows on a refused start. Another start that shares the watch keeps it.
 // Kept: success, only the log says so; the test is Conflicts.RefusedStartIs0AndNotStarted.
-s32 GiveUp(const CallSite& site, WatchSlot& slot, u32 generation,
-           TVimbraConflictCallBack callback) {
+s32 GiveUp(CallSite site, WatchSlot& slot, u32 generation, TVimbraConflictCallBack callback) {
     Lock lock(g_tConflictMutex);
     if (IsStillTaken(slot, generation)) {
         TIpConflictInfo& info = *slot.info.info;
@@ -189,8 +187,7 @@ s32 GiveUp(const CallSite& site, WatchSlot& slot, u32 generation,
 
 // What follows on an accepted start: the first that is accepted has the watch. One that was stopped
 // meanwhile has been started all the same.
-s32 Confirm(const CallSite& site, WatchSlot& slot, u32 generation,
-            TVimbraConflictCallBack callback) {
+s32 Confirm(CallSite site, WatchSlot& slot, u32 generation, TVimbraConflictCallBack callback) {
     Lock lock(g_tConflictMutex);
     if (!IsStillTaken(slot, generation)) {
         return VIMBRA_OK;

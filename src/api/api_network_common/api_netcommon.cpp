@@ -21,7 +21,7 @@ constexpr RequestRule kRule = {
 };
 
 // Changes an interface's flags; the name has been checked.
-s32 ChangeFlags(const CallSite& site, char* name, u32 clear, u32 set) {
+s32 ChangeFlags(CallSite site, char* name, u32 clear, u32 set) {
     if (name == nullptr) {
         VLOG_ERROR_AT(site, "the pchIfaceName is NULL!");
         return RefuseArgument(site.function, VIMBRA_ERR_PARAM);
@@ -44,7 +44,7 @@ u32 LeadingOnes(u32 bits) {
     return ~0U << (32 - bits);
 }
 
-s32 CheckIpv4(const CallSite& site, const in_addr& address, u32 prefix, const in_addr& gateway) {
+s32 CheckIpv4(CallSite site, const in_addr& address, u32 prefix, const in_addr& gateway) {
     if (prefix > 32) {
         VLOG_ERROR_AT(site, "the dwPrefix is %d more than 128!", static_cast<int>(prefix));
         return VIMBRA_ERR_GENERAL;
@@ -74,7 +74,7 @@ bool IsSameNetIpv6(const in6_addr& address, u32 prefix, const in6_addr& gateway)
     return (ntohl(address.s6_addr32[words] ^ gateway.s6_addr32[words]) & LeadingOnes(rest)) == 0;
 }
 
-s32 CheckIpv6(const CallSite& site, const in6_addr& address, u32 prefix, const in6_addr& gateway) {
+s32 CheckIpv6(CallSite site, const in6_addr& address, u32 prefix, const in6_addr& gateway) {
     if (prefix > 128) {
         VLOG_ERROR_AT(site, "the dwPrefix is %d more than 128!", static_cast<int>(prefix));
         return VIMBRA_ERR_GENERAL;

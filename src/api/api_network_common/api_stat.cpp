@@ -77,18 +77,17 @@ constexpr ListenerService kService = {
     .message = TakeReport,
 };
 
-s32 SendStart(const CallSite& site, int interval) {
-    return SendRequest<StatStartBody>(site, kStartRule, kStatStart, [&](auto& body) {
-        body.nInterval = interval;
-    });
+s32 SendStart(CallSite site, int interval) {
+    return SendRequest<StatStartBody>(site, kStartRule, kStatStart,
+                                      [&](auto& body) { body.nInterval = interval; });
 }
 
-s32 SendStop(const CallSite& site) {
+s32 SendStop(CallSite site) {
     Request<NoBody> request(site, kStopRule);
     return request ? request.Send(kStatStop) : VIMBRA_ERR_GENERAL;
 }
 
-s32 AlreadyStarted(const CallSite& site) {
+s32 AlreadyStarted(CallSite site) {
     VLOG_PRINT_AT(site, "vimbra stat is already started");
     return VIMBRA_OK;
 }
@@ -113,7 +112,7 @@ void GiveUp(u32 generation, TDevStatNotifyCallBack callback) {
 }
 
 // What follows on an accepted registration: the first that is accepted counts.
-s32 Confirm(const CallSite& site, u32 generation, TDevStatNotifyCallBack callback) {
+s32 Confirm(CallSite site, u32 generation, TDevStatNotifyCallBack callback) {
     Lock lock(g_tStatMutex);
     if (!IsStillTaken(g_tStat, generation)) {
         return VIMBRA_OK;

@@ -123,7 +123,7 @@ constexpr ListenerService kIpv6 =
     Service("NtpcCBThreadV6", "VimbraNtpcCBThreadV6", kNtpcSocketIpv6, nullptr);
 
 // Ends the client's listener; the lock is given up while it is waited for.
-void EndListener(const CallSite& site, Client& client) {
+void EndListener(CallSite site, Client& client) {
     const ListenerStop stop = KillListener(client.listener);
     if (stop.result != 0) {
         VLOG_ERROR_AT(site, "ntpc ThreadKill error!");
@@ -147,15 +147,13 @@ s32 ApicNtpcStart(const TVimbraAddr& server, u32 interval) {
 }
 
 s32 ApicNtpcStop(u16 family) {
-    return SendRequest<NtpcStopBody>(VIMBRA_HERE, kStopRule, kNtpcStop, [&](auto& body) {
-        body.wSinFamily = family;
-    });
+    return SendRequest<NtpcStopBody>(VIMBRA_HERE, kStopRule, kNtpcStop,
+                                     [&](auto& body) { body.wSinFamily = family; });
 }
 
 s32 ApicNtpcSerCheck(const TVimbraAddr& server) {
-    return SendRequest<TVimbraAddr>(VIMBRA_HERE, kRule, kNtpcCheck, [&](auto& body) {
-        body = server;
-    });
+    return SendRequest<TVimbraAddr>(VIMBRA_HERE, kRule, kNtpcCheck,
+                                    [&](auto& body) { body = server; });
 }
 
 }  // namespace

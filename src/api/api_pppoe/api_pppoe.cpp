@@ -147,9 +147,8 @@ s32 ApicPppoeStart(const TPppoeInfo& info) {
 }
 
 s32 ApicPppoeStop(u16 wSinFamily) {
-    return SendRequest<PppoeStopBody>(VIMBRA_HERE, kStopRule, kPppoeStop, [&](auto& body) {
-        body.wSinFamily = wSinFamily;
-    });
+    return SendRequest<PppoeStopBody>(VIMBRA_HERE, kStopRule, kPppoeStop,
+                                      [&](auto& body) { body.wSinFamily = wSinFamily; });
 }
 
 // ---- Parameters --------------------------------------------------------------------------------
@@ -198,7 +197,7 @@ void Refill(char (&field)[N], const char (&text)[N]) {
     CopyField(field, text);
 }
 
-void FillConfig(const CallSite& site, const TVimbraPppoeParam& param, PppoeConfig& config) {
+void FillConfig(CallSite site, const TVimbraPppoeParam& param, PppoeConfig& config) {
     constexpr u32 kEchoInterval = 20;
     constexpr u32 kEchoFailures = 3;
     Refill(config.username, param.achUserName);
@@ -228,7 +227,7 @@ void FillConfig(const CallSite& site, const TVimbraPppoeParam& param, PppoeConfi
 // ---- Starting and stopping ---------------------------------------------------------------------
 
 // Everything between taking the link and marking it as started.
-s32 Dial(const CallSite& site, Link& link) {
+s32 Dial(CallSite site, Link& link) {
     if (!StartListener(IsIpv4(link.info) ? kIpv4 : kIpv6, link.listener,
                        {.argument = &link, .handle = &link.info.tPppoeThreadId})) {
         VLOG_ERROR_AT(site, "pppoe ThreadSpawn error!");
@@ -243,7 +242,7 @@ s32 Dial(const CallSite& site, Link& link) {
     return VIMBRA_OK;
 }
 
-void HangUp(const CallSite& site, Link& link) {
+void HangUp(CallSite site, Link& link) {
     const ListenerStop stop = KillListener(link.listener);
     if (stop.result != 0) {
         errno = ESRCH;

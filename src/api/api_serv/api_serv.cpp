@@ -44,7 +44,7 @@ u32 FindLine(const ServNode* list, const TInetdInfo& record) {
 }
 
 // Replaces or adds the line. The results of StartNetService().
-s32 PutLine(const CallSite& site, ServNode* list, const TInetdInfo& record, const TServType& row) {
+s32 PutLine(CallSite site, ServNode* list, const TInetdInfo& record, const TServType& row) {
     const LineParts line = {record.pchServerName, "\t", record.pchSockType,  "\t",
                             record.pchProto,      "\t", record.pchFlags,     "\t",
                             record.pchUser,       "\t", record.pchSerPath,   "\t",
@@ -72,7 +72,7 @@ s32 PutLine(const CallSite& site, ServNode* list, const TInetdInfo& record, cons
 }
 
 // The request's own checks; those of the table come after.
-bool CheckRequest(const CallSite& site, const TVimbraServInfo* info) {
+bool CheckRequest(CallSite site, const TVimbraServInfo* info) {
     if (info == nullptr) {
         VLOG_ERROR_AT(site, "servName or parametre is NULL");
         return false;
@@ -89,7 +89,7 @@ bool CheckRequest(const CallSite& site, const TVimbraServInfo* info) {
 }
 
 // Kept: the caller's path stays in the table; the test is Service.PathsPersist. Its characters go into a line: none may end it.
-bool TakePath(const CallSite& site, TServType& row, const char* path) {
+bool TakePath(CallSite site, TServType& row, const char* path) {
     if (path == nullptr) {
         return true;
     }
@@ -105,7 +105,7 @@ bool TakePath(const CallSite& site, TServType& row, const char* path) {
     return true;
 }
 
-void Announce(const CallSite& site, const TInetdInfo& record, u16 port, const char* path) {
+void Announce(CallSite site, const TInetdInfo& record, u16 port, const char* path) {
     constexpr int kPathLen = VIMBRA_SERVICE_PATH_LEN;
     VLOG_PRINT_AT(site, "##############################");
     VLOG_PRINT_AT(site, "Start %s Service", record.pchServerName);
@@ -116,7 +116,7 @@ void Announce(const CallSite& site, const TInetdInfo& record, u16 port, const ch
 }
 
 // Writes the file without the service's line.
-s32 RemoveLine(const CallSite& site, NetService*& list, const char* service) {
+s32 RemoveLine(CallSite site, NetService*& list, const char* service) {
     if (StopServToList(list, service) != VIMBRA_OK) {
         VLOG_ERROR_AT(site, "StopServToList error");
         return VIMBRA_ERR_GENERAL;
@@ -128,7 +128,7 @@ s32 RemoveLine(const CallSite& site, NetService*& list, const char* service) {
     return VIMBRA_OK;
 }
 
-void KillService(const CallSite& site, char* service) {
+void KillService(CallSite site, char* service) {
     char directory[] = "/proc/";
     const s32 pid = GetServicePid(directory, service);
     if (pid <= 0) {

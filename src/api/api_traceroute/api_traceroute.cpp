@@ -110,7 +110,7 @@ bool StartBound(TraceSlot& slot) {
     return true;
 }
 
-s32 SendStop(const CallSite& site, s32 nUserID) {
+s32 SendStop(CallSite site, s32 nUserID) {
     return SendRequest<TracerouteStopBody>(site, kRule, kTracerouteStop,
                                            [&](auto& body) { body.nUserID = nUserID; });
 }

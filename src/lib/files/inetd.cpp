@@ -24,7 +24,7 @@ FILE* OpenInetdStream(const char* mode) {
     return stream;
 }
 
-s32 ReloadInetd(const CallSite& site) {
+s32 ReloadInetd(CallSite site) {
     char directory[] = "/proc/";
     char name[] = "inetd";
     const s32 pid = GetServicePid(directory, name);

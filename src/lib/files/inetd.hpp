@@ -14,7 +14,7 @@ inline constexpr const char* kInetdPaths[] = {"/etc/inetd.conf", "/usr/config/sy
 FILE* OpenInetdStream(const char* mode);
 
 // Sends inetd SIGHUP. 0, or -1 when it does not run.
-s32 ReloadInetd(const CallSite& site);
+s32 ReloadInetd(CallSite site);
 
 }  // namespace vimbra
 

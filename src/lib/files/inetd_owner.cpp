@@ -15,7 +15,7 @@ namespace {
 // One line of inetd's configuration with another owner. False when it is no complete line.
 class ServiceLine {
  public:
-    bool Parse(const CallSite& site, std::string_view line) {
+    bool Parse(CallSite site, std::string_view line) {
         VLOG_PRINT_AT(site, "achReadBuf : %.*s", VIMBRA_TEXT(line));
         for (size_t i = 0; i < kFields; i++) {
             fields_[i] = NextToken(line, i < kFields - 1 ? " \t" : "]");
@@ -36,7 +36,7 @@ class ServiceLine {
  private:
     static constexpr size_t kFields = 7;
 
-    void Log(const CallSite& site, size_t field) const {
+    void Log(CallSite site, size_t field) const {
         constexpr const char* kNames[kFields] = {"pchSerName", "pchSockTyep", "pchProto",
                                                  "pchFlags",   "pchUser",     "pchSerPath",
                                                  "pchArgs"};

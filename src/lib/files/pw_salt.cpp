@@ -47,7 +47,7 @@ char* crypt_make_pw_salt(char* pchSalt, const char* pchAlgo) {
     return pchSalt;
 }
 
-bool vimbra::HashPassword(const CallSite& site, const char* password, Buffer& hash) {
+bool vimbra::HashPassword(CallSite site, const char* password, Buffer& hash) {
     char salt[VIMBRA_SALT_SIZE];
     crypt_make_pw_salt(salt, "md5");
     const Buffer work(sizeof(crypt_data));

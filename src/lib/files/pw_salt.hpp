@@ -8,7 +8,7 @@
 namespace vimbra {
 
 // The password as an MD5-crypt hash with a new salt. False, and logged, when there is none.
-bool HashPassword(const CallSite& site, const char* password, Buffer& hash);
+bool HashPassword(CallSite site, const char* password, Buffer& hash);
 
 }  // namespace vimbra
 

@@ -52,7 +52,7 @@ struct LookupWords {
 
 // The first of these records that is of the family; null, which is logged, if there is none.
 template <typename Info, size_t kCount>
-Info* FindFamily(const CallSite& site, const LookupWords& words, Info* const (&records)[kCount],
+Info* FindFamily(CallSite site, const LookupWords& words, Info* const (&records)[kCount],
                  u16 family) {
     if (records[0] == nullptr) {
         VLOG_ERROR_AT(site, "%s", words.notInitialised);
@@ -70,7 +70,7 @@ Info* FindFamily(const CallSite& site, const LookupWords& words, Info* const (&r
 }
 
 template <typename Info, size_t kCount>
-FamilyRecord<Info>* FindFamily(const CallSite& site, const LookupWords& words,
+FamilyRecord<Info>* FindFamily(CallSite site, const LookupWords& words,
                                FamilyTable<Info, kCount>* table, u16 family) {
     using Record = FamilyRecord<Info>;
     static_assert(std::is_standard_layout_v<Record> && offsetof(Record, info) == 0);

@@ -7,7 +7,7 @@ namespace {
 // Whose lines the exchange's own are: of the call that applications know.
 constexpr char kTransport[] = "IpcApiSendAndRecv";
 
-s32 Fail(const CallSite& site, const char* format, Failure failure, s32 value) {
+s32 Fail(CallSite site, const char* format, Failure failure, s32 value) {
     if (Logs(VIMBRA_LEVEL_ERR)) {
         VimbraLogError(format, getpid(), site.function, site.line, value);
     }
@@ -16,7 +16,7 @@ s32 Fail(const CallSite& site, const char* format, Failure failure, s32 value) {
 
 }  // namespace
 
-RequestBase::RequestBase(const CallSite& site, const RequestRule& rule, u32 bodySize)
+RequestBase::RequestBase(CallSite site, const RequestRule& rule, u32 bodySize)
     : site_(site), rule_(rule) {
     if (message_.Allocate(bodySize)) {
         return;

@@ -51,7 +51,7 @@ class RequestBase {
     }
 
  protected:
-    RequestBase(const CallSite& site, const RequestRule& rule, u32 bodySize);
+    RequestBase(CallSite site, const RequestRule& rule, u32 bodySize);
 
     s32 Exchange(u32 type, void* reply, s32 replySize, bool hasResult);
     void NoteResult(s32 result) const;
@@ -64,7 +64,7 @@ class RequestBase {
 // A body whose size is known only at run time.
 class BytesRequest : public RequestBase {
  public:
-    BytesRequest(const CallSite& site, const RequestRule& rule, u32 bodySize)
+    BytesRequest(CallSite site, const RequestRule& rule, u32 bodySize)
         : RequestBase(site, rule, bodySize) {}
 
     u8* Body() { return message_.Body(); }
@@ -76,7 +76,7 @@ class Request : public RequestBase {
     static_assert(alignof(Body) <= 4, "the body follows a header of 12 bytes");
 
  public:
-    Request(const CallSite& site, const RequestRule& rule)
+    Request(CallSite site, const RequestRule& rule)
         : RequestBase(site, rule, std::is_empty_v<Body> ? 0 : sizeof(Body)) {}
 
     Body* operator->() { return reinterpret_cast<Body*>(message_.Body()); }
@@ -101,7 +101,7 @@ class Request : public RequestBase {
 
 // A request whose body is filled by fill(body); -1 when memory is out.
 template <typename Body, typename Fill>
-s32 SendRequest(const CallSite& site, const RequestRule& rule, u32 type, Fill fill) {
+s32 SendRequest(CallSite site, const RequestRule& rule, u32 type, Fill fill) {
     Request<Body> request(site, rule);
     if (!request) {
         return VIMBRA_ERR_GENERAL;
@@ -112,7 +112,7 @@ s32 SendRequest(const CallSite& site, const RequestRule& rule, u32 type, Fill fi
 
 // The same, answered by a record that begins with the result code.
 template <typename Body, typename Reply, typename Fill>
-s32 SendRequest(const CallSite& site, const RequestRule& rule, u32 type, Reply& reply, Fill fill) {
+s32 SendRequest(CallSite site, const RequestRule& rule, u32 type, Reply& reply, Fill fill) {
     Request<Body> request(site, rule);
     if (!request) {
         return VIMBRA_ERR_GENERAL;

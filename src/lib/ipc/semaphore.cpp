@@ -16,7 +16,7 @@ union Semun {
     unsigned short* array;
 };
 
-int Check(const CallSite& site, int result, const char* failed, int sem_id) {
+int Check(CallSite site, int result, const char* failed, int sem_id) {
     if (result != -1) {
         return 0;
     }

@@ -207,7 +207,7 @@ bool Allocate(Entry*& entry) {
     return true;
 }
 
-pthread_t Spawn(const CallSite& site, const StartRecord& record, int stacksize, bool detached) {
+pthread_t Spawn(CallSite site, const StartRecord& record, int stacksize, bool detached) {
     const CancelGuard guard;
     Entry* entry = nullptr;
     if (!Allocate(entry)) {

@@ -16,7 +16,7 @@ constexpr size_t kTextSize = 128;
 constexpr size_t kIds = sizeof(BondParam::adwBondId) / sizeof(u32);
 
 // Allocates one of the record's texts; what is missing is said with the words for it.
-bool Allocate(const CallSite& site, Buffer& buffer, const char* failed) {
+bool Allocate(CallSite site, Buffer& buffer, const char* failed) {
     if (buffer.Allocate(kTextSize)) {
         return true;
     }

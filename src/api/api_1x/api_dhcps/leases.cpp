@@ -33,8 +33,7 @@ size_t Read(const Fd& file, std::span<u8> buffer) {
 
 }  // namespace
 
-bool vimbra::ParseLeases(const CallSite& site, std::span<const u8> content,
-                         TNetDhcpsNotify& notify) {
+bool vimbra::ParseLeases(CallSite site, std::span<const u8> content, TNetDhcpsNotify& notify) {
     if (content.size() < kHeaderSize) {
         return false;
     }

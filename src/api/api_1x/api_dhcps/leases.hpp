@@ -16,7 +16,7 @@ inline constexpr char kLeaseFile[] = "/usr/etc/udhcpd.leases";
 inline constexpr size_t kLeaseFileMax = 1023;
 
 // Takes the leases out of a file's content. False when that is too short for a lease file.
-bool ParseLeases(const CallSite& site, std::span<const u8> content, TNetDhcpsNotify& notify);
+bool ParseLeases(CallSite site, std::span<const u8> content, TNetDhcpsNotify& notify);
 
 }  // namespace vimbra
 

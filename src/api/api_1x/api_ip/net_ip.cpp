@@ -48,7 +48,7 @@ class ReportText {
     char text_[N + 1] = {};
 };
 
-bool ReadAddress(const CallSite& site, const char* text, u32* address) {
+bool ReadAddress(CallSite site, const char* text, u32* address) {
     if (inet_pton(AF_INET, text, address) == 1) {
         return true;
     }
@@ -58,7 +58,7 @@ bool ReadAddress(const CallSite& site, const char* text, u32* address) {
 }
 
 // All of the MAC address or nothing.
-bool ReadMac(const CallSite& site, const ir_ipaddr_show_info& info, u8 (&mac)[6]) {
+bool ReadMac(CallSite site, const ir_ipaddr_show_info& info, u8 (&mac)[6]) {
     ReportText text(info.mac);
     char bytes[sizeof(mac)] = {};
     if (StrToU8WitchoutSepchar(text.Get(), ':', bytes, sizeof(bytes)) != VIMBRA_OK) {
@@ -69,7 +69,7 @@ bool ReadMac(const CallSite& site, const ir_ipaddr_show_info& info, u8 (&mac)[6]
     return true;
 }
 
-s32 ReadMask(const CallSite& site, const char* failed, u32 prefix, u32* mask) {
+s32 ReadMask(CallSite site, const char* failed, u32 prefix, u32* mask) {
     const s32 result = MaskConvertIpv4(mask, &prefix, 1);
     if (result != VIMBRA_OK) {
         VLOG_ERROR_AT(site, "%s", failed);
@@ -79,7 +79,7 @@ s32 ReadMask(const CallSite& site, const char* failed, u32 prefix, u32* mask) {
 
 // Runs read on the interface's report.
 template <typename Read>
-s32 WithReport(const CallSite& site, u32 number, Read read) {
+s32 WithReport(CallSite site, u32 number, Read read) {
     return OnInterface(site, number, "interface check error!", [&](const char* name) {
         const Buffer buffer(sizeof(api_ipaddr_show_info));
         if (!buffer) {
@@ -100,7 +100,7 @@ u32 EntryCount(const ir_ipaddr_show_info& info) {
     return std::min<u32>(info.ipaddr_param_all.ipnum, VIMBRA_IFACE_IP_MAX);
 }
 
-s32 ReadOne(const CallSite& site, const ir_ipaddr_show_info& info, TNetEthParam* param) {
+s32 ReadOne(CallSite site, const ir_ipaddr_show_info& info, TNetEthParam* param) {
     const ir_ipaddr_param* const entries = info.ipaddr_param_all.ipaddr_param;
     const ir_ipaddr_param* const end = entries + EntryCount(info);
     const ir_ipaddr_param* const entry = std::find_if(entries, end, IsShown);
@@ -115,7 +115,7 @@ s32 ReadOne(const CallSite& site, const ir_ipaddr_show_info& info, TNetEthParam*
     return ReadMask(site, "mask_convert_ipv4 error", isNone ? 0 : entry->ipmask, &param->dwIpMask);
 }
 
-s32 ReadAll(const CallSite& site, const ir_ipaddr_show_info& info, TNetEthParamAll* all) {
+s32 ReadAll(CallSite site, const ir_ipaddr_show_info& info, TNetEthParamAll* all) {
     u32 count = 0;
     for (u32 i = 0; i < EntryCount(info); i++) {
         const ir_ipaddr_param& entry = info.ipaddr_param_all.ipaddr_param[i];
@@ -140,7 +140,7 @@ s32 ReadAll(const CallSite& site, const ir_ipaddr_show_info& info, TNetEthParamA
 }
 
 // The mask word goes over as prefix length, as it is.
-s32 OnAddress(const CallSite& site, u32 number, const TNetEthParam* param,
+s32 OnAddress(CallSite site, u32 number, const TNetEthParam* param,
               s32 (*call)(char*, TVimbraIfaceIp*)) {
     return OnInterface(site, number, kNamingFailed, [=](char* name) {
         if (param == nullptr) {
@@ -152,7 +152,7 @@ s32 OnAddress(const CallSite& site, u32 number, const TNetEthParam* param,
 }
 
 // The prefix length of the mask that NetSetEthParam takes.
-s32 PrefixOfMask(const CallSite& site, u32 mask, u32* prefix) {
+s32 PrefixOfMask(CallSite site, u32 mask, u32* prefix) {
     if (check_mask(mask) != VIMBRA_OK) {
         VLOG_ERROR_AT(site, "invalid mask!");
         return RefuseArgument(site.function, VIMBRA_ERR_GENERAL);

@@ -13,7 +13,7 @@ namespace {
 
 static_assert(NET_ROUTE_MAX == VIMBRA_ROUTE_MAX);
 
-s32 OnRoute(const CallSite& site, u32 number, const TNetIpRouteParam* legacy,
+s32 OnRoute(CallSite site, u32 number, const TNetIpRouteParam* legacy,
             s32 (*call)(TVimbraIpRouteParam*)) {
     return OnInterface(site, number, "interface_name failed", [=](char* name) {
         if (legacy == nullptr) {

@@ -33,7 +33,7 @@ bool IsSingleScope(EVimbraScopeType scope) {
 }
 
 // The checks that adding and deleting one address share.
-bool CheckOneIp(const CallSite& site, const char* name, const TVimbraIfaceIp* ip) {
+bool CheckOneIp(CallSite site, const char* name, const TVimbraIfaceIp* ip) {
     if (!CheckName(site, name)) {
         return false;
     }
@@ -54,7 +54,7 @@ bool CheckOneIp(const CallSite& site, const char* name, const TVimbraIfaceIp* ip
 }
 
 // The checks that reading and replacing all addresses share.
-bool CheckAllIp(const CallSite& site, const char* name, u16 family, const TVimbraIfaceAllIp* all) {
+bool CheckAllIp(CallSite site, const char* name, u16 family, const TVimbraIfaceAllIp* all) {
     if (!CheckName(site, name)) {
         return false;
     }
@@ -69,7 +69,7 @@ bool CheckAllIp(const CallSite& site, const char* name, u16 family, const TVimbr
     return true;
 }
 
-s32 SendOneIp(const CallSite& site, u32 type, const char* name, const TVimbraIfaceIp& ip) {
+s32 SendOneIp(CallSite site, u32 type, const char* name, const TVimbraIfaceIp& ip) {
     return SendRequest<IfaceIpBody>(site, kRule, type, [&](auto& body) {
         CopyField(body.achIfaceName, name);
         body.tIfaceIp = ip;
@@ -85,7 +85,7 @@ u32 ClassfulMask(s32 addressClass) {
     return mask.s_addr;
 }
 
-s32 CheckHostIpv4(const CallSite& site, u32 ip) {
+s32 CheckHostIpv4(CallSite site, u32 ip) {
     const s32 addressClass = check_ip(ip);
     switch (addressClass) {
         case VIMBRA_IP_CLASS_A:
@@ -106,7 +106,7 @@ s32 CheckHostIpv4(const CallSite& site, u32 ip) {
     }
 }
 
-s32 CheckHostIpv6(const CallSite& site, const in6_addr& ip) {
+s32 CheckHostIpv6(CallSite site, const in6_addr& ip) {
     if (IN6_IS_ADDR_UNSPECIFIED(&ip)) {
         VLOG_ERROR_AT(site, "Unspecified address!");
         return VIMBRA_ERR_GENERAL;

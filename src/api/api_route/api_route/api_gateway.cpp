@@ -11,8 +11,7 @@ namespace {
 
 constexpr u32 kGatewayTableEnd = 255;  // the kernel's own table of local addresses
 
-s32 SendGateway(const CallSite& site, const char* name, const TVimbraAddr& gateway,
-                const u32* table) {
+s32 SendGateway(CallSite site, const char* name, const TVimbraAddr& gateway, const u32* table) {
     TableRequest<GatewayBody> request(site, kGatewayRule, table);
     if (!request) {
         return VIMBRA_ERR_GENERAL;
@@ -24,7 +23,7 @@ s32 SendGateway(const CallSite& site, const char* name, const TVimbraAddr& gatew
     return request.Send(kGatewaySet);
 }
 
-s32 FetchGateway(const CallSite& site, const char* name, u16 family, TVimbraAddr* gateway,
+s32 FetchGateway(CallSite site, const char* name, u16 family, TVimbraAddr* gateway,
                  const u32* table) {
     TableRequest<FamilyIfaceBody> request(site, kGatewayRule, table);
     if (!request) {
@@ -44,7 +43,7 @@ s32 FetchGateway(const CallSite& site, const char* name, u16 family, TVimbraAddr
     return result;
 }
 
-s32 SendGatewayDel(const CallSite& site, const char* name, u16 family, const u32* table) {
+s32 SendGatewayDel(CallSite site, const char* name, u16 family, const u32* table) {
     TableRequest<FamilyIfaceBody> request(site, kGatewayRule, table);
     if (!request) {
         return VIMBRA_ERR_GENERAL;
@@ -57,7 +56,7 @@ s32 SendGatewayDel(const CallSite& site, const char* name, u16 family, const u32
 }
 
 // No name stands for the interface that the daemon finds.
-bool CheckGatewayName(const CallSite& site, const char* name) {
+bool CheckGatewayName(CallSite site, const char* name) {
     if (name == nullptr) {
         VLOG_DEBUG_AT(site, "the pchIfaceName is NULL!");
         return true;
@@ -70,7 +69,7 @@ bool CheckGatewayName(const CallSite& site, const char* name) {
     return true;
 }
 
-bool CheckGatewayFamily(const CallSite& site, u16 family) {
+bool CheckGatewayFamily(CallSite site, u16 family) {
     if (!IsOneFamily(family)) {
         VLOG_ERROR_AT(site, "wSinFamily %d is invalid!", family);
         return false;
@@ -79,7 +78,7 @@ bool CheckGatewayFamily(const CallSite& site, u16 family) {
     return true;
 }
 
-bool CheckGatewayTable(const CallSite& site, u32 table) {
+bool CheckGatewayTable(CallSite site, u32 table) {
     if (table == 0 || table >= kGatewayTableEnd) {
         VLOG_ERROR_AT(site, "table id %d is invalid", static_cast<int>(table));
         return false;
@@ -87,7 +86,7 @@ bool CheckGatewayTable(const CallSite& site, u32 table) {
     return true;
 }
 
-bool CheckGatewaySet(const CallSite& site, const char* name, const TVimbraAddr& gateway) {
+bool CheckGatewaySet(CallSite site, const char* name, const TVimbraAddr& gateway) {
     if (!CheckGatewayName(site, name)) {
         return false;
     }
@@ -98,8 +97,7 @@ bool CheckGatewaySet(const CallSite& site, const char* name, const TVimbraAddr& 
     return true;
 }
 
-bool CheckGatewayGet(const CallSite& site, const char* name, u16 family,
-                     const TVimbraAddr* gateway) {
+bool CheckGatewayGet(CallSite site, const char* name, u16 family, const TVimbraAddr* gateway) {
     if (!CheckGatewayName(site, name)) {
         return false;
     }
@@ -110,7 +108,7 @@ bool CheckGatewayGet(const CallSite& site, const char* name, u16 family,
     return CheckGatewayFamily(site, family);
 }
 
-bool CheckGatewayDel(const CallSite& site, const char* name, u16 family) {
+bool CheckGatewayDel(CallSite site, const char* name, u16 family) {
     return CheckGatewayName(site, name) && CheckGatewayFamily(site, family);
 }
 

@@ -22,7 +22,7 @@ constexpr RequestRule kListingRule = {
 
 constexpr u32 kRoutePriEnd = 256;
 
-s32 SendRoute(const CallSite& site, u32 type, const TVimbraIpRouteParam& route, const u32* table) {
+s32 SendRoute(CallSite site, u32 type, const TVimbraIpRouteParam& route, const u32* table) {
     TableRequest<RouteBody> request(site, kRouteRule, table);
     if (!request) {
         return VIMBRA_ERR_GENERAL;
@@ -33,7 +33,7 @@ s32 SendRoute(const CallSite& site, u32 type, const TVimbraIpRouteParam& route, 
 }
 
 // Kept: no word for a missing record; the test is RouteCheck.ANullRecordIsRefused.
-bool CheckRoute(const CallSite& site, const TVimbraIpRouteParam* route) {
+bool CheckRoute(CallSite site, const TVimbraIpRouteParam* route) {
     if (route == nullptr) {
         return false;
     }

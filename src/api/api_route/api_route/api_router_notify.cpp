@@ -179,8 +179,7 @@ bool IsWatched(const char* name, Taken* found = nullptr) {
 }
 
 // The steps of a start that can fail; what they leave in taken is cleaned up by the caller.
-bool Start(const CallSite& site, const char* name, TVimbraRouterAdvertiseCallBack callback,
-           Taken& taken) {
+bool Start(CallSite site, const char* name, TVimbraRouterAdvertiseCallBack callback, Taken& taken) {
     const bool isListening = Listen(name, callback, taken);
     if (taken.slot == nullptr) {
         VLOG_ERROR_AT(site, "the interface %s alloc memory failed!", name);

@@ -11,7 +11,7 @@ constexpr u32 kRuleTableEnd = 256;
 constexpr u32 kRulePrefEnd = 32766;     // the kernel's own rule for the main table stands there
 constexpr u32 kCreatedTableLast = 252;  // 253 to 255 always exist
 
-s32 SendRule(const CallSite& site, u32 type, const TVimbraIpRuleParam* rule) {
+s32 SendRule(CallSite site, u32 type, const TVimbraIpRuleParam* rule) {
     if (rule == nullptr) {
         VLOG_ERROR_AT(site, "ptRule is NULL");
         return VIMBRA_ERR_GENERAL;
@@ -24,7 +24,7 @@ bool IsCreatedTable(u32 table) {
 }
 
 // Kept: no word for a missing record; the test is RuleCheck.ANullRuleIsRefusedWithoutAWord.
-bool CheckRule(const CallSite& site, const TVimbraIpRuleParam* rule) {
+bool CheckRule(CallSite site, const TVimbraIpRuleParam* rule) {
     if (rule == nullptr) {
         return false;
     }

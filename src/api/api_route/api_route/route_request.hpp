@@ -33,7 +33,7 @@ inline constexpr char kRouteRefused[] = "CheckRouteParam error!";
 template <typename Main>
 class TableRequest : public BytesRequest {
  public:
-    TableRequest(const CallSite& site, const RequestRule& rule, const u32* table)
+    TableRequest(CallSite site, const RequestRule& rule, const u32* table)
         : BytesRequest(site, rule, table == nullptr ? sizeof(Main) : sizeof(wire::InTable<Main>)) {
         if (*this && table != nullptr) {
             reinterpret_cast<wire::InTable<Main>*>(Body())->dwTableId = *table;
@@ -51,13 +51,13 @@ class TableRequest : public BytesRequest {
 
 // A body that is one record, or one number.
 template <typename Body>
-s32 SendRecord(const CallSite& site, const RequestRule& rule, u32 type, const Body& record) {
+s32 SendRecord(CallSite site, const RequestRule& rule, u32 type, const Body& record) {
     return SendRequest<Body>(site, rule, type, [&](Body& body) { body = record; });
 }
 
 // The result, logged if it is a failure.
 // Kept: several calls name another's request; the test is PassOn.TheDaemonsNumberIsTheResult.
-inline s32 LogResult(const CallSite& site, const char* request, s32 result) {
+inline s32 LogResult(CallSite site, const char* request, s32 result) {
     if (result != VIMBRA_OK) {
         VLOG_ERROR_AT(site, "%s error : %d!", request, result);
     }
