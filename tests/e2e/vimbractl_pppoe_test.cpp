@@ -147,7 +147,7 @@ TEST_F(CtlPppoe, Refusals) {
         const Json error = Json::parse(done.err).at("error");
         EXPECT_EQ(
             "interface: \"nowhere0\" does not exist: the network daemon refused: 19 (No such "
-            "device)",
+            "device): no interface nowhere0",
             error.at("message"));
         EXPECT_EQ(19, error.at("daemon"));
     }
