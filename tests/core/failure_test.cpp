@@ -27,8 +27,6 @@ using namespace vimbra::bed;
 
 namespace {
 
-constexpr u32 kMtuSet = 0x0108;
-
 char g_eth[16] = "eth0";
 
 s32 SetMtu() {

@@ -405,19 +405,19 @@ TEST(Thread, WaitingIsACancellationPoint) {
 }
 
 TEST(Thread, MainThreadIsAThread) {
-    static pthread_t main_ = pthread_self();
+    static pthread_t mainThread = pthread_self();
     std::atomic<int> priority = 99;
     ThreadWait(
-        Spawn([](void* to) { *static_cast<std::atomic<int>*>(to) = ThreadGetPriority(main_); },
+        Spawn([](void* to) { *static_cast<std::atomic<int>*>(to) = ThreadGetPriority(mainThread); },
               &priority));
     EXPECT_EQ(0, priority);
     // It can even be waited for; whoever does is left alone with the process.
     const pid_t child = fork();
     if (child == 0) {
-        main_ = pthread_self();
+        mainThread = pthread_self();
         Spawn(
             [](void*) {
-                ThreadWait(main_);
+                ThreadWait(mainThread);
                 _exit(7);
             },
             nullptr);

@@ -695,9 +695,9 @@ TEST_F(SendMsg, ChecksTheBufferBeforeTheSocket) {
 }
 
 TEST_F(SendMsg, FailsOnADescriptorThatIsNone) {
-    constexpr int closed = 60;
-    ASSERT_LT(fcntl(closed, F_GETFD), 0);
-    for (const int fd : {-1, INT32_MIN, closed, INT32_MAX}) {
+    constexpr int kClosed = 60;
+    ASSERT_LT(fcntl(kClosed, F_GETFD), 0);
+    for (const int fd : {-1, INT32_MIN, kClosed, INT32_MAX}) {
         Capture log;
         EXPECT_EQ(-1, IpcApiSendMsg(fd, kType, nullptr, 0, 0));
         EXPECT_TRUE(Wrote(log, {Perr("IpcApiSendMsg", "select error", EBADF)})) << fd;
