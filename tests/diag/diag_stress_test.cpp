@@ -36,7 +36,8 @@ int OnHop(s32, TVimbraTracerouteCBInfo*) {
     return 0;
 }
 
-struct DiagStress : testing::Test {
+class DiagStress : public testing::Test {
+ protected:
     void SetUp() override {
         VimbraDebugLevelSet(VIMBRA_LEVEL_NONE);
         ASSERT_EQ(0, VimbraInit());

@@ -201,10 +201,10 @@ int Host::ShellStatus(const std::string& command) const {
     return e2e::ShellStatus(Prefix() + "sh -c '" + command + "'");
 }
 
-void Connect(const std::string& name, const Host& host, const std::string& name_there) {
-    Shell("ip link add " + name + " type veth peer name " + name_there + " netns " +
+void Connect(const std::string& name, const Host& host, const std::string& nameThere) {
+    Shell("ip link add " + name + " type veth peer name " + nameThere + " netns " +
           std::to_string(host.Pid()));
-    host.Shell("ip link set " + name_there + " up");
+    host.Shell("ip link set " + nameThere + " up");
     Shell("ip link set " + name + " up");
 }
 

@@ -92,7 +92,7 @@ class Host {
 };
 
 // A link between this host's interface `name` and that of the other; both are up.
-void Connect(const std::string& name, const Host& host, const std::string& name_there = "eth0");
+void Connect(const std::string& name, const Host& host, const std::string& nameThere = "eth0");
 // An interface that is up and leads nowhere.
 void MakeIface(const std::string& name);
 

@@ -76,15 +76,17 @@ class NameServer {
         for (;;) {
             pollfd waits[2] = {{socket_, POLLIN, 0}, {stop_[0], POLLIN, 0}};
             poll(waits, 2, -1);
-            if (waits[1].revents != 0)
+            if (waits[1].revents != 0) {
                 return;
+            }
             std::vector<uint8_t> message(512);
             sockaddr_storage from{};
             socklen_t length = sizeof(from);
             const ssize_t count = recvfrom(socket_, message.data(), message.size(), 0,
                                            reinterpret_cast<sockaddr*>(&from), &length);
-            if (count <= static_cast<ssize_t>(kHead))
+            if (count <= static_cast<ssize_t>(kHead)) {
                 continue;
+            }
             message.resize(static_cast<size_t>(count));
             Answer(message);
             sendto(socket_, message.data(), message.size(), 0, reinterpret_cast<sockaddr*>(&from),
@@ -94,18 +96,20 @@ class NameServer {
 
     void Answer(std::vector<uint8_t>& message) const {
         size_t end = kHead;
-        while (end < message.size() && message[end] != 0)
+        while (end < message.size() && message[end] != 0) {
             end += message[end] + 1U;
+        }
         ASSERT_LE(end + 5, message.size());
-        const bool is_address = message[end + 2] == 1;
+        const bool isAddress = message[end + 2] == 1;
         message.resize(end + 5);
         // A response, with recursion; one question, perhaps one answer, nothing else.
         message[2] = 0x81;
         message[3] = 0x80;
-        const uint8_t counts[] = {0, 1, 0, is_address, 0, 0, 0, 0};
+        const uint8_t counts[] = {0, 1, 0, isAddress, 0, 0, 0, 0};
         memcpy(&message[4], counts, sizeof(counts));
-        if (!is_address)
+        if (!isAddress) {
             return;
+        }
         const uint8_t record[] = {0xc0, kHead, 0, 1, 0, 1, 0, 0, 0, 0, 0, 4};
         message.insert(message.end(), std::begin(record), std::end(record));
         const auto* bytes = reinterpret_cast<const uint8_t*>(&answer_);
@@ -179,8 +183,9 @@ std::string Greeting(const std::string& address, uint16_t port) {
     std::string text;
     if (connect(fd, where.Get(), sizeof(sockaddr_storage)) == 0) {
         char block[64];
-        for (ssize_t count; (count = read(fd, block, sizeof(block))) > 0;)
+        for (ssize_t count; (count = read(fd, block, sizeof(block))) > 0;) {
             text.append(block, static_cast<size_t>(count));
+        }
     }
     close(fd);
     return text;

@@ -100,10 +100,10 @@ TEST(VimbradChange, OperatorsLogLevelDoes) {
 // Tests of a server that does not answer, each of which takes seconds.
 class SlowRequests {
  public:
-    explicit SlowRequests(int count, bool one_server = true) {
+    explicit SlowRequests(int count, bool oneServer = true) {
         for (int i = 0; i < count; ++i) {
             auto& connection = requests_.emplace_back(std::make_unique<Connection>("api_daemon"));
-            const std::string server = "192.0.2." + std::to_string(one_server ? 2 : 2 + i);
+            const std::string server = "192.0.2." + std::to_string(oneServer ? 2 : 2 + i);
             EXPECT_TRUE(connection->Send(Message(kNtpCheck, Pack().Address(2, server.c_str()))));
         }
     }

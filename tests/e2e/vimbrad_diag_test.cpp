@@ -84,12 +84,12 @@ class VimbradDiag : public testing::Test {
  protected:
     void SetUp() override {
         // Addresses are there at once.
-        const std::string no_detection =
+        const std::string noDetection =
             "echo 0 > /proc/sys/net/ipv6/conf/default/accept_dad;"
             "echo 0 > /proc/sys/net/ipv6/conf/default/dad_transmits";
-        Shell(no_detection);
-        router_.Shell(no_detection);
-        far_.Shell(no_detection);
+        Shell(noDetection);
+        router_.Shell(noDetection);
+        far_.Shell(noDetection);
         Connect("eth0", router_);
         Shell("ip link add left type veth peer name right && ip link set left netns " +
               std::to_string(router_.Pid()) + " name eth1 && ip link set right netns " +

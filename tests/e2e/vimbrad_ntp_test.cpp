@@ -75,7 +75,7 @@ struct Report {
           server(told.body.Slice(0, 20)),
           error(told.body.U32(20)),
           offset(static_cast<s64>(u64{told.body.U32(28)} << 32 | told.body.U32(24))),
-          clock_set(told.body.U32(32)) {
+          clockSet(told.body.U32(32)) {
         EXPECT_EQ(40u, told.size);
         EXPECT_EQ(40u, told.body.size());
         EXPECT_EQ(0u, told.body.U32(36));
@@ -85,7 +85,7 @@ struct Report {
     Bytes server;
     uint32_t error;
     s64 offset;
-    uint32_t clock_set;
+    uint32_t clockSet;
 };
 
 Report WaitReport(const Listener& listener, size_t number = 0) {
@@ -201,7 +201,7 @@ TEST_F(VimbradNtp, OffsetIsWhatTheClockLacks) {
         EXPECT_EQ(kSynchronised, told.type);
         EXPECT_EQ(Server("127.0.0.1"), told.server);
         EXPECT_NEAR(skew * 1e6, static_cast<double>(told.offset), 1e5);
-        EXPECT_EQ(0u, told.clock_set);
+        EXPECT_EQ(0u, told.clockSet);
         ASSERT_EQ(0, Ask(kStop, StopBody()));
     }
 }
@@ -529,7 +529,7 @@ TEST_F(VimbradNtpClock, IsSetAtOnceByALargeOffset) {
         const Report told = WaitReport(listener);
         EXPECT_EQ(kSynchronised, told.type);
         EXPECT_EQ(0u, told.error);
-        EXPECT_EQ(1u, told.clock_set);
+        EXPECT_EQ(1u, told.clockSet);
         EXPECT_NEAR(skew * 1e6, static_cast<double>(told.offset), 1e5);
         // Microseconds count upwards, below zero too.
         s64 seconds = told.offset / 1'000'000;
@@ -553,7 +553,7 @@ TEST_F(VimbradNtpClock, GoesToASmallOffsetLittleByLittle) {
         const Listener listener(kSocket);
         ASSERT_EQ(0, Ask(kStart, StartBody("127.0.0.1")));
         const Report told = WaitReport(listener);
-        EXPECT_EQ(1u, told.clock_set);
+        EXPECT_EQ(1u, told.clockSet);
         EXPECT_NEAR(skew * 1e6, static_cast<double>(told.offset), 6e4);
         EXPECT_THAT(
             LastChange(),
@@ -573,7 +573,7 @@ TEST_F(VimbradNtpClock, ThatMayNotBeSetIsTold) {
         EXPECT_EQ(kFailed, told.type);
         EXPECT_EQ(static_cast<uint32_t>(EPERM), told.error);
         EXPECT_EQ(0, told.offset);
-        EXPECT_EQ(0u, told.clock_set);
+        EXPECT_EQ(0u, told.clockSet);
         ASSERT_EQ(0, Ask(kStop, StopBody()));
     }
 }

@@ -41,12 +41,12 @@ constexpr uint32_t kOver = 5;
 struct Config {
     std::string user = "me@isp";
     std::string password = "secret";
-    uint32_t auto_dial = 0;
-    uint32_t default_route = 0;
+    uint32_t autoDial = 0;
+    uint32_t defaultRoute = 0;
     uint32_t debug = 0;
-    uint32_t retry_seconds = 0;
-    uint32_t echo_interval = 20;
-    uint32_t echo_failure = 3;
+    uint32_t retrySeconds = 0;
+    uint32_t echoInterval = 20;
+    uint32_t echoFailure = 3;
     uint32_t maxfail = 0;
     std::string device = "eth0";
 
@@ -56,12 +56,12 @@ struct Config {
             .Text(user, 255)
             .Text(password, 255)
             .Zeros(255)
-            .U32(auto_dial)
-            .U32(default_route)
+            .U32(autoDial)
+            .U32(defaultRoute)
             .U32(debug)
-            .U32(retry_seconds)
-            .U32(echo_interval)
-            .U32(echo_failure)
+            .U32(retrySeconds)
+            .U32(echoInterval)
+            .U32(echoFailure)
             .U32(maxfail)
             .Text(device, 16);
     }
@@ -259,7 +259,7 @@ TEST_F(VimbradPppoe, OtherLinesOfTheLogTellNothing) {
 TEST_F(VimbradPppoe, DialsAgainUntilTheLinkIsUp) {
     const Listener listener(kSocket);
     Pppd::Plan("case $run in 1) exit 8;; 2) exit 19;; esac\n" + std::string(kUp) + "hold");
-    ASSERT_EQ(0, Start(2, {.auto_dial = 1}));
+    ASSERT_EQ(0, Start(2, {.autoDial = 1}));
     EXPECT_THAT(Types(listener.Wait(3)), ElementsAre(kNoLink, kRefused, kConnected));
     EXPECT_EQ(3, Pppd::Dials());
     EXPECT_EQ(0, Stop(2));
@@ -269,7 +269,7 @@ TEST_F(VimbradPppoe, DialsAgainUntilTheLinkIsUp) {
 TEST_F(VimbradPppoe, GivesUpAfterSoManyFailures) {
     const Listener listener(kSocket);
     Pppd::Plan("exit 8");
-    ASSERT_EQ(0, Start(2, {.auto_dial = 1, .retry_seconds = 1, .maxfail = 2}));
+    ASSERT_EQ(0, Start(2, {.autoDial = 1, .retrySeconds = 1, .maxfail = 2}));
     EXPECT_THAT(Types(listener.Wait(3)), ElementsAre(kNoLink, kNoLink, kOver));
     EXPECT_EQ(2, Pppd::Dials());
     EXPECT_EQ(0, Stop(2));
@@ -278,7 +278,7 @@ TEST_F(VimbradPppoe, GivesUpAfterSoManyFailures) {
 TEST_F(VimbradPppoe, LinkThatWasUpIsNoFailure) {
     const Listener listener(kSocket);
     Pppd::Plan("[ $run = 3 ] && exit 8\n" + std::string(kUp) + "wait_for_test; exit 16");
-    ASSERT_EQ(0, Start(2, {.auto_dial = 1, .maxfail = 1}));
+    ASSERT_EQ(0, Start(2, {.autoDial = 1, .maxfail = 1}));
     Pppd::LetGoOn();
     ASSERT_TRUE(Pppd::WaitDial(2));
     Pppd::LetGoOn();
@@ -290,7 +290,7 @@ TEST_F(VimbradPppoe, WaitsBeforeItDialsAgain) {
     const Listener listener(kSocket);
     Pppd::Plan("exit 8");
     const auto before = std::chrono::steady_clock::now();
-    ASSERT_EQ(0, Start(2, {.auto_dial = 1, .retry_seconds = 2, .maxfail = 2}));
+    ASSERT_EQ(0, Start(2, {.autoDial = 1, .retrySeconds = 2, .maxfail = 2}));
     listener.Wait(2);
     EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::seconds(2));
 }
@@ -298,7 +298,7 @@ TEST_F(VimbradPppoe, WaitsBeforeItDialsAgain) {
 TEST_F(VimbradPppoe, StopBetweenTwoDials) {
     const Listener listener(kSocket);
     Pppd::Plan("exit 8");
-    ASSERT_EQ(0, Start(2, {.auto_dial = 1, .retry_seconds = 4'000'000'000}));
+    ASSERT_EQ(0, Start(2, {.autoDial = 1, .retrySeconds = 4'000'000'000}));
     EXPECT_THAT(Types(listener.Wait(1)), ElementsAre(kNoLink));
     EXPECT_EQ(0, Stop(2));
     EXPECT_EQ("", Directories());
@@ -308,7 +308,7 @@ TEST_F(VimbradPppoe, StopBetweenTwoDials) {
 TEST_F(VimbradPppoe, DialThatCannotBeMadeIsAFailure) {
     const Listener listener(kSocket);
     Pppd::Plan("rm /tmp/bin/pppd; exit 8");
-    ASSERT_EQ(0, Start(2, {.auto_dial = 1, .maxfail = 2}));
+    ASSERT_EQ(0, Start(2, {.autoDial = 1, .maxfail = 2}));
     EXPECT_THAT(Types(listener.Wait(3)), ElementsAre(kNoLink, kNoLink, kOver));
     EXPECT_TRUE(daemon_.WaitLog("not dialled: pppd: "));
 }
@@ -346,14 +346,14 @@ TEST_F(VimbradPppoe, OptionsAreThoseOfTheRequest) {
         "nodefaultroute\n"
         "noipv6\n",
         OptionsWithoutScripts(1));
-    ASSERT_EQ(0, Start(10, {.default_route = 1, .echo_interval = 255, .echo_failure = 0}));
+    ASSERT_EQ(0, Start(10, {.defaultRoute = 1, .echoInterval = 255, .echoFailure = 0}));
     ASSERT_TRUE(Pppd::WaitDial(2));
     EXPECT_THAT(OptionsWithoutScripts(2), testing::EndsWith("lcp-echo-interval 255\n"
                                                             "lcp-echo-failure 0\n"
                                                             "noip\n"
                                                             "+ipv6\n"
                                                             "defaultroute6\n"));
-    ASSERT_EQ(0, Start(11, {.default_route = 2, .debug = 7}));
+    ASSERT_EQ(0, Start(11, {.defaultRoute = 2, .debug = 7}));
     ASSERT_TRUE(Pppd::WaitDial(3));
     EXPECT_THAT(OptionsWithoutScripts(3), testing::EndsWith("noipdefault\n"
                                                             "usepeerdns\n"
@@ -390,7 +390,7 @@ TEST_F(VimbradPppoe, TheRealProgramUnderstandsEveryOption) {
         for (const uint32_t flag : {0, 1}) {
             ASSERT_EQ(0, Start(family, {.user = odd,
                                         .password = odd,
-                                        .default_route = flag,
+                                        .defaultRoute = flag,
                                         .debug = flag,
                                         .device = "eth0"}));
             ++dial;
@@ -609,8 +609,8 @@ TEST_F(VimbradPppoe, Refusals) {
         EXPECT_EQ(EINVAL, Start(2, {.user = text}));
         EXPECT_EQ(EINVAL, Start(2, {.password = text}));
     }
-    EXPECT_EQ(EINVAL, Start(2, {.echo_interval = 256}));
-    EXPECT_EQ(EINVAL, Start(2, {.echo_failure = 0xffffffff}));
+    EXPECT_EQ(EINVAL, Start(2, {.echoInterval = 256}));
+    EXPECT_EQ(EINVAL, Start(2, {.echoFailure = 0xffffffff}));
     EXPECT_EQ(EINVAL, Ask(kStart, Bytes(810)));
     EXPECT_EQ(EINVAL, Ask(kStart, Bytes(812)));
     EXPECT_EQ(EINVAL, Ask(kStop, Bytes(4)));

@@ -112,13 +112,13 @@ Bytes Dhcp(const char* iface = "eth0") {
     return Pack().U16(2).Text(iface, 16);
 }
 
-Bytes Pppoe(uint32_t auto_dial) {
+Bytes Pppoe(uint32_t autoDial) {
     return Pack()
         .U16(2)
         .Text("me@isp", 255)
         .Text("secret", 255)
         .Zeros(255)
-        .U32(auto_dial)
+        .U32(autoDial)
         .Zeros(20)
         .U32(0)
         .Text("eth0", 16);
@@ -383,13 +383,13 @@ TEST_F(VimbradRestart, StateThatCannotBeReadIsForgotten) {
     Lives daemon;
     ASSERT_EQ(0, Ask(kTableAdd, Pack().U32(100)));
     const std::string whole = ReadFile(kState);
-    std::string other_boot = whole;
-    other_boot.replace(other_boot.find("\"boot\": \"") + 9, 4, "0000");
+    std::string otherBoot = whole;
+    otherBoot.replace(otherBoot.find("\"boot\": \"") + 9, 4, "0000");
     std::string strange = whole;
     strange.replace(strange.find("\"tables\""), 8, "\"tubles\"");
     for (const std::string& text :
          {std::string("{"), std::string("[]"), std::string("\0\xff", 2), whole.substr(0, 40),
-          other_boot, strange, std::string("{\"format\": 1, \"boot\": 7}")}) {
+          otherBoot, strange, std::string("{\"format\": 1, \"boot\": 7}")}) {
         daemon.Kill();
         WriteFile(kState, text);
         daemon.Begin();

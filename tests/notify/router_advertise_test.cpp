@@ -77,7 +77,7 @@ class RouterAdvertise : public testing::Test {
  protected:
     RouterAdvertise() {
         EXPECT_EQ(0, VimbraInit());
-        log.Clear();
+        log_.Clear();
         threads_ = Threads();
         descriptors_ = OpenDescriptors();
     }
@@ -87,7 +87,7 @@ class RouterAdvertise : public testing::Test {
         EXPECT_EQ(descriptors_, OpenDescriptors());
     }
 
-    Capture log;
+    Capture log_;
     ScriptedDaemon daemon_;
     size_t threads_;
     std::map<int, std::string> descriptors_;
@@ -115,8 +115,8 @@ TEST_F(RouterAdvertise, StartSendsNameAndIdOnceTheListenerStands) {
     ASSERT_EQ(1u, daemon_.Requests().size());
     EXPECT_EQ(Message(kStart, Pack().Text("eth0", 16).S32(3584)), daemon_.Requests()[0].raw);
     EXPECT_TRUE(
-        log.Has(Kind::kPrint, "VimbraRouterAdvertiseStart", "VimbraRouterAdvertiseStart ok!"));
-    EXPECT_TRUE(log.HasNoTrouble());
+        log_.Has(Kind::kPrint, "VimbraRouterAdvertiseStart", "VimbraRouterAdvertiseStart ok!"));
+    EXPECT_TRUE(log_.HasNoTrouble());
     EXPECT_EQ(1u, g_ptApiRouterNotifyInfo->bIsStarted);
     EXPECT_EQ(0, Stop("eth0"));
     ASSERT_EQ(2u, daemon_.Requests().size());
@@ -132,15 +132,15 @@ TEST_F(RouterAdvertise, StartSendsNameAndIdOnceTheListenerStands) {
 
 TEST_F(RouterAdvertise, PrintsItsSteps) {
     EXPECT_EQ(0, Start("eth1"));
-    EXPECT_EQ(1, log.Count(Kind::kPrint, "VimbraRouterAdvertiseStart", "the inface name : eth1",
-                           Where::kStdout));
-    EXPECT_EQ(1, log.Count(Kind::kPrint, kFunction, "nBufSize : 480", Where::kStdout));
+    EXPECT_EQ(1, log_.Count(Kind::kPrint, "VimbraRouterAdvertiseStart", "the inface name : eth1",
+                            Where::kStdout));
+    EXPECT_EQ(1, log_.Count(Kind::kPrint, kFunction, "nBufSize : 480", Where::kStdout));
     EXPECT_EQ(
-        1, log.Count(Kind::kPrint, "VimbraRouterAdvertiseStart",
-                     "VimbraRouterAdvertiseStart devname : eth1, nUserId : 3584", Where::kStdout));
+        1, log_.Count(Kind::kPrint, "VimbraRouterAdvertiseStart",
+                      "VimbraRouterAdvertiseStart devname : eth1, nUserId : 3584", Where::kStdout));
     EXPECT_EQ(0, Stop("eth1"));
-    EXPECT_EQ(1, log.Count(Kind::kPrint, "VimbraRouterAdvertiseStop", "the pchIfaceName eth1",
-                           Where::kStdout));
+    EXPECT_EQ(1, log_.Count(Kind::kPrint, "VimbraRouterAdvertiseStop", "the pchIfaceName eth1",
+                            Where::kStdout));
 }
 
 TEST_F(RouterAdvertise, NotificationReachesTheCallbackWhole) {
@@ -190,14 +190,15 @@ TEST_F(RouterAdvertise, DescriptorsDoNotRunOut) {
 
 TEST_F(RouterAdvertise, ArgumentsAreCheckedInOrder) {
     for (const char* name : {static_cast<const char*>(nullptr), "01234567890123456"}) {
-        log.Clear();
+        log_.Clear();
         EXPECT_EQ(1105, Start(name, nullptr));
-        EXPECT_TRUE(log.Has(Kind::kError, "VimbraRouterAdvertiseStart", "pchIfaceName is NULL!"));
+        EXPECT_TRUE(log_.Has(Kind::kError, "VimbraRouterAdvertiseStart", "pchIfaceName is NULL!"));
         EXPECT_EQ(1105, Stop(name));
-        EXPECT_TRUE(log.Has(Kind::kError, "VimbraRouterAdvertiseStop", "pchIfaceName is invalid!"));
+        EXPECT_TRUE(
+            log_.Has(Kind::kError, "VimbraRouterAdvertiseStop", "pchIfaceName is invalid!"));
     }
     EXPECT_EQ(1106, Start("eth0", nullptr));
-    EXPECT_TRUE(log.Has(Kind::kError, "VimbraRouterAdvertiseStart", "pfRACallback is NULL!"));
+    EXPECT_TRUE(log_.Has(Kind::kError, "VimbraRouterAdvertiseStart", "pfRACallback is NULL!"));
     EXPECT_EQ(0u, daemon_.Requests().size());
 }
 
@@ -214,7 +215,7 @@ TEST_F(RouterAdvertise, SecondStartOfAnInterfaceIsRefused) {
     ASSERT_EQ(0, Start("eth0"));
     EXPECT_EQ(-1, Start("eth0", OtherChange));
     EXPECT_TRUE(
-        log.Has(Kind::kError, "VimbraRouterAdvertiseStart", "the interface eth0 has been start!"));
+        log_.Has(Kind::kError, "VimbraRouterAdvertiseStart", "the interface eth0 has been start!"));
     EXPECT_EQ(1u, daemon_.Requests().size());
     EXPECT_TRUE(Notified());
     EXPECT_EQ(0, Stop("eth0"));
@@ -228,10 +229,10 @@ TEST_F(RouterAdvertise, FifthInterfaceFindsNoSlot) {
         EXPECT_EQ(3584 + static_cast<s32>(i), daemon_.Requests()[i].body.S32(16));
     }
     EXPECT_EQ(-1, Start("wlan1"));
-    EXPECT_TRUE(log.Has(Kind::kError, "VimbraRouterAdvertiseStart",
-                        "the interface wlan1 alloc memory failed!"));
+    EXPECT_TRUE(log_.Has(Kind::kError, "VimbraRouterAdvertiseStart",
+                         "the interface wlan1 alloc memory failed!"));
     EXPECT_TRUE(
-        log.Has(Kind::kError, "VimbraRouterAdvertiseStart", "VimbraRouterAdvertiseStart err!"));
+        log_.Has(Kind::kError, "VimbraRouterAdvertiseStart", "VimbraRouterAdvertiseStart err!"));
     EXPECT_EQ(4u, daemon_.Requests().size());
     // Once one has stopped there is room again. The stop message ends the newest listener.
     EXPECT_EQ(0, Stop("wlan0"));
@@ -245,8 +246,8 @@ TEST_F(RouterAdvertise, FifthInterfaceFindsNoSlot) {
 TEST_F(RouterAdvertise, BeforeInitThereIsNoSlot) {
     TRouterNotifyInfo* const built = std::exchange(g_ptApiRouterNotifyInfo, nullptr);
     EXPECT_EQ(-1, Start("eth0"));
-    EXPECT_TRUE(log.Has(Kind::kError, "VimbraRouterAdvertiseStart",
-                        "the interface eth0 alloc memory failed!"));
+    EXPECT_TRUE(log_.Has(Kind::kError, "VimbraRouterAdvertiseStart",
+                         "the interface eth0 alloc memory failed!"));
     EXPECT_EQ(-1, Stop("eth0"));
     EXPECT_EQ(0u, daemon_.Requests().size());
     g_ptApiRouterNotifyInfo = built;
@@ -254,8 +255,8 @@ TEST_F(RouterAdvertise, BeforeInitThereIsNoSlot) {
 
 TEST_F(RouterAdvertise, StopOfAnInterfaceThatNeverRanIsRefused) {
     EXPECT_EQ(-1, Stop("eth0"));
-    EXPECT_TRUE(
-        log.Has(Kind::kError, "VimbraRouterAdvertiseStop", "the interface eth0 has been stopped!"));
+    EXPECT_TRUE(log_.Has(Kind::kError, "VimbraRouterAdvertiseStop",
+                         "the interface eth0 has been stopped!"));
     EXPECT_EQ(0u, daemon_.Requests().size());
 }
 
@@ -263,11 +264,11 @@ TEST_F(RouterAdvertise, RefusedStartFreesTheSlot) {
     daemon_.Next(kStart, Answer::Code(22));
     EXPECT_EQ(-1, Start("eth0"));
     EXPECT_TRUE(
-        log.Has(Kind::kError, "ApicRouterAdvertiseStart", "send and recv msg error num : 22!"));
-    EXPECT_TRUE(log.Has(Kind::kError, "VimbraRouterAdvertiseStart",
-                        "ApicRouterAdvertiseStart error : -1!"));
+        log_.Has(Kind::kError, "ApicRouterAdvertiseStart", "send and recv msg error num : 22!"));
+    EXPECT_TRUE(log_.Has(Kind::kError, "VimbraRouterAdvertiseStart",
+                         "ApicRouterAdvertiseStart error : -1!"));
     EXPECT_TRUE(
-        log.Has(Kind::kError, "VimbraRouterAdvertiseStart", "VimbraRouterAdvertiseStart err!"));
+        log_.Has(Kind::kError, "VimbraRouterAdvertiseStart", "VimbraRouterAdvertiseStart err!"));
     EXPECT_FALSE(HasListener(kSocket));
     ExpectLevel();
     EXPECT_EQ(0, Start("eth0"));
@@ -283,9 +284,9 @@ TEST_F(RouterAdvertise, RefusedStopKeepsTheWatchThatHasNotTakenTheStopMessage) {
     daemon_.Next(kStop, Answer::Code(3));
     EXPECT_EQ(-1, Stop("eth0"));
     EXPECT_TRUE(
-        log.Has(Kind::kError, "ApicRouterAdvertiseStop", "send and recv msg error num : 3!"));
+        log_.Has(Kind::kError, "ApicRouterAdvertiseStop", "send and recv msg error num : 3!"));
     EXPECT_TRUE(
-        log.Has(Kind::kError, "VimbraRouterAdvertiseStop", "ApicRouterAdvertiseStop error : -1!"));
+        log_.Has(Kind::kError, "VimbraRouterAdvertiseStop", "ApicRouterAdvertiseStop error : -1!"));
     EXPECT_EQ(1u, g_ptApiRouterNotifyInfo->bIsStarted);
     EXPECT_EQ(0, Stop("eth0"));
     EXPECT_TRUE(WaitForNoListener(kSocket));
@@ -329,10 +330,10 @@ TEST_F(RouterAdvertise, AnyOtherTypeEndsTheListener) {
 
 TEST_F(RouterAdvertise, WrongSizeEndsTheListenerAndFreesItsSlot) {
     for (const uint32_t size : {467u, 469u, 0u, 0xffffffffu}) {
-        log.Clear();
+        log_.Clear();
         ASSERT_EQ(0, Start("eth0"));
         EXPECT_TRUE(Notify(kSocket, 0, Change(), {.size = size}));
-        EXPECT_TRUE(log.WaitFor(Kind::kPerror, kFunction, "read message error"));
+        EXPECT_TRUE(log_.WaitFor(Kind::kPerror, kFunction, "read message error"));
         EXPECT_TRUE(WaitForNoListener(kSocket));
         EXPECT_EQ(0u, Seen());
         // The slot is free, and no thread waits to be joined.
@@ -348,13 +349,13 @@ TEST_F(RouterAdvertise, WrongSizeEndsTheListenerAndFreesItsSlot) {
 TEST_F(RouterAdvertise, ShortMessageEndsTheListener) {
     const Bytes whole = Message(0, Change());
     for (const size_t length : {0, 1, 12, 479}) {
-        log.Clear();
+        log_.Clear();
         ASSERT_EQ(0, Start("eth0"));
         Connection connection(kSocket);
         ASSERT_TRUE(connection.Send(whole.Slice(0, length)));
         connection.EndSending();
         EXPECT_TRUE(connection.WaitPeerClosed());
-        EXPECT_EQ(1, log.Count(Kind::kPerror, kFunction, "read message error"));
+        EXPECT_EQ(1, log_.Count(Kind::kPerror, kFunction, "read message error"));
         EXPECT_TRUE(WaitForNoListener(kSocket));
         EXPECT_EQ(-1, Stop("eth0"));
     }
@@ -377,7 +378,7 @@ TEST_F(RouterAdvertise, MissingCallbackIsToldAndTheListenerGoesOn) {
     g_ptApiRouterNotifyInfo->pfRouterAdvertiseCB = nullptr;
     std::list<Connection> kept;
     EXPECT_TRUE(Post(kept, 0, Change()));
-    EXPECT_TRUE(log.WaitFor(Kind::kError, kFunction, "pfRouterAdvertiseCB is NULL!"));
+    EXPECT_TRUE(log_.WaitFor(Kind::kError, kFunction, "pfRouterAdvertiseCB is NULL!"));
     EXPECT_TRUE(HasListener(kSocket));
     EXPECT_EQ(0, Stop("eth0"));
 }
@@ -397,7 +398,7 @@ TEST_F(RouterAdvertise, NewestListenerTakesTheName) {
 TEST_F(RouterAdvertise, NameThatCannotBeBoundLeavesTheSlotToTheStop) {
     ASSERT_EQ(0, mkdir((std::string("/tmp/") + kSocket).c_str(), 0777));
     EXPECT_EQ(0, Start("eth0"));
-    EXPECT_TRUE(log.WaitFor(Kind::kPerror, kFunction, "accept error"));
+    EXPECT_TRUE(log_.WaitFor(Kind::kPerror, kFunction, "accept error"));
     EXPECT_EQ(1u, g_ptApiRouterNotifyInfo->bIsStarted);
     EXPECT_EQ(-1, Start("eth0"));
     EXPECT_EQ(0, Stop("eth0"));
@@ -445,7 +446,7 @@ TEST_F(RouterAdvertise, CallbackMayStopItsWatchWhenItsBacklogIsFull) {
         gate.Open();
         EXPECT_TRUE(WaitFor([&] { return result == 0; }));
     }
-    EXPECT_TRUE(log.Has(Kind::kError, "IpcCallbackSendAndRecv", "make_addr_client error!"));
+    EXPECT_TRUE(log_.Has(Kind::kError, "IpcCallbackSendAndRecv", "make_addr_client error!"));
     kept.clear();
     ExpectLevel();
 }

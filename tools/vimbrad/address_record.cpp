@@ -5,8 +5,8 @@
 namespace vimbrad {
 namespace {
 
-EVimbraScopeType ScopeOf(int kernel_scope) {
-    switch (kernel_scope) {
+EVimbraScopeType ScopeOf(int kernelScope) {
+    switch (kernelScope) {
         case RT_SCOPE_HOST:
             return VIMBRA_SCOPE_TYPE_HOST;
         case RT_SCOPE_LINK:

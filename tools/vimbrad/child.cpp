@@ -76,7 +76,7 @@ class Birth {
         if (program_.user && !ChangeUser(*program_.user)) {
             Fail(failed);
         }
-        if (prctl(PR_SET_PDEATHSIG, program_.death_signal) != 0 || getppid() != parent) {
+        if (prctl(PR_SET_PDEATHSIG, program_.deathSignal) != 0 || getppid() != parent) {
             _exit(EXIT_FAILURE);
         }
         for (const int each : {SIGPIPE, SIGHUP}) {
@@ -189,7 +189,7 @@ class Child::Run : public std::enable_shared_from_this<Run> {
         ours.Reset(ends[0]);
         output_ = MakePipe(loop, this);
         UvCheck(uv_pipe_open(output_.get(), ours.Get()), "pipe");
-        output_fd_ = ours.Release();
+        outputFd_ = ours.Release();
         UvCheck(uv_read_start(AsStream(output_), GiveBuffer, OnRead), "pipe");
         return theirs;
     }
@@ -240,7 +240,7 @@ class Child::Run : public std::enable_shared_from_this<Run> {
         const auto self = std::exchange(self_, nullptr);
         // What the program wrote comes before its end; what it started may hold the pipe for ever.
         while (output_) {
-            const ssize_t count = read(output_fd_, buffer_.data(), buffer_.size());
+            const ssize_t count = read(outputFd_, buffer_.data(), buffer_.size());
             if (count <= 0) {
                 break;
             }
@@ -264,7 +264,7 @@ class Child::Run : public std::enable_shared_from_this<Run> {
     UvHandle<uv_signal_t> ended_;
     UvHandle<uv_pipe_t> output_;
     UvHandle<uv_timer_t> patience_;
-    int output_fd_ = -1;
+    int outputFd_ = -1;
     std::shared_ptr<Run> self_;
 };
 

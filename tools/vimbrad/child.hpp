@@ -48,7 +48,7 @@ class Child {
         // Its name in the list of processes, if that is not its own.
         std::string called = {};
         // What it gets when the daemon dies, however that happens.
-        int death_signal = SIGKILL;
+        int deathSignal = SIGKILL;
         std::optional<User> user = {};
     };
 

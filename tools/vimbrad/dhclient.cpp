@@ -39,7 +39,7 @@ class DhclientClient : public LeaseClient {
                    std::function<void()> signalled)
         : LeaseClient(context, name, VIMBRA_FAMILY_IPV6, files),
           signalled_(std::move(signalled)),
-          lease_timer_(MakeTimer(context.loop, this)) {
+          leaseTimer_(MakeTimer(context.loop, this)) {
         Expect(kAnswerMs);
     }
 
@@ -80,7 +80,7 @@ class DhclientClient : public LeaseClient {
     // A lease that was not renewed ends; without one the failure is told again and again.
     void Expect(u64 milliseconds) {
         uv_timer_start(
-            lease_timer_.get(),
+            leaseTimer_.get(),
             [](uv_timer_t* timer) {
                 auto* self = static_cast<DhclientClient*>(timer->data);
                 self->Expect(kAnswerMs);
@@ -95,7 +95,7 @@ class DhclientClient : public LeaseClient {
 
     void LeaseTaken(u32 seconds) override {
         if (seconds == kForEver) {
-            uv_timer_stop(lease_timer_.get());
+            uv_timer_stop(leaseTimer_.get());
         } else {
             Expect(u64{seconds} * 1000);
         }
@@ -128,7 +128,7 @@ class DhclientClient : public LeaseClient {
     }
 
     std::function<void()> signalled_;
-    UvHandle<uv_timer_t> lease_timer_;
+    UvHandle<uv_timer_t> leaseTimer_;
     bool asked_ = false;
     bool releasing_ = false;
 };

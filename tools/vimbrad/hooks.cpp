@@ -98,10 +98,10 @@ constexpr Hook kHooks[] = {
 
 }  // namespace
 
-void MakeHooks(const RunDirectory& run_dir) {
+void MakeHooks(const RunDirectory& runDir) {
     const std::string program = std::filesystem::read_symlink("/proc/self/exe");
     for (const Hook& each : kHooks) {
-        const std::string path = run_dir.PathOf(each.name);
+        const std::string path = runDir.PathOf(each.name);
         if (symlink(program.c_str(), path.c_str()) != 0) {
             throw std::system_error(errno, std::generic_category(), path);
         }

@@ -16,7 +16,7 @@ inline constexpr char kDhclientHook[] = "dhclient-hook";
 inline constexpr char kPppdHook[] = "pppd-hook";
 
 // Throws std::system_error.
-void MakeHooks(const RunDirectory& run_dir);
+void MakeHooks(const RunDirectory& runDir);
 
 // Does a hook's work if it was called by the name of one; its exit status then.
 std::optional<int> RunAsHook(int argc, char** argv);

@@ -46,18 +46,18 @@ LeaseClient::LeaseClient(const Context& context, std::string name, u16 family,
       report_(name_, family),
       notifier_(context.loop, SocketOf(name_, family).c_str(), [] {}),
       timer_(MakeTimer(context.loop, this)),
-      taken_up_end_(MakeTimer(context.loop, this)) {}
+      takenUpEnd_(MakeTimer(context.loop, this)) {}
 
 u64 LeaseClient::SecondsLeft() const {
     const u64 now = SecondsSinceBoot();
-    return lease_end_ > now ? lease_end_ - now : 0;
+    return leaseEnd_ > now ? leaseEnd_ - now : 0;
 }
 
 Json LeaseClient::Save() const {
     Json state{{"interface", name_}, {"family", family_}, {"settings", settings_.Save()}};
-    if (has_lease_) {
+    if (hasLease_) {
         state["lease"] = TextOfRecord(lease_);
-        state["lease_end"] = lease_end_;
+        state["lease_end"] = leaseEnd_;
     }
     return state;
 }
@@ -70,15 +70,15 @@ void LeaseClient::Restore(const Json& state) {
         return;
     }
     lease_ = RecordFromText<TVimbraDhcpcAddrInfo>(state.at("lease").get<std::string>());
-    lease_end_ = state.at("lease_end").get<u64>();
-    has_lease_ = true;
-    taken_up_ = true;
+    leaseEnd_ = state.at("lease_end").get<u64>();
+    hasLease_ = true;
+    takenUp_ = true;
     const u64 left = SecondsLeft();
     uv_timer_start(
-        taken_up_end_.get(),
+        takenUpEnd_.get(),
         [](uv_timer_t* timer) {
             auto* self = static_cast<LeaseClient*>(timer->data);
-            if (self->taken_up_) {
+            if (self->takenUp_) {
                 self->Lose();
             }
         },
@@ -93,14 +93,14 @@ void LeaseClient::Restore(const Json& state) {
 Json LeaseClient::Show() const {
     Json shown{{"interface", name_},
                {"family", FamilyKey(family_)},
-               {"state", Stopping()   ? "stopping"
-                         : !child_    ? "waiting"
-                         : has_lease_ ? "bound"
-                                      : "asking"}};
+               {"state", Stopping()  ? "stopping"
+                         : !child_   ? "waiting"
+                         : hasLease_ ? "bound"
+                                     : "asking"}};
     if (child_) {
         shown["pid"] = child_->Pid();
     }
-    if (!has_lease_) {
+    if (!hasLease_) {
         return shown;
     }
     Json& lease = shown["lease"];
@@ -119,7 +119,7 @@ Json LeaseClient::Show() const {
 }
 
 void LeaseClient::TellEnd() {
-    if (has_lease_) {
+    if (hasLease_) {
         TellFailure();
     }
 }
@@ -134,7 +134,7 @@ void LeaseClient::Stop(Stopped stopped) {
 }
 
 void LeaseClient::RunProgram(const Child::Program& program) {
-    has_spoken_ = false;
+    hasSpoken_ = false;
     child_ =
         std::make_unique<Child>(context_.loop, program,
                                 Child::Events{[this](std::string_view line) { TakeLine(line); },
@@ -162,8 +162,8 @@ void LeaseClient::Restart() {
 
 void LeaseClient::Lose() {
     settings_.Remove();
-    taken_up_ = false;
-    if (std::exchange(has_lease_, false) && !Stopping()) {
+    takenUp_ = false;
+    if (std::exchange(hasLease_, false) && !Stopping()) {
         TellFailure();
     }
     context_.registry.Changed();
@@ -180,7 +180,7 @@ void LeaseClient::TakeLine(std::string_view line) {
         LogDebug("%.*s", static_cast<int>(line.size()), line.data());
         return;
     }
-    has_spoken_ = true;
+    hasSpoken_ = true;
     if (report_.Take(line)) {
         TakeReport();
     }
@@ -188,7 +188,7 @@ void LeaseClient::TakeLine(std::string_view line) {
 
 // A program begins without a lease; what an earlier life had stays nevertheless.
 bool LeaseClient::KeepsLease(const std::string& event) {
-    return taken_up_ && (event == "deconfig" || event == "leasefail");
+    return takenUp_ && (event == "deconfig" || event == "leasefail");
 }
 
 void LeaseClient::TakeReport() {
@@ -201,7 +201,7 @@ void LeaseClient::TakeReport() {
         TakeLease(report_.Lease());
     } else if (event == "deconfig") {
         Lose();
-    } else if (taken_up_ && event == "nak") {
+    } else if (takenUp_ && event == "nak") {
         Lose();
     } else if (event == "leasefail" || event == "nak") {
         TellFailure();
@@ -209,11 +209,11 @@ void LeaseClient::TakeReport() {
 }
 
 void LeaseClient::TakeLease(const TVimbraDhcpcAddrInfo& lease) {
-    taken_up_ = false;
-    has_lease_ = settings_.Apply(lease);
-    if (has_lease_) {
+    takenUp_ = false;
+    hasLease_ = settings_.Apply(lease);
+    if (hasLease_) {
         lease_ = lease;
-        lease_end_ = SecondsSinceBoot() + lease.dwLeaseTime;
+        leaseEnd_ = SecondsSinceBoot() + lease.dwLeaseTime;
         notifier_.Post(wire::kDhcpcLease, lease);
         LeaseTaken(lease.dwLeaseTime);
     } else {
@@ -232,7 +232,7 @@ void LeaseClient::Ended(const ChildEnd& end) {
         return;
     }
     LogWarning("%s: ended with %s", Title(), end.Text().c_str());
-    if (!taken_up_) {
+    if (!takenUp_) {
         Lose();
     }
     RestartAfter(kRestartMs);

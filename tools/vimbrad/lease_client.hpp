@@ -67,13 +67,13 @@ class LeaseClient {
     // True when the program's end is a part of its work, and the work goes on.
     virtual bool Continues(const ChildEnd&) { return false; }
 
-    std::string HookOf(const char* name) const { return context_.run_dir.PathOf(name); }
+    std::string HookOf(const char* name) const { return context_.runDir.PathOf(name); }
     const std::string& Name() const { return name_; }
     const PrivateDir& Files() const { return files_; }
     const char* Title() const { return title_.c_str(); }
-    bool HasLease() const { return has_lease_; }
+    bool HasLease() const { return hasLease_; }
     // The program that runs has told of an event.
-    bool HasSpoken() const { return has_spoken_; }
+    bool HasSpoken() const { return hasSpoken_; }
     const TVimbraDhcpcAddrInfo& Lease() const { return lease_; }
 
  private:
@@ -95,14 +95,14 @@ class LeaseClient {
     Notifier notifier_;
     UvHandle<uv_timer_t> timer_;
     std::unique_ptr<Child> child_;
-    bool has_spoken_ = false;
-    bool has_lease_ = false;
+    bool hasSpoken_ = false;
+    bool hasLease_ = false;
     TVimbraDhcpcAddrInfo lease_{};
     // When the lease ends, in seconds since the machine was started.
-    u64 lease_end_ = 0;
+    u64 leaseEnd_ = 0;
     // The lease is an earlier life's, and no server has spoken of it in this one.
-    bool taken_up_ = false;
-    UvHandle<uv_timer_t> taken_up_end_;
+    bool takenUp_ = false;
+    UvHandle<uv_timer_t> takenUpEnd_;
     Stopped stopped_;
 };
 

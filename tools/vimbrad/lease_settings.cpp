@@ -178,7 +178,7 @@ void LeaseSettings::SetServers(const std::vector<TVimbraAddr>& servers) {
         return;
     }
     if (servers_.empty()) {
-        NoteResolver(context_.run_dir);
+        NoteResolver(context_.runDir);
     }
     // The library edits a file that is there.
     vimbra::Fd(open, "/etc/resolv.conf", O_RDONLY | O_CREAT | O_CLOEXEC, 0644);
@@ -198,7 +198,7 @@ void LeaseSettings::RemoveServers() {
         return;
     }
     TakeServersOut(servers);
-    PutResolverBack(context_.run_dir);
+    PutResolverBack(context_.runDir);
 }
 
 void LeaseSettings::TakeServersOut(const std::vector<TVimbraAddr>& servers) {

@@ -42,14 +42,14 @@ Life::Life(uv_loop_t* loop, const Options& options)
       terminate_(EndOn(SIGTERM)),
       interrupt_(EndOn(SIGINT)),
       deadline_(MakeTimer(loop, this)),
-      next_step_(MakeTimer(loop, this)),
-      readiness_(options.ready_fd),
-      run_dir_(options.run_dir),
+      nextStep_(MakeTimer(loop, this)),
+      readiness_(options.readyFd),
+      runDir_(options.runDir),
       rendezvous_(options.group),
       services_(AllServices(
-          {loop, run_dir_, registry_, options.web_root, options.web_user, options.set_clock})),
-      state_(run_dir_, services_) {
-    MakeHooks(run_dir_);
+          {loop, runDir_, registry_, options.webRoot, options.webUser, options.setClock})),
+      state_(runDir_, services_) {
+    MakeHooks(runDir_);
     for (const auto& service : services_) {
         service->Attach(registry_);
     }
@@ -61,7 +61,7 @@ Life::Life(uv_loop_t* loop, const Options& options)
     registry_.OnChange([this] { state_.Save(); });
     server_.emplace(loop, registry_, rendezvous_.TakeSocket(), LimitsFor(RaiseDescriptorLimit()));
     overview_.emplace(services_, registry_, *server_);
-    operators_.emplace(loop, run_dir_,
+    operators_.emplace(loop, runDir_,
                        [this](const Json& question) { return overview_->Answer(question); });
 }
 
@@ -74,7 +74,7 @@ Life::~Life() {
 
 void Life::Run() {
     for (const MissingThing& each : MissingThings()) {
-        LogInfo("%s is missing: no %s", each.thing.c_str(), each.needed_for.c_str());
+        LogInfo("%s is missing: no %s", each.thing.c_str(), each.neededFor.c_str());
     }
     LogInfo("listening on %s", kSocketPath);
     readiness_.TellReady();
@@ -120,7 +120,7 @@ void Life::End() {
 // From the loop: who has let go last may be a program that is still telling of its end.
 void Life::ProgramsEnded() {
     uv_timer_start(
-        next_step_.get(),
+        nextStep_.get(),
         [](uv_timer_t* timer) {
             auto* self = static_cast<Life*>(timer->data);
             for (const auto& service : self->services_) {
@@ -141,7 +141,7 @@ void Life::AwaitDeliveries() {
         return;
     }
     uv_timer_start(
-        next_step_.get(),
+        nextStep_.get(),
         [](uv_timer_t* timer) { static_cast<Life*>(timer->data)->AwaitDeliveries(); }, kLookMs, 0);
 }
 

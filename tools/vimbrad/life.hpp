@@ -44,9 +44,9 @@ class Life {
     UvHandle<uv_signal_t> terminate_;
     UvHandle<uv_signal_t> interrupt_;
     UvHandle<uv_timer_t> deadline_;
-    UvHandle<uv_timer_t> next_step_;
+    UvHandle<uv_timer_t> nextStep_;
     Readiness readiness_;
-    RunDirectory run_dir_;
+    RunDirectory runDir_;
     Rendezvous rendezvous_;
     Registry registry_;
     // Its connections outlive the services, which answer what they still owe.

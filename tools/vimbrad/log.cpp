@@ -13,7 +13,7 @@ namespace vimbrad {
 namespace {
 
 struct Log {
-    LogLevel operator_level = LogLevel::kInfo;
+    LogLevel operatorLevel = LogLevel::kInfo;
     LogLevel level = LogLevel::kInfo;
     std::unique_ptr<LogSink> sink;
     u64 lost = 0;
@@ -72,7 +72,7 @@ void Write(LogLevel wanted, const Severity& severity, const char* format, va_lis
 }  // namespace
 
 void SetOperatorLogLevel(LogLevel level) {
-    TheLog().operator_level = level;
+    TheLog().operatorLevel = level;
     TheLog().level = level;
 }
 
@@ -103,8 +103,8 @@ VIMBRAD_DEFINE_LOG(LogError, TheLog().level, kError)
 VIMBRAD_DEFINE_LOG(LogWarning, TheLog().level, kWarning)
 VIMBRAD_DEFINE_LOG(LogInfo, TheLog().level, kInfo)
 VIMBRAD_DEFINE_LOG(LogDebug, TheLog().level, kDebug)
-VIMBRAD_DEFINE_LOG(LogChange, TheLog().operator_level, kInfo)
-VIMBRAD_DEFINE_LOG(LogRefused, TheLog().operator_level, kWarning)
+VIMBRAD_DEFINE_LOG(LogChange, TheLog().operatorLevel, kInfo)
+VIMBRAD_DEFINE_LOG(LogRefused, TheLog().operatorLevel, kWarning)
 #undef VIMBRAD_DEFINE_LOG
 
 }  // namespace vimbrad

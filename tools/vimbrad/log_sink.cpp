@@ -35,8 +35,8 @@ class StandardErrorSink : public LogSink {
     // any more: it is opened once more for us. A socket cannot be, but can be asked not to wait.
     StandardErrorSink() {
         struct stat status {};
-        is_socket_ = fstat(STDERR_FILENO, &status) == 0 && S_ISSOCK(status.st_mode);
-        if (!is_socket_) {
+        isSocket_ = fstat(STDERR_FILENO, &status) == 0 && S_ISSOCK(status.st_mode);
+        if (!isSocket_) {
             own_.Reset(
                 open("/proc/self/fd/2", O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
         }
@@ -51,7 +51,7 @@ class StandardErrorSink : public LogSink {
 
  private:
     ssize_t Send(const std::string& line) const {
-        if (is_socket_) {
+        if (isSocket_) {
             return send(STDERR_FILENO, line.data(), line.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
         }
         if (own_) {
@@ -61,7 +61,7 @@ class StandardErrorSink : public LogSink {
         return poll(&ready, 1, 0) == 1 ? write(STDERR_FILENO, line.data(), line.size()) : -1;
     }
 
-    bool is_socket_ = false;
+    bool isSocket_ = false;
     vimbra::Fd own_;
 };
 

@@ -71,7 +71,7 @@ int main(int argc, char** argv) {
     if (const auto status = vimbrad::ReadOptions(argc, argv, options)) {
         return *status;
     }
-    vimbrad::SetOperatorLogLevel(options.log_level);
+    vimbrad::SetOperatorLogLevel(options.logLevel);
     if (options.syslog) {
         vimbrad::LogToSyslog();
     }

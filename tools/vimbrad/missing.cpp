@@ -10,7 +10,7 @@ namespace {
 
 struct Needed {
     const char* thing;
-    const char* needed_for;
+    const char* neededFor;
 };
 
 constexpr Needed kPrograms[] = {{"busybox", "DHCP clients and servers of IPv4, the web server"},
@@ -36,7 +36,7 @@ std::vector<MissingThing> MissingThings() {
     std::vector<MissingThing> missing;
     for (const Needed& each : kPrograms) {
         if (!IsProgram(each.thing)) {
-            missing.push_back({each.thing, each.needed_for});
+            missing.push_back({each.thing, each.neededFor});
         }
     }
     // A module may be loaded later; where the driver is part of the kernel or loaded it is here.

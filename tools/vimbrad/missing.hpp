@@ -9,7 +9,7 @@ namespace vimbrad {
 
 struct MissingThing {
     std::string thing;
-    std::string needed_for;
+    std::string neededFor;
 };
 
 // As the machine is now.

@@ -89,8 +89,8 @@ std::vector<IfaceAddr> Netlink::Addresses(int iface, u16 family) {
     return found;
 }
 
-int Netlink::ErrnoOf(int library_error) {
-    switch (-library_error) {
+int Netlink::ErrnoOf(int libraryError) {
+    switch (-libraryError) {
         case NLE_NOMEM:
             return ENOMEM;
         case NLE_PERM:

@@ -91,7 +91,7 @@ class Netlink {
     nl_sock* Socket() const { return socket_.get(); }
 
     // The error number behind one of the library's own.
-    static int ErrnoOf(int library_error);
+    static int ErrnoOf(int libraryError);
 
  private:
     NlSocket socket_;

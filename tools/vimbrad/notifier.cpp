@@ -45,10 +45,10 @@ struct Notifier::Attempt {
     }
 };
 
-Notifier::Notifier(uv_loop_t* loop, const char* name, std::function<void()> on_nobody)
+Notifier::Notifier(uv_loop_t* loop, const char* name, std::function<void()> onNobody)
     : loop_(loop),
       path_(std::string("/tmp/") + name),
-      on_nobody_(std::move(on_nobody)),
+      onNobody_(std::move(onNobody)),
       timer_(MakeTimer(loop, this)) {}
 
 Notifier::~Notifier() {
@@ -64,7 +64,7 @@ void Notifier::Clear() {
     }
     attempt_ = nullptr;
     pipe_.reset();
-    failing_since_ = 0;
+    failingSince_ = 0;
 }
 
 void Notifier::Enqueue(u32 type, Bytes body) {
@@ -75,9 +75,9 @@ void Notifier::Enqueue(u32 type, Bytes body) {
         --pending_;
     }
     const IpcMsgHead head{type, static_cast<u32>(body.size()), 0};
-    const Bytes head_bytes = std::as_bytes(std::span(&head, 1));
+    const Bytes headBytes = std::as_bytes(std::span(&head, 1));
     std::vector<char>& message = queue_.emplace_back();
-    for (const Bytes part : {head_bytes, body}) {
+    for (const Bytes part : {headBytes, body}) {
         const auto* bytes = reinterpret_cast<const char*>(part.data());
         message.insert(message.end(), bytes, bytes + part.size());
     }
@@ -105,7 +105,7 @@ void Notifier::Finished(int status) {
         TryLater(status);
         return;
     }
-    failing_since_ = 0;
+    failingSince_ = 0;
     queue_.pop_front();
     --pending_;
     if (!queue_.empty()) {
@@ -115,11 +115,11 @@ void Notifier::Finished(int status) {
 
 void Notifier::TryLater(int status) {
     const u64 now = uv_now(loop_);
-    if (failing_since_ == 0) {
-        failing_since_ = now;
+    if (failingSince_ == 0) {
+        failingSince_ = now;
     }
     const bool listens = status == UV_EAGAIN;
-    if (now - failing_since_ < (listens ? kBusyMs : kNobodyMs)) {
+    if (now - failingSince_ < (listens ? kBusyMs : kNobodyMs)) {
         uv_timer_start(
             timer_.get(), [](uv_timer_t* timer) { static_cast<Notifier*>(timer->data)->Deliver(); },
             kRetryMs, 0);
@@ -128,8 +128,8 @@ void Notifier::TryLater(int status) {
     LogInfo("%s: %s: %zu messages dropped", path_.c_str(), uv_strerror(status), queue_.size());
     Clear();
     // The service may end with this call, and its notifier too.
-    const std::function<void()> on_nobody = on_nobody_;
-    on_nobody();
+    const std::function<void()> onNobody = onNobody_;
+    onNobody();
 }
 
 }  // namespace vimbrad

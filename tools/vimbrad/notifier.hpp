@@ -23,7 +23,7 @@ class Notifier {
  public:
     // `name` is the socket's in /tmp. `on_nobody` is called from the loop, never from Post(); it
     // may post again, and it may destroy the notifier.
-    Notifier(uv_loop_t* loop, const char* name, std::function<void()> on_nobody);
+    Notifier(uv_loop_t* loop, const char* name, std::function<void()> onNobody);
     ~Notifier();
     Notifier(const Notifier&) = delete;
     Notifier& operator=(const Notifier&) = delete;
@@ -38,7 +38,7 @@ class Notifier {
     void Post(u32 type) { Enqueue(type, {}); }
 
     // A client that has just asked is about to listen: it has its second from now on.
-    void AwaitListener() { failing_since_ = 0; }
+    void AwaitListener() { failingSince_ = 0; }
 
     // Forgets what has not been sent.
     void Clear();
@@ -58,12 +58,12 @@ class Notifier {
 
     uv_loop_t* loop_;
     std::string path_;
-    std::function<void()> on_nobody_;
+    std::function<void()> onNobody_;
     std::deque<std::vector<char>> queue_;
     UvHandle<uv_timer_t> timer_;
     UvHandle<uv_pipe_t> pipe_;
     Attempt* attempt_ = nullptr;
-    u64 failing_since_ = 0;
+    u64 failingSince_ = 0;
 };
 
 }  // namespace vimbrad

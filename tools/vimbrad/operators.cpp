@@ -125,9 +125,9 @@ class Operators::Connection {
     UvHandle<uv_timer_t> timer_;
 };
 
-Operators::Operators(uv_loop_t* loop, const RunDirectory& run_dir, Ask ask)
+Operators::Operators(uv_loop_t* loop, const RunDirectory& runDir, Ask ask)
     : loop_(loop), ask_(std::move(ask)), listener_(MakePipe(loop, this)) {
-    UvCheck(uv_pipe_bind(listener_.get(), run_dir.PathOf(kOperatorsName).c_str()),
+    UvCheck(uv_pipe_bind(listener_.get(), runDir.PathOf(kOperatorsName).c_str()),
             "operators' socket");
     UvCheck(uv_listen(AsStream(listener_), kBacklog,
                       [](uv_stream_t* stream, int status) {

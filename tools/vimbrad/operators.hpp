@@ -21,7 +21,7 @@ class Operators {
     // Answers a question; throws Refusal for one that is none.
     using Ask = std::function<Json(const Json& question)>;
 
-    Operators(uv_loop_t* loop, const RunDirectory& run_dir, Ask ask);
+    Operators(uv_loop_t* loop, const RunDirectory& runDir, Ask ask);
     ~Operators();
     Operators(const Operators&) = delete;
     Operators& operator=(const Operators&) = delete;

@@ -89,7 +89,7 @@ bool Take(char letter, const char* value, Options& options) {
                              value);
                 return false;
             }
-            options.log_level = static_cast<LogLevel>(*level);
+            options.logLevel = static_cast<LogLevel>(*level);
             return true;
         }
         case 'n': {
@@ -99,11 +99,11 @@ bool Take(char letter, const char* value, Options& options) {
                              value);
                 return false;
             }
-            options.ready_fd = static_cast<int>(*fd);
+            options.readyFd = static_cast<int>(*fd);
             return true;
         }
         case 'r':
-            options.run_dir = value;
+            options.runDir = value;
             return true;
         case 'f':
             options.forget = true;
@@ -112,17 +112,17 @@ bool Take(char letter, const char* value, Options& options) {
             options.keep = true;
             return true;
         case 's':
-            options.set_clock = true;
+            options.setClock = true;
             return true;
         case 'u':
             if (getpwnam(value) == nullptr) {
                 std::fprintf(stderr, "vimbrad: there is no user '%s'\n", value);
                 return false;
             }
-            options.web_user = value;
+            options.webUser = value;
             return true;
         case 'w':
-            options.web_root = value;
+            options.webRoot = value;
             return true;
         default:
             options.syslog = true;

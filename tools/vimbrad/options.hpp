@@ -13,16 +13,16 @@
 namespace vimbrad {
 
 struct Options {
-    std::string run_dir = kRunDir;
+    std::string runDir = kRunDir;
     std::optional<gid_t> group;
-    std::string web_root = "/var/www";
-    std::string web_user = "nobody";
-    bool set_clock = false;
+    std::string webRoot = "/var/www";
+    std::string webUser = "nobody";
+    bool setClock = false;
     bool syslog = false;
     bool keep = false;
     bool forget = false;
-    int ready_fd = -1;
-    LogLevel log_level = LogLevel::kInfo;
+    int readyFd = -1;
+    LogLevel logLevel = LogLevel::kInfo;
 };
 
 // Exit status, or nothing when the daemon is to run.

@@ -42,7 +42,7 @@ Json Overview::Answer(const Json& question) const {
 Json Overview::Daemon() const {
     Json missing = Json::array();
     for (const MissingThing& each : MissingThings()) {
-        missing.push_back({{"thing", each.thing}, {"needed_for", each.needed_for}});
+        missing.push_back({{"thing", each.thing}, {"needed_for", each.neededFor}});
     }
     return {{"version", VIMBRAD_VERSION},
             {"pid", getpid()},

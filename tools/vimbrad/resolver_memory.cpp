@@ -25,26 +25,26 @@ bool HasServers(const std::string& text) {
 
 }  // namespace
 
-void NoteResolver(const RunDirectory& run_dir) {
+void NoteResolver(const RunDirectory& runDir) {
     const std::string text = Configuration();
-    if (!HasServers(text) || !run_dir.Read(kResolverName).empty()) {
+    if (!HasServers(text) || !runDir.Read(kResolverName).empty()) {
         return;
     }
     try {
-        run_dir.Replace(kResolverName, text, 0600);
+        runDir.Replace(kResolverName, text, 0600);
     } catch (const Refusal& refusal) {
         LogWarning("%s will not come back as it is: %s", kPath, refusal.what());
     }
 }
 
-void PutResolverBack(const RunDirectory& run_dir) {
-    const std::string before = run_dir.Read(kResolverName);
+void PutResolverBack(const RunDirectory& runDir) {
+    const std::string before = runDir.Read(kResolverName);
     if (before.empty() || HasServers(Configuration())) {
         return;
     }
     try {
         WriteWholeFile(kPath, before, 0644);
-        run_dir.Remove(kResolverName);
+        runDir.Remove(kResolverName);
     } catch (const Refusal& refusal) {
         LogWarning("%s is not as it was before: %s", kPath, refusal.what());
     }

@@ -7,9 +7,9 @@ namespace vimbrad {
 class RunDirectory;
 
 // Before servers of ours come; what is noted already is older, and stays.
-void NoteResolver(const RunDirectory& run_dir);
+void NoteResolver(const RunDirectory& runDir);
 // When servers of ours have gone: as it was noted, if nobody's are left.
-void PutResolverBack(const RunDirectory& run_dir);
+void PutResolverBack(const RunDirectory& runDir);
 
 }  // namespace vimbrad
 

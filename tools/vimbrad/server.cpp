@@ -185,8 +185,7 @@ ServerLimits LimitsFor(size_t descriptors) {
             std::clamp(free / kDescriptorsPending, kPlacesMin, kPendingMax)};
 }
 
-Server::Server(uv_loop_t* loop, Registry& registry, int listening_socket,
-               const ServerLimits& limits)
+Server::Server(uv_loop_t* loop, Registry& registry, int listeningSocket, const ServerLimits& limits)
     : loop_(loop),
       registry_(registry),
       limits_(limits),
@@ -194,7 +193,7 @@ Server::Server(uv_loop_t* loop, Registry& registry, int listening_socket,
       next_(MakeHandle<uv_idle_t>([loop](uv_idle_t* raw) { return uv_idle_init(loop, raw); },
                                   "idle")) {
     next_->data = this;
-    UvCheck(uv_pipe_open(listener_.get(), listening_socket), "socket");
+    UvCheck(uv_pipe_open(listener_.get(), listeningSocket), "socket");
     UvCheck(uv_listen(AsStream(listener_), kBacklog,
                       [](uv_stream_t* stream, int status) {
                           if (status < 0) {
@@ -210,8 +209,8 @@ Server::~Server() = default;
 
 // A client that is not accepted stays in the socket's queue, and the loop asks for no other.
 void Server::Accept() {
-    client_waits_ = !MakeRoom();
-    if (client_waits_) {
+    clientWaits_ = !MakeRoom();
+    if (clientWaits_) {
         return;
     }
     auto connection = std::make_shared<Connection>(*this, loop_);
@@ -245,7 +244,7 @@ bool Server::MakeRoom() {
 
 void Server::Drop(const Connection* connection) {
     connections_.remove_if([connection](const auto& each) { return each.get() == connection; });
-    if (client_waits_) {
+    if (clientWaits_) {
         uv_idle_start(next_.get(), [](uv_idle_t* idle) {
             uv_idle_stop(idle);
             static_cast<Server*>(idle->data)->Accept();

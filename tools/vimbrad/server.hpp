@@ -28,7 +28,7 @@ ServerLimits LimitsFor(size_t descriptors);
 class Server {
  public:
     // Owns the listening socket from now on. The registry must outlive the server.
-    Server(uv_loop_t* loop, Registry& registry, int listening_socket, const ServerLimits& limits);
+    Server(uv_loop_t* loop, Registry& registry, int listeningSocket, const ServerLimits& limits);
     ~Server();
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
@@ -53,7 +53,7 @@ class Server {
     UvHandle<uv_pipe_t> listener_;
     // Runs when a connection has ended and a client waits for its place.
     UvHandle<uv_idle_t> next_;
-    bool client_waits_ = false;
+    bool clientWaits_ = false;
 };
 
 }  // namespace vimbrad

@@ -60,7 +60,7 @@ void Registry::Add(u32 type, size_t size, const Title& title, Entry entry) {
     }
 }
 
-void Registry::Dispatch(u32 type, Bytes body, Owed::Send send, const Peer& peer, bool may_wait) {
+void Registry::Dispatch(u32 type, Bytes body, Owed::Send send, const Peer& peer, bool mayWait) {
     const auto variants = operations_.find(type);
     if (variants == operations_.end()) {
         LogWarning("request 0x%04x with %zu bytes: nobody serves it (by %s)", type, body.size(),
@@ -81,12 +81,11 @@ void Registry::Dispatch(u32 type, Bytes body, Owed::Send send, const Peer& peer,
     }
     const auto& [title, entry] = operation->second;
     LogDebug("%s", title.what.c_str());
-    entry(
-        body,
-        std::make_shared<Owed>(
-            *this,
-            Call{.what = title.what, .peer = peer, .changes = title.changes, .may_wait = may_wait},
-            std::move(send)));
+    entry(body,
+          std::make_shared<Owed>(
+              *this,
+              Call{.what = title.what, .peer = peer, .changes = title.changes, .mayWait = mayWait},
+              std::move(send)));
 }
 
 void Registry::NoteRefusal(Refused refused) {

@@ -48,7 +48,7 @@ struct Call {
     // Of a change.
     std::string values = {};
     // Whether there is room for one more request that takes its time.
-    bool may_wait = true;
+    bool mayWait = true;
 };
 
 // A reply that is owed. If everyone lets go of it unanswered the client is told ECANCELED.
@@ -174,13 +174,13 @@ class Registry {
 
     // Carries out one request. What nobody serves, and what has a body of a size that nobody
     // expects, is refused with four bytes.
-    void Dispatch(u32 type, Bytes body, Owed::Send send, const Peer& peer, bool may_wait = true);
+    void Dispatch(u32 type, Bytes body, Owed::Send send, const Peer& peer, bool mayWait = true);
 
     // Called before the reply to a change goes out, whether it was made or refused.
-    void OnChange(std::function<void()> call) { on_change_ = std::move(call); }
+    void OnChange(std::function<void()> call) { onChange_ = std::move(call); }
     void Changed() const {
-        if (on_change_) {
-            on_change_();
+        if (onChange_) {
+            onChange_();
         }
     }
 
@@ -221,7 +221,7 @@ class Registry {
     }
 
     static void CheckMayWait(const Owed& owed) {
-        if (!owed.TheCall().may_wait) {
+        if (!owed.TheCall().mayWait) {
             throw Refusal(EBUSY, "too many requests wait for their replies");
         }
     }
@@ -246,7 +246,7 @@ class Registry {
     void Add(u32 type, size_t size, const Title& title, Entry entry);
 
     std::map<u32, std::map<size_t, Operation>> operations_;
-    std::function<void()> on_change_;
+    std::function<void()> onChange_;
     std::deque<Refused> refusals_;
 };
 
@@ -255,15 +255,15 @@ class RunDirectory;
 // What services work with.
 struct Context {
     uv_loop_t* loop;
-    const RunDirectory& run_dir;
+    const RunDirectory& runDir;
     // For requests of their own, and to tell of changes that nobody asked for.
     Registry& registry;
     // What the web server serves.
-    std::string web_root = {};
+    std::string webRoot = {};
     // As whom; a user that we cannot become is none.
-    std::string web_user = {};
+    std::string webUser = {};
     // Whether NTP clients set the clock.
-    bool set_clock = false;
+    bool setClock = false;
 };
 
 using Json = nlohmann::json;

@@ -76,8 +76,8 @@ void AwaitProgramsOf(const Json& state) {
 }
 
 // Null when there is none of this boot. Throws what the JSON library does when it is not ours.
-Json ReadChecked(const RunDirectory& run_dir) {
-    const std::string text = run_dir.Read(kStateName);
+Json ReadChecked(const RunDirectory& runDir) {
+    const std::string text = runDir.Read(kStateName);
     if (text.empty()) {
         return nullptr;
     }
@@ -94,9 +94,9 @@ Json ReadChecked(const RunDirectory& run_dir) {
 }
 
 // Once the programs of the earlier life have gone.
-Json Read(const RunDirectory& run_dir) {
+Json Read(const RunDirectory& runDir) {
     try {
-        Json state = ReadChecked(run_dir);
+        Json state = ReadChecked(runDir);
         if (!state.is_null()) {
             AwaitProgramsOf(state);
         }
@@ -110,7 +110,7 @@ Json Read(const RunDirectory& run_dir) {
 }  // namespace
 
 void State::Restore() {
-    const Json state = Read(run_dir_);
+    const Json state = Read(runDir_);
     if (state.is_null()) {
         return;
     }
@@ -126,7 +126,7 @@ void State::Restore() {
 }
 
 void State::Forget() {
-    const Json state = Read(run_dir_);
+    const Json state = Read(runDir_);
     if (state.is_null()) {
         return;
     }
@@ -150,7 +150,7 @@ void State::Save() {
         return;
     }
     try {
-        run_dir_.Replace(kStateName, text, 0600);
+        runDir_.Replace(kStateName, text, 0600);
         written_ = std::move(text);
         failed_ = false;
     } catch (const Refusal& refusal) {

@@ -16,8 +16,8 @@ class State {
  public:
     using Services = std::vector<std::unique_ptr<Service>>;
 
-    State(const RunDirectory& run_dir, const Services& services)
-        : run_dir_(run_dir), services_(services) {}
+    State(const RunDirectory& runDir, const Services& services)
+        : runDir_(runDir), services_(services) {}
 
     // Takes up what an earlier life left, once its programs have gone. What cannot be taken up is
     // told, and forgotten.
@@ -26,10 +26,10 @@ class State {
     void Forget();
 
     void Save();
-    void Remove() const { run_dir_.Remove(kStateName); }
+    void Remove() const { runDir_.Remove(kStateName); }
 
  private:
-    const RunDirectory& run_dir_;
+    const RunDirectory& runDir_;
     const Services& services_;
     std::string written_;
     bool failed_ = false;

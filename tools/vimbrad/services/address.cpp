@@ -66,8 +66,8 @@ class Iface {
     std::vector<IfaceAddr> Addresses(u16 family) { return kernel_.Addresses(Index(), family); }
 
     // Addresses that a flush or a replacement may take away.
-    std::vector<IfaceAddr> Configured(u16 wanted_family) {
-        std::vector<IfaceAddr> found = Addresses(wanted_family);
+    std::vector<IfaceAddr> Configured(u16 wantedFamily) {
+        std::vector<IfaceAddr> found = Addresses(wantedFamily);
         std::erase_if(found, [](const auto& each) { return MadeByKernel(each.get()); });
         return found;
     }
@@ -127,7 +127,7 @@ class Iface {
 
     // Unless told otherwise the kernel takes every other address of a subnet away with the first.
     void KeepSecondaries() {
-        if (keeps_secondaries_) {
+        if (keepsSecondaries_) {
             return;
         }
         const auto changes = Allocated<Link>(rtnl_link_alloc());
@@ -135,12 +135,12 @@ class Iface {
         kernel_.Change(Build<NlMessage>([&](nl_msg** message) {
             return rtnl_link_build_change_request(link_.get(), changes.get(), 0, message);
         }));
-        keeps_secondaries_ = true;
+        keepsSecondaries_ = true;
     }
 
     Netlink kernel_;
     Link link_;
-    bool keeps_secondaries_ = false;
+    bool keepsSecondaries_ = false;
 };
 
 wire::TIpcAllIp Get(const wire::FamilyIfaceBody& body) {

@@ -92,7 +92,7 @@ class Watch {
     // What we have is read again when it is needed next.
     void Changed() {
         own_.reset();
-        probes_left_ = kProbesInARow;
+        probesLeft_ = kProbesInARow;
         Schedule(kSettleMs);
     }
 
@@ -122,8 +122,8 @@ class Watch {
                 }
             }
         }
-        probes_left_ = std::max(0, probes_left_ - 1);
-        Schedule(probes_left_ != 0 ? kRowMs : kProbeMs);
+        probesLeft_ = std::max(0, probesLeft_ - 1);
+        Schedule(probesLeft_ != 0 ? kRowMs : kProbeMs);
     }
 
     void Consider(const Statement& statement) {
@@ -184,7 +184,7 @@ class Watch {
     Notifier& notifier_;
     std::optional<std::map<int, OwnIface>> own_;
     std::map<Conflict, u64> told_;
-    int probes_left_ = 0;
+    int probesLeft_ = 0;
     KernelEvents events_;
     Neighbours neighbours_;
     UvHandle<uv_timer_t> timer_;

@@ -98,7 +98,7 @@ class DhcpClientService : public Service {
             return;
         }
         if (!files_) {
-            files_.emplace(context_.run_dir);
+            files_.emplace(context_.runDir);
         }
         auto client = MakeClient(key);
         client->Run();
@@ -119,7 +119,7 @@ class DhcpClientService : public Service {
     // The client of an earlier life, made anew.
     LeaseClient& Revive(const Json& state) {
         if (!files_) {
-            files_.emplace(context_.run_dir);
+            files_.emplace(context_.runDir);
         }
         const Key key{state.at("interface").get<std::string>(), state.at("family").get<u16>()};
         CheckOneFamily(key.second);

@@ -70,12 +70,12 @@ std::string NetmaskOf(u32 prefix) {
 
 // Every value comes from an address: a name of an interface is one that the kernel has.
 std::string ConfigurationOf(const std::string& name, const TVimbraDhcpsInfo& pool,
-                            const std::string& lease_file, const std::string& pid_file) {
+                            const std::string& leaseFile, const std::string& pidFile) {
     const u32 size = HostOrder(pool.tIpPoolEnd) - HostOrder(pool.tIpPoolStart);
     std::string text = "interface " + name + "\nstart " + TextOf(pool.tIpPoolStart) + "\nend " +
                        TextOf(pool.tIpPoolEnd) + "\nmax_leases " +
                        std::to_string(std::min(size, kLeasesMax - 1) + 1) + "\nlease_file " +
-                       lease_file + "\npidfile " + pid_file + "\nauto_time " +
+                       leaseFile + "\npidfile " + pidFile + "\nauto_time " +
                        std::to_string(kAutoTime) + "\noption subnet " +
                        NetmaskOf(pool.dwIpPoolPrefix) + "\n";
     if (HasRouter(pool)) {
@@ -108,10 +108,10 @@ class DhcpServer {
 
     // `ended` is told when the server has ended, asked to or not; that may destroy this.
     DhcpServer(uv_loop_t* loop, std::string name, const TVimbraDhcpsInfo& pool,
-               std::string lease_file, const std::string& configuration, Ended ended)
+               std::string leaseFile, const std::string& configuration, Ended ended)
         : name_(std::move(name)),
           pool_(pool),
-          lease_file_(std::move(lease_file)),
+          leaseFile_(std::move(leaseFile)),
           ended_(std::move(ended)),
           timer_(MakeTimer(loop, this)),
           child_(loop, {{"busybox", "udhcpd", "-f", configuration}},
@@ -144,7 +144,7 @@ class DhcpServer {
     }
 
     bool Stopping() const { return stopping_; }
-    const std::string& LeaseFile() const { return lease_file_; }
+    const std::string& LeaseFile() const { return leaseFile_; }
 
     // What it was started with.
     wire::DhcpsStartBody Wish() const {
@@ -164,7 +164,7 @@ class DhcpServer {
                    {"last", TextOf(pool_.tIpPoolEnd)},
                    {"prefix", pool_.dwIpPoolPrefix},
                    {"dns", Json::array()},
-                   {"lease_file", lease_file_}};
+                   {"lease_file", leaseFile_}};
         if (HasRouter(pool_)) {
             shown["router"] = TextOf(pool_.tRoutes);
         }
@@ -188,7 +188,7 @@ class DhcpServer {
 
     std::string name_;
     TVimbraDhcpsInfo pool_;
-    std::string lease_file_;
+    std::string leaseFile_;
     Ended ended_;
     UvHandle<uv_timer_t> timer_;
     Child child_;
@@ -199,7 +199,7 @@ class DhcpServer {
 class DhcpServerService : public Service {
  public:
     explicit DhcpServerService(const Context& context)
-        : loop_(context.loop), run_dir_(context.run_dir), registry_(context.registry) {
+        : loop_(context.loop), runDir_(context.runDir), registry_(context.registry) {
         try {
             MakeLeaseFile(kLeaseFile);
         } catch (const Refusal& refusal) {
@@ -298,14 +298,14 @@ class DhcpServerService : public Service {
         if (servers_.contains(name)) {
             throw Refusal(EBUSY, "somebody else starts it");
         }
-        const std::string lease_file = LeaseFileFor(name);
-        MakeLeaseFile(lease_file);
+        const std::string leaseFile = LeaseFileFor(name);
+        MakeLeaseFile(leaseFile);
         if (!files_) {
-            files_.emplace(run_dir_);
+            files_.emplace(runDir_);
         }
         const std::string configuration = files_->Write(
-            name, ConfigurationOf(name, pool, lease_file, files_->PathOf(name + ".pid")), 0600);
-        auto server = std::make_unique<DhcpServer>(loop_, name, pool, lease_file, configuration,
+            name, ConfigurationOf(name, pool, leaseFile, files_->PathOf(name + ".pid")), 0600);
+        auto server = std::make_unique<DhcpServer>(loop_, name, pool, leaseFile, configuration,
                                                    [this, name] { HasEnded(name); });
         server->AnswerStart(answer);
         servers_.emplace(name, std::move(server));
@@ -365,7 +365,7 @@ class DhcpServerService : public Service {
     };
 
     uv_loop_t* loop_;
-    const RunDirectory& run_dir_;
+    const RunDirectory& runDir_;
     Registry& registry_;
     std::optional<PrivateDir> files_;
     std::vector<Waiting> waiting_;

@@ -155,7 +155,7 @@ class GatewayService : public Service {
     wire::PlainResult Delete(const wire::FamilyIfaceBody& body, u32 table) {
         for (const Route& each :
              DefaultRoutesOf(NameOf(body.achIfaceName), body.wSinFamily, TableNumber(table))) {
-            Forget(SpecOf(each.get()));
+            ForgetRoute(SpecOf(each.get()));
             DeleteRoute(each.get());
         }
         return {0};
@@ -169,7 +169,7 @@ class GatewayService : public Service {
         return own;
     }
 
-    void Forget(const RouteSpec& spec) {
+    void ForgetRoute(const RouteSpec& spec) {
         const OwnGateway gone = OwnOf(spec);
         ours_.ForgetIf([&gone](const OwnGateway& each) { return IsForSame(each, gone); });
     }

@@ -112,7 +112,7 @@ class Question {
     // destroy this.
     Question(const Context& context, const TVimbraAddr& server, Answered answered)
         : answered_(std::move(answered)),
-          files_(context.run_dir),
+          files_(context.runDir),
           timer_(MakeTimer(context.loop, this)),
           child_(context.loop, {Command(server)},
                  {[this](std::string_view line) { TakeLine(line); },
@@ -153,17 +153,17 @@ class Question {
                 offset_ = std::llround(seconds * kMicroseconds);
             }
         }
-        timed_out_ = timed_out_ || line.ends_with("Timeout reached");
-        last_line_ = line;
+        timedOut_ = timedOut_ || line.ends_with("Timeout reached");
+        lastLine_ = line;
     }
 
     void TakeEnd(const ChildEnd& end) {
         if (offset_ && end.status == 0 && end.signal == 0) {
             Finish({0, *offset_});
-        } else if (timed_out_) {
+        } else if (timedOut_) {
             Finish({ETIMEDOUT});
         } else {
-            LogWarning("chronyd ended with %s: %s", end.Text().c_str(), last_line_.c_str());
+            LogWarning("chronyd ended with %s: %s", end.Text().c_str(), lastLine_.c_str());
             Finish({EIO});
         }
     }
@@ -177,8 +177,8 @@ class Question {
     Answered answered_;
     PrivateDir files_;
     std::optional<s64> offset_;
-    bool timed_out_ = false;
-    std::string last_line_;
+    bool timedOut_ = false;
+    std::string lastLine_;
     UvHandle<uv_timer_t> timer_;
     Child child_;
 };
@@ -200,7 +200,7 @@ class Client {
         Json shown{{"family", FamilyKey(server_.wSinFamily)},
                    {"server", TextOf(server_)},
                    {"interval", interval_},
-                   {"sets_clock", context_.set_clock}};
+                   {"sets_clock", context_.setClock}};
         if (last_ && last_->error == 0) {
             shown["offset"] = last_->offset;
         } else if (last_) {
@@ -241,7 +241,7 @@ class Client {
 
     void Take(const Outcome& outcome) {
         int error = outcome.error;
-        if (error == 0 && context_.set_clock) {
+        if (error == 0 && context_.setClock) {
             error = AdjustClock(outcome.offset);
         }
         if (error != 0) {
@@ -249,12 +249,11 @@ class Client {
             return;
         }
         LogInfo("NTP server %s: the clock %s %lld us", TextOf(server_).c_str(),
-                context_.set_clock ? "was set by" : "lacks",
-                static_cast<long long>(outcome.offset));
+                context_.setClock ? "was set by" : "lacks", static_cast<long long>(outcome.offset));
         last_ = outcome;
         TVimbraNtpcReport report = Report();
         report.llOffset = outcome.offset;
-        report.bClockSet = context_.set_clock;
+        report.bClockSet = context_.setClock;
         notifier_.Post(wire::kNtpcReport1, report);
     }
 

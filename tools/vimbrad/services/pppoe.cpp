@@ -94,7 +94,7 @@ std::string FieldOf(const char (&field)[N], const char* what) {
 
 // An options file of pppd. The plug-in comes first: it knows what the interface is.
 std::string OptionsOf(u16 family, const PppoeConfig& config, const std::string& hook,
-                      const std::string& no_hook) {
+                      const std::string& noHook) {
     if (config.lcp_echo_interval > kEchoMax || config.lcp_echo_failure > kEchoMax) {
         throw Refusal(EINVAL, "no such echo interval or count");
     }
@@ -108,7 +108,7 @@ std::string OptionsOf(u16 family, const PppoeConfig& config, const std::string& 
         add(each);
     }
     add("ip-up-script " + Quoted(hook));
-    add("ip-down-script " + Quoted(no_hook));
+    add("ip-down-script " + Quoted(noHook));
     add("lcp-echo-interval " + std::to_string(config.lcp_echo_interval));
     add("lcp-echo-failure " + std::to_string(config.lcp_echo_failure));
     const std::string no = config.default_route_enable != 0 ? "" : "no";
@@ -152,11 +152,11 @@ class PppoeLink {
           registry_(context.registry),
           family_(family),
           config_(config),
-          files_(context.run_dir),
-          options_(files_.Write("options",
-                                OptionsOf(family, config, context.run_dir.PathOf(kPppdHook),
-                                          files_.PathOf("ip-down")),
-                                0600)),
+          files_(context.runDir),
+          options_(files_.Write(
+              "options",
+              OptionsOf(family, config, context.runDir.PathOf(kPppdHook), files_.PathOf("ip-down")),
+              0600)),
           notifier_(loop_,
                     family == VIMBRA_FAMILY_IPV4 ? wire::kPppoeSocketIpv4 : wire::kPppoeSocketIpv6,
                     [] {}),
@@ -168,7 +168,7 @@ class PppoeLink {
     const PppoeConfig& Config() const { return config_; }
     // Nothing will be dialled any more.
     bool IsOver() const { return over_; }
-    bool IsUp() const { return was_up_; }
+    bool IsUp() const { return wasUp_; }
     bool Stopping() const { return stopped_ != nullptr; }
 
     // To an application that did not ask for it.
@@ -197,11 +197,11 @@ class PppoeLink {
 
  private:
     const char* StateName() const {
-        return stopped_  ? "stopping"
-               : over_   ? "over"
-               : was_up_ ? "up"
-               : child_  ? "dialling"
-                         : "waiting";
+        return stopped_ ? "stopping"
+               : over_  ? "over"
+               : wasUp_ ? "up"
+               : child_ ? "dialling"
+                        : "waiting";
     }
 
     static Json ShowAddresses(const TVimbraPppoeAddr& addresses) {
@@ -220,7 +220,7 @@ class PppoeLink {
     void Dial() {
         refused_ = false;
         child_ = std::make_unique<Child>(
-            loop_, Child::Program{.command = {"pppd", "file", options_}, .death_signal = SIGTERM},
+            loop_, Child::Program{.command = {"pppd", "file", options_}, .deathSignal = SIGTERM},
             Child::Events{[this](std::string_view line) { TakeLine(line); },
                           [this](const ChildEnd& end) { Ended(end); }});
         LogInfo("PPPoE link for %s: dials on %s", FamilyTitle(family_),
@@ -245,11 +245,11 @@ class PppoeLink {
             TellConnected({AddressOf(family, our), AddressOf(family, peer), AddressOf(family, dns1),
                            AddressOf(family, dns2)});
         } else if (line.starts_with(kOurIpv6Mark)) {
-            our_ipv6_ = behind(kOurIpv6Mark);
+            ourIpv6_ = behind(kOurIpv6Mark);
         } else if (line.starts_with(kPeerIpv6Mark)) {
             const u16 family = VIMBRA_FAMILY_IPV6;
             const TVimbraAddr none = AddressOf(family, "::");
-            TellConnected({AddressOf(family, our_ipv6_), AddressOf(family, behind(kPeerIpv6Mark)),
+            TellConnected({AddressOf(family, ourIpv6_), AddressOf(family, behind(kPeerIpv6Mark)),
                            none, none});
         }
     }
@@ -260,7 +260,7 @@ class PppoeLink {
         }
         LogInfo("PPPoE link for %s: %s is up", FamilyTitle(family_),
                 FamilyTitle(addresses.tOurIpaddr.wSinFamily));
-        was_up_ = true;
+        wasUp_ = true;
         addresses_.push_back(ShowAddresses(addresses));
         notifier_.Post(wire::kPppoeConnected, addresses);
         registry_.Changed();
@@ -276,14 +276,14 @@ class PppoeLink {
         LogWarning("PPPoE link for %s: pppd ended with %s", FamilyTitle(family_),
                    end.Text().c_str());
         const bool refused = refused_ || end.status == kNotAuthenticated;
-        notifier_.Post(was_up_ ? kLost : refused ? kRefused : kNoLink);
+        notifier_.Post(wasUp_ ? kLost : refused ? kRefused : kNoLink);
         DialAgain();
         registry_.Changed();
     }
 
     // Only failures in a row count: a link that was up has been worth its dial.
     void DialAgain() {
-        failures_ = std::exchange(was_up_, false) ? 0 : failures_ + 1;
+        failures_ = std::exchange(wasUp_, false) ? 0 : failures_ + 1;
         if (config_.auto_dial_enable == 0 ||
             (config_.maxfail != 0 && failures_ >= config_.maxfail)) {
             LogInfo("PPPoE link for %s: not dialled any more", FamilyTitle(family_));
@@ -321,9 +321,9 @@ class PppoeLink {
     Notifier notifier_;
     UvHandle<uv_timer_t> timer_;
     std::unique_ptr<Child> child_;
-    std::string our_ipv6_;
+    std::string ourIpv6_;
     std::vector<Json> addresses_;
-    bool was_up_ = false;
+    bool wasUp_ = false;
     bool refused_ = false;
     u32 failures_ = 0;
     bool over_ = false;

@@ -102,9 +102,9 @@ class Trace {
         hop.dwTtl = hop_;
         hop.nUserId = id_;
         hop.nTripTime = static_cast<s32>(echo.microseconds);
-        const bool error_message = event != kArrived;
-        hop.nErrType = error_message ? static_cast<s32>(echo.type) : 0;
-        hop.nErrCode = event == kNotSent ? error : error_message ? static_cast<s32>(echo.code) : 0;
+        const bool errorMessage = event != kArrived;
+        hop.nErrType = errorMessage ? static_cast<s32>(echo.type) : 0;
+        hop.nErrCode = event == kNotSent ? error : errorMessage ? static_cast<s32>(echo.code) : 0;
         hop.nIsOver = (event != kHop && event != kSilent) || hop_ == hops_ ? 1 : 0;
         ++hop_;
         tries_ = 0;

@@ -55,8 +55,8 @@ class WebService : public Service {
     explicit WebService(const Context& context)
         : loop_(context.loop),
           registry_(context.registry),
-          root_(context.web_root),
-          user_(context.web_user),
+          root_(context.webRoot),
+          user_(context.webUser),
           timer_(MakeTimer(loop_, this)) {}
 
     void Attach(Registry& registry) override {
