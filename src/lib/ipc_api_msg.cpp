@@ -165,20 +165,6 @@ s32 ReceiveWhole(CallSite site, int fd, SelectSet& set, timeval* left, void* rep
     return VIMBRA_OK;
 }
 
-// Body and header in one block, unless the caller has built them so already.
-bool Build(IpcMessage& message, const void* body, s32 bodySize) {
-    if (message) {
-        return true;
-    }
-    if (!message.Allocate(static_cast<u32>(bodySize))) {
-        return false;
-    }
-    if (bodySize > 0) {
-        memcpy(message.Body(), body, static_cast<size_t>(bodySize));
-    }
-    return true;
-}
-
 // The exchange of raw buffers that both public calls are.
 s32 SendAndRecv(CallSite site, const IpcPeer& peer, u32 type, const void* body, s32 bodySize,
                 void* reply, s32 replySize) {
@@ -186,8 +172,8 @@ s32 SendAndRecv(CallSite site, const IpcPeer& peer, u32 type, const void* body, 
         VLOG_ERROR_AT(site, "the parameters is invalid");
         return RefuseArgument(site.function, VIMBRA_ERR_GENERAL);
     }
-    IpcMessage message;
-    return IpcExchange(site, peer, type, message, body, bodySize, reply, replySize);
+    IpcMessage message(body, bodySize);
+    return IpcExchange(site, peer, type, message, reply, replySize);
 }
 
 }  // namespace
@@ -195,6 +181,19 @@ s32 SendAndRecv(CallSite site, const IpcPeer& peer, u32 type, const void* body, 
 bool IpcMessage::Allocate(u32 bodySize) {
     bodySize_ = bodySize;
     return block_.Allocate(WholeSize());
+}
+
+bool IpcMessage::Build() {
+    if (block_) {
+        return true;
+    }
+    if (!Allocate(bodySize_)) {
+        return false;
+    }
+    if (bodySize_ > 0) {
+        memcpy(Body(), body_, bodySize_);
+    }
+    return true;
 }
 
 const u8* IpcMessage::Whole(u32 type, s32 flag) {
@@ -206,11 +205,11 @@ const u8* IpcMessage::Whole(u32 type, s32 flag) {
 const IpcPeer kDaemonPeer = {"api_daemon", "socket error", "MakeAddrClient error!",
                              "write message failed"};
 
-s32 IpcExchange(CallSite site, const IpcPeer& peer, u32 type, IpcMessage& message, const void* body,
-                s32 bodySize, void* reply, s32 replySize) {
-    if (bodySize > VIMBRA_IPC_BODY_MAX) {
-        VLOG_ERROR_AT(site, "the send buf is too long:%d,the max capacity is %d!", bodySize,
-                      VIMBRA_IPC_BODY_MAX);
+s32 IpcExchange(CallSite site, const IpcPeer& peer, u32 type, IpcMessage& message, void* reply,
+                s32 replySize) {
+    if (message.BodySize() > VIMBRA_IPC_BODY_MAX) {
+        VLOG_ERROR_AT(site, "the send buf is too long:%d,the max capacity is %d!",
+                      static_cast<int>(message.BodySize()), VIMBRA_IPC_BODY_MAX);
         return RefuseArgument(site.function, VIMBRA_ERR_GENERAL);
     }
     const Fd fd(socket, AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
@@ -227,7 +226,7 @@ s32 IpcExchange(CallSite site, const IpcPeer& peer, u32 type, IpcMessage& messag
         return VIMBRA_ERR_GENERAL;
     }
     SelectSet set(fd.Get());
-    if (!set || !Build(message, body, bodySize)) {
+    if (!set || !message.Build()) {
         FailedCallAt(site, kNoMemory);
         return VIMBRA_ERR_GENERAL;
     }
@@ -346,9 +345,9 @@ s32 IpcApiSendMsg(s32 nSockfd, u32 dwType, void* pSendBuf, s32 nSendLen, s32 nFl
         VLOG_ERRNO(kSelectError);
         return VIMBRA_ERR_GENERAL;
     }
-    IpcMessage message;
+    IpcMessage message(pSendBuf, nSendLen);
     SelectSet set(nSockfd);
-    if (!set || !Build(message, pSendBuf, nSendLen)) {
+    if (!set || !message.Build()) {
         VLOG_ERRNO(kNoMemory);
         return VIMBRA_ERR_GENERAL;
     }

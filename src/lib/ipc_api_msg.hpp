@@ -16,8 +16,15 @@ inline constexpr char kNoMemory[] = "XMALLOC error";
 // A message in one block, header and body, so that it goes out with one write.
 class IpcMessage {
  public:
+    IpcMessage() = default;
+    // The body is the caller's until the message is built.
+    IpcMessage(const void* body, s32 bodySize)
+        : body_(body), bodySize_(static_cast<u32>(bodySize)) {}
+
     // False when memory is out; the body is zero.
     bool Allocate(u32 bodySize);
+    // The same with a copy of the caller's body, unless it is built already.
+    bool Build();
 
     explicit operator bool() const { return static_cast<bool>(block_); }
     u8* Body() const { return block_.Get() + sizeof(IpcMsgHead); }
@@ -27,6 +34,7 @@ class IpcMessage {
     size_t WholeSize() const { return sizeof(IpcMsgHead) + bodySize_; }
 
  private:
+    const void* body_ = nullptr;
     Buffer block_;
     u32 bodySize_ = 0;
 };
@@ -42,10 +50,10 @@ struct IpcPeer {
 // The network daemon.
 extern const IpcPeer kDaemonPeer;
 
-// One exchange on a connection of its own. The message is already built, or built from body and
-// bodySize once the connection stands. Results as IpcApiSendAndRecv() has them.
-s32 IpcExchange(CallSite site, const IpcPeer& peer, u32 type, IpcMessage& message, const void* body,
-                s32 bodySize, void* reply, s32 replySize);
+// One exchange on a connection of its own. A message that is not built yet is built once the
+// connection stands. Results as IpcApiSendAndRecv() has them.
+s32 IpcExchange(CallSite site, const IpcPeer& peer, u32 type, IpcMessage& message, void* reply,
+                s32 replySize);
 
 // How a socket fared that was to become a server.
 enum class Server { kListening, kNameTooLong, kBindFailed, kListenFailed };

@@ -47,8 +47,7 @@ void RequestBase::NoteResult(s32 result) const {
 
 s32 RequestBase::Exchange(u32 type, void* reply, s32 replySize, bool hasResult) {
     const s32 transport =
-        IpcExchange({kTransport, __LINE__}, kDaemonPeer, type, message_, message_.Body(),
-                    static_cast<s32>(message_.BodySize()), reply, replySize);
+        IpcExchange({kTransport, __LINE__}, kDaemonPeer, type, message_, reply, replySize);
     if (transport != VIMBRA_OK) {
         NameFailure(site_.function);
         return Fail(site_, rule_.transportFormat, rule_.transport, transport);
