@@ -73,61 +73,75 @@ bool IsOpen(unsigned fd) {
     return fcntl(static_cast<int>(fd), F_GETFD) != -1;
 }
 
-// False, and said so, when the value is none of the option's.
+// The following are false, and say so, when the value is none of the option's.
+
+bool TakeGroup(const char* value, Options& options) {
+    options.group = GroupOf(value);
+    if (!options.group) {
+        std::fprintf(stderr, "vimbrad: there is no group '%s'\n", value);
+    }
+    return options.group.has_value();
+}
+
+bool TakeLevel(const char* value, Options& options) {
+    const auto level = NumberOf(value, kLogLevelMax);
+    if (!level || std::strlen(value) != 1) {
+        std::fprintf(stderr, "vimbrad: --log-level takes 0 to %u, not '%s'\n", kLogLevelMax, value);
+        return false;
+    }
+    options.logLevel = static_cast<LogLevel>(*level);
+    return true;
+}
+
+bool TakeReadyFd(const char* value, Options& options) {
+    const auto fd = NumberOf(value, std::numeric_limits<int>::max());
+    if (!fd || *fd <= 2 || !IsOpen(*fd)) {
+        std::fprintf(stderr, "vimbrad: --ready-fd takes an open descriptor, not '%s'\n", value);
+        return false;
+    }
+    options.readyFd = static_cast<int>(*fd);
+    return true;
+}
+
+bool TakeWebUser(const char* value, Options& options) {
+    if (getpwnam(value) == nullptr) {
+        std::fprintf(stderr, "vimbrad: there is no user '%s'\n", value);
+        return false;
+    }
+    options.webUser = value;
+    return true;
+}
+
 bool Take(char letter, const char* value, Options& options) {
     switch (letter) {
         case 'g':
-            options.group = GroupOf(value);
-            if (!options.group) {
-                std::fprintf(stderr, "vimbrad: there is no group '%s'\n", value);
-            }
-            return options.group.has_value();
-        case 'l': {
-            const auto level = NumberOf(value, kLogLevelMax);
-            if (!level || std::strlen(value) != 1) {
-                std::fprintf(stderr, "vimbrad: --log-level takes 0 to %u, not '%s'\n", kLogLevelMax,
-                             value);
-                return false;
-            }
-            options.logLevel = static_cast<LogLevel>(*level);
-            return true;
-        }
-        case 'n': {
-            const auto fd = NumberOf(value, std::numeric_limits<int>::max());
-            if (!fd || *fd <= 2 || !IsOpen(*fd)) {
-                std::fprintf(stderr, "vimbrad: --ready-fd takes an open descriptor, not '%s'\n",
-                             value);
-                return false;
-            }
-            options.readyFd = static_cast<int>(*fd);
-            return true;
-        }
+            return TakeGroup(value, options);
+        case 'l':
+            return TakeLevel(value, options);
+        case 'n':
+            return TakeReadyFd(value, options);
+        case 'u':
+            return TakeWebUser(value, options);
         case 'r':
             options.runDir = value;
-            return true;
-        case 'f':
-            options.forget = true;
-            return true;
-        case 'k':
-            options.keep = true;
-            return true;
-        case 's':
-            options.setClock = true;
-            return true;
-        case 'u':
-            if (getpwnam(value) == nullptr) {
-                std::fprintf(stderr, "vimbrad: there is no user '%s'\n", value);
-                return false;
-            }
-            options.webUser = value;
-            return true;
+            break;
         case 'w':
             options.webRoot = value;
-            return true;
+            break;
+        case 'f':
+            options.forget = true;
+            break;
+        case 'k':
+            options.keep = true;
+            break;
+        case 's':
+            options.setClock = true;
+            break;
         default:
             options.syslog = true;
-            return true;
+            break;
     }
+    return true;
 }
 
 }  // namespace
