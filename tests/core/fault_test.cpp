@@ -254,6 +254,8 @@ TEST_P(Fault, EveryCallFailsInTurn) {
             }
             EXPECT_EQ(0u, injector.Blocks()) << "memory is lost";
             EXPECT_TRUE(injector.Descriptors().empty()) << "a descriptor is lost";
+            // The daemon may not yet have closed a connection whose message needs no answer.
+            EXPECT_TRUE(WaitFor([&] { return OpenDescriptors() == before; }));
             EXPECT_EQ(before, OpenDescriptors());
             EXPECT_EQ(0, GetParam().call()) << "the next call does not work";
         }

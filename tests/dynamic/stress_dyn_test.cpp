@@ -128,8 +128,27 @@ void CallDhcp(Ration& ration) {
 void CallPppoe();
 void CallNtp();
 
+// Callbacks that run, and whether they still are to call back. A stop of the clean-up calls back
+// too, which must not start anything again.
+std::atomic<int> g_running = 0;
+std::atomic<bool> g_isOver = false;
+
+struct Running {
+    Running() { g_running++; }
+    ~Running() { g_running--; }
+};
+
+void EndCallbacks() {
+    g_isOver = true;
+    EXPECT_TRUE(WaitFor([] { return g_running == 0; }));
+}
+
 void TakePppoe(u32, void*, u32) {
+    const Running running;
     g_callbacks++;
+    if (g_isOver) {
+        return;
+    }
     switch (Below(12)) {
         case 0:
             CallPppoe();
@@ -146,9 +165,13 @@ void TakePppoe(u32, void*, u32) {
 }
 
 int TakeNtp(u32, void* report) {
+    const Running running;
     g_callbacks++;
     const auto* bytes = static_cast<const uint8_t*>(report);
     EXPECT_EQ(0, bytes[VIMBRA_NTPC_REPORT_MAX - 1]);
+    if (g_isOver) {
+        return 0;
+    }
     switch (Below(12)) {
         case 0:
             CallPppoe();
@@ -367,6 +390,7 @@ void Stress(seconds duration) {
     for (std::thread& thread : threads) {
         thread.join();
     }
+    EndCallbacks();
     EXPECT_LT(kLeastCalls, g_calls);
     EXPECT_LT(kLeastCallbacks, g_callbacks);
     std::cout << g_calls << " calls, " << g_callbacks << " callbacks" << std::endl;

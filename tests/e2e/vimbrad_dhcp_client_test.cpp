@@ -60,9 +60,10 @@ std::string TextOf(u32 event, const TVimbraDhcpcAddrInfo& info) {
     return text;
 }
 
-// The events that the callback has got.
+// The events that the callback has got. Never destroyed: a client's last callback may come while the
+// process ends.
 std::mutex g_mutex;
-std::vector<std::string> g_reported;
+std::vector<std::string>& g_reported = *new std::vector<std::string>;
 
 int Take(u32 event, TVimbraDhcpcAddrInfo* info) {
     const std::lock_guard lock(g_mutex);

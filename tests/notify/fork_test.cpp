@@ -29,10 +29,11 @@ using namespace vimbra::test;
 
 namespace {
 
+// An emulator has a thread of its own in each process.
 #ifdef __arm__
-[[maybe_unused]] constexpr int kForks = 50;
+constexpr size_t kTasksOfAChild = 2;
 #else
-[[maybe_unused]] constexpr int kForks = 1000;
+constexpr size_t kTasksOfAChild = 1;
 #endif
 
 // What a child does, 0 for success; it has no more than this, since no test runs in it.
@@ -174,7 +175,7 @@ TEST_F(Fork, ChildBeginsWithNothingStartedAndTheParentGoesOn) {
         ASSERT_TRUE(WaitFor([&] { return Sockets() == before + 3; }));
         EXPECT_EQ(0, InAChild([&] {
                       // The test's own end of the pending connection is left.
-                      return Sockets() == before + 1 && Tasks() == 1 ? 0 : 1;
+                      return Sockets() == before + 1 && Tasks() <= kTasksOfAChild ? 0 : 1;
                   }));
         // Nobody has shut anything down.
         EXPECT_FALSE(pending.WaitPeerClosed(std::chrono::milliseconds(50)));
@@ -285,7 +286,10 @@ TEST_F(Fork, WatcherOfLeasesIsTheParents) {
     EXPECT_TRUE(WaitFor([] { return Watches() == 0; }));
 }
 
-#if !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
+// A child of an emulated process may find the emulator's own locks taken.
+#if !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__) && !defined(__arm__)
+
+constexpr int kForks = 1000;
 
 // Locks of all kinds are held at any moment: by requests, starts, stops, callbacks and log lines.
 TEST_F(Fork, UnderLoad) {
