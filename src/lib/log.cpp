@@ -54,7 +54,7 @@ constexpr Shape kShapes[] = {
 };
 
 // The tag is written out before the format: process id, function and line are no arguments of its.
-constexpr size_t kTaggedMax = 320;
+constexpr size_t kTaggedMax = vimbra::kLogFormatMax + 160;
 
 void EmitTagged(vimbra::LogKind kind, vimbra::CallSite site, const char* format, va_list args) {
     const Shape& shape = kShapes[static_cast<u8>(kind)];

@@ -22,11 +22,14 @@ inline bool Logs(u32 level) {
     return __atomic_load_n(&g_nVimbraLogSwitch, __ATOMIC_RELAXED) >= level;
 }
 
+// With its terminator. A longer one would be cut, perhaps in the middle of a directive.
+inline constexpr size_t kLogFormatMax = 160;
+
 enum class LogKind : u8 { kError, kWarn, kPrint, kDebug };
 
 // A log line of the library's own: tag, process id, function and line are put before it. The level is
 // looked at inside, so that a line in the code is one call and little more: a third of the library
-// would be log lines otherwise. The format has at most 160 characters.
+// would be log lines otherwise.
 [[gnu::format(printf, 3, 4)]] void LogAt(LogKind kind, CallSite site, const char* format, ...);
 
 // The same for the function at hand, in fewer words: kind and line are one number.
@@ -50,15 +53,23 @@ void ReleaseSyslog();
 #define VIMBRA_TAG_PRT "[VIMBRA_PRT]:PID[%d]:[%s](%d): "
 #define VIMBRA_FORMAT_PERROR "[VIMBRA_PERROR]PID[%d]:%s(%d):%s{errno(%d):%s}\n"
 
-// With a call site.
-#define VLOG_ERROR_AT(site, ...) ::vimbra::LogAt(::vimbra::LogKind::kError, site, __VA_ARGS__)
-#define VLOG_PRINT_AT(site, ...) ::vimbra::LogAt(::vimbra::LogKind::kPrint, site, __VA_ARGS__)
-#define VLOG_DEBUG_AT(site, ...) ::vimbra::LogAt(::vimbra::LogKind::kDebug, site, __VA_ARGS__)
+// With a call site. A format is a literal that fits behind its tag.
+#define VIMBRA_LOG_AT(kind, site, format, ...)                                             \
+    do {                                                                                   \
+        static_assert(sizeof("" format) <= ::vimbra::kLogFormatMax);                       \
+        ::vimbra::LogAt(::vimbra::LogKind::kind, site, format __VA_OPT__(, ) __VA_ARGS__); \
+    } while (0)
+#define VLOG_ERROR_AT(site, ...) VIMBRA_LOG_AT(kError, site, __VA_ARGS__)
+#define VLOG_PRINT_AT(site, ...) VIMBRA_LOG_AT(kPrint, site, __VA_ARGS__)
+#define VLOG_DEBUG_AT(site, ...) VIMBRA_LOG_AT(kDebug, site, __VA_ARGS__)
 
 // For the function at hand.
-#define VIMBRA_LOG_HERE(kind, ...)                                                        \
-    ::vimbra::LogHere(::vimbra::KindAndLine(::vimbra::LogKind::kind, __LINE__), __func__, \
-                      __VA_ARGS__)
+#define VIMBRA_LOG_HERE(kind, format, ...)                                                    \
+    do {                                                                                      \
+        static_assert(sizeof("" format) <= ::vimbra::kLogFormatMax);                          \
+        ::vimbra::LogHere(::vimbra::KindAndLine(::vimbra::LogKind::kind, __LINE__), __func__, \
+                          format __VA_OPT__(, ) __VA_ARGS__);                                 \
+    } while (0)
 #define VLOG_ERROR(...) VIMBRA_LOG_HERE(kError, __VA_ARGS__)
 #define VLOG_PRINT(...) VIMBRA_LOG_HERE(kPrint, __VA_ARGS__)
 #define VLOG_WARN(...) VIMBRA_LOG_HERE(kWarn, __VA_ARGS__)
