@@ -230,7 +230,6 @@ TEST_F(Engine, StartReturnsWhenTheSocketIsServed) {
 
 TEST_F(Engine, KillOfAnEmptySlotTouchesNothing) {
     EXPECT_EQ(-1, KillListener(slot_).result);
-    AbandonListener(slot_);
     WaitListener({0, 0});
     Start();
     EXPECT_EQ(0, KillListener(slot_).result);
@@ -436,21 +435,6 @@ TEST_F(Engine, SignalsNeitherEndNorTickAListener) {
     EXPECT_TRUE(Notify(kSocket, 1, kBody));
     EXPECT_EQ(1u, probe_.Messages());
     EXPECT_EQ(0, probe_.ticks);
-}
-
-TEST_F(Engine, AbandonedListenerGoesOnUntilAHookEndsIt) {
-    service_.tickSeconds = 1;
-    Start();
-    AbandonListener(slot_);
-    EXPECT_EQ(nullptr, slot_.current);
-    EXPECT_EQ(0u, handle_);
-    EXPECT_EQ(-1, KillListener(slot_).result);
-    EXPECT_TRUE(Notify(kSocket, 1, kBody));
-    EXPECT_EQ(1u, probe_.Messages());
-    probe_.onMessage = Next::kEnd;
-    EXPECT_TRUE(Notify(kSocket, 1, kBody));
-    EXPECT_TRUE(probe_.HasEnded());
-    EXPECT_FALSE(probe_.released);
 }
 
 TEST_F(Engine, JoinableListenerThatEndsByItselfLeavesNoThread) {

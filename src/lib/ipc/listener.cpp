@@ -122,16 +122,6 @@ bool OnListenerThread() {
     return t_own != nullptr;
 }
 
-void AbandonListener(ListenerSlot& slot) {
-    const Lock lock(g_tListenerMutex);
-    if (slot.current != nullptr) {
-        if (!slot.current->service_->detached) {
-            ThreadDetach(slot.current->thread_);
-        }
-        slot.current->Detach();
-    }
-}
-
 // ---- Between the two ----------------------------------------------------------------------------
 
 Listener::Listener(const ListenerService& service, const ListenerStart& start, bool& ready)

@@ -26,7 +26,7 @@
 //
 // Who owns what. A ListenerSlot belongs to the service and knows its running listener, if any. The
 // Listener belongs to its thread, which frees it. The two are detached from each other in one step:
-// when the service kills or abandons the listener, or when the listener ends by itself (Release()).
+// when the service kills the listener, or when the listener ends by itself (Release()).
 // From then on neither touches the other, so a slot, and the record that it is part of, may be used
 // again or freed; a thread that is late finds that it owns nothing any more.
 //
@@ -201,10 +201,6 @@ ListenerStop KillListener(ListenerSlot& slot);
 // for it in turn: those end on their own.
 void WaitListener(const ListenerStop& stop);
 
-// Detaches the slot's listener without killing it: it does not bind any more if it has not yet,
-// and else goes on until one of its hooks ends it.
-void AbandonListener(ListenerSlot& slot);
-
 // Is the calling thread a listener's? It must not wait for anybody who may be waiting for it.
 bool OnListenerThread();
 
@@ -234,7 +230,6 @@ class Listener {
  private:
     friend bool StartListener(const ListenerService&, ListenerSlot&, const ListenerStart&);
     friend ListenerStop KillListener(ListenerSlot&);
-    friend void AbandonListener(ListenerSlot&);
 
     friend void ForgetListeners();
 
