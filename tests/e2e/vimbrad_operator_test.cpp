@@ -83,6 +83,24 @@ TEST(VimbradOperator, KernelsTablesRulesAndGatewaysAreShown) {
                                          {"protocol", "boot"}}}}}));
 }
 
+// The netlink library knows those of both families and of multicast, in the order in which the
+// kernel happened to tell them.
+TEST(VimbradOperator, RulesAreShownOnceAndInTheKernelsOrder) {
+    Shell("ip rule add from 203.0.113.0/24 priority 99 table 77");
+    Shell("ip rule add from 198.51.100.0/24 priority 0 table 78");
+    Shell("ip rule add from 192.0.2.0/24 priority 50 table 79");
+    Shell("ip -6 rule add from 2001:db8::/32 priority 98 table 80");
+    const Daemon daemon;
+    std::vector<std::string> shown;
+    for (const Json& each : Shown("rules")) {
+        shown.push_back(each.at("family").get<std::string>() + " " + each.at("priority").dump() +
+                        " " + each.at("table").dump());
+    }
+    EXPECT_THAT(shown,
+                ElementsAre("ipv4 0 255", "ipv4 0 78", "ipv4 50 79", "ipv4 99 77", "ipv4 32766 254",
+                            "ipv4 32767 253", "ipv6 0 255", "ipv6 98 80", "ipv6 32766 254"));
+}
+
 TEST(VimbradOperator, ClientWithoutALeaseHasNone) {
     MakeIface("eth0");
     const Daemon daemon;

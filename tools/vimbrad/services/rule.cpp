@@ -2,7 +2,9 @@
 #include <linux/fib_rules.h>
 #include <netlink/route/rule.h>
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
+#include <vector>
 
 #include "address_text.hpp"
 #include "api/api_route/api_route/route_wire.hpp"
@@ -56,7 +58,7 @@ bool IsSame(const TVimbraIpRuleParam& one, const TVimbraIpRuleParam& other) {
 
 Json Shown(rtnl_rule* rule) {
     Json shown{{"family", FamilyKey(static_cast<u16>(rtnl_rule_get_family(rule)))},
-               {"priority", std::max<u32>(rtnl_rule_get_prio(rule), 0)},
+               {"priority", rtnl_rule_get_prio(rule)},
                {"table", rtnl_rule_get_table(rule)}};
     if (const nl_addr* source = rtnl_rule_get_src(rule)) {
         shown["source"] = TextOf(MakeAddr(source), nl_addr_get_prefixlen(source));
@@ -66,6 +68,19 @@ Json Shown(rtnl_rule* rule) {
         shown["mark"] = mark;
     }
     return shown;
+}
+
+// Those of a family, as the kernel goes through them. The library's cache holds those of all
+// families, multicast's own among them, whichever is asked for.
+std::vector<rtnl_rule*> InOrder(const NlCache& rules, int family) {
+    std::vector<rtnl_rule*> found;
+    ForEach<rtnl_rule>(rules, [&](rtnl_rule* each) {
+        if (rtnl_rule_get_family(each) == family) {
+            found.push_back(each);
+        }
+    });
+    std::ranges::stable_sort(found, {}, rtnl_rule_get_prio);
+    return found;
 }
 
 class RuleService : public Service {
@@ -91,12 +106,13 @@ class RuleService : public Service {
 
     void Show(Json& answer) const override {
         Json& list = answer["rules"] = Json::array();
-        Netlink kernel;
+        const NlCache rules = Netlink().Dump([](nl_sock* socket, nl_cache** cache) {
+            return rtnl_rule_alloc_cache(socket, AF_UNSPEC, cache);
+        });
         for (const int family : {VIMBRA_FAMILY_IPV4, VIMBRA_FAMILY_IPV6}) {
-            const NlCache rules = kernel.Dump([family](nl_sock* socket, nl_cache** cache) {
-                return rtnl_rule_alloc_cache(socket, family, cache);
-            });
-            ForEach<rtnl_rule>(rules, [&list](rtnl_rule* each) { list.push_back(Shown(each)); });
+            for (rtnl_rule* each : InOrder(rules, family)) {
+                list.push_back(Shown(each));
+            }
         }
     }
 
