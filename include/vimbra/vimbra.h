@@ -86,6 +86,7 @@
 #include <vimbra/thread.h>
 #include <vimbra/traceroute.h>
 #include <vimbra/types.h>
+#include <vimbra/version.h>
 #include <vimbra/webs.h>
 
 #endif

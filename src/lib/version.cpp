@@ -1,6 +1,7 @@
 #include "lib/version.hpp"
 
 #include <vimbra/net_common.h>
+#include <vimbra/version.h>
 
 #include <cstdio>
 #include <cstring>
@@ -17,7 +18,7 @@ s32 NetQueryVersion(char* pch_ver, u32 buf_len) {
     memset(pch_ver, 0, buf_len);
     char text[VIMBRA_VERSION_MAX];
     snprintf(text, sizeof(text), "Vimbras Module Version: V%s.%08x (%s@%s) Build %s %s",
-             VIMBRA_VERSION_TRIPLET, VIMBRA_BUILD_NUMBER, VIMBRA_BUILD_USER, VIMBRA_BUILD_HOST,
+             VIMBRA_VERSION_TEXT, VIMBRA_BUILD_NUMBER, VIMBRA_BUILD_USER, VIMBRA_BUILD_HOST,
              VIMBRA_BUILD_DATE, VIMBRA_BUILD_TIME);
     const size_t length = strlen(text);
     if (length >= buf_len) {

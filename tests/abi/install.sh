@@ -4,9 +4,10 @@
 source "$(dirname "$0")/common.sh"
 
 # The project's version is the only place where it stands.
-version=$(sed -n 's/^project(vimbra VERSION \([0-9.]*\).*/\1/p' "$SOURCE/CMakeLists.txt")
+version=$(sed -nE 's/^#define VIMBRA_VERSION_(MAJOR|MINOR|PATCH) //p' \
+    "$SOURCE/include/vimbra/version.h" | paste -sd .)
 major=${version%%.*}
-[ -n "$version" ] || fail "CMakeLists.txt tells no version"
+[[ $version == *.*.* ]] || fail "version.h tells no version"
 
 prefix=$work/usr
 cmake --install "$BUILD" --prefix "$prefix" >"$work/log" || {
@@ -41,6 +42,16 @@ run() {
     grep -q '^Vimbras Module Version: V'"${version//./\\.}"'\.' "$work/out" || fail "$1 does not run"
 }
 
+# What runs here runs from where it lies, without a word to the loader.
+if [ -z "${EMULATOR:-}" ] && [ -x "$prefix/bin/vimbractl" ]; then
+    mv "$prefix" "$work/elsewhere"
+    [ "$("$work/elsewhere/bin/vimbractl" --version)" = "vimbractl $version" ] ||
+        fail "the installed vimbractl"
+    [ "$("$work/elsewhere/sbin/vimbrad" --version)" = "vimbrad $version" ] ||
+        fail "the installed vimbrad"
+    mv "$work/elsewhere" "$prefix"
+fi
+
 # From another place than the one it was installed to, as a package is staged.
 mv "$prefix" "$work/moved"
 prefix=$work/moved
@@ -61,3 +72,20 @@ cmake -S "$SOURCE/tests/abi/consumer" -B "$work/consumer" -G Ninja -Dvimbra_ROOT
     fail "find_package(vimbra)"
 }
 run "$work/consumer/version"
+
+# Taken away again, and nothing else. The build's own manifest stays what it was.
+mkdir "$work/build" "$work/root"
+cp "$BUILD/CMakeCache.txt" "$work/build"
+DESTDIR=$work/root cmake --install "$BUILD" --prefix /usr >"$work/log" || fail "a staged install"
+mv "$BUILD/install_manifest.txt" "$work/build"
+touch "$work/root/usr/include/vimbra.h"
+(cd "$work/build" && DESTDIR=$work/root cmake -P "$SOURCE/cmake/Uninstall.cmake" >"$work/log") ||
+    fail "uninstall"
+find "$work/root" ! -type d >"$work/left"
+echo "$work/root/usr/include/vimbra.h" >"$work/foreign"
+same "what is left after uninstalling" "$work/foreign" "$work/left"
+find "$work/root" -type d -path '*/include/vimbra' | (! grep .) || fail "a directory is left"
+if (cd "$work/build" && cmake -P "$SOURCE/cmake/Uninstall.cmake") >"$work/log" 2>&1; then
+    fail "uninstalling twice"
+fi
+grep -q "Nothing was installed" "$work/log" || fail "a second uninstall says why"

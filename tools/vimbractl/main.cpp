@@ -1,6 +1,7 @@
 // vimbractl: every operation of the library from a command line.
 #include <unistd.h>
 #include <vimbra/log.h>
+#include <vimbra/version.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -185,7 +186,7 @@ void Report(const Failure& failure, const std::string& command, bool json) {
 void Describe(CLI::App& root, Tool& tool) {
     root.formatter(std::make_shared<HelpFormat>());
     root.set_help_flag("-h,--help", "Print this help");
-    root.set_version_flag("-V,--version", VIMBRACTL_VERSION, "Print the version");
+    root.set_version_flag("-V,--version", VIMBRA_VERSION_TEXT, "Print the version");
     root.add_flag("-j,--json", tool.json, "Print JSON, errors included");
     root.add_flag("-v,--verbose", tool.verbose, "Show the library's log on standard error");
     for (const AddGroup add : Groups()) {
@@ -219,7 +220,7 @@ void Parse(CLI::App& root, Tool& tool, const Words& words) {
     } catch (const CLI::CallForHelp&) {
         tool.ShowText(root.help());
     } catch (const CLI::CallForVersion&) {
-        tool.Show("vimbractl " VIMBRACTL_VERSION, Json{{"version", VIMBRACTL_VERSION}});
+        tool.Show("vimbractl " VIMBRA_VERSION_TEXT, Json{{"version", VIMBRA_VERSION_TEXT}});
     }
     tool.Finish();
 }

@@ -4,6 +4,7 @@
 #include <getopt.h>
 #include <grp.h>
 #include <pwd.h>
+#include <vimbra/version.h>
 
 #include <charconv>
 #include <cstdio>
@@ -151,7 +152,7 @@ std::optional<int> ReadOptions(int argc, char** argv, Options& options) {
          (letter = getopt_long(argc, argv, "g:r:kfyn:l:w:u:sVh", kOptions, nullptr)) != -1;) {
         switch (letter) {
             case 'V':
-                std::puts("vimbrad " VIMBRAD_VERSION);
+                std::puts("vimbrad " VIMBRA_VERSION_TEXT);
                 return 0;
             case 'h':
                 std::fputs(kUsage, stdout);

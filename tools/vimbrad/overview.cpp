@@ -1,6 +1,7 @@
 #include "overview.hpp"
 
 #include <unistd.h>
+#include <vimbra/version.h>
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
@@ -44,7 +45,7 @@ Json Overview::Daemon() const {
     for (const MissingThing& each : MissingThings()) {
         missing.push_back({{"thing", each.thing}, {"needed_for", each.neededFor}});
     }
-    return {{"version", VIMBRAD_VERSION},
+    return {{"version", VIMBRA_VERSION_TEXT},
             {"pid", getpid()},
             {"uptime", Seconds() - start_},
             {"log_level", static_cast<unsigned>(CurrentLogLevel())},
