@@ -23,8 +23,6 @@ if(VIMBRA_SANITIZE OR CMAKE_CROSSCOMPILING)
             add_library(GTest::${target} ALIAS ${target})
         endif()
     endforeach()
-else()
-    find_package(GTest REQUIRED)
 endif()
 
 add_library(vimbra_test_options OBJECT ${PROJECT_SOURCE_DIR}/tests/bed/sanitizers.cpp)

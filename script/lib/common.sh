@@ -14,7 +14,7 @@ build() {
         launchers=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
     fi
     mkdir -p build
-    if ! { cmake --preset "$preset" "${launchers[@]}" &&
+    if ! { cmake --preset "$preset" -DVIMBRA_REQUIRE_ALL=ON "${launchers[@]}" &&
            cmake --build --preset "$preset" ${1:+--target "$@"}; } >"$log" 2>&1; then
         echo "building $preset failed:"
         tail -n 60 "$log"
