@@ -4,6 +4,7 @@
 option(VIMBRA_TESTS "Build the tests" ${PROJECT_IS_TOP_LEVEL})
 option(VIMBRA_TOOLS "Build the companion daemon and the command line" ${PROJECT_IS_TOP_LEVEL})
 option(VIMBRA_EXAMPLES "Build the examples" ${PROJECT_IS_TOP_LEVEL})
+option(VIMBRA_DOCS "Make the manual" ${PROJECT_IS_TOP_LEVEL})
 option(VIMBRA_BENCH "Build the benchmarks" ${PROJECT_IS_TOP_LEVEL})
 option(VIMBRA_FUZZ "Build the fuzz targets (clang)" OFF)
 option(VIMBRA_REQUIRE_ALL "Stop where a part that is asked for lacks a package" OFF)
@@ -36,6 +37,11 @@ if(VIMBRA_TOOLS)
     vimbra_needs(VIMBRA_TOOLS "daemon and command line" "nlohmann/json" nlohmann_json_FOUND)
     vimbra_needs(VIMBRA_TOOLS "daemon and command line" "libnl, libnl-route and libuv"
                  PkgConfig_FOUND VIMBRAD_DEPS_FOUND)
+endif()
+
+if(VIMBRA_DOCS)
+    find_package(Python3 QUIET COMPONENTS Interpreter)
+    vimbra_needs(VIMBRA_DOCS "the manual" "Python 3" Python3_FOUND)
 endif()
 
 if(VIMBRA_TESTS AND (VIMBRA_SANITIZE OR CMAKE_CROSSCOMPILING))

@@ -11,8 +11,7 @@ build() {
     mkdir -p "$work/$1"
     cp -r "$SOURCE"/{CMakeLists.txt,CMakePresets.json,cmake,include,src} "$work/$1"
     (cd "$work/$1" && cmake --preset "$PRESET" -DVIMBRA_TESTS=OFF -DVIMBRA_EXAMPLES=OFF \
-        -DVIMBRA_TOOLS=OFF \
-        -DVIMBRA_BENCH=OFF && cmake --build "build/$PRESET" -j 2 --target vimbra) \
+        -DVIMBRA_DOCS=OFF -DVIMBRA_TOOLS=OFF -DVIMBRA_BENCH=OFF && cmake --build "build/$PRESET" -j 2 --target vimbra) \
         >"$work/log" 2>&1 || {
         cat "$work/log"
         fail "building in $1"
