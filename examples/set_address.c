@@ -2,11 +2,13 @@
 #include <stdio.h>
 #include <vimbra/vimbra.h>
 
-int main(void) {
-    char name[] = "eth0";
+int main(int argc, char** argv) {
+    char eth0[] = "eth0";
+    char* name = argc > 1 ? argv[1] : eth0;
     TVimbraIfaceAllIp set = {0};
     s32 result;
 
+    VimbraDebugLevelSet(0); /* first: the library logs to standard output otherwise */
     VimbraInit();
     set.dwIpNum = 1;
     set.atNetIfaceIp[0].eScopeType = VIMBRA_SCOPE_TYPE_GLOBAL;
