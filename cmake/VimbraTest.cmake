@@ -29,14 +29,33 @@ add_library(vimbra_test_options OBJECT ${PROJECT_SOURCE_DIR}/tests/bed/sanitizer
 
 # What nearly every test includes, compiled once. It has no macros of its own, since those would have
 # to be everybody's; it is a program, since those are compiled otherwise than libraries.
-add_executable(vimbra_test_headers ${PROJECT_SOURCE_DIR}/tests/bed/headers.cpp)
-target_link_libraries(vimbra_test_headers PRIVATE GTest::gmock GTest::gtest_main)
-target_include_directories(vimbra_test_headers PRIVATE ${PROJECT_SOURCE_DIR}/tests/bed/include)
-target_precompile_headers(vimbra_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h> <functional>
-                          <mutex> <string> <thread> <vector> <vimbra/bed.hpp>)
-if(VIMBRA_TOOLS)
-    target_precompile_headers(vimbra_test_headers PRIVATE <nlohmann/json.hpp>)
+if(NOT VIMBRA_COVERAGE_OF)
+    add_executable(vimbra_test_headers ${PROJECT_SOURCE_DIR}/tests/bed/headers.cpp)
+    target_link_libraries(vimbra_test_headers PRIVATE GTest::gmock GTest::gtest_main)
+    target_include_directories(vimbra_test_headers PRIVATE ${PROJECT_SOURCE_DIR}/tests/bed/include)
+    target_precompile_headers(vimbra_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h> <functional>
+                              <mutex> <string> <thread> <vector> <vimbra/bed.hpp>)
+    if(VIMBRA_TOOLS)
+        target_precompile_headers(vimbra_test_headers PRIVATE <nlohmann/json.hpp>)
+    endif()
 endif()
+
+# vimbra_add_test_program(name source...): compiles the sources; where a build tree is named whose
+# tests are to be counted, links what that one compiled.
+function(vimbra_add_test_program name)
+    if(NOT VIMBRA_COVERAGE_OF)
+        add_executable(${name} ${ARGN})
+        target_precompile_headers(${name} REUSE_FROM vimbra_test_headers)
+        return()
+    endif()
+    file(RELATIVE_PATH directory ${PROJECT_BINARY_DIR} ${CMAKE_CURRENT_BINARY_DIR})
+    list(TRANSFORM ARGN REPLACE "\\.\\./" "__/" OUTPUT_VARIABLE objects)
+    list(TRANSFORM objects REPLACE "(.+)"
+         "${VIMBRA_COVERAGE_OF}/${directory}/CMakeFiles/${name}.dir/\\1.o")
+    set_source_files_properties(${objects} PROPERTIES EXTERNAL_OBJECT TRUE GENERATED TRUE)
+    add_executable(${name} ${objects})
+    set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX)
+endfunction()
 
 function(vimbra_add_test name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "STATIC;BED_ONLY" "TIMEOUT;LABELS"
@@ -49,7 +68,8 @@ function(vimbra_add_test name)
         set(arg_TIMEOUT 60)
     endif()
 
-    add_executable(${name} ${arg_SOURCES} $<TARGET_OBJECTS:vimbra_test_options>)
+    vimbra_add_test_program(${name} ${arg_SOURCES})
+    target_sources(${name} PRIVATE $<TARGET_OBJECTS:vimbra_test_options>)
     target_link_libraries(${name} PRIVATE vimbra_bed GTest::gmock GTest::gtest_main ${arg_LIBS})
     if(arg_STATIC)
         target_link_libraries(${name} PRIVATE vimbra_static)
@@ -58,7 +78,6 @@ function(vimbra_add_test name)
         target_link_libraries(${name} PRIVATE vimbra)
     endif()
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/include)
-    target_precompile_headers(${name} REUSE_FROM vimbra_test_headers)
     add_dependencies(${name} vimbra-sandbox)
     set_target_properties(${name} PROPERTIES CROSSCOMPILING_EMULATOR
         "${VIMBRA_SANDBOX};--keep;${PROJECT_SOURCE_DIR};--keep;${PROJECT_BINARY_DIR};--;${CMAKE_CROSSCOMPILING_EMULATOR}")
