@@ -688,6 +688,36 @@ TEST_F(Pppoe, StopOfBothLeavesAHalfThatIsBeingStarted) {
     EXPECT_THAT(Kinds(), ElementsAre(5u, 4u, 5u));
 }
 
+// It waits for a callback of the one half while the start of the other one comes to its end.
+TEST_F(Pppoe, StopOfBothLeavesAHalfWhoseStartEndsMeanwhile) {
+    const Gate starting;
+    const Gate startingBoth;
+    const Gate calling;
+    daemon_.Next(kStart, Answer::Code(0).Behind(starting));
+    std::thread half([] { EXPECT_EQ(0, Start(2, [](u32, void*, u32) {})); });
+    ASSERT_TRUE(starting.WaitArrived());
+    daemon_.Next(kStart, Answer::Code(0).Behind(startingBoth));
+    std::thread both([] { EXPECT_EQ(0, Start(11, [](u32, void*, u32) {})); });
+    ASSERT_TRUE(startingBoth.WaitArrived());
+    // It has the socket now.
+    EXPECT_EQ(0, Start(10));
+    startingBoth.Open();
+    both.join();
+    g_inCallback = [&](u32) { calling.Pass(); };
+    EXPECT_TRUE(Notify(kSocket6, 4, {}, {.size = {}, .flag = 0, .wait = false}));
+    ASSERT_TRUE(calling.WaitArrived());
+    std::thread stopper([] { EXPECT_EQ(0, Stop(11)); });
+    EXPECT_TRUE(WaitForNoListener(kSocket6));
+    starting.Open();
+    half.join();
+    calling.Open();
+    stopper.join();
+    g_inCallback = nullptr;
+    EXPECT_THAT(Started(), ElementsAre("2=1", "10=0", "11=0"));
+    EXPECT_EQ(0, Stop(2));
+    EXPECT_TRUE(WaitForNoListener(kSocket));
+}
+
 TEST_F(Pppoe, LateStopLeavesALinkThatWasStartedSinceAlone) {
     EXPECT_EQ(0, Start(2));
     const Gate gate;

@@ -410,7 +410,8 @@ TEST(StressDyn, AFewSeconds) {
     ScriptedDaemon daemon;
     StopPppoeAndNtp();
     StopDhcp();
-    EXPECT_TRUE(WaitFor([&] { return OtherThreads() == before.others; }));
+    EXPECT_TRUE(WaitFor([&] { return OtherThreads() == before.others; }))
+        << testing::PrintToString(OtherThreads());
 }
 
 // Where no sanitizer looks on there is little to be seen.

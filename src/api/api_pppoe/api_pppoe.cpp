@@ -1,8 +1,6 @@
 #include <vimbra/pppoe.h>
 #include <vimbra/thread.h>
 
-#include <span>
-
 #include "api/api_pppoe/pppoe_wire.hpp"
 #include "api/forget.hpp"
 #include "lib/base/lock.hpp"
@@ -49,12 +47,12 @@ bool Runs(int index) {
     return IsStarted(g_ptLinks->of[index].info);
 }
 
-void Mark(Link& link, bool isStarted) {
+void MarkStarted(Link& link) {
     if (FamilyOf(link.info) == VIMBRA_FAMILY_BOTH) {
-        SetStarted(g_ptLinks->of[0].info, isStarted);
-        SetStarted(g_ptLinks->of[1].info, isStarted);
+        SetStarted(g_ptLinks->of[0].info, true);
+        SetStarted(g_ptLinks->of[1].info, true);
     }
-    SetStarted(link.info, isStarted);
+    SetStarted(link.info, true);
 }
 
 // Where one half runs, starting both is starting the other half and stopping both is stopping that
@@ -251,17 +249,22 @@ void HangUp(CallSite site, Link& link) {
     WaitListener(stop);
 }
 
-// Stopping both marks the halves as stopped. One that was started on its own, before or at the same
-// time, ends with it: no later stop would find it. One whose start or stop is under way is that
-// call's.
+// Stopping both marks the halves as stopped, in one step, so that nobody sees one of them run. One
+// that was started on its own, before or at the same time, ends with it: no later stop would find
+// it. One whose start or stop is under way is that call's, which marks it when it is done.
 void HangUpHalves() {
-    for (Link& half : std::span(g_ptLinks->of).first(2)) {
-        Lock lock(g_tPppoeMutex);
-        if (half.isStarting || half.isStopping) {
-            continue;
+    ListenerStop stops[2] = {};
+    {
+        const Lock lock(g_tPppoeMutex);
+        for (int i = 0; i < 2; i++) {
+            Link& half = g_ptLinks->of[i];
+            SetStarted(half.info, false);
+            if (!half.isStarting && !half.isStopping) {
+                stops[i] = KillListener(half.listener);
+            }
         }
-        const ListenerStop stop = KillListener(half.listener);
-        lock.Unlock();
+    }
+    for (const ListenerStop& stop : stops) {
         WaitListener(stop);
     }
 }
@@ -322,7 +325,7 @@ s32 VimbraPppoeStart(TVimbraPppoeParam* ptPppoeParam, u16 wSinFamily,
     const Lock again(g_tPppoeMutex);
     link->isStarting = false;
     if (result == VIMBRA_OK) {
-        Mark(*link, true);
+        MarkStarted(*link);
     }
     return result;
 }
@@ -365,7 +368,7 @@ s32 VimbraPppoeStop(const char*, u16 wSinFamily) {
 
     Lock marking(g_tPppoeMutex);
     link->isStopping = false;
-    Mark(*link, false);
+    SetStarted(link->info, false);
     const TVimbraPppoeCallBack callback = link->info.pfPppoeNotifyCallBack;
     link->info.pfPppoeNotifyCallBack = nullptr;
     marking.Unlock();
