@@ -19,7 +19,7 @@ using bed::ScriptedDaemon;
 
 // Requests that the daemon has to see, and callbacks. Emulators and sanitizers are slow.
 #if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__) || defined(__arm__)
-constexpr unsigned kRequests = 200;
+constexpr unsigned kRequests = 600;
 #else
 constexpr unsigned kRequests = 3000;
 #endif
