@@ -16,6 +16,8 @@
 #include <utility>
 
 #include "lib/base/fd.hpp"
+#include "lines.hpp"
+#include "missing.hpp"
 #include "refusal.hpp"
 
 namespace vimbrad {
@@ -65,6 +67,9 @@ class Birth {
             return pid;
         }
         waitpid(pid, nullptr, 0);
+        if (error == ENOENT) {
+            RefuseFor(program_.command.front(), error);
+        }
         throw Refusal(error,
                       program_.command.front() + ": " + uv_strerror(uv_translate_sys_error(error)));
     }
@@ -81,6 +86,9 @@ class Birth {
         }
         for (const int each : {SIGPIPE, SIGHUP}) {
             signal(each, SIG_DFL);
+        }
+        if (program_.inherited >= 0) {
+            fcntl(program_.inherited, F_SETFD, 0);
         }
         sigset_t none;
         sigemptyset(&none);
@@ -133,7 +141,8 @@ ChildEnd EndOf(int status) {
 // Outlives its child until the program has been reaped.
 class Child::Run : public std::enable_shared_from_this<Run> {
  public:
-    explicit Run(Events events) : events_(std::move(events)) {}
+    explicit Run(Events events)
+        : events_(std::move(events)), lines_([this](std::string_view line) { Report(line); }) {}
 
     // The event loop's own way of running programs has no room for what has to be done before the
     // program is one.
@@ -204,25 +213,13 @@ class Child::Run : public std::enable_shared_from_this<Run> {
         if (count < 0) {
             self->output_.reset();
         } else {
-            self->Append({buffer->base, static_cast<size_t>(count)});
+            self->lines_.Append({buffer->base, static_cast<size_t>(count)});
         }
     }
 
-    void Append(std::string_view text) {
-        for (const char each : text) {
-            if (each != '\n') {
-                line_ += each;
-            }
-            if (each == '\n' || line_.size() == kLineMax) {
-                ReportLine();
-            }
-        }
-    }
-
-    void ReportLine() {
-        const std::string line = std::exchange(line_, {});
-        // The receiver may let go of the child, and of the function with it.
-        if (const auto report = events_.line; report && !line.empty()) {
+    // The receiver may let go of the child, and of the function with it.
+    void Report(std::string_view line) const {
+        if (const auto report = events_.line) {
             report(line);
         }
     }
@@ -244,9 +241,9 @@ class Child::Run : public std::enable_shared_from_this<Run> {
             if (count <= 0) {
                 break;
             }
-            Append({buffer_.data(), static_cast<size_t>(count)});
+            lines_.Append({buffer_.data(), static_cast<size_t>(count)});
         }
-        ReportLine();
+        lines_.Flush();
         ended_.reset();
         output_.reset();
         patience_.reset();
@@ -255,11 +252,9 @@ class Child::Run : public std::enable_shared_from_this<Run> {
         }
     }
 
-    static constexpr size_t kLineMax = 1024;
-
     Events events_;
     std::array<char, 4096> buffer_{};
-    std::string line_;
+    Lines lines_;
     pid_t pid_ = -1;
     UvHandle<uv_signal_t> ended_;
     UvHandle<uv_pipe_t> output_;

@@ -50,6 +50,8 @@ class Child {
         // What it gets when the daemon dies, however that happens.
         int deathSignal = SIGKILL;
         std::optional<User> user = {};
+        // A descriptor of ours that it gets under the same number.
+        int inherited = -1;
     };
 
     // Throws Refusal when the program cannot be run. Events are called from the loop; they may

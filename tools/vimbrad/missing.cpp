@@ -2,8 +2,11 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <sstream>
+
+#include "refusal.hpp"
 
 namespace vimbrad {
 namespace {
@@ -40,13 +43,23 @@ std::vector<MissingThing> MissingThings() {
         }
     }
     // A module may be loaded later; where the driver is part of the kernel or loaded it is here.
-    if (access("/dev/ppp", F_OK) != 0) {
-        missing.push_back({"/dev/ppp", "PPPoE links"});
+    if (access(kPppDevice, F_OK) != 0) {
+        missing.push_back({kPppDevice, "PPPoE links"});
     }
     if (access("/sys/module/bonding", F_OK) != 0) {
-        missing.push_back({"the bonding driver", "bonds"});
+        missing.push_back({kBondingDriver, "bonds"});
     }
     return missing;
+}
+
+void RefuseFor(const std::string& missingThing, int error) {
+    throw Refusal(error, missingThing + " is missing");
+}
+
+void CheckProgram(const std::string& name) {
+    if (!IsProgram(name)) {
+        RefuseFor(name, ENOENT);
+    }
 }
 
 }  // namespace vimbrad

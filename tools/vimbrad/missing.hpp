@@ -7,6 +7,9 @@
 
 namespace vimbrad {
 
+inline constexpr char kPppDevice[] = "/dev/ppp";
+inline constexpr char kBondingDriver[] = "the bonding driver";
+
 struct MissingThing {
     std::string thing;
     std::string neededFor;
@@ -14,6 +17,11 @@ struct MissingThing {
 
 // As the machine is now.
 std::vector<MissingThing> MissingThings();
+
+// Throws a Refusal that names it.
+[[noreturn]] void RefuseFor(const std::string& missingThing, int error);
+// Throws Refusal when there is no such program.
+void CheckProgram(const std::string& name);
 
 }  // namespace vimbrad
 

@@ -12,6 +12,7 @@
 #include "address_record.hpp"
 #include "api/api_bond/bond_wire.hpp"
 #include "log.hpp"
+#include "missing.hpp"
 #include "netlink.hpp"
 #include "record_text.hpp"
 #include "services/services.hpp"
@@ -231,7 +232,7 @@ class Bond {
             }));
         } catch (const Refusal& refusal) {
             if (refusal.Error() == EOPNOTSUPP) {
-                throw Refusal(EOPNOTSUPP, "the kernel has no bonding driver");
+                RefuseFor(kBondingDriver, EOPNOTSUPP);
             }
             throw;
         }
