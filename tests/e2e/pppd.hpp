@@ -44,7 +44,8 @@ class Pppd {
     static std::string Arguments(int dial) { return ReadOf(dial, "arguments"); }
     static std::string Options(int dial) { return ReadOf(dial, "options"); }
     static std::string Output(int dial) { return ReadOf(dial, "output"); }
-    static bool Runs(int dial) { return kill(std::atoi(ReadOf(dial, "pid").c_str()), 0) == 0; }
+    static pid_t Pid(int dial) { return std::atoi(ReadOf(dial, "pid").c_str()); }
+    static bool Runs(int dial) { return kill(Pid(dial), 0) == 0; }
 
  private:
     static std::string ReadOf(int dial, const char* what) {

@@ -130,7 +130,8 @@ TEST(VimbradDeath, PppdAtEachStage) {
         Mortal daemon({"--forget"});
         ASSERT_EQ(0, Ask(kPppoeStart, PppoeBody()));
         ASSERT_TRUE(Pppd::WaitDial(1));
-        ExpectToDieWith(daemon, daemon.WaitChildren(1));
+        ExpectToDieWith(daemon, {Pppd::Pid(1)});
+        EXPECT_TRUE(WaitFor([] { return !Runs("link-keeper"); }));
         Shell("rm -r /tmp/pppd /dev/ppp");
     }
 }
@@ -158,7 +159,7 @@ TEST(VimbradDeath, PasswordsOfTheDeadAreRemovedAtTheNextStart) {
     }
     const std::string left = Shell("ls -d /run/vimbrad/files.*");
     const Daemon daemon;
-    EXPECT_NE(0, ShellStatus("test -e " + left));
+    EXPECT_TRUE(WaitFor([&left] { return ShellStatus("test -e " + left) != 0; }));
 }
 
 }  // namespace

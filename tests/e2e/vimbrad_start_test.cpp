@@ -88,7 +88,9 @@ TEST(VimbradRunDir, WhatAnEarlierLifeLeftIsRemoved) {
     WriteFile("/run/vimbrad/files.abcdef/options", "password secret");
     WriteFile("/run/vimbrad/state.json.new", "{");
     const Daemon daemon;
-    EXPECT_EQ("", Shell("ls /run/vimbrad | grep -vx -e lock -e status -e .*-hook || true"));
+    EXPECT_EQ(
+        "",
+        Shell("ls /run/vimbrad | grep -vx -e lock -e status -e .*-hook -e link-keeper || true"));
 }
 
 TEST(VimbradStart, SecondDaemonSaysWhoIsInTheWay) {

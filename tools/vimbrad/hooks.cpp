@@ -12,6 +12,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "keeper.hpp"
 #include "run_dir.hpp"
 
 namespace vimbrad {
@@ -93,8 +94,10 @@ struct Hook {
     int (*run)(int argc, char** argv);
 };
 
-constexpr Hook kHooks[] = {
-    {kUdhcpcHook, TellOfUdhcpc}, {kDhclientHook, TellOfDhclient}, {kPppdHook, TellOfPppd}};
+constexpr Hook kHooks[] = {{kUdhcpcHook, TellOfUdhcpc},
+                           {kDhclientHook, TellOfDhclient},
+                           {kPppdHook, TellOfPppd},
+                           {kLinkKeeper, RunKeeper}};
 
 }  // namespace
 

@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "hooks.hpp"
+#include "kept_program.hpp"
 #include "log.hpp"
 #include "missing.hpp"
 #include "notifier.hpp"
@@ -58,6 +59,7 @@ Life::Life(uv_loop_t* loop, const Options& options)
     } else {
         state_.Restore();
     }
+    KeptProgram::EndOthers(runDir_);
     registry_.OnChange([this] { state_.Save(); });
     server_.emplace(loop, registry_, rendezvous_.TakeSocket(), LimitsFor(RaiseDescriptorLimit()));
     overview_.emplace(services_, registry_, *server_);
@@ -98,8 +100,12 @@ UvHandle<uv_signal_t> Life::EndOn(int signal) {
 
 // Whoever asks twice does not want to wait.
 void Life::End() {
-    if (std::exchange(ending_, true) || keep_) {
+    if (std::exchange(ending_, true)) {
         uv_stop(loop_);
+        return;
+    }
+    if (keep_) {
+        Keep();
         return;
     }
     readiness_.TellStopping();
@@ -115,6 +121,14 @@ void Life::End() {
     for (const auto& service : services_) {
         service->End(ending);
     }
+}
+
+void Life::Keep() {
+    for (const auto& service : services_) {
+        service->Keep();
+    }
+    state_.Save();
+    uv_stop(loop_);
 }
 
 // From the loop: who has let go last may be a program that is still telling of its end.

@@ -35,6 +35,7 @@ class Life {
  private:
     UvHandle<uv_signal_t> EndOn(int signal);
     void End();
+    void Keep();
     void ProgramsEnded();
     void AwaitDeliveries();
 

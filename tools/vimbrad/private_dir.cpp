@@ -21,9 +21,18 @@ PrivateDir::PrivateDir(const RunDirectory& parent) : path_(parent.PathOf("files.
     }
 }
 
+PrivateDir::PrivateDir(const RunDirectory& parent, const std::string& name)
+    : path_(parent.PathOf(name)) {}
+
 PrivateDir::~PrivateDir() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
+    if (!left_) {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+}
+
+std::string PrivateDir::Name() const {
+    return std::filesystem::path(path_).filename();
 }
 
 std::string PrivateDir::Write(const std::string& name, std::string_view text, mode_t mode) const {

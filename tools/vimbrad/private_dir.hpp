@@ -11,21 +11,29 @@ namespace vimbrad {
 
 class RunDirectory;
 
-// Lies in the run directory; removed at the end with all that it holds.
+// Lies in the run directory; removed at the end with all that it holds, unless it is left to a later
+// life.
 class PrivateDir {
  public:
     // Throws Refusal.
     explicit PrivateDir(const RunDirectory& parent);
+    // One that an earlier life left.
+    PrivateDir(const RunDirectory& parent, const std::string& name);
     ~PrivateDir();
     PrivateDir(const PrivateDir&) = delete;
     PrivateDir& operator=(const PrivateDir&) = delete;
 
+    const std::string& Path() const { return path_; }
+    // Within the run directory.
+    std::string Name() const;
+    void Leave() { left_ = true; }
     std::string PathOf(const std::string& name) const { return path_ + "/" + name; }
     // Writes a file anew; its path. Throws Refusal.
     std::string Write(const std::string& name, std::string_view text, mode_t mode) const;
 
  private:
     std::string path_;
+    bool left_ = false;
 };
 
 // Writes a file anew. Throws Refusal.

@@ -14,6 +14,7 @@
 #include <system_error>
 #include <thread>
 
+#include "keeper.hpp"
 #include "private_dir.hpp"
 #include "refusal.hpp"
 
@@ -85,8 +86,9 @@ void RunDirectory::Lock() {
 void RunDirectory::Clean() const {
     for (const auto& each : std::filesystem::directory_iterator(path_)) {
         const std::string name = each.path().filename();
-        if (name != kLockName && name != kStateName && name != kResolverName) {
-            std::error_code ignored;
+        std::error_code ignored;
+        if (name != kLockName && name != kStateName && name != kResolverName &&
+            !std::filesystem::exists(each.path() / kControlName, ignored)) {
             std::filesystem::remove_all(each.path(), ignored);
         }
     }

@@ -20,7 +20,7 @@ inline constexpr char kResolverName[] = "resolv.conf";
 class RunDirectory {
  public:
     // Makes the directory if it is not there, takes its lock and removes what an earlier life left,
-    // what it keeps for a later one excepted. Throws std::runtime_error with what is in the way.
+    // what it keeps for a later one and directories of kept programs excepted. Throws std::runtime_error with what is in the way.
     explicit RunDirectory(std::string path);
     RunDirectory(const RunDirectory&) = delete;
     RunDirectory& operator=(const RunDirectory&) = delete;

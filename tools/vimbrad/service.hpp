@@ -286,6 +286,8 @@ class Service {
     // Answers operators' questions, each under its name.
     virtual void Show(Json&) const {}
 
+    // The daemon ends, and the network stays as it is.
+    virtual void Keep() {}
     // The daemon ends and leaves nothing: programs end, and applications that listen are told.
     virtual void End(const Ending&) {}
     // Then settings of the kernel are taken back.
