@@ -42,21 +42,21 @@ using NameField = char[VIMBRA_IFACE_NAME_LEN];
 
 // An interface alone.
 struct IfaceBody {
-    NameField achIfaceName;
+    NameField achIfaceName;  // the interface
 };
 static_assert(sizeof(IfaceBody) == 16);
 
 // One family of an interface.
 struct VIMBRA_WIRE FamilyIfaceBody {
-    u16 wSinFamily;
-    NameField achIfaceName;
+    u16 wSinFamily;          // 2, 10, or 11 where both are meant
+    NameField achIfaceName;  // the interface
 };
 static_assert(sizeof(FamilyIfaceBody) == 18);
 static_assert(offsetof(FamilyIfaceBody, achIfaceName) == 2);
 
 // The reply of most requests: 0, or the daemon's number for what went wrong.
 struct PlainResult {
-    s32 nErrid;
+    s32 nErrid;  // 0, or the daemon's number for its refusal
 };
 static_assert(sizeof(PlainResult) == 4);
 

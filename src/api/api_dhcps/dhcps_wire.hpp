@@ -31,17 +31,17 @@ static_assert(sizeof(TVimbraDhcpsState) == 4);
 
 // kDhcpsStop, kDhcpsState
 struct VIMBRA_WIRE DhcpsIfaceBody {
-    NameField achIfaceName;
-    u16 wSinFamily;
+    NameField achIfaceName;  // the interface
+    u16 wSinFamily;          // VIMBRA_FAMILY_...
 };
 static_assert(sizeof(DhcpsIfaceBody) == 18);
 static_assert(offsetof(DhcpsIfaceBody, wSinFamily) == 16);
 
 // kDhcpsStart
 struct VIMBRA_WIRE DhcpsStartBody {
-    NameField achIfaceName;
-    u16 wSinFamily;
-    TVimbraDhcpsInfo tDhcpsInfo;
+    NameField achIfaceName;       // the interface
+    u16 wSinFamily;               // VIMBRA_FAMILY_...
+    TVimbraDhcpsInfo tDhcpsInfo;  // the pool, and what clients are told
 };
 static_assert(sizeof(DhcpsStartBody) == 1390);
 static_assert(offsetof(DhcpsStartBody, wSinFamily) == 16);

@@ -16,15 +16,15 @@ inline constexpr char kConflictSocketV6[] = "ipc_ipv6_conflict";
 
 // kConflictStart, kConflictStop
 struct ConflictBody {
-    u16 wSinFamily;
+    u16 wSinFamily;  // 2 or 10: whose addresses are watched
 };
 static_assert(sizeof(ConflictBody) == 2);
 
 // A conflict; the header's type says which: 1 an address of ours, 2 a MAC address of ours.
 struct VIMBRA_WIRE IpConfilctMsg {
-    NameField achIfcName;
-    TVimbraAddr tIpAddr;
-    TVimbraIfaceMac mac;
+    NameField achIfcName;  // where it was heard
+    TVimbraAddr tIpAddr;   // the address that two hosts have
+    TVimbraIfaceMac mac;   // the other host's
 };
 static_assert(sizeof(IpConfilctMsg) == 42);
 static_assert(offsetof(IpConfilctMsg, tIpAddr) == 16);

@@ -9,7 +9,7 @@ namespace vimbra::wire {
 enum : u32 { kLogSwitch = 0x0702 };
 
 struct LogSwitchBody {
-    u32 dwSwitch;
+    u32 dwSwitch;  // level, 0 to 5
 };
 static_assert(sizeof(LogSwitchBody) == 4);
 

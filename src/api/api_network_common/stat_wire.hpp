@@ -15,16 +15,16 @@ inline constexpr char kStatSocket[] = "ipc_stat";
 
 // kStatStart
 struct StatStartBody {
-    s32 nInterval;
+    s32 nInterval;  // seconds between two reports
 };
 static_assert(sizeof(StatStartBody) == 4);
 
 // One interface in a report.
 struct VIMBRA_WIRE NetDevBandStat {
-    u64 dwBandSended;
-    u64 dwBandRecved;
-    u32 bIsValid;
-    u32 dwReserved;
+    u64 dwBandSended;  // bytes sent, as the daemon counts them
+    u64 dwBandRecved;  // bytes received, as the daemon counts them
+    u32 bIsValid;      // 0: there is no such interface
+    u32 dwReserved;    // zero
 };
 static_assert(sizeof(NetDevBandStat) == 24);
 static_assert(offsetof(NetDevBandStat, dwBandRecved) == 8);
@@ -32,7 +32,7 @@ static_assert(offsetof(NetDevBandStat, bIsValid) == 16);
 
 // A report: the interfaces 0, 1 and 2.
 struct StatReportBody {
-    NetDevBandStat atStat[3];
+    NetDevBandStat atStat[3];  // eth0, eth1, eth2
 };
 static_assert(sizeof(StatReportBody) == 72);
 

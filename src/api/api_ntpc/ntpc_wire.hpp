@@ -24,9 +24,9 @@ inline constexpr char kNtpcSocketIpv6[] = "ipc_ntpv6";
 
 // kNtpcStart
 struct VIMBRA_WIRE NtpcStartBody {
-    u16 wSinFamily;  // the server's
-    TVimbraAddr tServerIp;
-    u32 dwSyncTimeInterval;
+    u16 wSinFamily;          // the server's
+    TVimbraAddr tServerIp;   // the server
+    u32 dwSyncTimeInterval;  // seconds between two questions
 };
 static_assert(sizeof(NtpcStartBody) == 26);
 static_assert(offsetof(NtpcStartBody, tServerIp) == 2);
@@ -34,7 +34,7 @@ static_assert(offsetof(NtpcStartBody, dwSyncTimeInterval) == 22);
 
 // kNtpcStop
 struct NtpcStopBody {
-    u16 wSinFamily;
+    u16 wSinFamily;  // whose client ends: 2 or 10
 };
 static_assert(sizeof(NtpcStopBody) == 2);
 

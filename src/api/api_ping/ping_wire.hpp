@@ -18,9 +18,9 @@ static_assert(offsetof(TVimbraPingOpt, nCount) == 12);
 
 // kPingStart
 struct PingStartBody {
-    TVimbraAddr tDestIp;
-    TVimbraPingOpt tPingOpt;
-    s32 nUserID;
+    TVimbraAddr tDestIp;      // whom to ask
+    TVimbraPingOpt tPingOpt;  // how to ask
+    s32 nUserID;              // which test
 };
 static_assert(sizeof(PingStartBody) == 40);
 static_assert(offsetof(PingStartBody, tPingOpt) == 20);
@@ -28,7 +28,7 @@ static_assert(offsetof(PingStartBody, nUserID) == 36);
 
 // kPingStop
 struct PingStopBody {
-    s32 nUserID;
+    s32 nUserID;  // which test
 };
 static_assert(sizeof(PingStopBody) == 4);
 
@@ -44,11 +44,11 @@ enum : u32 {
 enum : s32 { kPingMore = 0, kPingLast = 1, kPingStopOrder = 2 };
 
 struct pingmsg {
-    u32 nUserID;
-    u32 ttl;
-    u32 time;
-    s32 seq;
-    s32 over_flag;
+    u32 nUserID;    // which test
+    u32 ttl;        // time to live of the answer
+    u32 time;       // round-trip time, in the daemon's unit
+    s32 seq;        // number of the probe
+    s32 over_flag;  // kPingMore, kPingLast or kPingStopOrder
 };
 static_assert(sizeof(pingmsg) == 20);
 static_assert(offsetof(pingmsg, ttl) == 4);

@@ -39,15 +39,15 @@ static_assert(offsetof(PppoeConfig, devname) == 793);
 
 // kPppoeStart
 struct VIMBRA_WIRE PppoeStartBody {
-    u16 wSinFamily;
-    PppoeConfig tConfig;
+    u16 wSinFamily;       // 2, 10, or 11 for a common link
+    PppoeConfig tConfig;  // how to dial
 };
 static_assert(sizeof(PppoeStartBody) == 811);
 static_assert(offsetof(PppoeStartBody, tConfig) == 2);
 
 // kPppoeStop
 struct PppoeStopBody {
-    u16 wSinFamily;
+    u16 wSinFamily;  // 2, 10, or 11 for the common link
 };
 static_assert(sizeof(PppoeStopBody) == 2);
 

@@ -13,9 +13,9 @@ enum : u32 { kTracerouteStart = 3329, kTracerouteStop = 3330 };
 
 // kTracerouteStart
 struct TracerouteStartBody {
-    TVimbraAddr tDestIp;
-    u32 dwTtl;
-    s32 nUserID;
+    TVimbraAddr tDestIp;  // whom to trace
+    u32 dwTtl;            // the highest hop
+    s32 nUserID;          // which test
 };
 static_assert(sizeof(TracerouteStartBody) == 28);
 static_assert(offsetof(TracerouteStartBody, dwTtl) == 20);
@@ -23,7 +23,7 @@ static_assert(offsetof(TracerouteStartBody, nUserID) == 24);
 
 // kTracerouteStop
 struct TracerouteStopBody {
-    s32 nUserID;
+    s32 nUserID;  // which test
 };
 static_assert(sizeof(TracerouteStopBody) == 4);
 

@@ -13,7 +13,7 @@ enum : u32 {
 
 // kWebEnable
 struct WebEnableBody {
-    s32 port;
+    s32 port;  // TCP port
 };
 static_assert(sizeof(WebEnableBody) == 4);
 

@@ -22,8 +22,8 @@ enum : u32 {
 
 // kIpaddrAdd, kIpaddrDel
 struct VIMBRA_WIRE IfaceIpBody {
-    NameField achIfaceName;
-    TVimbraIfaceIp tIfaceIp;
+    NameField achIfaceName;   // the interface
+    TVimbraIfaceIp tIfaceIp;  // the address
 };
 static_assert(sizeof(IfaceIpBody) == 44);
 static_assert(offsetof(IfaceIpBody, tIfaceIp) == 16);
@@ -32,9 +32,9 @@ static_assert(offsetof(IfaceIpBody, tIfaceIp) == 16);
 
 // kIpaddrSet
 struct VIMBRA_WIRE IfaceAllIpBody {
-    u16 wSinFamily;
-    NameField achIfaceName;
-    TVimbraIfaceAllIp tIfaceAllIp;
+    u16 wSinFamily;                 // whose addresses: 2, 10, or 11 for both
+    NameField achIfaceName;         // the interface
+    TVimbraIfaceAllIp tIfaceAllIp;  // the new ones
 };
 static_assert(sizeof(IfaceAllIpBody) == 470);
 static_assert(offsetof(IfaceAllIpBody, achIfaceName) == 2);
@@ -42,40 +42,40 @@ static_assert(offsetof(IfaceAllIpBody, tIfaceAllIp) == 18);
 
 // kMacSet
 struct IfaceMacBody {
-    NameField achIfaceName;
-    TVimbraIfaceMac tIfaceMac;
+    NameField achIfaceName;     // the interface
+    TVimbraIfaceMac tIfaceMac;  // the new one
 };
 static_assert(sizeof(IfaceMacBody) == 22);
 static_assert(offsetof(IfaceMacBody, tIfaceMac) == 16);
 
 // kMtuSet
 struct IfaceMtuBody {
-    NameField achIfaceName;
-    u32 dwMtu;
+    NameField achIfaceName;  // the interface
+    u32 dwMtu;               // bytes
 };
 static_assert(sizeof(IfaceMtuBody) == 20);
 static_assert(offsetof(IfaceMtuBody, dwMtu) == 16);
 
 // Reply of kIpaddrGet
 struct TIpcAllIp {
-    s32 nErrid;
-    TVimbraIfaceAllIp tIpcAllIp;
+    s32 nErrid;                   // 0, or the daemon's number for its refusal
+    TVimbraIfaceAllIp tIpcAllIp;  // the addresses
 };
 static_assert(sizeof(TIpcAllIp) == 456);
 static_assert(offsetof(TIpcAllIp, tIpcAllIp) == 4);
 
 // Reply of kMacGet
 struct TIpcMac {
-    s32 nErrid;
-    TVimbraIfaceMac tIpcIfaceMac;
+    s32 nErrid;                    // 0, or the daemon's number for its refusal
+    TVimbraIfaceMac tIpcIfaceMac;  // the MAC address
 };
 static_assert(sizeof(TIpcMac) == 12);
 static_assert(offsetof(TIpcMac, tIpcIfaceMac) == 4);
 
 // Reply of kMtuGet
 struct TIpcMtu {
-    s32 nErrid;
-    u32 dwMtu;
+    s32 nErrid;  // 0, or the daemon's number for its refusal
+    u32 dwMtu;   // bytes
 };
 static_assert(sizeof(TIpcMtu) == 8);
 static_assert(offsetof(TIpcMtu, dwMtu) == 4);

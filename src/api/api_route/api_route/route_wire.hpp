@@ -65,8 +65,8 @@ struct VIMBRA_WIRE InTable {
 
 // kRouteAdd, kRouteDel
 struct RouteBody {
-    NameField achIfaceName;  // the record's name once more
-    TVimbraIpRouteParam tRoute;
+    NameField achIfaceName;      // the record's name once more
+    TVimbraIpRouteParam tRoute;  // the route
 };
 static_assert(sizeof(RouteBody) == 80);
 static_assert(offsetof(RouteBody, tRoute) == 16);
@@ -76,7 +76,7 @@ static_assert(offsetof(InTable<RouteBody>, dwTableId) == 80);
 // kGatewaySet
 struct GatewayBody {
     NameField achIfaceName;  // all zero: the daemon finds the interface
-    TVimbraAddr tGateWay;
+    TVimbraAddr tGateWay;    // the gateway; its family is the one that is meant
 };
 static_assert(sizeof(GatewayBody) == 36);
 static_assert(offsetof(GatewayBody, tGateWay) == 16);
@@ -89,28 +89,28 @@ static_assert(offsetof(InTable<FamilyIfaceBody>, dwTableId) == 18);
 
 // kAllRouteGet
 struct FamilyBody {
-    u16 wSinFamily;
+    u16 wSinFamily;  // 2 or 10
 };
 static_assert(sizeof(FamilyBody) == 2);
 
 // kRouteTableAdd, kRouteTableDel
 struct TableBody {
-    u32 dwTableId;
+    u32 dwTableId;  // 1 to 252
 };
 static_assert(sizeof(TableBody) == 4);
 
 // Reply of kGatewayGet
 struct TIpcGateWay {
-    s32 nErrid;
-    TVimbraAddr tIpaddr;
+    s32 nErrid;           // 0, or the daemon's number for its refusal
+    TVimbraAddr tIpaddr;  // the gateway
 };
 static_assert(sizeof(TIpcGateWay) == 24);
 static_assert(offsetof(TIpcGateWay, tIpaddr) == 4);
 
 // Reply of kAllRouteGet
 struct TIpcAllRoute {
-    s32 nErrid;
-    TVimbraAllIpRouteInfo tAllRouteInfo;
+    s32 nErrid;                           // 0, or the daemon's number for its refusal
+    TVimbraAllIpRouteInfo tAllRouteInfo;  // the routes
 };
 static_assert(sizeof(TIpcAllRoute) == 648);
 static_assert(offsetof(TIpcAllRoute, tAllRouteInfo) == 4);

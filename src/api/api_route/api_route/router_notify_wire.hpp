@@ -15,8 +15,8 @@ inline constexpr char kRouterNotifySocket[] = "ipc_router_notify";
 
 // kRouterAdvertiseStart
 struct RouterAdvertiseStartBody {
-    NameField achIfaceName;
-    s32 nUserId;
+    NameField achIfaceName;  // the interface
+    s32 nUserId;             // which watch
 };
 static_assert(sizeof(RouterAdvertiseStartBody) == 20);
 static_assert(offsetof(RouterAdvertiseStartBody, nUserId) == 16);
@@ -26,8 +26,8 @@ enum : u32 { kRouterNotify = 0, kRouterNotifyStop = 1 };
 
 // What an interface's addresses are now.
 struct RouterNotifyBody {
-    NameField achIfaceName;
-    TVimbraIfaceAllIp tNetIfaceAllIp;
+    NameField achIfaceName;            // the interface
+    TVimbraIfaceAllIp tNetIfaceAllIp;  // its addresses now
 };
 static_assert(sizeof(RouterNotifyBody) == 468);
 static_assert(offsetof(RouterNotifyBody, tNetIfaceAllIp) == 16);
