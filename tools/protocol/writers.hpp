@@ -1,0 +1,16 @@
+// The whole protocol, written for people, for a packet analyser, for programs.
+#ifndef VIMBRA_TOOLS_PROTOCOL_WRITERS_HPP
+#define VIMBRA_TOOLS_PROTOCOL_WRITERS_HPP
+
+#include <ostream>
+
+namespace protocol {
+
+void WriteMarkdown(std::ostream& out);
+// A dissector in Lua.
+void WriteDissector(std::ostream& out);
+void WriteJson(std::ostream& out);
+
+}  // namespace protocol
+
+#endif
