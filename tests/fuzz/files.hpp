@@ -11,7 +11,7 @@
 #include <cstdlib>
 #include <string>
 
-namespace fuzz {
+namespace vimbra::tests {
 
 // Ends everything where the files are the machine's own, and silences the library.
 inline void Prepare() {
@@ -53,6 +53,6 @@ inline void Require(bool truth) {
     }
 }
 
-}  // namespace fuzz
+}  // namespace vimbra::tests
 
 #endif
