@@ -1,12 +1,10 @@
 // What a daemon may send, to every service that reports back. The first byte says which service and
-// how the rest, the message, is cut into pieces.
+// into how many pieces the rest, the message, is cut.
 #include <linux/sockios.h>
 #include <poll.h>
 #include <sys/ioctl.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
-#include <vimbra/net_ip_conflict.h>
+#include <vimbra/net.h>
 #include <vimbra/vimbra.h>
 
 #include <algorithm>
@@ -15,16 +13,18 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
-#include <thread>
 
+#include "request_peer.hpp"
+
+namespace vimbra::tests {
 namespace {
 
 // Reads all that a callback is handed, so that the address sanitizer sees what is not there.
-volatile uint8_t g_sum;
+volatile u8 g_sum;
 
 void Touch(const void* data, size_t size) {
     for (size_t i = 0; i < size; i++) {
-        g_sum = static_cast<uint8_t>(g_sum + static_cast<const uint8_t*>(data)[i]);
+        g_sum = static_cast<u8>(g_sum + static_cast<const u8*>(data)[i]);
     }
 }
 
@@ -136,46 +136,55 @@ const Service kServices[] = {
          return VimbraTracerouteStart(Host(), &option, 1, TakeHop);
      },
      [] { return VimbraTracerouteStop(1); }, false},
+    {"ipc_dhcpc_eth0",
+     [] {
+         return NetDhcpcStart(
+             0,
+             [](u32, TNetDhcpcNotify* lease) {
+                 Touch(lease, sizeof(*lease));
+                 return 0;
+             },
+             1);
+     },
+     [] { return NetDhcpcStop(0); }, true},
+    {"ipc_pppoe",
+     [] {
+         TPppoeInitParam param = {};
+         strcpy(param.abyUserName, "user");
+         strcpy(param.abyPassword, "secret");
+         return NetPppoeStart(&param, TakeLink);
+     },
+     NetPppoeStop, true},
+    {"ipc_ping",
+     [] {
+         TPingOpt option = {};
+         return NetPingStart(htonl(INADDR_LOOPBACK), &option, 2,
+                             [](s32, s32, s32, s32, s32, s32, s32) {});
+     },
+     [] { return NetPingStop(2); }, true},
+    {"ipc_traceroute",
+     [] {
+         TTraceroutePara wish = {};
+         return NetTracerouteStart(&wish, 2, [](s32, s32, s32, u32, char*, s32, s32, s32) {});
+     },
+     [] { return NetTracerouteStop(2); }, false},
 };
 
-sockaddr_un Address(const char* name) {
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    snprintf(address.sun_path, sizeof(address.sun_path), "/tmp/%s", name);
-    return address;
-}
-
 // Says yes to everything.
-void ServeRequests(int server) {
-    for (;;) {
-        const int client = accept4(server, nullptr, nullptr, SOCK_CLOEXEC);
-        if (client < 0) {
-            continue;
-        }
-        uint8_t request[4096];
-        if (read(client, request, sizeof(request)) >= 12) {
-            const u32 reply[4] = {0, 4, 0, 0};
-            send(client, reply, sizeof(reply), MSG_NOSIGNAL);
-        }
-        close(client);
-    }
+void SayYes(std::span<const u8>, int client) {
+    const u32 reply[4] = {0, sizeof(u32), 0, 0};
+    send(client, reply, sizeof(reply), MSG_NOSIGNAL);
 }
 
 bool Prepare() {
     VimbraDebugLevelSet(VIMBRA_LEVEL_NONE);
-    const int server = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const sockaddr_un address = Address("api_daemon");
-    if (bind(server, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
-        listen(server, 100) != 0) {
-        abort();
-    }
-    std::thread(ServeRequests, server).detach();
+    ServeRequests(SayYes);
     return VimbraInit() == VIMBRA_OK;
 }
 
 int Connect(const char* name) {
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const sockaddr_un address = Address(name);
+    const sockaddr_un address = AddressOf(name);
     if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
         close(fd);
         return -1;
@@ -209,18 +218,19 @@ bool IsOver(int fd, bool closes) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const u8* data, size_t size) {
     static const bool prepared = Prepare();
     if (!prepared || size == 0 || size > 5000) {
         return -1;
     }
-    const Service& service = kServices[(data[0] & 0xf) % std::size(kServices)];
-    const size_t piece = data[0] >> 4;  // 0: all at once
+    const Service& service = kServices[data[0] % std::size(kServices)];
+    const size_t pieces = data[0] / std::size(kServices) + 1;
     data++;
     size--;
+    const size_t piece = size / pieces + 1;
     const int fd = ConnectTo(service);
     for (size_t sent = 0; sent < size;) {
-        const size_t count = piece == 0 ? size : std::min(piece * 16, size - sent);
+        const size_t count = std::min(piece, size - sent);
         if (send(fd, data + sent, count, MSG_NOSIGNAL) < 0) {
             break;
         }
@@ -234,3 +244,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     close(fd);
     return 0;
 }
+
+}  // namespace vimbra::tests
