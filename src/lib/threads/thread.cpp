@@ -207,6 +207,28 @@ bool Allocate(Entry*& entry) {
     return true;
 }
 
+// Gives the handle, since a thread that runs may take its entry with it; an error number.
+int Create(Entry* entry, int stacksize, pthread_t& handle) {
+    pthread_attr_t attributes;
+    if (const int error = pthread_attr_init(&attributes)) {
+        return error;
+    }
+    pthread_attr_setstacksize(&attributes, static_cast<size_t>(stacksize));
+    if (entry->state == State::kDetached) {
+        pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    }
+    // Locked, so that the thread is in the table before it can leave it.
+    Lock lock(g_tThreadMutex);
+    const int error = pthread_create(&entry->handle, &attributes, Body, entry);
+    if (error == 0) {
+        handle = entry->handle;
+        Add(entry);
+    }
+    lock.Unlock();
+    pthread_attr_destroy(&attributes);
+    return error;
+}
+
 pthread_t Spawn(CallSite site, const StartRecord& record, int stacksize, bool detached) {
     const CancelGuard guard;
     Entry* entry = nullptr;
@@ -216,21 +238,8 @@ pthread_t Spawn(CallSite site, const StartRecord& record, int stacksize, bool de
     }
     *entry->record = record;
     entry->state = detached ? State::kDetached : State::kJoinable;
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, static_cast<size_t>(stacksize));
-    if (detached) {
-        pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    }
-    // Locked, so that the thread is in the table before it can leave it.
-    Lock lock(g_tThreadMutex);
-    const int error = pthread_create(&entry->handle, &attributes, Body, entry);
-    const pthread_t handle = entry->handle;
-    if (error == 0) {
-        Add(entry);
-    }
-    lock.Unlock();
-    pthread_attr_destroy(&attributes);
+    pthread_t handle = 0;
+    const int error = Create(entry, stacksize, handle);
     if (error != 0) {
         errno = error;
         LogErrnoAt(site, "THREAD: spawn() thread create error\n");
