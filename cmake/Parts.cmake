@@ -9,7 +9,7 @@ option(VIMBRA_BENCH "Build the benchmarks" ${PROJECT_IS_TOP_LEVEL})
 option(VIMBRA_FUZZ "Build the fuzz targets (clang)" OFF)
 option(VIMBRA_REQUIRE_ALL "Stop where a part that is asked for lacks a package" OFF)
 set(VIMBRA_SANITIZE "" CACHE STRING "Sanitizers for every target, as -fsanitize= takes them")
-set(VIMBRA_LIBRARY_OPTIONS "" CACHE STRING "Further options that the library alone is compiled with")
+set(VIMBRA_LIBRARY_OPTIONS "" CACHE STRING "Further options that the library alone is compiled and linked with")
 set(VIMBRA_COVERAGE_OF "" CACHE PATH
     "Count what the compiled tests of this build tree take of the library; nothing else is built")
 set(VIMBRA_TEST_PREFIX "" CACHE STRING "Put before every test's name, to tell several builds apart")

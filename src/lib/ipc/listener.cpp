@@ -67,8 +67,10 @@ void CloseOnce(int& fd) {
 
 timeval Until(s64 deadline) {
     const s64 now = Now();
-    const s64 left = deadline > now ? deadline - now : 0;
-    return {static_cast<time_t>(left / 1000), static_cast<suseconds_t>(left % 1000 * 1000)};
+    // A deadline is seconds away, so that a word holds it: a division of 64 bits is a function of its
+    // own where the processor has none.
+    const s32 left = deadline > now ? static_cast<s32>(deadline - now) : 0;
+    return {left / 1000, left % 1000 * 1000};
 }
 
 }  // namespace
