@@ -263,6 +263,18 @@ TEST_F(VimbradRoute, MetricChanges) {
                 ElementsAre("fd10::/48 via fd00::2 dev eth0 metric 7 pref medium"));
 }
 
+// The kernel shows the routes of a link without carrier with a state that it does not take back.
+TEST_F(VimbradRoute, MetricAndPriorityChangeWithoutACable) {
+    EXPECT_EQ(0, Add(Route("eth0", "172.16.0.0", 12, "10.0.0.2", 5)));
+    EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Addr("10.0.0.2")));
+    Shell("ip link set peer-eth0 down");
+    ASSERT_TRUE(WaitFor(
+        [] { return Shell("ip route show dev eth0").find("linkdown") != std::string::npos; }));
+    EXPECT_EQ(0, Modify(Route("eth0", "172.16.0.0", 12, "10.0.0.2", 6)));
+    EXPECT_EQ(0, SetPriority({{"eth1", 1}, {"eth0", 2}}));
+    EXPECT_THAT(Shell("ip route show 172.16.0.0/12"), testing::HasSubstr("metric 6"));
+    EXPECT_EQ("10.0.0.2", Gateway(nullptr, 2));
+}
 TEST_F(VimbradRoute, MetricOfAConnectedRouteKeepsItsSourceAddress) {
     EXPECT_EQ(0, Modify(Route("eth0", "10.0.0.0", 24, "0.0.0.0", 9)));
     EXPECT_THAT(Lines(Shell("ip route show 10.0.0.0/24")),

@@ -82,7 +82,20 @@ std::vector<Route> Dump(u16 family) {
     throw Refusal(EAGAIN, "the routes change faster than they can be read");
 }
 
+// The kernel tells the state of a link with its routes, and takes no route that claims one: without
+// a cable nothing could be changed.
+constexpr unsigned kLinkState = ~unsigned{RTNH_F_ONLINK};
+
+void ForgetLinkState(rtnl_route* route) {
+    rtnl_route_unset_flags(route, kLinkState);
+    const auto forget = [](rtnl_nexthop* hop, void*) {
+        rtnl_route_nh_unset_flags(hop, kLinkState);
+    };
+    rtnl_route_foreach_nexthop(route, forget, nullptr);
+}
+
 void Install(rtnl_route* route, int flags) {
+    ForgetLinkState(route);
     Netlink().Change(Build<NlMessage>([route, flags](nl_msg** message) {
         return rtnl_route_build_add_request(route, flags, message);
     }));
