@@ -24,12 +24,13 @@ a dissector with the same content, `--json` a description for programs.
   byte order, texts zero-filled without a terminator when they fill their field. Nothing is padded but what
   is named.
 - **One request a connection.** The application connects, sends header and body in one piece, and waits for one
-  reply of exactly the size that is told here, which has no header. Then it closes. 60 seconds are the limit
-  of connecting, sending and waiting together.
-- **A reply in pieces is a failure**: the library reads once. So is a reply of another size.
+  reply: a header with the request's type and the size that is told here, and the record. Then it closes. 60
+  seconds are the limit of connecting, sending and waiting together.
+- **A reply in pieces is a failure**: the library reads once. So is a reply of another size, or one whose header
+  tells another.
 - **A connection that is closed without a reply is a success** to the application, with a record of zeros:
   a daemon that does not serve a message answers it all the same, with a number that is not 0.
-- A reply begins with a result: 0, or why not; `vimbrad` uses the numbers of `errno`. The two replies that have
+- A reply's record begins with a result: 0, or why not; `vimbrad` uses the numbers of `errno`. The two replies that have
   none cannot be refused: they are told with their requests.
 - **Notifications go the other way**: the daemon connects to the listener's socket, sends header and body in one
   piece, and closes. Nothing comes back. A message has five seconds once it is accepted. Of the ping, traceroute
