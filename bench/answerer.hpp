@@ -73,9 +73,8 @@ class Answerer {
                 memcpy(&head, request, sizeof(head));
                 head.size = head.type == kLongAnswer ? kLongSize : kShortSize;
                 memcpy(reply, &head, sizeof(head));
-                if (write(client, reply, sizeof(head) + head.size) < 0) {
-                    perror("write");
-                }
+                // Who asked may have gone.
+                send(client, reply, sizeof(head) + head.size, MSG_NOSIGNAL);
             }
             close(client);
         }
