@@ -81,7 +81,7 @@ class Birth {
         if (program_.user && !ChangeUser(*program_.user)) {
             Fail(failed);
         }
-        if (prctl(PR_SET_PDEATHSIG, program_.deathSignal) != 0 || getppid() != parent) {
+        if (prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || getppid() != parent) {
             _exit(EXIT_FAILURE);
         }
         for (const int each : {SIGPIPE, SIGHUP}) {

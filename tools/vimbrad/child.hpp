@@ -26,7 +26,8 @@ struct ChildEnd {
     std::string Text() const;
 };
 
-// Kills its program when destroyed; after that nothing is reported any more.
+// Kills its program when destroyed, and when the daemon dies, however that happens; after that
+// nothing is reported any more.
 class Child {
  public:
     struct Events {
@@ -47,8 +48,6 @@ class Child {
         std::vector<std::string> command;
         // Its name in the list of processes, if that is not its own.
         std::string called = {};
-        // What it gets when the daemon dies, however that happens.
-        int deathSignal = SIGKILL;
         std::optional<User> user = {};
         // A descriptor of ours that it gets under the same number.
         int inherited = -1;

@@ -1,14 +1,10 @@
-// NTP clients, one for each family: chronyd asks the server how far our clock is off, at the start
-// and then once in every interval; the application is told and, where the daemon was started to do
+// NTP clients, one for each family: the server is asked how far our clock is off, at the start and
+// then once in every interval; the application is told and, where the daemon was started to do
 // so, the clock is set.
 #include <arpa/inet.h>
-#include <netlink/addr.h>
-#include <sys/socket.h>
 #include <sys/timex.h>
 
 #include <algorithm>
-#include <charconv>
-#include <cmath>
 #include <cstdlib>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -16,12 +12,10 @@
 
 #include "address_text.hpp"
 #include "api/api_ntpc/ntpc_wire.hpp"
-#include "child.hpp"
-#include "lib/base/fd.hpp"
 #include "log.hpp"
 #include "netlink.hpp"
 #include "notifier.hpp"
-#include "private_dir.hpp"
+#include "ntp_question.hpp"
 #include "record_text.hpp"
 #include "services/services.hpp"
 
@@ -35,22 +29,13 @@ constexpr u32 kIntervalMin = 16;
 constexpr u32 kIntervalUsual = 64;
 // What failed need not wait for a long interval: there may have been no network yet.
 constexpr u32 kRetry = 64;
-// For an answer, in seconds; the question is repeated every two. It is chronyd that counts them.
-constexpr int kAnswer = 5;
-// A chronyd that still runs then never ends.
-constexpr u64 kHangMs = 10'000;
 // An offset below it is worked off little by little, so that time neither jumps nor goes back; the
 // limit is that of RFC 5905.
 constexpr s64 kStepMicroseconds = 128'000;
-constexpr s64 kMicroseconds = 1'000'000;
-
-NlAddr Whole(const TVimbraAddr& address) {
-    return MakeNlAddr(address, FullPrefix(address.wSinFamily));
-}
 
 // What a client names as its server, without what the address's family does not use.
 TVimbraAddr ServerOf(const TVimbraAddr& named) {
-    const TVimbraAddr server = MakeAddr(Whole(named).get());
+    const TVimbraAddr server = MakeAddr(MakeNlAddr(named, FullPrefix(named.wSinFamily)).get());
     const bool multicast = server.wSinFamily == VIMBRA_FAMILY_IPV4
                                ? IN_MULTICAST(ntohl(server.tV4Addr.s_addr))
                                : IN6_IS_ADDR_MULTICAST(&server.tV6Addr);
@@ -58,18 +43,6 @@ TVimbraAddr ServerOf(const TVimbraAddr& named) {
         throw Refusal(EINVAL, "not the address of a server");
     }
     return server;
-}
-
-// Why nothing can be sent to a server, as far as the kernel knows without trying; 0 when it can.
-int WayError(const TVimbraAddr& server) {
-    const vimbra::Fd fd(socket, server.wSinFamily, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (!fd) {
-        return errno;
-    }
-    sockaddr_storage address{};
-    socklen_t length = sizeof(address);
-    nl_addr_fill_sockaddr(Whole(server).get(), reinterpret_cast<sockaddr*>(&address), &length);
-    return connect(fd.Get(), reinterpret_cast<const sockaddr*>(&address), length) == 0 ? 0 : errno;
 }
 
 // Adds to the clock. The error number when it cannot be done.
@@ -95,93 +68,6 @@ int AdjustClock(s64 microseconds) {
     }
     return adjtimex(&change) < 0 ? errno : 0;
 }
-
-struct Outcome {
-    int error = 0;
-    // What our clock lacks, in microseconds.
-    s64 offset = 0;
-};
-
-// One question to a server: a run of chronyd that touches neither the clock nor any file but those
-// of its own directory.
-class Question {
- public:
-    using Answered = std::function<void(const Outcome&)>;
-
-    // Throws Refusal when chronyd cannot be run. `answered` is called from the loop, once; it may
-    // destroy this.
-    Question(const Context& context, const TVimbraAddr& server, Answered answered)
-        : answered_(std::move(answered)),
-          files_(context.runDir),
-          timer_(MakeTimer(context.loop, this)),
-          child_(context.loop, {Command(server)},
-                 {[this](std::string_view line) { TakeLine(line); },
-                  [this](const ChildEnd& end) { TakeEnd(end); }}) {
-        uv_timer_start(
-            timer_.get(),
-            [](uv_timer_t* timer) {
-                LogWarning("chronyd does not end");
-                static_cast<Question*>(timer->data)->Finish({ETIMEDOUT});
-            },
-            kHangMs, 0);
-    }
-
- private:
-    // Directives on the command line keep chronyd from the machine's own configuration. It stays
-    // root, since its usual user may not exist.
-    std::vector<std::string> Command(const TVimbraAddr& server) const {
-        return {"chronyd",
-                "-Q",
-                "-U",
-                "-u",
-                "root",
-                "-t",
-                std::to_string(kAnswer),
-                "pidfile " + files_.PathOf("pid"),
-                "bindcmdaddress /",
-                "cmdport 0",
-                "server " + TextOf(server) + " iburst maxsamples 1"};
-    }
-
-    void TakeLine(std::string_view line) {
-        LogDebug("%.*s", static_cast<int>(line.size()), line.data());
-        constexpr std::string_view kWrongBy = "System clock wrong by ";
-        if (const size_t at = line.find(kWrongBy); at != line.npos) {
-            double seconds = 0;
-            const char* number = line.data() + at + kWrongBy.size();
-            if (std::from_chars(number, line.data() + line.size(), seconds).ec == std::errc()) {
-                offset_ = std::llround(seconds * kMicroseconds);
-            }
-        }
-        timedOut_ = timedOut_ || line.ends_with("Timeout reached");
-        lastLine_ = line;
-    }
-
-    void TakeEnd(const ChildEnd& end) {
-        if (offset_ && end.status == 0 && end.signal == 0) {
-            Finish({0, *offset_});
-        } else if (timedOut_) {
-            Finish({ETIMEDOUT});
-        } else {
-            LogWarning("chronyd ended with %s: %s", end.Text().c_str(), lastLine_.c_str());
-            Finish({EIO});
-        }
-    }
-
-    void Finish(const Outcome& outcome) {
-        // The call may end this object, and the function with it.
-        const Answered answered = std::move(answered_);
-        answered(outcome);
-    }
-
-    Answered answered_;
-    PrivateDir files_;
-    std::optional<s64> offset_;
-    bool timedOut_ = false;
-    std::string lastLine_;
-    UvHandle<uv_timer_t> timer_;
-    Child child_;
-};
 
 // The client of one family, from its start to its stop.
 class Client {
@@ -212,11 +98,11 @@ class Client {
  private:
     void Ask() {
         AskAgainAfter(interval_);
-        if (const int error = WayError(server_); error != 0) {
+        if (const int error = NtpWayError(server_); error != 0) {
             Fail(error);
             return;
         }
-        question_.emplace(context_, server_, [this](const Outcome& outcome) {
+        question_.emplace(context_, server_, [this](const NtpOutcome& outcome) {
             question_.reset();
             Take(outcome);
         });
@@ -239,7 +125,7 @@ class Client {
         }
     }
 
-    void Take(const Outcome& outcome) {
+    void Take(const NtpOutcome& outcome) {
         int error = outcome.error;
         if (error == 0 && context_.setClock) {
             error = AdjustClock(outcome.offset);
@@ -259,7 +145,7 @@ class Client {
 
     void Fail(int error) {
         LogInfo("NTP server %s: %s", TextOf(server_).c_str(), std::strerror(error));
-        last_ = Outcome{error};
+        last_ = NtpOutcome{error};
         TVimbraNtpcReport report = Report();
         report.dwError = static_cast<u32>(error);
         notifier_.Post(wire::kNtpcReport2, report);
@@ -277,8 +163,8 @@ class Client {
     u32 interval_;
     Notifier& notifier_;
     UvHandle<uv_timer_t> timer_;
-    std::optional<Outcome> last_;
-    std::optional<Question> question_;
+    std::optional<NtpOutcome> last_;
+    std::optional<NtpQuestion> question_;
 };
 
 class NtpService : public Service {
@@ -360,7 +246,7 @@ class NtpService : public Service {
 
     // One question is enough for all who want to know the same.
     void Check(const TVimbraAddr& server, const Answer<PlainResult>& answer) {
-        if (const int error = WayError(server); error != 0) {
+        if (const int error = NtpWayError(server); error != 0) {
             throw Refusal(error);
         }
         const std::string name = TextOf(server);
@@ -368,12 +254,12 @@ class NtpService : public Service {
             found->second.answers.push_back(answer);
             return;
         }
-        auto question = std::make_unique<Question>(
-            context_, server, [this, name](const Outcome& outcome) { Tell(name, outcome); });
+        auto question = std::make_unique<NtpQuestion>(
+            context_, server, [this, name](const NtpOutcome& outcome) { Tell(name, outcome); });
         checks_[name] = {std::move(question), {answer}};
     }
 
-    void Tell(const std::string& name, const Outcome& outcome) {
+    void Tell(const std::string& name, const NtpOutcome& outcome) {
         const auto ended = checks_.extract(name);
         for (const Answer<PlainResult>& each : ended.mapped().answers) {
             if (outcome.error != 0) {
@@ -386,7 +272,7 @@ class NtpService : public Service {
 
     // A test of a server, and who waits for it.
     struct ServerTest {
-        std::unique_ptr<Question> question;
+        std::unique_ptr<NtpQuestion> question;
         std::vector<Answer<PlainResult>> answers;
     };
 
