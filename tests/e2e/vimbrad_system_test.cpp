@@ -130,8 +130,7 @@ TEST(VimbradBond, MembersAreJoinedOrTheKernelsLackIsTold) {
         EXPECT_FALSE(Ip("link show dev eth0").at(0).contains("master"));
     } else {
         EXPECT_EQ(EOPNOTSUPP, Ask(kBondStart, BondBody(1, {"eth0", "eth1"}, "eth1")));
-        EXPECT_TRUE(
-            daemon.WaitLog("bond start: refused with 95: the kernel has no bonding driver"));
+        EXPECT_TRUE(daemon.WaitLog("bond start: refused with 95: the bonding driver is missing"));
         EXPECT_EQ("UP", Ip("link show dev eth0").at(0).at("operstate")) << "is left alone";
     }
     EXPECT_EQ(0, Ask(kBondStop, {}));
@@ -183,6 +182,17 @@ TEST(VimbradWebUser, ServerAndItsProgramsAreNobody) {
     EXPECT_EQ(can ? "65534\n" : "0\n",
               Shell("busybox wget -q -O - http://127.0.0.1:8080/cgi-bin/who"));
     EXPECT_EQ(!can, daemon.Log().find("cannot run as nobody") != std::string::npos);
+}
+
+TEST(VimbradWebUser, MayBeAnother) {
+    Shell("mkdir -p /tmp/www");
+    WriteFile("/tmp/www/index.html", "hello");
+    const Daemon daemon({"--web-root=/tmp/www", "--web-user=daemon"});
+    ASSERT_EQ(0, Enable(8080));
+    EXPECT_EQ("hello", Page(8080));
+    const bool can = ShellStatus("setpriv --reuid daemon --clear-groups true") == 0;
+    const std::string status = "/proc/" + Shown("web_server").at("pid").dump() + "/status";
+    EXPECT_EQ(Shell(can ? "id -u daemon" : "id -u"), Shell("awk '/^Uid/ {print $2}' " + status));
 }
 
 TEST(VimbradWebUser, ThatIsNoneIsWrongUsage) {

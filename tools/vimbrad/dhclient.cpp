@@ -8,6 +8,7 @@
 #include "hooks.hpp"
 #include "lease_client.hpp"
 #include "log.hpp"
+#include "missing.hpp"
 #include "netlink.hpp"
 
 namespace vimbrad {
@@ -44,6 +45,7 @@ class DhclientClient : public LeaseClient {
     }
 
     void Run() override {
+        CheckProgram("dhclient");
         Netlink().BringUp(Name());
         if (!HasLinkLocal(Name())) {
             RestartAfter(kLinkLocalMs);

@@ -1,0 +1,131 @@
+// A DHCP server of IPv4 that does what a test says: one address, and yes or no to who asks for it.
+#ifndef VIMBRA_TESTS_E2E_DHCP_SERVER_HPP
+#define VIMBRA_TESTS_E2E_DHCP_SERVER_HPP
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <net/if.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <cstring>
+#include <thread>
+
+#include "e2e.hpp"
+
+namespace vimbra::e2e {
+
+// Serves 192.0.2.100/25 on eth0 of another host, which is 192.0.2.1, as RFC 2131 has it.
+class DhcpServer {
+ public:
+    explicit DhcpServer(const Host& host) : socket_(OpenOn(host)) {
+        thread_ = std::thread([this] { Serve(); });
+    }
+    ~DhcpServer() {
+        over_ = true;
+        thread_.join();
+        close(socket_);
+    }
+    DhcpServer(const DhcpServer&) = delete;
+    DhcpServer& operator=(const DhcpServer&) = delete;
+
+    // From now on requests are refused.
+    void Refuse() { refuses_ = true; }
+    int Refused() const { return refused_; }
+
+ private:
+    enum : uint8_t { kDiscover = 1, kOffer = 2, kRequest = 3, kAck = 5, kNak = 6 };
+
+    static constexpr size_t kYourAddress = 16;
+    static constexpr size_t kOptions = 240;
+    using Message = std::array<uint8_t, 576>;
+
+    // A socket belongs to the namespace in which it was opened, whoever uses it.
+    static int OpenOn(const Host& host) {
+        int opened = -1;
+        std::thread([&] {
+            const std::string path = "/proc/" + std::to_string(host.Pid()) + "/ns/net";
+            const int there = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+            EXPECT_EQ(0, setns(there, CLONE_NEWNET));
+            close(there);
+            opened = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+            const int yes = 1;
+            setsockopt(opened, SOL_SOCKET, SO_BROADCAST, &yes, sizeof(yes));
+            EXPECT_EQ(0, setsockopt(opened, SOL_SOCKET, SO_BINDTODEVICE, "eth0", 4));
+            const sockaddr_in any = Address(INADDR_ANY, 67);
+            EXPECT_EQ(0, bind(opened, reinterpret_cast<const sockaddr*>(&any), sizeof(any)));
+        }).join();
+        return opened;
+    }
+
+    static sockaddr_in Address(in_addr_t address, uint16_t port) {
+        sockaddr_in made{};
+        made.sin_family = AF_INET;
+        made.sin_addr.s_addr = htonl(address);
+        made.sin_port = htons(port);
+        return made;
+    }
+
+    void Serve() {
+        while (!over_) {
+            pollfd ready{socket_, POLLIN, 0};
+            Message message{};
+            if (poll(&ready, 1, 20) == 1 &&
+                recv(socket_, message.data(), message.size(), 0) > ssize_t{kOptions}) {
+                AnswerTo(message);
+            }
+        }
+    }
+
+    static uint8_t TypeOf(const Message& message) {
+        constexpr uint8_t kType = 53, kEnd = 255;
+        for (size_t at = kOptions; at + 2 < message.size() && message[at] != kEnd;
+             at += 2 + message[at + 1]) {
+            if (message[at] == kType) {
+                return message[at + 2];
+            }
+        }
+        return 0;
+    }
+
+    void AnswerTo(Message message) {
+        const uint8_t asked = TypeOf(message);
+        if (asked != kDiscover && asked != kRequest) {
+            return;
+        }
+        const bool no = asked == kRequest && refuses_;
+        message[0] = 2;
+        std::fill(message.begin() + kOptions, message.end(), uint8_t{0});
+        const uint8_t type = asked == kDiscover ? kOffer : no ? kNak : kAck;
+        const uint8_t always[] = {53, 1, type, 54, 4, 192, 0, 2, 1};
+        const uint8_t ifYes[] = {51, 4, 0,   0, 14, 16, 1, 4, 255, 255, 255, 128,
+                                 3,  4, 192, 0, 2,  1,  6, 4, 192, 0,   2,   53};
+        auto* end = std::copy(std::begin(always), std::end(always), message.begin() + kOptions);
+        if (!no) {
+            constexpr uint8_t kOurs[] = {192, 0, 2, 100};
+            std::copy(std::begin(kOurs), std::end(kOurs), message.begin() + kYourAddress);
+            end = std::copy(std::begin(ifYes), std::end(ifYes), end);
+        }
+        *end = 255;
+        const sockaddr_in all = Address(INADDR_BROADCAST, 68);
+        sendto(socket_, message.data(), message.size(), 0, reinterpret_cast<const sockaddr*>(&all),
+               sizeof(all));
+        refused_ += no ? 1 : 0;
+    }
+
+    int socket_;
+    std::atomic<bool> refuses_ = false;
+    std::atomic<int> refused_ = 0;
+    std::atomic<bool> over_ = false;
+    std::thread thread_;
+};
+
+}  // namespace vimbra::e2e
+
+#endif
