@@ -5,7 +5,9 @@
 #include <string>
 #include <vimbra/bed.hpp>
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -33,3 +35,4 @@ TEST(Example, TellsAFailure) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -2,6 +2,7 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <vimbra/types.h>
 
 #include <cstdint>
 #include <filesystem>
@@ -9,7 +10,9 @@
 #include <string>
 #include <vimbra/bed.hpp>
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -43,7 +46,7 @@ TEST(Load, WritesNothingStartsNothingOpensNothing) {
     for (int number = 1; number < 32; number++) {
         EXPECT_EQ(sigismember(&before, number), sigismember(&after, number)) << number;
     }
-    const auto* level = static_cast<const uint32_t*>(dlsym(library, "g_nVimbraLogSwitch"));
+    const auto* level = static_cast<const u32*>(dlsym(library, "g_nVimbraLogSwitch"));
     ASSERT_NE(nullptr, level);
     EXPECT_EQ(5u, *level);
     EXPECT_EQ(nullptr, dlsym(library, "ApicIpaddrSet")) << "what is inside stays inside";
@@ -52,7 +55,7 @@ TEST(Load, WritesNothingStartsNothingOpensNothing) {
 // Listeners may still be on their last lines when their service has been stopped.
 TEST(Load, StaysWhenItIsUnloaded) {
     using Init = int (*)();
-    using Start = int (*)(int, void (*)(void*, uint32_t));
+    using Start = int (*)(int, void (*)(void*, u32));
     const ScriptedDaemon daemon;
     const auto threads = Threads();
     const auto descriptors = OpenDescriptors();
@@ -62,9 +65,9 @@ TEST(Load, StaysWhenItIsUnloaded) {
         const auto init = reinterpret_cast<Init>(dlsym(library, "VimbraInit"));
         const auto start = reinterpret_cast<Start>(dlsym(library, "VimbraStatNotifyCallbackReg"));
         const auto stop = reinterpret_cast<Init>(dlsym(library, "VimbraStatStop"));
-        *static_cast<uint32_t*>(dlsym(library, "g_nVimbraLogSwitch")) = 0;
+        *static_cast<u32*>(dlsym(library, "g_nVimbraLogSwitch")) = 0;
         ASSERT_EQ(0, init());
-        ASSERT_EQ(0, start(1, [](void*, uint32_t) {}));
+        ASSERT_EQ(0, start(1, [](void*, u32) {}));
         ASSERT_EQ(0, stop());
         ASSERT_EQ(0, dlclose(library));
     }
@@ -74,3 +77,4 @@ TEST(Load, StaysWhenItIsUnloaded) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -9,7 +9,9 @@
 #include <string>
 #include <vimbra/bed.hpp>
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -47,3 +49,4 @@ TEST(Needs, NoLibraryThatUnwindsStacks) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

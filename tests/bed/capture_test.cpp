@@ -11,7 +11,9 @@
 #include <thread>
 #include <vimbra/bed.hpp>
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -239,3 +241,4 @@ TEST(Capture, LeavesALivingSystemLogAlone) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

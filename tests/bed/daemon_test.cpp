@@ -11,7 +11,9 @@
 #include <thread>
 #include <vimbra/bed.hpp>
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -418,3 +420,4 @@ TEST(Process, WritesAndReadsFiles) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -22,7 +22,9 @@
 #include <sstream>
 #include <vimbra/bed.hpp>
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -271,3 +273,4 @@ TEST(Sandbox, ServesAnOrdinaryUser) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -23,8 +23,9 @@
 #include "lib/base/fd.hpp"
 #include "lib/base/lock.hpp"
 
-using namespace vimbra;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -264,3 +265,4 @@ TEST_P(PendingCancellation, CutsNoCallAndLosesNoDescriptor) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -21,8 +21,9 @@
 #include "expect_log.hpp"
 #include "links.hpp"
 
-using namespace vimbra::bed;
-using namespace vimbra::tests;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -549,3 +550,4 @@ TEST(SameNet, OrderOfChecks) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -23,7 +23,9 @@
 #include <thread>
 #include <vimbra/bed.hpp>
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -274,3 +276,4 @@ TEST(ResultText, IsNeverNull) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -28,8 +28,9 @@
 #include "expect_log.hpp"
 #include "injector.hpp"
 
-using namespace vimbra::bed;
-using namespace vimbra::tests;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -1244,3 +1245,4 @@ TEST(FaultOfSetDscp, FailureIsTold) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -13,8 +13,9 @@
 #include "api/api_ip/api_ipaddr/api_ipaddr.hpp"
 #include "expect_log.hpp"
 
-using namespace vimbra::bed;
-using namespace vimbra::tests;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -108,3 +109,4 @@ TEST(Guard, ScopesOfASet) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -16,8 +16,9 @@
 #include "expect_log.hpp"
 #include "links.hpp"
 
-using namespace vimbra::bed;
-using namespace vimbra::tests;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -360,3 +361,4 @@ TEST(IfethGetLineStatus, RefusesNullArguments) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

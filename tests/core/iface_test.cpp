@@ -14,8 +14,9 @@
 
 #include "expect_log.hpp"
 
-using namespace vimbra::bed;
-using namespace vimbra::tests;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -874,3 +875,4 @@ TEST(IfaceGetMtu, MissingOutputIsMinusOne) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -7,7 +7,6 @@
 #include <cstdarg>
 
 namespace vimbra::tests {
-
 namespace {
 
 thread_local Injector* t_current = nullptr;
@@ -56,10 +55,6 @@ void Injector::Allocated(void* block, size_t size) {
     sizes_.push_back(size);
     blocks_.insert(block);
 }
-
-}  // namespace vimbra::tests
-
-using vimbra::tests::Injector;
 
 namespace {
 
@@ -358,3 +353,5 @@ int __wrap_linkat(int from, const char* path, int to, const char* name, int flag
 }
 
 }  // extern "C"
+
+}  // namespace vimbra::tests

@@ -9,8 +9,9 @@
 #include "expect_log.hpp"
 #include "links.hpp"
 
-using namespace vimbra::bed;
-using namespace vimbra::tests;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -48,3 +49,4 @@ TEST(IfethGetLineStatus, FailsForAMissingInterface) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -6,6 +6,7 @@
 #include <set>
 #include <vector>
 
+namespace vimbra::tests {
 namespace {
 
 int g_values[400];
@@ -161,3 +162,4 @@ TEST(List, NodesOfABlockLieSideBySide) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

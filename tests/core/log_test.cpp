@@ -14,7 +14,9 @@
 #include <vector>
 #include <vimbra/bed.hpp>
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -262,3 +264,4 @@ TEST(LogTag, LibraryLinesKeepToTheLevel) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

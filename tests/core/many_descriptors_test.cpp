@@ -12,8 +12,9 @@
 
 #include "expect_log.hpp"
 
-using namespace vimbra::bed;
-using namespace vimbra::tests;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -75,3 +76,4 @@ TEST_F(ManyDescriptors, MessagesGoOutOnAnyOfThem) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

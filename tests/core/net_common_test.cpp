@@ -12,8 +12,9 @@
 #include "expect_log.hpp"
 #include "links.hpp"
 
-using namespace vimbra::bed;
-using namespace vimbra::tests;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -127,3 +128,4 @@ TEST(NetCheckTheSameNet, RefusesADottedMask) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

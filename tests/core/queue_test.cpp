@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdlib>
 
+namespace vimbra::tests {
 namespace {
 
 queue_entry_t Entry(int watch) {
@@ -78,3 +79,4 @@ TEST(Queue, DestroyFreesTheEntriesAndTakesNull) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -11,7 +11,9 @@
 #include <string>
 #include <vimbra/bed.hpp>
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -112,3 +114,4 @@ TEST(MsgQueue, SendingAlwaysFails) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -18,7 +18,9 @@
 #include <vector>
 #include <vimbra/bed.hpp>
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -533,3 +535,4 @@ TEST(Thread, SignalsAreBlockedAndUnblockedOneByOne) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -23,8 +23,9 @@
 
 #include "expect_log.hpp"
 
-using namespace vimbra::bed;
-using namespace vimbra::tests;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -954,3 +955,4 @@ TEST_F(Address, ServerRefusesNullArguments) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -1,36 +1,38 @@
 // The addr commands against a scripted daemon.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <vimbra/types.h>
 
 #include <vimbra/bed.hpp>
 
 #include "ctl_daemon.hpp"
 #include "ctl_run.hpp"
 
-using namespace ctl_test;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::HasSubstr;
 
 using Expected = nlohmann::json;
 
 namespace {
 
-constexpr uint32_t kAdd = 257;
-constexpr uint32_t kDel = 259;
-constexpr uint32_t kFlush = 260;
-constexpr uint32_t kSet = 261;
-constexpr uint32_t kGet = 277;
+constexpr u32 kAdd = 257;
+constexpr u32 kDel = 259;
+constexpr u32 kFlush = 260;
+constexpr u32 kSet = 261;
+constexpr u32 kGet = 277;
 
 constexpr size_t kAllSize = 452;
 
 // One address as it travels.
-Pack One(uint32_t scope, uint16_t family, const char* address, uint32_t prefix) {
+Pack One(u32 scope, u16 family, const char* address, u32 prefix) {
     return Pack().U32(scope).Address(family, address).U32(prefix);
 }
 
 // The body of a set request.
-Bytes SetBody(uint16_t family, const std::vector<Pack>& addresses) {
-    Pack body = Pack().U16(family).Text("eth0", 16).U32(static_cast<uint32_t>(addresses.size()));
+Bytes SetBody(u16 family, const std::vector<Pack>& addresses) {
+    Pack body = Pack().U16(family).Text("eth0", 16).U32(static_cast<u32>(addresses.size()));
     for (const Pack& address : addresses) {
         body.Add(address.Get());
     }
@@ -38,8 +40,6 @@ Bytes SetBody(uint16_t family, const std::vector<Pack>& addresses) {
 }
 
 using CtlAddr = CtlAtDaemon;
-
-}  // namespace
 
 TEST_F(CtlAddr, ShowPrintsEveryAddress) {
     daemon_.On(kGet, Answer::Body(Pack()
@@ -173,3 +173,6 @@ TEST_F(CtlAddr, ARefusalIsToldWithTheDaemonsCode) {
     EXPECT_EQ(4, refused.status);
     EXPECT_EQ("vimbractl addr add: the network daemon refused: 17 (File exists)\n", refused.err);
 }
+
+}  // namespace
+}  // namespace vimbra::tests

@@ -9,8 +9,9 @@
 #include "../local/processes.hpp"
 #include "ctl_run.hpp"
 
-using namespace ctl_test;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
@@ -71,14 +72,12 @@ std::string Typed(const std::string& shell, const std::string& setUp, const std:
     setenv("PATH", ("/tmp/bin:" + std::string(getenv("PATH"))).c_str(), 1);
     setenv("TERM", "dumb", 1);
     setenv("HOME", "/tmp", 1);
-    return processes::OutputOf("python3 /tmp/type.py '" + shell + "' '" + setUp +
-                               "; touch /tmp/set-up' '" + line + "' 2>&1");
+    return OutputOf("python3 /tmp/type.py '" + shell + "' '" + setUp + "; touch /tmp/set-up' '" +
+                    line + "' 2>&1");
 }
 
 constexpr char kTyped[] = "vimbractl add\tfl\tlo --fam\tipv6\t";
 constexpr char kRan[] = "addr flush lo --family ipv6\n";
-
-}  // namespace
 
 TEST(CtlCompletion, OffersTheCommands) {
     EXPECT_THAT(Offered({""}), AllOf(Contains("addr"), Contains("codes")));
@@ -145,3 +144,6 @@ TEST(CtlCompletion, ZshCompletes) {
 TEST(CtlCompletion, FishCompletes) {
     EXPECT_EQ(kRan, Typed("fish --no-config -i", "source " VIMBRACTL_COMPLETION ".fish", kTyped));
 }
+
+}  // namespace
+}  // namespace vimbra::tests

@@ -4,25 +4,26 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <vimbra/types.h>
 
 #include <string>
 #include <vimbra/bed.hpp>
 
 #include "ctl_run.hpp"
 
-namespace ctl_test {
+namespace vimbra::tests {
 
 class CtlAtDaemon : public testing::Test {
  protected:
     // Runs a command that succeeds, says nothing and sends one request, which this is.
-    vimbra::bed::Bytes Sent(const std::string& words, uint32_t type) {
+    bed::Bytes Sent(const std::string& words, u32 type) {
         daemon_.Forget();
         const Outcome done = Ctl(words);
         EXPECT_EQ(0, done.status) << words << "\n" << done;
         EXPECT_EQ("", done.out + done.err);
         EXPECT_EQ(1U, daemon_.Requests().size());
         const auto requests = daemon_.Requests(type);
-        return requests.size() == 1 ? requests[0].body : vimbra::bed::Bytes();
+        return requests.size() == 1 ? requests[0].body : bed::Bytes();
     }
 
     // Runs a command that is refused before anything is sent.
@@ -34,9 +35,9 @@ class CtlAtDaemon : public testing::Test {
         EXPECT_TRUE(daemon_.Requests().empty()) << words;
     }
 
-    vimbra::bed::ScriptedDaemon daemon_;
+    bed::ScriptedDaemon daemon_;
 };
 
-}  // namespace ctl_test
+}  // namespace vimbra::tests
 
 #endif

@@ -12,8 +12,9 @@
 #include "../local/processes.hpp"
 #include "ctl_run.hpp"
 
-using namespace ctl_test;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -67,8 +68,6 @@ bool HasPassword(const std::string& user, const std::string& password) {
     const char* made = crypt(password.c_str(), hash.c_str());
     return made != nullptr && hash == made;
 }
-
-}  // namespace
 
 TEST(CtlDns, SetWritesTheServersOfTheirFamilyAndShowPrintsAll) {
     WriteFile(kResolv, "");
@@ -146,10 +145,9 @@ TEST_F(CtlUser, ThePasswordIsTypedTwiceOnATerminalAndNotShown) {
               "except OSError: pass\n"
               "sys.stdout.write(seen.decode())\n"
               "sys.exit(os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1]))\n");
-    const std::string typed =
-        processes::OutputOf("python3 /tmp/typed.py " VIMBRACTL
-                            " secret other >/tmp/differ; echo $?;"
-                            "python3 /tmp/typed.py " VIMBRACTL " secret secret");
+    const std::string typed = OutputOf("python3 /tmp/typed.py " VIMBRACTL
+                                       " secret other >/tmp/differ; echo $?;"
+                                       "python3 /tmp/typed.py " VIMBRACTL " secret secret");
     EXPECT_THAT(typed, testing::StartsWith("2\n"));
     EXPECT_THAT(ReadFile("/tmp/differ"), HasSubstr("the two are not the same"));
     EXPECT_THAT(typed, HasSubstr("New password: "));
@@ -185,7 +183,7 @@ TEST_F(CtlUser, ANameThatWouldMakeAnotherLineIsRefused) {
 }
 
 TEST_F(CtlUser, DeleteTakesTheAccountAway) {
-    const processes::Fake inetd("inetd");
+    const FakeProcess inetd("inetd");
     ExpectDone("user delete guest");
     EXPECT_EQ("root:x:0:0:root:/root:/bin/sh\n", ReadFile(kPasswd));
 }
@@ -212,7 +210,7 @@ class CtlService : public testing::Test {
 };
 
 TEST_F(CtlService, StartWritesTheLineAndTellsInetd) {
-    processes::Fake inetd("inetd");
+    FakeProcess inetd("inetd");
     ExpectDone("service start telnetd");
     EXPECT_THAT(
         ReadFile(kInetd),
@@ -221,7 +219,7 @@ TEST_F(CtlService, StartWritesTheLineAndTellsInetd) {
 }
 
 TEST_F(CtlService, StartTakesPortFamilyAndPath) {
-    const processes::Fake inetd("inetd");
+    const FakeProcess inetd("inetd");
     ASSERT_EQ(0, Ctl("service start httpd --port 8080 --family ipv6 --path /etc/my.conf").status);
     EXPECT_THAT(ReadFile(kInetd), HasSubstr("8080\tstream\ttcp6\tnowait\troot\t/sbin/httpd\t"
                                             "/sbin/httpd -i -c  /etc/my.conf\n"));
@@ -229,7 +227,7 @@ TEST_F(CtlService, StartTakesPortFamilyAndPath) {
 
 TEST_F(CtlService, TheFamilyOfADatagramServiceIsItsProtocols) {
     {
-        const processes::Fake inetd("inetd");
+        const FakeProcess inetd("inetd");
         ASSERT_EQ(0, Ctl("service start tftpd --family ipv6").status);
     }
     EXPECT_THAT(ReadFile(kInetd), HasSubstr("tftp\tdgram\tudp6\t"));
@@ -237,8 +235,8 @@ TEST_F(CtlService, TheFamilyOfADatagramServiceIsItsProtocols) {
 
 TEST_F(CtlService, StopTakesTheLineAwayAndEndsAProcess) {
     WriteFile(kInetd, "telnet stream tcp nowait root /sbin/telnetd /sbin/telnetd -i\nother\n");
-    processes::Fake inetd("inetd");
-    processes::Fake telnetd("telnetd");
+    FakeProcess inetd("inetd");
+    FakeProcess telnetd("telnetd");
     ExpectDone("service stop telnetd");
     EXPECT_EQ("other\n", ReadFile(kInetd));
     EXPECT_EQ(SIGHUP, inetd.EndedBy());
@@ -258,3 +256,6 @@ TEST_F(CtlService, ArgumentsAreReadStrictly) {
     ExpectRefused("service start httpd --path " + std::string(65, 'a'), 2, "up to 64 characters");
     EXPECT_EQ("", ReadFile(kInetd));
 }
+
+}  // namespace
+}  // namespace vimbra::tests

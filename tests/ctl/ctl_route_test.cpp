@@ -1,41 +1,43 @@
 // The commands of routes, gateways, tables, rules and priorities against a scripted daemon.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <vimbra/types.h>
 
 #include <vimbra/bed.hpp>
 
 #include "ctl_daemon.hpp"
 #include "ctl_run.hpp"
 
-using namespace ctl_test;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::HasSubstr;
 
 using Expected = nlohmann::json;
 
 namespace {
 
-constexpr uint32_t kRouteAdd = 267;
-constexpr uint32_t kRouteDel = 269;
-constexpr uint32_t kGatewaySet = 271;
-constexpr uint32_t kGatewayGet = 272;
-constexpr uint32_t kRouteList = 275;
-constexpr uint32_t kRouteMetric = 276;
-constexpr uint32_t kGatewayDel = 278;
-constexpr uint32_t kPrioritySet = 284;
-constexpr uint32_t kPriorityGet = 285;
-constexpr uint32_t kTableAdd = 288;
-constexpr uint32_t kTableDel = 289;
-constexpr uint32_t kRuleAdd = 291;
-constexpr uint32_t kRuleDel = 292;
+constexpr u32 kRouteAdd = 267;
+constexpr u32 kRouteDel = 269;
+constexpr u32 kGatewaySet = 271;
+constexpr u32 kGatewayGet = 272;
+constexpr u32 kRouteList = 275;
+constexpr u32 kRouteMetric = 276;
+constexpr u32 kGatewayDel = 278;
+constexpr u32 kPrioritySet = 284;
+constexpr u32 kPriorityGet = 285;
+constexpr u32 kTableAdd = 288;
+constexpr u32 kTableDel = 289;
+constexpr u32 kRuleAdd = 291;
+constexpr u32 kRuleDel = 292;
 
 struct Route {
-    uint16_t family = 2;
+    u16 family = 2;
     const char* destination = "198.51.100.0";
-    uint32_t prefix = 24;
+    u32 prefix = 24;
     const char* gateway = "0.0.0.0";
     const char* interface = "";
-    uint32_t metric = 0;
+    u32 metric = 0;
 };
 
 Pack Packed(const Route& route) {
@@ -58,13 +60,11 @@ using CtlTable = CtlAtDaemon;
 using CtlRule = CtlAtDaemon;
 using CtlPriority = CtlAtDaemon;
 
-}  // namespace
-
 TEST_F(CtlRoute, AddAndDelSendTheRoute) {
     const Bytes plain = Named({});
     const Bytes whole = Named({2, "198.51.100.0", 24, "192.0.2.1", "eth0", 255});
     const Bytes v6 = Named({10, "2001:db8:1::", 48, "2001:db8::1", "", 0});
-    const std::pair<std::string, uint32_t> commands[] = {{"add", kRouteAdd}, {"del", kRouteDel}};
+    const std::pair<std::string, u32> commands[] = {{"add", kRouteAdd}, {"del", kRouteDel}};
     for (const auto& [word, type] : commands) {
         const std::string start = "route " + word;
         EXPECT_EQ(plain, Sent(start + " 198.51.100.0/24", type));
@@ -288,3 +288,6 @@ TEST_F(CtlPriority, ShowPrintsTheList) {
     daemon_.On(kPriorityGet, Answer::Body(Pack().U32(0xffffffff).FillTo(204)));
     EXPECT_EQ(10U, Ctl("priority show --json").Json().at("priorities").size());
 }
+
+}  // namespace
+}  // namespace vimbra::tests

@@ -11,13 +11,12 @@
 #include <stdexcept>
 #include <vimbra/bed.hpp>
 
-namespace ctl_test {
-
+namespace vimbra::tests {
 namespace {
 
 // A file rather than a pipe: it holds any amount while nobody reads.
 std::string TakeFile(const std::string& path) {
-    std::string text = vimbra::bed::ReadFile(path);
+    std::string text = bed::ReadFile(path);
     unlink(path.c_str());
     return text;
 }
@@ -77,4 +76,4 @@ Outcome Ctl(const std::string& words, const char* stdoutPath) {
     return CtlWords(arguments, stdoutPath);
 }
 
-}  // namespace ctl_test
+}  // namespace vimbra::tests

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace ctl_test {
+namespace vimbra::tests {
 
 struct Outcome {
     int status = -1;  // exit status; 128 and the signal if one ended it
@@ -25,6 +25,6 @@ std::ostream& operator<<(std::ostream& stream, const Outcome& outcome);
 Outcome Ctl(const std::string& words, const char* stdoutPath = nullptr);
 Outcome CtlWords(const std::vector<std::string>& arguments, const char* stdoutPath = nullptr);
 
-}  // namespace ctl_test
+}  // namespace vimbra::tests
 
 #endif

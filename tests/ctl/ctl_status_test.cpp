@@ -12,8 +12,9 @@
 #include "../local/processes.hpp"
 #include "ctl_run.hpp"
 
-using namespace ctl_test;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::EndsWith;
 using testing::HasSubstr;
 
@@ -79,8 +80,6 @@ constexpr char kGateways[] =
 std::string Line(const std::string& json) {
     return nlohmann::ordered_json::parse(json).dump() + "\n";
 }
-
-}  // namespace
 
 TEST(CtlStatus, GatewaysOfAllInterfacesAreShown) {
     Answers daemon(Line(kGateways));
@@ -220,13 +219,13 @@ TEST(CtlStatus, ARefusalComesWithTheDaemonsReason) {
     {
         Answers daemon(
             "{\"refusal\":{\"request\":\"MTU set\",\"errno\":22,\"why\":\"too large for lo\"}}\n");
-        EXPECT_EQ(refused + ": too large for lo\n", processes::OutputOf(start));
+        EXPECT_EQ(refused + ": too large for lo\n", OutputOf(start));
         EXPECT_THAT(daemon.Question(), testing::StartsWith("{\"ask\":\"refusal\",\"pid\":"));
     }
     for (const char* answer : {"{\"refusal\":{}}\n", "", "{\"error\":\"no\"}\n",
                                "{\"refusal\":{\"why\":\"Invalid argument\"}}\n"}) {
         const Answers daemon(answer);
-        EXPECT_EQ(refused + "\n", processes::OutputOf(start)) << answer;
+        EXPECT_EQ(refused + "\n", OutputOf(start)) << answer;
     }
 }
 
@@ -237,3 +236,6 @@ TEST(CtlStatus, AnswersThatAreNoneDoNotHurt) {
         EXPECT_EQ(0, Ctl(std::string("gateway show") + kRunDir).status) << answer;
     }
 }
+
+}  // namespace
+}  // namespace vimbra::tests

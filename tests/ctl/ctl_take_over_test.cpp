@@ -11,8 +11,9 @@
 #include "../local/processes.hpp"
 #include "ctl_run.hpp"
 
-using namespace ctl_test;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::AllOf;
 using testing::HasSubstr;
 
@@ -67,8 +68,6 @@ constexpr Case kWatches[] = {
     {"pppoe start lo --user me --family ipv6 --watch", "ipc_pppoe6"},
 };
 
-}  // namespace
-
 TEST(CtlTakeOver, AWatchSaysWhoseEventsItWouldTake) {
     ScriptedDaemon daemon;
     for (const auto& [words, socket] : kWatches) {
@@ -112,7 +111,7 @@ TEST(CtlTakeOver, ANameThatMayNotBeReplacedIsSaidInsteadOfWaitedFor) {
     ScriptedDaemon daemon;
     ASSERT_EQ(0, chmod("/tmp", 01777));
     const auto asUser = [](const char* words) {
-        return processes::OutputOf(
+        return OutputOf(
             std::string("setpriv --reuid=1000 --clear-groups " VIMBRACTL " stat watch ") + words +
             " 2>&1; echo $?");
     };
@@ -133,3 +132,6 @@ TEST(CtlTakeOver, AFolderInTheWayIsSaid) {
     EXPECT_EQ(1, refused.status);
     EXPECT_THAT(refused.err, HasSubstr("/tmp/ipc_stat is a folder"));
 }
+
+}  // namespace
+}  // namespace vimbra::tests

@@ -3,14 +3,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <net/if.h>
+#include <vimbra/types.h>
 
 #include <vimbra/bed.hpp>
 
 #include "../local/processes.hpp"
 #include "ctl_run.hpp"
 
-using namespace ctl_test;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -21,11 +23,11 @@ using Expected = nlohmann::json;
 
 namespace {
 
-constexpr uint32_t kMacSet = 262;
-constexpr uint32_t kMacGet = 263;
-constexpr uint32_t kMtuSet = 273;
-constexpr uint32_t kMtuGet = 274;
-constexpr uint32_t kLogSwitch = 0x0702;
+constexpr u32 kMacSet = 262;
+constexpr u32 kMacGet = 263;
+constexpr u32 kMtuSet = 273;
+constexpr u32 kMtuGet = 274;
+constexpr u32 kLogSwitch = 0x0702;
 
 // All commands, groups without their own.
 constexpr const char* kCommands[] = {
@@ -87,8 +89,6 @@ constexpr const char* kCommands[] = {
     "table show",
     "rule show",
 };
-
-}  // namespace
 
 TEST(CtlHelp, IsThereForEveryCommandWithAnExample) {
     for (const std::string command : kCommands) {
@@ -162,7 +162,7 @@ TEST(CtlUsage, AnAbbreviationOfSeveralCommandsIsRefused) {
 
 TEST(CtlUsage, FamiliesHaveShortOptions) {
     ScriptedDaemon daemon;
-    constexpr uint32_t kAddrGet = 277;
+    constexpr u32 kAddrGet = 277;
     daemon.On(kAddrGet, Answer::Body(Pack().FillTo(456)));
     const std::pair<const char*, int> lines[] = {
         {"addr show eth0 -4", 2}, {"-6 addr show eth0", 10}, {"addr -6 show eth0", 10}};
@@ -361,8 +361,8 @@ TEST(CtlJson, IsTakenBeforeAndBehindTheCommand) {
 
 // What a command shows on a terminal, with these words before it.
 std::string OnTerminal(const std::string& environment, const std::string& words) {
-    return processes::OutputOf(environment + " script -qec '" VIMBRACTL " " + words +
-                               "' /dev/null 2>&1; true");
+    return OutputOf(environment + " script -qec '" VIMBRACTL " " + words +
+                    "' /dev/null 2>&1; true");
 }
 
 TEST(CtlColour, IsForTerminals) {
@@ -431,7 +431,7 @@ TEST(CtlCodes, TellsEachResultInWords) {
 
 TEST(CtlLogLevel, SendsTheLevelByNumberOrName) {
     ScriptedDaemon daemon;
-    const std::pair<const char*, uint32_t> levels[] = {
+    const std::pair<const char*, u32> levels[] = {
         {"0", 0},     {"5", 5},       {"none", 0}, {"alert", 1},
         {"error", 2}, {"warning", 3}, {"info", 4}, {"debug", 5},
     };
@@ -526,3 +526,6 @@ TEST(CtlLink, ShowsAllInterfacesWithoutAName) {
                 testing::Contains(testing::ResultOf(
                     [](const nlohmann::json& link) { return link.value("interface", ""); }, "lo")));
 }
+
+}  // namespace
+}  // namespace vimbra::tests

@@ -11,7 +11,9 @@
 #include <thread>
 #include <vimbra/bed.hpp>
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -93,8 +95,8 @@ TEST_F(DiagStress, SeveralThreadsAtOnce) {
     std::thread notifier([&] {
         std::mt19937 random(1);
         while (!isOver) {
-            const uint32_t user = random() % 4 + 1;
-            const int32_t over = static_cast<int32_t>(random() % 3);
+            const u32 user = random() % 4 + 1;
+            const s32 over = static_cast<s32>(random() % 3);
             Bytes ping = Message(random() % 5, Pack().U32(user).Zeros(12).S32(over));
             Bytes hop = Message(100 + random() % 8,
                                 Pack().Zeros(24).U32(user).Zeros(16).S32(over == 1 ? 1 : 0));
@@ -151,3 +153,4 @@ TEST_F(DiagStress, SeveralThreadsAtOnce) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -10,12 +10,14 @@
 
 #include "recorder.hpp"
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
-constexpr uint32_t kStart = 3073;
-constexpr uint32_t kStop = 3074;
+constexpr u32 kStart = 3073;
+constexpr u32 kStop = 3074;
 constexpr char kSocket[] = "ipc_ping";
 
 struct Report {
@@ -48,7 +50,7 @@ TVimbraAddr Destination() {
     return address;
 }
 
-Bytes Record(uint32_t user, uint32_t ttl, uint32_t time, int32_t seq, int32_t over) {
+Bytes Record(u32 user, u32 ttl, u32 time, s32 seq, s32 over) {
     return Pack().U32(user).U32(ttl).U32(time).S32(seq).S32(over);
 }
 
@@ -214,7 +216,7 @@ TEST_F(Ping, ADaemonThatClosesCountsAsStarted) {
 TEST_F(Ping, EventsReachTheCallback) {
     EXPECT_EQ(0, Start(9));
     EXPECT_TRUE(Notify(kSocket, 0, Record(9, 63, 12, 1, 0)));
-    for (uint32_t event = 1; event <= 3; event++) {
+    for (u32 event = 1; event <= 3; event++) {
         EXPECT_TRUE(Notify(kSocket, event, Record(9, 63, 12, 2, 0)));
     }
     ASSERT_TRUE(g_reports.WaitCount(4));
@@ -362,7 +364,7 @@ TEST_P(PingBadMessage, OfTheWrongLengthEndsTheListener) {
 INSTANTIATE_TEST_SUITE_P(Lengths, PingBadMessage, testing::Values(0, 1, 11, 12, 31));
 
 TEST_F(Ping, AWrongSizeFieldEndsTheListener) {
-    for (const uint32_t size : {19u, 21u, 0u, 0xffffffffu}) {
+    for (const u32 size : {19u, 21u, 0u, 0xffffffffu}) {
         EXPECT_EQ(0, Start(1));
         log_.Clear();
         EXPECT_TRUE(Notify(kSocket, 0, Record(1, 64, 1, 1, 0), {.size = size}));
@@ -502,7 +504,7 @@ TEST_F(Ping, LegacyReportsSevenValues) {
     EXPECT_EQ(Pack().Address(2, "10.0.0.1").S32(56).S32(1000).S32(64).S32(4).S32(5),
               daemon_.Requests()[0].body);
     EXPECT_TRUE(Notify(kSocket, 0, Record(5, 63, 12, 1, 0)));
-    for (uint32_t event = 1; event <= 3; event++) {
+    for (u32 event = 1; event <= 3; event++) {
         EXPECT_TRUE(Notify(kSocket, event, Record(5, 63, 12, 2, 0)));
     }
     ASSERT_TRUE(g_legacyReports.WaitCount(4));
@@ -536,3 +538,4 @@ TEST_F(Ping, LegacyStartWantsACallback) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -7,6 +7,8 @@
 #include <vector>
 #include <vimbra/bed.hpp>
 
+namespace vimbra::tests {
+
 template <typename Event>
 class Recorder {
  public:
@@ -21,12 +23,14 @@ class Recorder {
     }
 
     bool WaitCount(size_t count) const {
-        return vimbra::bed::WaitFor([&] { return Events().size() >= count; });
+        return bed::WaitFor([&] { return Events().size() >= count; });
     }
 
  private:
     mutable std::mutex mutex_;
     std::vector<Event> events_;
 };
+
+}  // namespace vimbra::tests
 
 #endif

@@ -5,7 +5,9 @@
 
 #include "api/api_traceroute/api_traceroute.hpp"
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -23,3 +25,4 @@ TEST(TracerouteRequests, AllStopSendsWhatAStopSends) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

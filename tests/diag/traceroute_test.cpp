@@ -12,12 +12,14 @@
 
 #include "recorder.hpp"
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
-constexpr uint32_t kStart = 3329;
-constexpr uint32_t kStop = 3330;
+constexpr u32 kStart = 3329;
+constexpr u32 kStop = 3330;
 constexpr char kSocket[] = "ipc_traceroute";
 
 struct Report {
@@ -57,7 +59,7 @@ TVimbraAddr Destination() {
 }
 
 // The slot of the name holds what would crash whoever followed it.
-Bytes Hop(s32 user, bool isOver = false, uint32_t ttl = 3) {
+Bytes Hop(s32 user, bool isOver = false, u32 ttl = 3) {
     return Pack()
         .Address(2, "192.0.2.7")
         .U32(ttl)
@@ -104,7 +106,7 @@ class Traceroute : public TracerouteBeforeInit {
     }
 
     // A listener keeps the connection until the daemon closes it.
-    static bool Send(uint32_t event, const Bytes& hop, const NotifyOptions& options = {}) {
+    static bool Send(u32 event, const Bytes& hop, const NotifyOptions& options = {}) {
         Connection connection(kSocket);
         Bytes message = Message(event, hop);
         if (options.size) {
@@ -255,11 +257,11 @@ TEST_F(Traceroute, ARefusedStartGivesThePlaceBack) {
 
 TEST_F(Traceroute, EveryEventReachesTheCallbackWhole) {
     EXPECT_EQ(0, Start(9));
-    for (uint32_t event = 101; event <= 106; event++) {
+    for (u32 event = 101; event <= 106; event++) {
         EXPECT_TRUE(Send(event, Hop(9, false, event)));
     }
     ASSERT_TRUE(g_reports.WaitCount(6));
-    for (uint32_t i = 0; i < 6; i++) {
+    for (u32 i = 0; i < 6; i++) {
         const Report report = g_reports.Events()[i];
         EXPECT_EQ(static_cast<s32>(101 + i), report.result);
         EXPECT_EQ(Hop(9, false, 101 + i), AsBytes(report.hop));
@@ -270,7 +272,7 @@ TEST_F(Traceroute, EveryEventReachesTheCallbackWhole) {
 
 TEST_F(Traceroute, OtherEventsAreLoggedAndTheTraceGoesOn) {
     EXPECT_EQ(0, Start(9));
-    for (const uint32_t event : {0u, 100u, 107u, 0xffffffffu}) {
+    for (const u32 event : {0u, 100u, 107u, 0xffffffffu}) {
         EXPECT_TRUE(Send(event, Hop(9)));
     }
     EXPECT_TRUE(log_.WaitFor(Kind::kError, "TraceRtCBThread", "the unkonwn type = 0x0"));
@@ -372,7 +374,7 @@ TEST_P(TracerouteBadMessage, OfTheWrongLengthEndsTheListener) {
 INSTANTIATE_TEST_SUITE_P(Lengths, TracerouteBadMessage, testing::Values(0, 1, 11, 12, 59));
 
 TEST_F(Traceroute, AWrongSizeFieldEndsTheListener) {
-    for (const uint32_t size : {47u, 49u}) {
+    for (const u32 size : {47u, 49u}) {
         EXPECT_EQ(0, Start(1));
         log_.Clear();
         EXPECT_TRUE(Send(101, Hop(1), {.size = size}));
@@ -465,3 +467,4 @@ TEST_F(Traceroute, LegacyStartWantsACallbackAndParameters) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

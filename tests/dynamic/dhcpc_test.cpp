@@ -23,19 +23,20 @@
 
 #include "no_threads.hpp"
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using vimbra::tests::NoThreads;
 
 namespace {
 
-constexpr uint32_t kStart = 0x501;
-constexpr uint32_t kStop = 0x502;
-constexpr uint32_t kLease = 0x505;
-constexpr uint32_t kFail = 0x506;
-constexpr uint32_t kRenew = 0x507;
+constexpr u32 kStart = 0x501;
+constexpr u32 kStop = 0x502;
+constexpr u32 kLease = 0x505;
+constexpr u32 kFail = 0x506;
+constexpr u32 kRenew = 0x507;
 
 constexpr char kName16[] = "a-name-of-16-cha";
 constexpr char kName17[] = "a-name-of-17-char";
@@ -44,7 +45,7 @@ constexpr char kThreadV4[] = "DhcpcCBThreadV4";
 constexpr char kThreadV6[] = "DhcpcCBThreadV6";
 
 struct Event {
-    uint32_t event;
+    u32 event;
     Bytes record;
     std::string thread;
 };
@@ -54,7 +55,7 @@ std::mutex& g_mutex = *new std::mutex;
 std::vector<Event>& g_events = *new std::vector<Event>;
 std::function<void()>& g_inCallback = *new std::function<void()>;
 
-void Record(uint32_t event, const Bytes& record) {
+void Record(u32 event, const Bytes& record) {
     char name[16] = {};
     prctl(PR_GET_NAME, name);
     std::function<void()> hook;
@@ -93,20 +94,20 @@ std::vector<Event> Events() {
     return g_events;
 }
 
-std::vector<uint32_t> Kinds() {
-    std::vector<uint32_t> kinds;
+std::vector<u32> Kinds() {
+    std::vector<u32> kinds;
     for (const Event& event : Events()) {
         kinds.push_back(event.event);
     }
     return kinds;
 }
 
-Bytes Body(uint16_t family, std::string_view name) {
+Bytes Body(u16 family, std::string_view name) {
     return Pack().U16(family).Text(name, 16);
 }
 
 // A lease of one DNS server; `count` is what it claims to have.
-Bytes Lease(std::string_view name, uint32_t count = 1) {
+Bytes Lease(std::string_view name, u32 count = 1) {
     return Pack()
         .Text(name, 16)
         .Address(2, "192.0.2.10")
@@ -608,7 +609,7 @@ TEST_F(Dhcpc, BeforeTheFirstReportTheLeaseIsTheName) {
 
 TEST_F(Dhcpc, RepeatedFailureIsToldOnceUntilALease) {
     EXPECT_EQ(0, VimbraDhcpcStart("eth0", 2, Take));
-    for (const uint32_t type : {kFail, kFail, kFail, kLease, kFail, kFail, kLease, kLease}) {
+    for (const u32 type : {kFail, kFail, kFail, kLease, kFail, kFail, kLease, kLease}) {
         EXPECT_TRUE(Notify("ipc_dhcpc_eth0", type, Lease("eth0")));
     }
     EXPECT_THAT(Kinds(), ElementsAre(30002u, 30001u, 30002u, 30001u, 30001u));
@@ -666,7 +667,7 @@ TEST_F(Dhcpc, NameWithoutTerminatorIsBounded) {
 TEST_F(Dhcpc, WrongSizeIsDropped) {
     EXPECT_EQ(0, VimbraDhcpcStart("eth0", 2, Take));
     EXPECT_EQ(0, VimbraDhcpcStart("eth0", 10, Take));
-    for (const uint32_t size : {0u, 1347u, 1349u, 0xffffffffu}) {
+    for (const u32 size : {0u, 1347u, 1349u, 0xffffffffu}) {
         EXPECT_TRUE(
             Notify("ipc_dhcpc_eth0", kLease, Lease("x"), {.size = size, .flag = 0, .wait = true}));
         EXPECT_TRUE(Notify("ipc_dhcpcv6_eth0", kLease, Lease("x"),
@@ -937,7 +938,7 @@ TEST_F(NetDhcpc, DnsCountIsBounded) {
     Pack lease;
     lease.Text("eth0", 16).Address(2, "192.0.2.10").Address(2, "192.0.2.1").U32(24).U32(60);
     EXPECT_EQ(0, NetDhcpcStart(0, TakeLegacy, 0));
-    for (const uint32_t count : {63u, 64u, 65u, 0xffffffffu}) {
+    for (const u32 count : {63u, 64u, 65u, 0xffffffffu}) {
         Pack full = lease;
         full.U32(count);
         for (int i = 0; i < 64; i++) {
@@ -1083,3 +1084,4 @@ TEST_F(DhcpcSlow, LostClientsDoNotPileUp) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -13,7 +13,9 @@
 
 #include "api/api_ntpc/api_ntpc.hpp"
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -220,3 +222,4 @@ TEST_F(MemoryDyn, NtpListenerWithoutMemoryEnds) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

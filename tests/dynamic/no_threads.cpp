@@ -6,13 +6,12 @@
 #include <atomic>
 #include <cerrno>
 
+namespace vimbra::tests {
 namespace {
 
 std::atomic<bool> g_refuse = false;
 
 }  // namespace
-
-namespace vimbra::tests {
 
 NoThreads::NoThreads() {
     g_refuse = true;
@@ -21,8 +20,6 @@ NoThreads::NoThreads() {
 NoThreads::~NoThreads() {
     g_refuse = false;
 }
-
-}  // namespace vimbra::tests
 
 // Stands before the C library's in the program and in all its libraries.
 extern "C" __attribute__((visibility("default"))) int pthread_create(
@@ -35,3 +32,5 @@ extern "C" __attribute__((visibility("default"))) int pthread_create(
     static const auto create = reinterpret_cast<Create>(dlsym(RTLD_NEXT, "pthread_create"));
     return create(thread, attributes, run, argument);
 }
+
+}  // namespace vimbra::tests

@@ -24,17 +24,18 @@
 
 #include "no_threads.hpp"
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using vimbra::tests::NoThreads;
 
 namespace {
 
-constexpr uint32_t kStart = 0x901;
-constexpr uint32_t kStop = 0x902;
-constexpr uint32_t kCheck = 0x903;
+constexpr u32 kStart = 0x901;
+constexpr u32 kStop = 0x902;
+constexpr u32 kCheck = 0x903;
 constexpr char kSocket[] = "ipc_ntp";
 constexpr char kSocket6[] = "ipc_ntpv6";
 constexpr char kThread[] = "NtpcCBThread";
@@ -42,7 +43,7 @@ constexpr char kThread6[] = "NtpcCBThreadV6";
 constexpr size_t kMost = VIMBRA_NTPC_REPORT_MAX;
 
 struct Event {
-    uint32_t event;
+    u32 event;
     Bytes report;
     std::string thread;
 };
@@ -58,8 +59,7 @@ int Take(u32 event, void* report) {
     std::function<void()> hook;
     {
         const std::lock_guard lock(g_mutex);
-        g_events.push_back(
-            {event, Bytes(std::span(static_cast<const uint8_t*>(report), kMost)), name});
+        g_events.push_back({event, Bytes(std::span(static_cast<const u8*>(report), kMost)), name});
         hook = g_inCallback;
     }
     if (hook) {
@@ -78,8 +78,8 @@ std::vector<Event> Events() {
     return g_events;
 }
 
-std::vector<uint32_t> Kinds() {
-    std::vector<uint32_t> kinds;
+std::vector<u32> Kinds() {
+    std::vector<u32> kinds;
     for (const Event& event : Events()) {
         kinds.push_back(event.event);
     }
@@ -90,7 +90,7 @@ u32 Word(const char* text) {
     return Pack().In4(text).Get().U32(0);
 }
 
-TVimbraAddr Server(uint16_t family, const char* text) {
+TVimbraAddr Server(u16 family, const char* text) {
     TVimbraAddr addr = {};
     const Bytes bytes = Pack().Address(family, text);
     memcpy(&addr, bytes.data(), sizeof(addr));
@@ -105,7 +105,7 @@ TVimbraAddr Server6() {
     return Server(10, "2001:db8::123");
 }
 
-Bytes StartBody4(uint32_t interval) {
+Bytes StartBody4(u32 interval) {
     return Pack().U16(2).Address(2, "192.0.2.123").U32(interval);
 }
 
@@ -547,13 +547,13 @@ TEST_F(Ntpc, UnknownTypeIsLoggedAndTheListenerGoesOn) {
 
 TEST_F(Ntpc, LongestReportPassesLongerOnesAreDropped) {
     EXPECT_EQ(0, Start(2));
-    const Bytes most = Bytes(std::vector<uint8_t>(kMost, 0xa5));
+    const Bytes most = Bytes(std::vector<u8>(kMost, 0xa5));
     EXPECT_TRUE(Notify(kSocket, 1, most));
     EXPECT_EQ(most, Events().at(0).report);
     Bytes longer = most;
     longer.push_back(1);
     Notify(kSocket, 1, longer);
-    for (const uint32_t size : {4097u, 0x7fffffffu, 0x80000000u, 0xffffffffu}) {
+    for (const u32 size : {4097u, 0x7fffffffu, 0x80000000u, 0xffffffffu}) {
         EXPECT_TRUE(Notify(kSocket, 1, {}, {.size = size, .flag = 0, .wait = true}));
     }
     EXPECT_TRUE(WaitFor([&] {
@@ -703,3 +703,4 @@ TEST_F(Ntpc, LegacyNamesForward) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

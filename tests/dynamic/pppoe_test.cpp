@@ -19,24 +19,25 @@
 
 #include "no_threads.hpp"
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Not;
-using vimbra::tests::NoThreads;
 
 namespace {
 
-constexpr uint32_t kStart = 0x601;
-constexpr uint32_t kStop = 0x602;
+constexpr u32 kStart = 0x601;
+constexpr u32 kStop = 0x602;
 constexpr char kSocket[] = "ipc_pppoe";
 constexpr char kSocket6[] = "ipc_pppoe6";
 constexpr char kThread[] = "PppoeCBThread";
 constexpr char kThread6[] = "PppoeCBThread6";
 
 struct Event {
-    uint32_t event;
+    u32 event;
     bool hasData;
     Bytes data;
     std::string thread;
@@ -53,7 +54,7 @@ void Take(u32 event, void* data, u32 length) {
     std::function<void(u32)> hook;
     {
         const std::lock_guard lock(g_mutex);
-        const auto* bytes = static_cast<const uint8_t*>(data);
+        const auto* bytes = static_cast<const u8*>(data);
         g_events.push_back(
             {event, data != nullptr, Bytes(std::span(bytes, data != nullptr ? length : 0)), name});
         if (data == nullptr) {
@@ -75,8 +76,8 @@ std::vector<Event> Events() {
     return g_events;
 }
 
-std::vector<uint32_t> Kinds() {
-    std::vector<uint32_t> kinds;
+std::vector<u32> Kinds() {
+    std::vector<u32> kinds;
     for (const Event& event : Events()) {
         kinds.push_back(event.event);
     }
@@ -107,16 +108,16 @@ TVimbraPppoeParam Param() {
 struct Config {
     std::string user = "user";
     std::string password = "secret";
-    uint32_t autoDial = 1;
-    uint32_t defaultRoute = 2;
-    uint32_t debug = 0;
-    uint32_t retrySeconds = 30;
-    uint32_t echoInterval = 40;
-    uint32_t echoFailure = 6;
-    uint32_t maxFail = 5;
+    u32 autoDial = 1;
+    u32 defaultRoute = 2;
+    u32 debug = 0;
+    u32 retrySeconds = 30;
+    u32 echoInterval = 40;
+    u32 echoFailure = 6;
+    u32 maxFail = 5;
     std::string device = "eth0";
 
-    [[nodiscard]] Bytes Body(uint16_t family) const {
+    [[nodiscard]] Bytes Body(u16 family) const {
         return Pack()
             .U16(family)
             .Text(user, 255)
@@ -211,9 +212,9 @@ TEST_F(Pppoe, OtherFamiliesListenOnTheOtherSocket) {
 TEST_F(Pppoe, EchoCountsOutOfRangeBecomeTheDefaults) {
     struct Case {
         u16 interval;
-        uint32_t sentInterval;
+        u32 sentInterval;
         u16 times;
-        uint32_t sentTimes;
+        u32 sentTimes;
     };
     for (const Case& c : {Case{0, 20, 0, 3}, Case{1, 1, 1, 1}, Case{255, 255, 255, 255},
                           Case{256, 20, 256, 3}, Case{300, 20, 65535, 3}, Case{65535, 20, 3, 3}}) {
@@ -740,7 +741,7 @@ TEST_F(Pppoe, EventsReachTheCallback) {
     for (const char* socket : {kSocket, kSocket6}) {
         EXPECT_EQ(0, Start(socket == kSocket ? 2 : 10));
         EXPECT_TRUE(Notify(socket, 1, Addresses()));
-        for (const uint32_t type : {2u, 3u, 4u, 5u}) {
+        for (const u32 type : {2u, 3u, 4u, 5u}) {
             EXPECT_TRUE(Notify(socket, type, {}));
         }
     }
@@ -877,7 +878,7 @@ TEST_F(Pppoe, StatesDumpDoesNothing) {
     memset(&states, 'x', sizeof(states));
     VimbraPppoeStatesDump(&states);
     VimbraPppoeStatesDump(nullptr);
-    EXPECT_EQ(Bytes(std::vector<uint8_t>(sizeof(states), 'x')), AsBytes(states));
+    EXPECT_EQ(Bytes(std::vector<u8>(sizeof(states), 'x')), AsBytes(states));
     EXPECT_TRUE(log_.IsSilent());
     EXPECT_EQ(0u, daemon_.Connections());
 }
@@ -921,7 +922,7 @@ TEST_F(NetPppoe, EventsAreConverted) {
     TPppoeInitParam param = InitParam();
     EXPECT_EQ(0, NetPppoeStart(&param, Take));
     EXPECT_TRUE(Notify(kSocket, 1, Addresses()));
-    for (const uint32_t type : {2u, 3u, 4u, 5u, 6u}) {
+    for (const u32 type : {2u, 3u, 4u, 5u, 6u}) {
         EXPECT_TRUE(Notify(kSocket, type, {}));
     }
     ASSERT_THAT(Kinds(), ElementsAre(9003u, 9006u, 9002u, 9001u, 9004u));
@@ -1001,3 +1002,4 @@ TEST_F(NetPppoe, StopWhenStoppedIsDone) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

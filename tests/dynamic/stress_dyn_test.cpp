@@ -20,7 +20,9 @@
 #include <vector>
 #include <vimbra/bed.hpp>
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using Clock = std::chrono::steady_clock;
@@ -167,7 +169,7 @@ void TakePppoe(u32, void*, u32) {
 int TakeNtp(u32, void* report) {
     const Running running;
     g_callbacks++;
-    const auto* bytes = static_cast<const uint8_t*>(report);
+    const auto* bytes = static_cast<const u8*>(report);
     EXPECT_EQ(0, bytes[VIMBRA_NTPC_REPORT_MAX - 1]);
     if (g_isOver) {
         return 0;
@@ -237,7 +239,7 @@ Answer Choose(const Request&) {
         case 0:
         case 1:
         case 2:
-            return Answer::Code(static_cast<int32_t>(Below(3)) - 1);
+            return Answer::Code(static_cast<s32>(Below(3)) - 1);
         case 3:
             return Answer::Close();
         case 4:
@@ -434,3 +436,4 @@ TEST(StressDynSlow, AMinute) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -11,7 +11,7 @@
 
 #include "e2e.hpp"
 
-namespace vimbra::e2e {
+namespace vimbra::tests {
 
 // The tool, at work in the background. Several may be at work at once.
 class Ctl {
@@ -63,6 +63,6 @@ inline Done RunCtl(const std::string& words) {
     return {status, ctl.Out(), ctl.Err(), ctl.Lines()};
 }
 
-}  // namespace vimbra::e2e
+}  // namespace vimbra::tests
 
 #endif

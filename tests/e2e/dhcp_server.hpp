@@ -10,16 +10,16 @@
 #include <sched.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <vimbra/types.h>
 
 #include <array>
 #include <atomic>
-#include <cstdint>
 #include <cstring>
 #include <thread>
 
 #include "e2e.hpp"
 
-namespace vimbra::e2e {
+namespace vimbra::tests {
 
 // Serves 192.0.2.100/25 on eth0 of another host, which is 192.0.2.1, as RFC 2131 has it.
 class DhcpServer {
@@ -40,11 +40,11 @@ class DhcpServer {
     int Refused() const { return refused_; }
 
  private:
-    enum : uint8_t { kDiscover = 1, kOffer = 2, kRequest = 3, kAck = 5, kNak = 6 };
+    enum : u8 { kDiscover = 1, kOffer = 2, kRequest = 3, kAck = 5, kNak = 6 };
 
     static constexpr size_t kYourAddress = 16;
     static constexpr size_t kOptions = 240;
-    using Message = std::array<uint8_t, 576>;
+    using Message = std::array<u8, 576>;
 
     // A socket belongs to the namespace in which it was opened, whoever uses it.
     static int OpenOn(const Host& host) {
@@ -64,7 +64,7 @@ class DhcpServer {
         return opened;
     }
 
-    static sockaddr_in Address(in_addr_t address, uint16_t port) {
+    static sockaddr_in Address(in_addr_t address, u16 port) {
         sockaddr_in made{};
         made.sin_family = AF_INET;
         made.sin_addr.s_addr = htonl(address);
@@ -83,8 +83,8 @@ class DhcpServer {
         }
     }
 
-    static uint8_t TypeOf(const Message& message) {
-        constexpr uint8_t kType = 53, kEnd = 255;
+    static u8 TypeOf(const Message& message) {
+        constexpr u8 kType = 53, kEnd = 255;
         for (size_t at = kOptions; at + 2 < message.size() && message[at] != kEnd;
              at += 2 + message[at + 1]) {
             if (message[at] == kType) {
@@ -95,20 +95,20 @@ class DhcpServer {
     }
 
     void AnswerTo(Message message) {
-        const uint8_t asked = TypeOf(message);
+        const u8 asked = TypeOf(message);
         if (asked != kDiscover && asked != kRequest) {
             return;
         }
         const bool no = asked == kRequest && refuses_;
         message[0] = 2;
-        std::fill(message.begin() + kOptions, message.end(), uint8_t{0});
-        const uint8_t type = asked == kDiscover ? kOffer : no ? kNak : kAck;
-        const uint8_t always[] = {53, 1, type, 54, 4, 192, 0, 2, 1};
-        const uint8_t ifYes[] = {51, 4, 0,   0, 14, 16, 1, 4, 255, 255, 255, 128,
-                                 3,  4, 192, 0, 2,  1,  6, 4, 192, 0,   2,   53};
+        std::fill(message.begin() + kOptions, message.end(), u8{0});
+        const u8 type = asked == kDiscover ? kOffer : no ? kNak : kAck;
+        const u8 always[] = {53, 1, type, 54, 4, 192, 0, 2, 1};
+        const u8 ifYes[] = {51, 4, 0,   0, 14, 16, 1, 4, 255, 255, 255, 128,
+                            3,  4, 192, 0, 2,  1,  6, 4, 192, 0,   2,   53};
         auto* end = std::copy(std::begin(always), std::end(always), message.begin() + kOptions);
         if (!no) {
-            constexpr uint8_t kOurs[] = {192, 0, 2, 100};
+            constexpr u8 kOurs[] = {192, 0, 2, 100};
             std::copy(std::begin(kOurs), std::end(kOurs), message.begin() + kYourAddress);
             end = std::copy(std::begin(ifYes), std::end(ifYes), end);
         }
@@ -126,6 +126,6 @@ class DhcpServer {
     std::thread thread_;
 };
 
-}  // namespace vimbra::e2e
+}  // namespace vimbra::tests
 
 #endif

@@ -16,7 +16,7 @@
 #include <stdexcept>
 #include <vimbra/bed.hpp>
 
-namespace vimbra::e2e {
+namespace vimbra::tests {
 
 Program::Program(const std::vector<std::string>& command, const std::string& output)
     : output_(output) {
@@ -179,10 +179,10 @@ std::vector<std::string> KernelAddresses(const std::string& iface, int family) {
 }
 
 Host::Host() : program_({"unshare", "-n", "sleep", "1000"}, "/dev/null") {
-    const std::string here = e2e::Shell("readlink /proc/self/ns/net");
+    const std::string here = tests::Shell("readlink /proc/self/ns/net");
     if (!bed::WaitFor([&] {
             return ShellStatus(Prefix() + "true") == 0 &&
-                   e2e::Shell(Prefix() + "readlink /proc/self/ns/net") != here;
+                   tests::Shell(Prefix() + "readlink /proc/self/ns/net") != here;
         })) {
         throw std::runtime_error("no namespace for another host");
     }
@@ -194,11 +194,11 @@ std::string Host::Prefix() const {
 }
 
 std::string Host::Shell(const std::string& command) const {
-    return e2e::Shell(Prefix() + "sh -c '" + command + "'");
+    return tests::Shell(Prefix() + "sh -c '" + command + "'");
 }
 
 int Host::ShellStatus(const std::string& command) const {
-    return e2e::ShellStatus(Prefix() + "sh -c '" + command + "'");
+    return tests::ShellStatus(Prefix() + "sh -c '" + command + "'");
 }
 
 void Connect(const std::string& name, const Host& host, const std::string& nameThere) {
@@ -213,4 +213,4 @@ void MakeIface(const std::string& name) {
     Shell("ip link set peer-" + name + " up && ip link set " + name + " up");
 }
 
-}  // namespace vimbra::e2e
+}  // namespace vimbra::tests

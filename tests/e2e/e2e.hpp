@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace vimbra::e2e {
+namespace vimbra::tests {
 
 using Json = nlohmann::json;
 
@@ -96,6 +96,6 @@ void Connect(const std::string& name, const Host& host, const std::string& nameT
 // An interface that is up and leads nowhere.
 void MakeIface(const std::string& name);
 
-}  // namespace vimbra::e2e
+}  // namespace vimbra::tests
 
 #endif

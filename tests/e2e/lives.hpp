@@ -11,7 +11,7 @@
 
 #include "e2e.hpp"
 
-namespace vimbra::e2e {
+namespace vimbra::tests {
 
 // Begun when the constructor returns, and ended at the latest by the destructor.
 class Lives {
@@ -60,6 +60,6 @@ class Lives {
     std::unique_ptr<Program> daemon_;
 };
 
-}  // namespace vimbra::e2e
+}  // namespace vimbra::tests
 
 #endif

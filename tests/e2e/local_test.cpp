@@ -21,8 +21,9 @@
 
 #include "e2e.hpp"
 
-using namespace vimbra::e2e;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::HasSubstr;
 
 namespace {
@@ -30,7 +31,7 @@ namespace {
 // A socket address from text, IPv4 or IPv6.
 class SocketAddress {
  public:
-    SocketAddress(const std::string& text, uint16_t port) {
+    SocketAddress(const std::string& text, u16 port) {
         auto& v4 = reinterpret_cast<sockaddr_in&>(storage_);
         auto& v6 = reinterpret_cast<sockaddr_in6&>(storage_);
         if (inet_pton(AF_INET, text.c_str(), &v4.sin_addr) == 1) {
@@ -79,7 +80,7 @@ class NameServer {
             if (waits[1].revents != 0) {
                 return;
             }
-            std::vector<uint8_t> message(512);
+            std::vector<u8> message(512);
             sockaddr_storage from{};
             socklen_t length = sizeof(from);
             const ssize_t count = recvfrom(socket_, message.data(), message.size(), 0,
@@ -94,7 +95,7 @@ class NameServer {
         }
     }
 
-    void Answer(std::vector<uint8_t>& message) const {
+    void Answer(std::vector<u8>& message) const {
         size_t end = kHead;
         while (end < message.size() && message[end] != 0) {
             end += message[end] + 1U;
@@ -105,14 +106,14 @@ class NameServer {
         // A response, with recursion; one question, perhaps one answer, nothing else.
         message[2] = 0x81;
         message[3] = 0x80;
-        const uint8_t counts[] = {0, 1, 0, isAddress, 0, 0, 0, 0};
+        const u8 counts[] = {0, 1, 0, isAddress, 0, 0, 0, 0};
         memcpy(&message[4], counts, sizeof(counts));
         if (!isAddress) {
             return;
         }
-        const uint8_t record[] = {0xc0, kHead, 0, 1, 0, 1, 0, 0, 0, 0, 0, 4};
+        const u8 record[] = {0xc0, kHead, 0, 1, 0, 1, 0, 0, 0, 0, 0, 4};
         message.insert(message.end(), std::begin(record), std::end(record));
-        const auto* bytes = reinterpret_cast<const uint8_t*>(&answer_);
+        const auto* bytes = reinterpret_cast<const u8*>(&answer_);
         message.insert(message.end(), bytes, bytes + sizeof(answer_));
     }
 
@@ -177,7 +178,7 @@ TEST(LocalDns, AServerThatIsSilentIsPassedOver) {
 }
 
 // What a service says to whoever connects; empty when nobody listens.
-std::string Greeting(const std::string& address, uint16_t port) {
+std::string Greeting(const std::string& address, u16 port) {
     const SocketAddress where(address, port);
     const int fd = socket(where.Family(), SOCK_STREAM | SOCK_CLOEXEC, 0);
     std::string text;
@@ -217,10 +218,10 @@ class LocalInetd : public testing::Test {
         return VimbraServiceStop(name.data());
     }
 
-    static bool Answers(const std::string& address, uint16_t port) {
+    static bool Answers(const std::string& address, u16 port) {
         return WaitFor([&] { return Greeting(address, port) == kHello; });
     }
-    static bool FallsSilent(const std::string& address, uint16_t port) {
+    static bool FallsSilent(const std::string& address, u16 port) {
         return WaitFor([&] { return Greeting(address, port).empty(); });
     }
 
@@ -251,3 +252,4 @@ TEST_F(LocalInetd, AServiceMovesToAnotherPortAndFamily) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -8,11 +8,11 @@
 #include <cstdio>
 #include <stdexcept>
 
-namespace vimbra::e2e {
+namespace vimbra::tests {
 
 using namespace bed;
 
-int32_t Ask(uint32_t type, const Bytes& body) {
+s32 Ask(u32 type, const Bytes& body) {
     Connection connection("api_daemon");
     EXPECT_TRUE(connection.Connected());
     connection.Send(Message(type, body));
@@ -53,7 +53,7 @@ void Listener::Run() {
         }
         // The daemon closes its end after one message.
         Bytes raw;
-        uint8_t buffer[4096];
+        u8 buffer[4096];
         for (ssize_t count; (count = read(connection, buffer, sizeof(buffer))) > 0;) {
             raw.insert(raw.end(), buffer, buffer + count);
         }
@@ -82,4 +82,4 @@ std::vector<Told> Listener::Wait(size_t count) const {
     return messages;
 }
 
-}  // namespace vimbra::e2e
+}  // namespace vimbra::tests

@@ -3,6 +3,8 @@
 #ifndef VIMBRA_TESTS_E2E_MESSAGES_HPP
 #define VIMBRA_TESTS_E2E_MESSAGES_HPP
 
+#include <vimbra/types.h>
+
 #include <atomic>
 #include <cstdint>
 #include <mutex>
@@ -11,15 +13,15 @@
 #include <vector>
 #include <vimbra/bed.hpp>
 
-namespace vimbra::e2e {
+namespace vimbra::tests {
 
 // Sends a request; the result code of its reply.
-int32_t Ask(uint32_t type, const bed::Bytes& body);
+s32 Ask(u32 type, const bed::Bytes& body);
 
 // A notification.
 struct Told {
-    uint32_t type = 0;
-    uint32_t size = 0;  // as the header says
+    u32 type = 0;
+    u32 size = 0;  // as the header says
     bed::Bytes body;
 };
 
@@ -47,6 +49,6 @@ class Listener {
     std::thread thread_;
 };
 
-}  // namespace vimbra::e2e
+}  // namespace vimbra::tests
 
 #endif

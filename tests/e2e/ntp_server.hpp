@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <time.h>
 #include <unistd.h>
+#include <vimbra/types.h>
 
 #include <atomic>
 #include <cmath>
@@ -18,7 +19,7 @@
 
 #include "e2e.hpp"
 
-namespace vimbra::e2e {
+namespace vimbra::tests {
 
 // A real one on another host, at all of its addresses, with the clock that all hosts here share.
 class NtpServer {
@@ -84,20 +85,20 @@ class SkewedNtpServer {
     static constexpr size_t kSize = 48;
 
     // Seconds since 1900 and their fraction.
-    void PutTime(uint8_t* place) const {
+    void PutTime(u8* place) const {
         timespec now{};
         clock_gettime(CLOCK_REALTIME, &now);
         const double fraction = static_cast<double>(now.tv_nsec) / 1e9 + skew_;
         const double whole = std::floor(fraction);
-        const uint32_t words[] = {
-            htonl(static_cast<uint32_t>(now.tv_sec + static_cast<int64_t>(whole) + 2208988800)),
-            htonl(static_cast<uint32_t>((fraction - whole) * 4294967296.0))};
+        const u32 words[] = {
+            htonl(static_cast<u32>(now.tv_sec + static_cast<s64>(whole) + 2208988800)),
+            htonl(static_cast<u32>((fraction - whole) * 4294967296.0))};
         memcpy(place, words, sizeof(words));
     }
 
     void Run() {
         while (!over_) {
-            uint8_t packet[kSize];
+            u8 packet[kSize];
             sockaddr_in client{};
             socklen_t length = sizeof(client);
             if (recvfrom(socket_, packet, kSize, 0, reinterpret_cast<sockaddr*>(&client),
@@ -106,9 +107,9 @@ class SkewedNtpServer {
             }
             ++asked_;
             // The client's version; a server's answer of stratum 1.
-            packet[0] = static_cast<uint8_t>((packet[0] & 0x38) | 4);
+            packet[0] = static_cast<u8>((packet[0] & 0x38) | 4);
             packet[1] = 1;
-            packet[3] = static_cast<uint8_t>(-20);
+            packet[3] = static_cast<u8>(-20);
             memset(packet + 4, 0, 20);
             memcpy(packet + 24, packet + 40, 8);
             for (const size_t at : {16, 32, 40}) {
@@ -125,6 +126,6 @@ class SkewedNtpServer {
     std::thread thread_;
 };
 
-}  // namespace vimbra::e2e
+}  // namespace vimbra::tests
 
 #endif

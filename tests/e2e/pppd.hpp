@@ -12,7 +12,7 @@
 
 #include "e2e.hpp"
 
-namespace vimbra::e2e {
+namespace vimbra::tests {
 
 class Pppd {
  public:
@@ -78,6 +78,6 @@ echo $$ >/tmp/pppd/$run/pid
 )";
 };
 
-}  // namespace vimbra::e2e
+}  // namespace vimbra::tests
 
 #endif

@@ -9,8 +9,9 @@
 #include "ctl.hpp"
 #include "e2e.hpp"
 
-using namespace vimbra::e2e;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::Contains;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -218,3 +219,4 @@ TEST_F(CtlDhcpServer, ServerRefusals) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -10,16 +10,17 @@
 #include "messages.hpp"
 #include "ntp_server.hpp"
 
-using namespace vimbra::e2e;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 
 namespace {
 
-constexpr uint32_t kStart = 0x901;
-constexpr uint32_t kStop = 0x902;
-constexpr uint32_t kCheck = 0x903;
+constexpr u32 kStart = 0x901;
+constexpr u32 kStop = 0x902;
+constexpr u32 kCheck = 0x903;
 
 class CtlNtp : public BesideAnNtpServer {};
 
@@ -44,7 +45,7 @@ TEST_F(CtlNtp, WatchInJson) {
     const Json line = ctl.Lines()[0];
     EXPECT_EQ("fd00::2", line.at("server"));
     EXPECT_EQ("synchronised", line.at("event"));
-    EXPECT_LT(std::abs(line.at("offset_us").get<int64_t>()), 200'000);
+    EXPECT_LT(std::abs(line.at("offset_us").get<s64>()), 200'000);
     EXPECT_EQ(false, line.at("clock_set"));
 }
 
@@ -171,3 +172,4 @@ TEST(CtlNtpMessages, WithoutAWholeAnswerItIsStatus3) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

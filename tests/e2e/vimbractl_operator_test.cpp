@@ -11,8 +11,9 @@
 #include "e2e.hpp"
 #include "messages.hpp"
 
-using namespace vimbra::e2e;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::AllOf;
 using testing::Contains;
 using testing::ContainsRegex;
@@ -21,8 +22,8 @@ using testing::Not;
 
 namespace {
 
-constexpr uint32_t kDhcpStart = 0x501;
-constexpr uint32_t kLease = 0x505;
+constexpr u32 kDhcpStart = 0x501;
+constexpr u32 kLease = 0x505;
 
 // An interface with a default route, and a table with routes and a rule of its own.
 class CtlOperator : public testing::Test {
@@ -183,3 +184,4 @@ TEST_F(CtlMissing, StartTellsOfEachOnce) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

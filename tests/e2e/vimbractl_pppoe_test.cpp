@@ -8,8 +8,9 @@
 #include "messages.hpp"
 #include "pppd.hpp"
 
-using namespace vimbra::e2e;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
@@ -212,3 +213,4 @@ TEST(CtlPppoeVersion, IsTheLibrarys) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

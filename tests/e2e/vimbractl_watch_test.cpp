@@ -10,8 +10,9 @@
 #include "ctl.hpp"
 #include "e2e.hpp"
 
-using namespace vimbra::e2e;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::MatchesRegex;
@@ -379,3 +380,4 @@ TEST(CtlBond, SaysThatTheDaemonIsNotThere) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

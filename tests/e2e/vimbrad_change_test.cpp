@@ -16,16 +16,17 @@
 #include "messages.hpp"
 #include "pppd.hpp"
 
-using namespace vimbra::e2e;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::HasSubstr;
 using testing::Not;
 
 namespace {
 
-constexpr uint32_t kLogSwitch = 0x702;
-constexpr uint32_t kPppoeStart = 0x601;
-constexpr uint32_t kNtpCheck = 0x903;
+constexpr u32 kLogSwitch = 0x702;
+constexpr u32 kPppoeStart = 0x601;
+constexpr u32 kNtpCheck = 0x903;
 
 char g_eth0[] = "eth0";
 char g_lo[] = "lo";
@@ -156,3 +157,4 @@ TEST_F(VimbradPlaces, AreFewerWhereFewDescriptorsAreAllowed) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -8,39 +8,40 @@
 #include "e2e.hpp"
 #include "messages.hpp"
 
-using namespace vimbra::e2e;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
-constexpr uint32_t kStart = 281;
-constexpr uint32_t kStop = 282;
+constexpr u32 kStart = 281;
+constexpr u32 kStop = 282;
 constexpr char kSocket[] = "ipc_ip_conflict";
 constexpr char kSocketV6[] = "ipc_ipv6_conflict";
-constexpr uint32_t kIpConflict = 1;
-constexpr uint32_t kMacConflict = 2;
+constexpr u32 kIpConflict = 1;
+constexpr u32 kMacConflict = 2;
 
 constexpr char kOurMac[] = "02:00:00:00:00:01";
 constexpr char kTheirMac[] = "02:00:00:00:00:02";
 
-int32_t Start(uint16_t family) {
+s32 Start(u16 family) {
     return Ask(kStart, Pack().U16(family));
 }
 
-int32_t Stop(uint16_t family) {
+s32 Stop(u16 family) {
     return Ask(kStop, Pack().U16(family));
 }
 
 Bytes Mac(const std::string& text) {
     Pack pack;
     for (size_t i = 0; i < 6; ++i) {
-        pack.U8(static_cast<uint8_t>(std::stoi(text.substr(3 * i, 2), nullptr, 16)));
+        pack.U8(static_cast<u8>(std::stoi(text.substr(3 * i, 2), nullptr, 16)));
     }
     return pack;
 }
 
 // The body of a notification.
-Bytes Body(const char* iface, uint16_t family, const char* address, const char* mac) {
+Bytes Body(const char* iface, u16 family, const char* address, const char* mac) {
     return Pack().Text(iface, 16).Address(family, address).Add(Mac(mac));
 }
 
@@ -208,7 +209,7 @@ TEST_F(VimbradConflict, StopEndsItAndMayBeRepeated) {
 
 TEST_F(VimbradConflict, OtherFamiliesAreRefused) {
     Daemon daemon;
-    for (const uint16_t family : {0, 1, 11, 65535}) {
+    for (const u16 family : {0, 1, 11, 65535}) {
         EXPECT_EQ(EINVAL, Start(family));
         EXPECT_EQ(EINVAL, Stop(family));
     }
@@ -247,3 +248,4 @@ TEST_F(VimbradConflict, MalformedFramesDoNoHarm) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -14,15 +14,16 @@
 #include "messages.hpp"
 #include "pppd.hpp"
 
-using namespace vimbra::e2e;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
-constexpr uint32_t kDhcpStart = 0x501;
-constexpr uint32_t kPppoeStart = 0x601;
-constexpr uint32_t kNtpStart = 0x901;
-constexpr uint32_t kWebStart = 0x301;
+constexpr u32 kDhcpStart = 0x501;
+constexpr u32 kPppoeStart = 0x601;
+constexpr u32 kNtpStart = 0x901;
+constexpr u32 kWebStart = 0x301;
 
 std::vector<pid_t> ChildrenOf(pid_t pid) {
     const std::string path =
@@ -163,3 +164,4 @@ TEST(VimbradDeath, PasswordsOfTheDeadAreRemovedAtTheNextStart) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -20,8 +20,9 @@
 #include "e2e.hpp"
 #include "messages.hpp"
 
-using namespace vimbra::e2e;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -30,14 +31,14 @@ using testing::Not;
 
 namespace {
 
-constexpr uint32_t kStart = 0x501;
-constexpr uint32_t kStop = 0x502;
-constexpr uint32_t kRenew = 0x507;
-constexpr uint32_t kLease = 0x505;
-constexpr uint32_t kFail = 0x506;
+constexpr u32 kStart = 0x501;
+constexpr u32 kStop = 0x502;
+constexpr u32 kRenew = 0x507;
+constexpr u32 kLease = 0x505;
+constexpr u32 kFail = 0x506;
 constexpr char kSocket[] = "ipc_dhcpc_eth0";
 
-Bytes Body(const std::string& iface, uint16_t family = 2) {
+Bytes Body(const std::string& iface, u16 family = 2) {
     return Pack().U16(family).Text(iface, 16);
 }
 
@@ -273,7 +274,7 @@ TEST_F(VimbradDhcpClient, Refusals) {
     EXPECT_EQ(EINVAL, Ask(kStart, Body("eth0", 0)));
     EXPECT_EQ(ENODEV, Ask(kStart, Body("nowhere0", 10)));
     EXPECT_EQ(EINVAL, Ask(kStop, Body("eth0", 11)));
-    for (const uint16_t family : {2, 10}) {
+    for (const u16 family : {2, 10}) {
         EXPECT_EQ(ESRCH, Ask(kRenew, Body("eth0", family)));
         EXPECT_EQ(0, Ask(kStop, Body("eth0", family)));
     }
@@ -421,3 +422,4 @@ TEST_F(VimbradDhcpClient, RenewalRightAfterTheStartEndsNothing) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

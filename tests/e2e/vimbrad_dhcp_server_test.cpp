@@ -14,16 +14,17 @@
 #include "e2e.hpp"
 #include "messages.hpp"
 
-using namespace vimbra::e2e;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::Contains;
 using testing::HasSubstr;
 using testing::Not;
 
 namespace {
 
-constexpr uint32_t kStart = 0x801;
-constexpr uint32_t kStop = 0x802;
+constexpr u32 kStart = 0x801;
+constexpr u32 kStop = 0x802;
 constexpr char kLeases[] = "/usr/etc/udhcpd.leases";
 
 TVimbraAddr Address(const char* text) {
@@ -194,7 +195,7 @@ TEST_F(VimbradDhcpServer, EndOfTheDaemonEndsItsServers) {
 }
 
 TEST_F(VimbradDhcpServer, Refusals) {
-    const auto ask = [](const std::string& name, uint16_t family, const TVimbraDhcpsInfo& pool) {
+    const auto ask = [](const std::string& name, u16 family, const TVimbraDhcpsInfo& pool) {
         Bytes body = Pack().Text(name, 16).U16(family);
         const auto* bytes = reinterpret_cast<const char*>(&pool);
         body.insert(body.end(), bytes, bytes + sizeof(pool));
@@ -223,3 +224,4 @@ TEST_F(VimbradDhcpServer, Refusals) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

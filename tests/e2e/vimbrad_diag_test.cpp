@@ -9,19 +9,20 @@
 #include "e2e.hpp"
 #include "messages.hpp"
 
-using namespace vimbra::e2e;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
-constexpr uint32_t kPingStart = 3073;
-constexpr uint32_t kPingStop = 3074;
-constexpr uint32_t kTraceStart = 3329;
-constexpr uint32_t kTraceStop = 3330;
+constexpr u32 kPingStart = 3073;
+constexpr u32 kPingStop = 3074;
+constexpr u32 kTraceStart = 3329;
+constexpr u32 kTraceStop = 3330;
 constexpr char kPingSocket[] = "ipc_ping";
 constexpr char kTraceSocket[] = "ipc_traceroute";
 
-uint16_t FamilyOf(const std::string& address) {
+u16 FamilyOf(const std::string& address) {
     return address.find(':') == std::string::npos ? 2 : 10;
 }
 
@@ -30,13 +31,13 @@ Bytes Address(const std::string& text) {
 }
 
 struct Options {
-    int32_t size = 0;
-    int32_t timeout = 0;
-    int32_t ttl = 0;
-    int32_t count = 0;
+    s32 size = 0;
+    s32 timeout = 0;
+    s32 ttl = 0;
+    s32 count = 0;
 };
 
-int32_t Ping(int32_t id, const std::string& host, const Options& options) {
+s32 Ping(s32 id, const std::string& host, const Options& options) {
     return Ask(kPingStart, Pack()
                                .Add(Address(host))
                                .S32(options.size)
@@ -46,18 +47,18 @@ int32_t Ping(int32_t id, const std::string& host, const Options& options) {
                                .S32(id));
 }
 
-int32_t PingStop(int32_t id) {
+s32 PingStop(s32 id) {
     return Ask(kPingStop, Pack().S32(id));
 }
 
-int32_t Trace(int32_t id, const std::string& host, uint32_t hops = 0) {
+s32 Trace(s32 id, const std::string& host, u32 hops = 0) {
     return Ask(kTraceStart, Pack().Add(Address(host)).U32(hops).S32(id));
 }
 
 // One record of an echo test.
 struct Probe {
-    uint32_t event, id, ttl, time;
-    int32_t number, over;
+    u32 event, id, ttl, time;
+    s32 number, over;
 };
 
 Probe ProbeOf(const Told& message) {
@@ -68,7 +69,7 @@ Probe ProbeOf(const Told& message) {
 }
 
 // Event, number, last.
-using Brief = std::tuple<uint32_t, int32_t, int32_t>;
+using Brief = std::tuple<u32, s32, s32>;
 std::vector<Brief> BriefOf(const std::vector<Told>& messages) {
     std::vector<Brief> briefs;
     for (const Told& each : messages) {
@@ -126,7 +127,7 @@ class VimbradDiag : public testing::Test {
 
 class VimbradPing : public VimbradDiag {
  protected:
-    void ExpectReplies(const std::string& host, uint32_t ttl) {
+    void ExpectReplies(const std::string& host, u32 ttl) {
         Daemon daemon;
         Listener listener(kPingSocket);
         ASSERT_EQ(0, Ping(7, host, {.count = 3}));
@@ -214,16 +215,16 @@ TEST_F(VimbradPing, PayloadHasTheSizeThatWasAskedFor) {
     const auto received = [&] {
         std::istringstream fields(far_.Shell("cat /proc/self/net/dev | grep eth0"));
         std::string name;
-        uint64_t bytes = 0;
+        u64 bytes = 0;
         fields >> name >> bytes;
         return bytes;
     };
-    uint64_t last = received();
-    for (const int32_t size : {1, 1400, 4000, 60000}) {
+    u64 last = received();
+    for (const s32 size : {1, 1400, 4000, 60000}) {
         listener.Forget();
         ASSERT_EQ(0, Ping(1, "10.2.0.1", {.size = size, .timeout = 5000, .count = 1}));
         EXPECT_THAT(BriefOf(listener.Wait(1)), testing::ElementsAre(Brief{0, 1, 1})) << size;
-        EXPECT_GE(received() - last, static_cast<uint64_t>(size + 28));
+        EXPECT_GE(received() - last, static_cast<u64>(size + 28));
         last = received();
     }
 }
@@ -259,17 +260,17 @@ TEST_F(VimbradPing, TenAtOnceAreToldApart) {
     Listener listener(kPingSocket);
     const std::vector<std::string> hosts = {"10.2.0.1", "10.1.0.254", "fd02::1", "10.9.0.1",
                                             "127.0.0.1"};
-    for (int32_t id = 1; id <= 10; ++id) {
+    for (s32 id = 1; id <= 10; ++id) {
         ASSERT_EQ(0, Ping(id, hosts[static_cast<size_t>(id) % hosts.size()], {.count = 3}));
     }
-    std::map<uint32_t, std::vector<Brief>> tests;
+    std::map<u32, std::vector<Brief>> tests;
     for (const Told& each : listener.Wait(30)) {
         const Probe probe = ProbeOf(each);
         tests[probe.id].emplace_back(probe.event, probe.number, probe.over);
     }
     ASSERT_EQ(10u, tests.size());
     for (const auto& [id, briefs] : tests) {
-        const uint32_t event = hosts[id % hosts.size()] == "10.9.0.1" ? 2 : 0;
+        const u32 event = hosts[id % hosts.size()] == "10.9.0.1" ? 2 : 0;
         EXPECT_THAT(briefs, testing::ElementsAre(Brief{event, 1, 0}, Brief{event, 2, 0},
                                                  Brief{event, 3, 1}))
             << id;
@@ -317,10 +318,10 @@ TEST_F(VimbradPing, ManyStartsAndStopsLeaveNothingBehind) {
 }
 
 struct Hop {
-    uint32_t event;
+    u32 event;
     std::string address;
-    uint32_t ttl;
-    int32_t type, code, over;
+    u32 ttl;
+    s32 type, code, over;
     bool operator==(const Hop&) const = default;
 };
 void PrintTo(const Hop& hop, std::ostream* out) {
@@ -333,7 +334,7 @@ Hop HopOf(const Told& message) {
     EXPECT_EQ(48u, message.body.size());
     EXPECT_EQ(0u, message.body.U32(32)) << "the room of a pointer";
     std::string address;
-    const uint16_t family = message.body.U16(0);
+    const u16 family = message.body.U16(0);
     for (const char* known :
          {"0.0.0.0", "10.1.0.1", "10.1.0.254", "10.2.0.1", "::", "fd01::fe", "fd02::1"}) {
         if (FamilyOf(known) == family &&
@@ -357,7 +358,7 @@ std::vector<Hop> HopsOf(const std::vector<Told>& messages) {
 class VimbradTraceroute : public VimbradDiag {
  protected:
     // The hops of a trace up to its last.
-    std::vector<Hop> HopsTo(const std::string& host, uint32_t hops = 0) {
+    std::vector<Hop> HopsTo(const std::string& host, u32 hops = 0) {
         const Listener listener(kTraceSocket);
         EXPECT_EQ(0, Trace(5, host, hops));
         EXPECT_TRUE(WaitFor([&] {
@@ -407,10 +408,10 @@ TEST_F(VimbradTraceroute, MissingRouteOfOurOwnEndsIt) {
 
 TEST_F(VimbradTraceroute, SeveralAtOnceAreToldApart) {
     Listener listener(kTraceSocket);
-    for (int32_t id = 1; id <= 10; ++id) {
+    for (s32 id = 1; id <= 10; ++id) {
         ASSERT_EQ(0, Trace(id, id % 2 == 0 ? "10.2.0.1" : "10.1.0.254"));
     }
-    std::map<int32_t, std::vector<Hop>> traces;
+    std::map<s32, std::vector<Hop>> traces;
     for (const Told& each : listener.Wait(15)) {
         traces[each.body.S32(24)].push_back(HopOf(each));
     }
@@ -441,3 +442,4 @@ TEST_F(VimbradTraceroute, ImpossibleRequestsAreRefused) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -13,8 +13,9 @@
 
 #include "e2e.hpp"
 
-using namespace vimbra::e2e;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -464,3 +465,4 @@ TEST_F(VimbradIface, LogSwitchReachesTheDaemon) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

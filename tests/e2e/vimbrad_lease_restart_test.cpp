@@ -10,8 +10,9 @@
 #include "lives.hpp"
 #include "messages.hpp"
 
-using namespace vimbra::e2e;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::Contains;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -19,12 +20,12 @@ using testing::Not;
 
 namespace {
 
-constexpr uint32_t kStart = 0x501;
-constexpr uint32_t kStop = 0x502;
-constexpr uint32_t kLease = 0x505;
-constexpr uint32_t kFail = 0x506;
+constexpr u32 kStart = 0x501;
+constexpr u32 kStop = 0x502;
+constexpr u32 kLease = 0x505;
+constexpr u32 kFail = 0x506;
 
-Bytes Client(uint16_t family) {
+Bytes Client(u16 family) {
     return Pack().U16(family).Text("eth0", 16);
 }
 
@@ -167,3 +168,4 @@ TEST_F(VimbradLeaseRestart6, LeaseStaysWhileNoServerAnswers) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -12,8 +12,9 @@
 
 #include "e2e.hpp"
 
-using namespace vimbra::e2e;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -177,3 +178,4 @@ TEST_F(VimbradLegacy, InterfacesAreCounted) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -11,8 +11,9 @@
 
 #include "e2e.hpp"
 
-using namespace vimbra::e2e;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -144,3 +145,4 @@ TEST(VimbradLife, SilentAtLogLevelZero) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -7,8 +7,9 @@
 #include "e2e.hpp"
 #include "lives.hpp"
 
-using namespace vimbra::e2e;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -121,3 +122,4 @@ TEST_F(VimbradLinkRestart, AnotherInterfaceOfTheNameIsLeftAlone) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

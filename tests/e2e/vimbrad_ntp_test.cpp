@@ -18,8 +18,9 @@
 #include "messages.hpp"
 #include "ntp_server.hpp"
 
-using namespace vimbra::e2e;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::Ge;
@@ -31,11 +32,11 @@ using testing::Not;
 
 namespace {
 
-constexpr uint32_t kStart = 0x901;
-constexpr uint32_t kStop = 0x902;
-constexpr uint32_t kCheck = 0x903;
-constexpr uint32_t kSynchronised = 1;
-constexpr uint32_t kFailed = 2;
+constexpr u32 kStart = 0x901;
+constexpr u32 kStop = 0x902;
+constexpr u32 kCheck = 0x903;
+constexpr u32 kSynchronised = 1;
+constexpr u32 kFailed = 2;
 constexpr char kSocket[] = "ipc_ntp";
 constexpr char kSocket6[] = "ipc_ntpv6";
 
@@ -59,12 +60,12 @@ TVimbraAddr Addr(const char* text) {
     return address;
 }
 
-Bytes StartBody(const char* server, uint32_t interval = 60) {
+Bytes StartBody(const char* server, u32 interval = 60) {
     const Bytes address = Server(server);
     return Pack().U16(address.U16(0)).Add(address).U32(interval);
 }
 
-Bytes StopBody(uint16_t family = 2) {
+Bytes StopBody(u16 family = 2) {
     return Pack().U16(family);
 }
 
@@ -81,11 +82,11 @@ struct Report {
         EXPECT_EQ(0u, told.body.U32(36));
     }
 
-    uint32_t type;
+    u32 type;
     Bytes server;
-    uint32_t error;
+    u32 error;
     s64 offset;
-    uint32_t clockSet;
+    u32 clockSet;
 };
 
 Report WaitReport(const Listener& listener, size_t number = 0) {
@@ -214,7 +215,7 @@ TEST_F(VimbradNtp, ThatThereIsNoWayIsToldAtOnce) {
     for (const Listener* each : {&listener, &listener6}) {
         const Report told = WaitReport(*each);
         EXPECT_EQ(kFailed, told.type);
-        EXPECT_EQ(static_cast<uint32_t>(ENETUNREACH), told.error);
+        EXPECT_EQ(static_cast<u32>(ENETUNREACH), told.error);
     }
     EXPECT_EQ(Server("2001:db8::1"), WaitReport(listener6).server);
     EXPECT_EQ("", Directories());
@@ -291,7 +292,7 @@ TEST_F(VimbradNtp, EndOfTheDaemonEndsClientsAndChecks) {
 }
 
 TEST_F(VimbradNtp, Refusals) {
-    const auto start = [](uint16_t family, const Bytes& server) {
+    const auto start = [](u16 family, const Bytes& server) {
         return Ask(kStart, Pack().U16(family).Add(server).U32(60));
     };
     EXPECT_EQ(EINVAL, start(0, Server(kServer)));
@@ -451,7 +452,7 @@ TEST(VimbradNtpProgram, ThatFailsIsTold) {
         ASSERT_EQ(0, Ask(kStart, StartBody("127.0.0.1")));
         const Report told = WaitReport(listener);
         EXPECT_EQ(kFailed, told.type) << script;
-        EXPECT_EQ(static_cast<uint32_t>(EIO), told.error) << script;
+        EXPECT_EQ(static_cast<u32>(EIO), told.error) << script;
         EXPECT_EQ(0, told.offset) << script;
         EXPECT_EQ(EIO, Ask(kCheck, Server("::1"))) << script;
         EXPECT_TRUE(NothingIsLeft()) << script;
@@ -472,7 +473,7 @@ TEST(VimbradNtpProgram, ThatDoesNotEndIsKilled) {
     const Listener listener(kSocket);
     ASSERT_EQ(0, Ask(kStart, StartBody("127.0.0.1")));
     EXPECT_EQ(ETIMEDOUT, Ask(kCheck, Server("127.0.0.1")));
-    EXPECT_EQ(static_cast<uint32_t>(ETIMEDOUT), WaitReport(listener).error);
+    EXPECT_EQ(static_cast<u32>(ETIMEDOUT), WaitReport(listener).error);
     EXPECT_TRUE(WaitFor([] {
         return Shell("cat /proc/[0-9]*/cmdline 2>/dev/null | tr '\\0' ' '").find("sleep 1000") ==
                std::string::npos;
@@ -571,7 +572,7 @@ TEST_F(VimbradNtpClock, ThatMayNotBeSetIsTold) {
         ASSERT_EQ(0, Ask(kStart, StartBody("127.0.0.1")));
         const Report told = WaitReport(listener);
         EXPECT_EQ(kFailed, told.type);
-        EXPECT_EQ(static_cast<uint32_t>(EPERM), told.error);
+        EXPECT_EQ(static_cast<u32>(EPERM), told.error);
         EXPECT_EQ(0, told.offset);
         EXPECT_EQ(0u, told.clockSet);
         ASSERT_EQ(0, Ask(kStop, StopBody()));
@@ -586,3 +587,4 @@ TEST_F(VimbradNtpClock, IsNotTouchedByACheck) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -14,15 +14,16 @@
 #include "e2e.hpp"
 #include "messages.hpp"
 
-using namespace vimbra::e2e;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::Contains;
 using testing::ElementsAre;
 
 namespace {
 
-constexpr uint32_t kDhcpStart = 0x501;
-constexpr uint32_t kTableAdd = 288;
+constexpr u32 kDhcpStart = 0x501;
+constexpr u32 kTableAdd = 288;
 
 char g_none[] = "none";
 
@@ -192,3 +193,4 @@ TEST(VimbradOperator, WhatIsMissingIsSaidOnceAndShown) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

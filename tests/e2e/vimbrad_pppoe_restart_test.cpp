@@ -12,25 +12,26 @@
 #include "messages.hpp"
 #include "pppd.hpp"
 
-using namespace vimbra::e2e;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
 namespace {
 
-constexpr uint32_t kStart = 0x601;
-constexpr uint32_t kStop = 0x602;
+constexpr u32 kStart = 0x601;
+constexpr u32 kStop = 0x602;
 
-constexpr uint32_t kConnected = 1;
-constexpr uint32_t kLost = 2;
-constexpr uint32_t kOver = 5;
+constexpr u32 kConnected = 1;
+constexpr u32 kLost = 2;
+constexpr u32 kOver = 5;
 
 constexpr char kSocket[] = "ipc_pppoe";
 constexpr char kUp[] = "ip_up 198.51.100.7 198.51.100.1 192.0.2.53\n";
 
-int32_t Start(uint16_t family = 2) {
+s32 Start(u16 family = 2) {
     return Ask(kStart, Pack()
                            .U16(family)
                            .Text("me@isp", 255)
@@ -41,12 +42,12 @@ int32_t Start(uint16_t family = 2) {
                            .Text("eth0", 16));
 }
 
-int32_t Stop(uint16_t family = 2) {
+s32 Stop(u16 family = 2) {
     return Ask(kStop, Pack().U16(family));
 }
 
-std::vector<uint32_t> Types(const std::vector<Told>& messages) {
-    std::vector<uint32_t> types;
+std::vector<u32> Types(const std::vector<Told>& messages) {
+    std::vector<u32> types;
     for (const Told& each : messages) {
         types.push_back(each.type);
     }
@@ -249,3 +250,4 @@ TEST_F(VimbradPppoeRestart, LinkWhoseKeeperIsKilledEndsAndIsDialledAgain) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

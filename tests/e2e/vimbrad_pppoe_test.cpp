@@ -15,8 +15,9 @@
 #include "messages.hpp"
 #include "pppd.hpp"
 
-using namespace vimbra::e2e;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -26,31 +27,31 @@ using testing::Not;
 
 namespace {
 
-constexpr uint32_t kStart = 0x601;
-constexpr uint32_t kStop = 0x602;
+constexpr u32 kStart = 0x601;
+constexpr u32 kStop = 0x602;
 constexpr char kSocket[] = "ipc_pppoe";
 constexpr char kSocket6[] = "ipc_pppoe6";
 
-constexpr uint32_t kConnected = 1;
-constexpr uint32_t kLost = 2;
-constexpr uint32_t kNoLink = 3;
-constexpr uint32_t kRefused = 4;
-constexpr uint32_t kOver = 5;
+constexpr u32 kConnected = 1;
+constexpr u32 kLost = 2;
+constexpr u32 kNoLink = 3;
+constexpr u32 kRefused = 4;
+constexpr u32 kOver = 5;
 
 // As it goes over the wire.
 struct Config {
     std::string user = "me@isp";
     std::string password = "secret";
-    uint32_t autoDial = 0;
-    uint32_t defaultRoute = 0;
-    uint32_t debug = 0;
-    uint32_t retrySeconds = 0;
-    uint32_t echoInterval = 20;
-    uint32_t echoFailure = 3;
-    uint32_t maxfail = 0;
+    u32 autoDial = 0;
+    u32 defaultRoute = 0;
+    u32 debug = 0;
+    u32 retrySeconds = 0;
+    u32 echoInterval = 20;
+    u32 echoFailure = 3;
+    u32 maxfail = 0;
     std::string device = "eth0";
 
-    Bytes Body(uint16_t family) const {
+    Bytes Body(u16 family) const {
         return Pack()
             .U16(family)
             .Text(user, 255)
@@ -67,24 +68,23 @@ struct Config {
     }
 };
 
-int32_t Start(uint16_t family, const Config& config = {}) {
+s32 Start(u16 family, const Config& config = {}) {
     return Ask(kStart, config.Body(family));
 }
 
-int32_t Stop(uint16_t family) {
+s32 Stop(u16 family) {
     return Ask(kStop, Pack().U16(family));
 }
 
-std::vector<uint32_t> Types(const std::vector<Told>& messages) {
-    std::vector<uint32_t> types;
+std::vector<u32> Types(const std::vector<Told>& messages) {
+    std::vector<u32> types;
     for (const Told& each : messages) {
         types.push_back(each.type);
     }
     return types;
 }
 
-Bytes Addresses(uint16_t family, const char* our, const char* peer, const char* dns1,
-                const char* dns2) {
+Bytes Addresses(u16 family, const char* our, const char* peer, const char* dns1, const char* dns2) {
     return Pack()
         .Address(family, our)
         .Address(family, peer)
@@ -124,7 +124,7 @@ std::vector<std::pair<u32, Bytes>>& g_events = *new std::vector<std::pair<u32, B
 
 void Take(u32 event, void* data, u32 length) {
     const std::lock_guard lock(g_mutex);
-    g_events.emplace_back(event, Bytes(std::span(static_cast<const uint8_t*>(data), length)));
+    g_events.emplace_back(event, Bytes(std::span(static_cast<const u8*>(data), length)));
 }
 
 std::vector<std::pair<u32, Bytes>> Events() {
@@ -386,8 +386,8 @@ TEST_F(VimbradPppoe, TheRealProgramUnderstandsEveryOption) {
     const Listener listener6(kSocket6);
     const std::string odd = R"(a "b" 'c' \d #e %s $HOME `f` ü)";
     int dial = 0;
-    for (const uint16_t family : {2, 10, 11}) {
-        for (const uint32_t flag : {0, 1}) {
+    for (const u16 family : {2, 10, 11}) {
+        for (const u32 flag : {0, 1}) {
             ASSERT_EQ(0, Start(family, {.user = odd,
                                         .password = odd,
                                         .defaultRoute = flag,
@@ -484,14 +484,14 @@ TEST_F(VimbradPppoe, StopOfOneHalfLeavesTheOther) {
         const int dials = Pppd::Dials();
         ASSERT_EQ(0, Start(11, {.user = "both"}));
         ASSERT_TRUE(Pppd::WaitDial(dials + 1));
-        ASSERT_EQ(0, Stop(static_cast<uint16_t>(first)));
+        ASSERT_EQ(0, Stop(static_cast<u16>(first)));
         EXPECT_FALSE(Pppd::Runs(dials + 1));
         ASSERT_TRUE(Pppd::WaitDial(dials + 2));
         EXPECT_THAT(Pppd::Options(dials + 2),
                     AllOf(HasSubstr("user \"both\"\n"), HasSubstr(option)));
-        ASSERT_EQ(0, Stop(static_cast<uint16_t>(first)));
+        ASSERT_EQ(0, Stop(static_cast<u16>(first)));
         EXPECT_TRUE(Pppd::Runs(dials + 2));
-        ASSERT_EQ(0, Stop(static_cast<uint16_t>(second)));
+        ASSERT_EQ(0, Stop(static_cast<u16>(second)));
         EXPECT_FALSE(Pppd::Runs(dials + 2));
         EXPECT_EQ(dials + 2, Pppd::Dials());
     }
@@ -525,7 +525,7 @@ TEST_F(VimbradPppoe, NoHalfIsMadeOfALinkThatIsOver) {
 // ---- The end
 
 TEST_F(VimbradPppoe, StopOfWhatIsNotOnSucceeds) {
-    for (const uint16_t family : {2, 10, 11}) {
+    for (const u16 family : {2, 10, 11}) {
         EXPECT_EQ(0, Stop(family));
     }
     ASSERT_EQ(0, Start(2));
@@ -570,7 +570,7 @@ TEST_F(VimbradPppoe, RepeatedStartsLeaveNothing) {
     ASSERT_EQ(0, Stop(11));
     const size_t before = Descriptors(daemon_.Process().Pid());
     for (int i = 0; i < 10; ++i) {
-        for (const uint16_t family : {2, 10, 11, 11}) {
+        for (const u16 family : {2, 10, 11, 11}) {
             ASSERT_EQ(0, Start(family));
         }
         ASSERT_EQ(0, Stop(11));
@@ -596,7 +596,7 @@ TEST_F(VimbradPppoe, EndOfTheDaemonEndsItsLinks) {
 TEST_F(VimbradPppoe, Refusals) {
     ASSERT_EQ(0, Start(2));
     ASSERT_TRUE(Pppd::WaitDial(1));
-    for (const uint16_t family : {0, 1, 3, 7, 12}) {
+    for (const u16 family : {0, 1, 3, 7, 12}) {
         EXPECT_EQ(EINVAL, Start(family)) << family;
         EXPECT_EQ(EINVAL, Stop(family)) << family;
     }
@@ -657,3 +657,4 @@ TEST_F(VimbradPppoe, WordsOfARefusalCountAsItsStatusDoes) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -12,12 +12,13 @@
 
 #include "e2e.hpp"
 
-using namespace vimbra::e2e;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
-constexpr uint32_t kMtuGet = 274;
+constexpr u32 kMtuGet = 274;
 char g_lo[] = "lo";
 
 // The reply to one message, whole; empty when the daemon closes without one.
@@ -34,7 +35,7 @@ Bytes Exchange(const Bytes& message) {
     return reply;
 }
 
-Bytes Refusal(uint32_t type, int error) {
+Bytes Refusal(u32 type, int error) {
     return Message(type, Pack().S32(error));
 }
 
@@ -68,7 +69,7 @@ TEST(VimbradProtocol, UnknownRequestIsRefusedInFourBytes) {
 
 TEST(VimbradProtocol, BodyOfAnotherSizeIsRefusedInFourBytes) {
     Daemon daemon;
-    for (const uint32_t type :
+    for (const u32 type :
          {257, 259, 260,    261,    262, 263, 267,  269,  271,  272,  273,    274, 275,
           276, 277, 278,    283,    284, 285, 288,  289,  291,  292,  0x0702, 279, 280,
           281, 282, 0x0703, 0x0704, 769, 770, 3073, 3074, 3329, 3330, 3842}) {
@@ -212,15 +213,15 @@ TEST(VimbradProtocol, RandomRequestsDoNoHarm) {
     Daemon daemon({"--log-level=0"});
     MakeIface("eth0");
     std::mt19937 random(20261121);
-    const uint32_t types[] = {257, 259, 260, 261, 262, 263, 267, 269, 271, 272, 273, 274,
-                              275, 276, 277, 278, 283, 284, 285, 288, 289, 291, 292, 0x0702};
+    const u32 types[] = {257, 259, 260, 261, 262, 263, 267, 269, 271, 272, 273, 274,
+                         275, 276, 277, 278, 283, 284, 285, 288, 289, 291, 292, 0x0702};
     const size_t sizes[] = {0, 2, 4, 16, 18, 20, 22, 36, 40, 44, 64, 80, 84, 204, 470};
-    for (const uint32_t type : types) {
+    for (const u32 type : types) {
         for (const size_t size : sizes) {
             for (int variant = 0; variant < 6; ++variant) {
                 Bytes body(size);
-                for (uint8_t& each : body) {
-                    each = static_cast<uint8_t>(variant < 3 ? random() : random() % 4 * 2);
+                for (u8& each : body) {
+                    each = static_cast<u8>(variant < 3 ? random() : random() % 4 * 2);
                 }
                 // Half of them name an interface that is there.
                 const size_t name = size == 18 || size == 22 || size == 470 ? 2 : 0;
@@ -239,3 +240,4 @@ TEST(VimbradProtocol, RandomRequestsDoNoHarm) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -8,8 +8,9 @@
 #include "e2e.hpp"
 #include "messages.hpp"
 
-using namespace vimbra::e2e;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::Contains;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
@@ -17,23 +18,23 @@ using testing::Not;
 
 namespace {
 
-constexpr uint32_t kStart = 279;
-constexpr uint32_t kStop = 280;
+constexpr u32 kStart = 279;
+constexpr u32 kStop = 280;
 constexpr char kSocket[] = "ipc_router_notify";
 
-int32_t Start(const std::string& iface, int32_t id = 3584) {
+s32 Start(const std::string& iface, s32 id = 3584) {
     return Ask(kStart, Pack().Text(iface, 16).S32(id));
 }
 
-int32_t Stop(const std::string& iface) {
+s32 Stop(const std::string& iface) {
     return Ask(kStop, Pack().Text(iface, 16));
 }
 
 // The addresses of a notification, as KernelAddresses() tells the kernel's.
-std::vector<std::string> AddressesOf(const Told& message, uint16_t family) {
+std::vector<std::string> AddressesOf(const Told& message, u16 family) {
     static const char* const kScopes[] = {"default", "host", "link", "site", "global"};
     std::vector<std::string> found;
-    for (uint32_t i = 0; i < message.body.U32(16); ++i) {
+    for (u32 i = 0; i < message.body.U32(16); ++i) {
         const size_t entry = 20 + 28 * i;
         if (message.body.U16(entry + 4) != family) {
             continue;
@@ -208,3 +209,4 @@ TEST(VimbradRouterAdvertisement, InterfaceThatGoesDoesNoHarm) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -15,8 +15,9 @@
 #include "messages.hpp"
 #include "pppd.hpp"
 
-using namespace vimbra::e2e;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
@@ -26,14 +27,14 @@ using testing::Not;
 
 namespace {
 
-constexpr uint32_t kDhcpStart = 0x501;
-constexpr uint32_t kLease = 0x505;
-constexpr uint32_t kFail = 0x506;
-constexpr uint32_t kPppoeStart = 0x601;
-constexpr uint32_t kNtpStart = 0x901;
-constexpr uint32_t kWebStart = 0x301;
-constexpr uint32_t kTableAdd = 288;
-constexpr uint32_t kConflictStart = 281;
+constexpr u32 kDhcpStart = 0x501;
+constexpr u32 kLease = 0x505;
+constexpr u32 kFail = 0x506;
+constexpr u32 kPppoeStart = 0x601;
+constexpr u32 kNtpStart = 0x901;
+constexpr u32 kWebStart = 0x301;
+constexpr u32 kTableAdd = 288;
+constexpr u32 kConflictStart = 281;
 constexpr char kState[] = "/run/vimbrad/state.json";
 
 char g_eth1[] = "eth1";
@@ -112,7 +113,7 @@ Bytes Dhcp(const char* iface = "eth0") {
     return Pack().U16(2).Text(iface, 16);
 }
 
-Bytes Pppoe(uint32_t autoDial) {
+Bytes Pppoe(u32 autoDial) {
     return Pack()
         .U16(2)
         .Text("me@isp", 255)
@@ -400,7 +401,7 @@ TEST_F(VimbradRestart, StateThatCannotBeReadIsForgotten) {
 // However soon after a reply it dies, what was told as done is known to the next one.
 TEST_F(VimbradRestart, WhatWasAnsweredIsNotForgotten) {
     Lives daemon;
-    for (uint32_t table = 1; table <= 20; ++table) {
+    for (u32 table = 1; table <= 20; ++table) {
         ASSERT_EQ(0, Ask(kTableAdd, Pack().U32(table)));
         daemon.KillAndBegin();
         EXPECT_EQ(EEXIST, Ask(kTableAdd, Pack().U32(table)));
@@ -408,3 +409,4 @@ TEST_F(VimbradRestart, WhatWasAnsweredIsNotForgotten) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -12,8 +12,9 @@
 
 #include "e2e.hpp"
 
-using namespace vimbra::e2e;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -652,3 +653,4 @@ TEST_F(VimbradRoutePacket, GoesByTheNetworkPriority) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -19,8 +19,9 @@
 
 #include "e2e.hpp"
 
-using namespace vimbra::e2e;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 using testing::HasSubstr;
 
 namespace {
@@ -397,3 +398,4 @@ TEST_F(VimbradScript, WrongUsage) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

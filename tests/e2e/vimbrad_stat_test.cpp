@@ -9,26 +9,27 @@
 #include "e2e.hpp"
 #include "messages.hpp"
 
-using namespace vimbra::e2e;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
-constexpr uint32_t kStart = 0x0703;
-constexpr uint32_t kStop = 0x0704;
+constexpr u32 kStart = 0x0703;
+constexpr u32 kStop = 0x0704;
 constexpr char kSocket[] = "ipc_stat";
 
 struct Counters {
-    uint64_t sent = 0;
-    uint64_t received = 0;
+    u64 sent = 0;
+    u64 received = 0;
     bool operator==(const Counters&) const = default;
 };
 void PrintTo(const Counters& counters, std::ostream* out) {
     *out << counters.sent << " sent, " << counters.received << " received";
 }
 
-uint64_t U64(const Bytes& bytes, size_t offset) {
-    return bytes.U32(offset) | static_cast<uint64_t>(bytes.U32(offset + 4)) << 32;
+u64 U64(const Bytes& bytes, size_t offset) {
+    return bytes.U32(offset) | static_cast<u64>(bytes.U32(offset + 4)) << 32;
 }
 
 Counters CountersOf(const Told& report, size_t iface) {
@@ -118,7 +119,7 @@ TEST(VimbradStat, InterfaceThatComesAndGoes) {
 
 TEST(VimbradStat, IntervalBelowOneIsRefused) {
     Daemon daemon;
-    for (const int32_t interval : {0, -1, INT32_MIN}) {
+    for (const s32 interval : {0, -1, INT32_MIN}) {
         EXPECT_EQ(EINVAL, Ask(kStart, Pack().S32(interval)));
     }
     EXPECT_EQ(0, Ask(kStart, Pack().S32(INT32_MAX)));
@@ -171,3 +172,4 @@ TEST(VimbradStat, EndsWhileReportsAreOwed) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

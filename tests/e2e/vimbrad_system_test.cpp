@@ -7,21 +7,22 @@
 #include "e2e.hpp"
 #include "messages.hpp"
 
-using namespace vimbra::e2e;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
-constexpr uint32_t kWebEnable = 769;
-constexpr uint32_t kWebDisable = 770;
-constexpr uint32_t kBondStart = 3841;
-constexpr uint32_t kBondStop = 3842;
+constexpr u32 kWebEnable = 769;
+constexpr u32 kWebDisable = 770;
+constexpr u32 kBondStart = 3841;
+constexpr u32 kBondStop = 3842;
 
-int32_t Enable(int32_t port) {
+s32 Enable(s32 port) {
     return Ask(kWebEnable, Pack().S32(port));
 }
 
-int32_t Disable() {
+s32 Disable() {
     return Ask(kWebDisable, {});
 }
 
@@ -82,7 +83,7 @@ TEST_F(VimbradWeb, PortOfAnotherIsRefused) {
 }
 
 TEST_F(VimbradWeb, ImpossiblePortsAreRefused) {
-    for (const int32_t port : {0, -1, 65536, INT32_MIN, INT32_MAX}) {
+    for (const s32 port : {0, -1, 65536, INT32_MIN, INT32_MAX}) {
         EXPECT_EQ(EINVAL, Enable(port));
     }
 }
@@ -101,17 +102,17 @@ TEST(VimbradWebRoot, ThatIsNotThereIsRefused) {
 }
 
 Bytes Text(const std::string& text) {
-    return Pack().U32(static_cast<uint32_t>(text.size() + 1)).Text(text, text.size() + 1);
+    return Pack().U32(static_cast<u32>(text.size() + 1)).Text(text, text.size() + 1);
 }
 
-Bytes BondBody(uint32_t mode, const std::vector<std::string>& members, const std::string& active) {
+Bytes BondBody(u32 mode, const std::vector<std::string>& members, const std::string& active) {
     Pack rest;
-    rest.U32(mode).Add(Text("/proc/net")).U32(static_cast<uint32_t>(members.size()));
+    rest.U32(mode).Add(Text("/proc/net")).U32(static_cast<u32>(members.size()));
     for (const std::string& each : members) {
         rest.Add(Text(each));
     }
     rest.Add(Text(active));
-    return Pack().U32(static_cast<uint32_t>(rest.Get().size() + 4)).Add(rest);
+    return Pack().U32(static_cast<u32>(rest.Get().size() + 4)).Add(rest);
 }
 
 TEST(VimbradBond, MembersAreJoinedOrTheKernelsLackIsTold) {
@@ -154,12 +155,12 @@ TEST(VimbradBond, WrongRequestsAreRefused) {
         EXPECT_EQ(EINVAL, Ask(kBondStart, cut)) << size;
         // The same with a length that fits.
         if (size >= 4) {
-            cut[0] = static_cast<uint8_t>(size);
+            cut[0] = static_cast<u8>(size);
             EXPECT_EQ(EINVAL, Ask(kBondStart, cut)) << size;
         }
     }
     // Texts that are longer than the request, without an end or with two.
-    for (const uint32_t length : {0u, 1u, 11u, 0x7fffffffu, 0xffffffffu}) {
+    for (const u32 length : {0u, 1u, 11u, 0x7fffffffu, 0xffffffffu}) {
         Bytes body = right;
         const Bytes word = Pack().U32(length);
         std::copy(word.begin(), word.end(), body.begin() + 8);
@@ -202,3 +203,4 @@ TEST(VimbradWebUser, ThatIsNoneIsWrongUsage) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

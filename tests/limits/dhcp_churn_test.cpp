@@ -74,7 +74,7 @@ Reporting ClientOf(const char* name) {
     return client;
 }
 
-int32_t Start(const char* name) {
+s32 Start(const char* name) {
     return VimbraDhcpcStart(name, 2, [](u32, TVimbraDhcpcAddrInfo*) {
         g_callbacks++;
         return 0;

@@ -40,7 +40,7 @@ char g_eth0[] = "eth0";
 char g_telnetd[] = "telnetd";
 char g_tcp[] = "tcp";
 
-int32_t SetServers(uint16_t family) {
+s32 SetServers(u16 family) {
     std::array<TVimbraAddr, 3> servers = {};
     for (TVimbraAddr& server : servers) {
         server.wSinFamily = family;
@@ -48,7 +48,7 @@ int32_t SetServers(uint16_t family) {
     return VimbraDNSSet(g_eth0, family, servers.data(), servers.size());
 }
 
-int32_t StartTelnetd() {
+s32 StartTelnetd() {
     TVimbraServInfo info = {g_telnetd, 23, g_tcp, nullptr};
     return VimbraServiceStart(&info);
 }
@@ -57,7 +57,7 @@ struct Edit {
     const char* name;
     const char* path;
     const char* line;  // of the file, among others
-    int32_t (*call)();
+    s32 (*call)();
     bool grows = true;
     // Without an inetd that could be told of it a service's start fails although the line is there.
     bool isTold = true;
@@ -141,7 +141,7 @@ class ImmutableFile {
     const char* const path_;
 };
 
-enum class Obstacle : uint8_t { kFullDisk, kReadOnlyEtc, kReadOnlyFile, kImmutableFile };
+enum class Obstacle : u8 { kFullDisk, kReadOnlyEtc, kReadOnlyFile, kImmutableFile };
 constexpr const char* kObstacles[] = {"FullDisk", "ReadOnlyEtc", "ReadOnlyFile", "ImmutableFile"};
 
 template <typename Wall>

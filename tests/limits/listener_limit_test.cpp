@@ -27,14 +27,14 @@ using testing::Contains;
 
 // What the headers say of a service.
 struct Promise {
-    std::set<int32_t> startWithoutDescriptor;
-    int32_t stopWithoutDescriptor;
-    int32_t startWithoutThread;
-    int32_t stopWithoutThread;
+    std::set<s32> startWithoutDescriptor;
+    s32 stopWithoutDescriptor;
+    s32 startWithoutThread;
+    s32 stopWithoutThread;
     bool outlivesFailedAccept;
-    int32_t stopAfterFailedAccept;
+    s32 stopAfterFailedAccept;
     bool outlivesSilence;
-    int32_t stopAfterSilence;
+    s32 stopAfterSilence;
     bool stopWaits;  // for a callback
 };
 

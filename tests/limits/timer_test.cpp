@@ -58,7 +58,7 @@ class SignalEvery300Microseconds : public testing::Test {
     }
 
     // Under the timer until a signal has come; then without it.
-    static void Expect(const std::set<int32_t>& results, const std::function<int32_t()>& call) {
+    static void Expect(const std::set<s32>& results, const std::function<s32()>& call) {
         {
             const Timer timer;
             const unsigned before = g_signals;
@@ -92,7 +92,7 @@ TEST_F(SignalEvery300Microseconds, Files) {
     char hash[] = "$1$abcdefgh$0123456789012345678901";
     char word[] = "a-password";
     Expect({0}, [&] {
-        const int32_t result = add_user_to_pwd_file(other, hash);
+        const s32 result = add_user_to_pwd_file(other, hash);
         return result == 0 ? del_user_from_pwd_file(other) : result;
     });
     EXPECT_EQ(accounts, bed::ReadFile(kPasswd));
@@ -114,8 +114,7 @@ TEST_F(SignalEvery300Microseconds, Programs) {
            [&] { return VimbraExecShellPrcPipe(program, arguments, said, sizeof(said), nullptr); });
     Expect({0}, [&] {
         char command[] = "echo said";
-        const int32_t result =
-            VimbraExecCmdAndGetOutput(command, sizeof(command), said, sizeof(said));
+        const s32 result = VimbraExecCmdAndGetOutput(command, sizeof(command), said, sizeof(said));
         EXPECT_STREQ("said\n", said);
         return result;
     });

@@ -31,8 +31,8 @@ std::atomic<void (*)()> g_inCallback = nullptr;
 namespace {
 
 constexpr char kLeases[] = "/usr/etc/udhcpd.leases";
-constexpr uint16_t kIpv4 = VIMBRA_FAMILY_IPV4;
-constexpr uint16_t kIpv6 = VIMBRA_FAMILY_IPV6;
+constexpr u16 kIpv4 = VIMBRA_FAMILY_IPV4;
+constexpr u16 kIpv6 = VIMBRA_FAMILY_IPV6;
 
 // What every callback does.
 int Called() {
@@ -45,7 +45,7 @@ int Called() {
     return 0;
 }
 
-TVimbraAddr Host(uint16_t family) {
+TVimbraAddr Host(u16 family) {
     TVimbraAddr address = {};
     address.wSinFamily = family;
     if (family == kIpv4) {
@@ -64,7 +64,7 @@ char* Interface() {
 
 // ---- Each service ------------------------------------------------------------------------------
 
-template <uint16_t kFamily>
+template <u16 kFamily>
 Reporting Conflict(const char* name, const char* socket) {
     return {name,
             "Conflict",
@@ -92,7 +92,7 @@ Reporting RouterAdvertisement(const char* name) {
             Bytes(468, 1)};
 }
 
-template <uint16_t kFamily>
+template <u16 kFamily>
 Reporting DhcpClient(const char* name, const char* socket) {
     return {name,
             "DhcpClient",
@@ -112,7 +112,7 @@ Reporting DhcpClient(const char* name, const char* socket) {
             true};
 }
 
-template <uint16_t kFamily>
+template <u16 kFamily>
 Reporting Pppoe(const char* name, const char* socket) {
     return {name,
             "Pppoe",
@@ -129,7 +129,7 @@ Reporting Pppoe(const char* name, const char* socket) {
             Bytes(80, 1)};
 }
 
-template <uint16_t kFamily>
+template <u16 kFamily>
 Reporting Ntp(const char* name, const char* socket) {
     return {name,
             "Ntp",
@@ -140,7 +140,7 @@ Reporting Ntp(const char* name, const char* socket) {
             Bytes(40, 1)};
 }
 
-template <uint16_t kFamily, int kUser>
+template <u16 kFamily, int kUser>
 Reporting Ping(const char* name) {
     return {name,
             "Ping",
@@ -185,7 +185,7 @@ Reporting LeaseWatch() {
                 return NetDhcpsStart(&pool, [](u32, TNetDhcpsNotify*) { return Called(); });
             },
             [] {
-                const int32_t result = NetDhcpsStop();
+                const s32 result = NetDhcpsStop();
                 unlink(kLeases);
                 return result;
             },

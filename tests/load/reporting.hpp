@@ -2,8 +2,9 @@
 #ifndef VIMBRA_TESTS_LOAD_REPORTING_HPP
 #define VIMBRA_TESTS_LOAD_REPORTING_HPP
 
+#include <vimbra/types.h>
+
 #include <atomic>
-#include <cstdint>
 #include <iosfwd>
 #include <string>
 #include <vector>
@@ -15,15 +16,15 @@ namespace vimbra::tests {
 struct Reporting {
     const char* name;
     const char* service;  // those of one service share its state
-    int32_t (*start)();
-    int32_t (*stop)();
+    s32 (*start)();
+    s32 (*stop)();
     // The socket below /tmp, and a message that makes the service call back; without a socket the
     // report is a change of the lease file.
     std::string socket;
-    uint32_t type;
+    u32 type;
     bed::Bytes body;
     // What the callback may call; null: it may start and stop the service itself.
-    int32_t (*fromCallback)() = nullptr;
+    s32 (*fromCallback)() = nullptr;
     // A start leaves a thread, an inotify instance perhaps, for a while: not to be had by the
     // thousand.
     bool isDear = false;
@@ -63,7 +64,7 @@ struct Level {
 
 // The request that asks for an interface's addresses, and an answer that names none: the DHCP
 // server's start begins with it.
-inline constexpr uint32_t kGetAddresses = 277;
+inline constexpr u32 kGetAddresses = 277;
 [[nodiscard]] bed::Answer NoAddresses();
 
 }  // namespace vimbra::tests

@@ -14,8 +14,10 @@
 #include "files.hpp"
 #include "processes.hpp"
 
+namespace vimbra::tests {
+
 using namespace std::string_literals;
-using namespace vimbra::bed;
+using namespace bed;
 
 namespace {
 
@@ -73,14 +75,14 @@ void ExpectHashOf(const std::string& password, const std::string& hash) {
     ASSERT_THAT(hash, testing::MatchesRegex("\\$1\\$[./0-9A-Za-z]{8}\\$[./0-9A-Za-z]{22}"));
     const std::string salt = hash.substr(3, 8);
     EXPECT_EQ(hash + "\n",
-              processes::OutputOf("busybox mkpasswd -m md5 -S '" + salt + "' '" + password + "'"));
+              OutputOf("busybox mkpasswd -m md5 -S '" + salt + "' '" + password + "'"));
 }
 
 class Accounts : public testing::Test {
  protected:
     void SetUp() override {
         WriteFile(kPasswd, kTwoRoots);
-        files::Remove(kInetd);
+        Remove(kInetd);
         setenv("HOME", "/root", 1);
         setenv("SHELL", "/bin/ash", 1);
     }
@@ -177,7 +179,7 @@ TEST_F(Accounts, PresenceInAnEmptyFile) {
 }
 
 TEST_F(Accounts, PresenceWithoutAFile) {
-    files::Remove(kPasswd);
+    Remove(kPasswd);
     EXPECT_EQ(-1, Check("root"));
     EXPECT_TRUE(log_.Has(Kind::kError, "check_user_in_pwd_file", "fopen error."));
     ASSERT_EQ(0, mkdir(kPasswd, 0755));
@@ -186,7 +188,7 @@ TEST_F(Accounts, PresenceWithoutAFile) {
 }
 
 TEST_F(Accounts, PresenceNeedsAWritableFile) {
-    files::OnReadOnlyDisk(kPasswd, kTwoRoots);
+    OnReadOnlyDisk(kPasswd, kTwoRoots);
     EXPECT_EQ(-1, Check("root"));
     EXPECT_TRUE(log_.Has(Kind::kError, "check_user_in_pwd_file", "fopen error."));
 }
@@ -195,14 +197,14 @@ TEST_F(Accounts, PresenceNeedsAWritableFile) {
 // --------------------------------------------------------------------------------------
 
 TEST_F(Accounts, AddAppendsALine) {
-    const auto before = files::Identity(kPasswd);
+    const auto before = Identity(kPasswd);
     EXPECT_EQ(0, Add("roo", "secret"));
     const std::string hash = LoggedHash(log_);
     const std::string ids = std::to_string(getuid()) + ":" + std::to_string(getgid());
     EXPECT_EQ(kTwoRoots + ("roo:" + hash + ":" + ids + ":tolvane:/root:/bin/ash\n"),
               ReadFile(kPasswd));
     ExpectHashOf("secret", hash);
-    EXPECT_EQ(before, files::Identity(kPasswd));
+    EXPECT_EQ(before, Identity(kPasswd));
     EXPECT_TRUE(log_.Has(Kind::kPrint, "VimbraAddNetUser", "achUser: [roo]"));
     EXPECT_TRUE(log_.Has(Kind::kPrint, "VimbraAddNetUser", "password: [" + hash + "]"));
     EXPECT_TRUE(log_.Has(Kind::kPrint, "check_user_in_pwd_file", "we have not this user"));
@@ -233,7 +235,7 @@ TEST_F(Accounts, AddRefusesAPresentUser) {
     EXPECT_EQ(-1, Add("a", "x"));
     EXPECT_TRUE(
         log_.Has(Kind::kError, "VimbraAddNetUser", "check_user_in_pwd_file error nRet = [3]"));
-    files::Remove(kPasswd);
+    Remove(kPasswd);
     EXPECT_EQ(-1, Add("a", "x"));
     EXPECT_TRUE(log_.Has(Kind::kError, "VimbraAddNetUser",
                          "check_user_in_pwd_file error nRet = [ffffffff]"));
@@ -347,7 +349,7 @@ TEST_F(Accounts, PasswordThatCannotBeHashed) {
 TEST_F(Accounts, AddOnAFullDisk) {
     const std::string content = "a:b:1:1:" + std::string(4096 - 12, 'c') + "::\n";
     ASSERT_EQ(4095u, content.size());
-    files::OnFullDisk(kPasswd, content);
+    OnFullDisk(kPasswd, content);
     EXPECT_EQ(-1, Add("b", "x"));
     EXPECT_TRUE(log_.Has(Kind::kError, "VimbraAddNetUser", "add_user_to_pwd_file error"));
     std::string user = "b";
@@ -358,13 +360,13 @@ TEST_F(Accounts, AddOnAFullDisk) {
 }
 
 TEST_F(Accounts, AppendOpensOrMakes) {
-    files::Remove(kPasswd);
+    Remove(kPasswd);
     char name[] = "a";
     char hash[] = "h";
     EXPECT_EQ(-1, add_common_user_to_pwd_file(name, hash)) << "must be there";
     EXPECT_TRUE(log_.Has(Kind::kError, "add_common_user_to_pwd_file", "fopen error!"));
     EXPECT_EQ(0, add_user_to_pwd_file(name, hash)) << "is made";
-    files::AsDirectory(kPasswd);
+    AsDirectory(kPasswd);
     EXPECT_EQ(-1, add_user_to_pwd_file(name, hash));
     EXPECT_TRUE(log_.Has(Kind::kPerror, "add_user_to_pwd_file", "fopen error!"));
 }
@@ -388,14 +390,14 @@ TEST_F(Accounts, CommonUser) {
 // ------------------------------------------------------------------------------------
 
 TEST_F(Accounts, ModifyChangesThePasswordAlone) {
-    const auto before = files::Identity(kPasswd);
+    const auto before = Identity(kPasswd);
     EXPECT_EQ(0, Modify("guest", "new"));
     const std::string hash = LoggedHash(log_);
     ExpectHashOf("new", hash);
     EXPECT_EQ("root:x:0:0:root:/root:/bin/sh\nadmin:y:0:0::/home/admin:/bin/sh\nguest:" + hash +
                   ":1000:1000:Guest:/home/guest:/bin/false\n",
               ReadFile(kPasswd));
-    EXPECT_EQ(before, files::Identity(kPasswd));
+    EXPECT_EQ(before, Identity(kPasswd));
     EXPECT_TRUE(log_.Has(Kind::kPrint, "VimbraModifyNetPwd", "achUser: [guest]"));
     for (const char* text : {"achUser = [root]", "achUser = [guest]", "achPasswd = []",
                              "achUid = [1000]", "achGid = [1000]", "achComment = [Guest]",
@@ -464,14 +466,14 @@ TEST_F(Accounts, ModifyDropsLinesWithoutName) {
 
 TEST_F(Accounts, ModifyOnAFullDisk) {
     const std::string content = "a::1:1:" + std::string(4070, 'c') + "::\n";
-    files::OnFullDisk(kPasswd, content);
+    OnFullDisk(kPasswd, content);
     EXPECT_EQ(-1, Modify("a", "x"));
     EXPECT_TRUE(log_.Has(Kind::kError, "VimbraModifyNetPwd", "modify_user_in_pwd_file error"));
     EXPECT_EQ(content, ReadFile(kPasswd)) << "nobody is locked out";
 }
 
 TEST_F(Accounts, ModifyWithoutAFile) {
-    files::Remove(kPasswd);
+    Remove(kPasswd);
     EXPECT_EQ(-1, Rewrite("a", "h"));
     EXPECT_TRUE(log_.Has(Kind::kError, "modify_user_in_pwd_file", "fopen error!"));
     EXPECT_EQ(-1, Drop("a"));
@@ -480,15 +482,15 @@ TEST_F(Accounts, ModifyWithoutAFile) {
 }
 
 TEST_F(Accounts, ModifyKeepsALinkedFile) {
-    files::Remove(kPasswd);
+    Remove(kPasswd);
     WriteFile("/tmp/passwd", kTwoRoots);
     ASSERT_EQ(0, symlink("/tmp/passwd", kPasswd));
     ASSERT_EQ(0, chmod("/tmp/passwd", 0600));
-    const auto before = files::Identity("/tmp/passwd");
+    const auto before = Identity("/tmp/passwd");
     EXPECT_EQ(0, Drop("guest"));
     EXPECT_EQ(0, Rewrite("root", "h"));
     EXPECT_EQ(0, Append("a", "h"));
-    EXPECT_EQ(before, files::Identity("/tmp/passwd"));
+    EXPECT_EQ(before, Identity("/tmp/passwd"));
     struct stat status {};
     ASSERT_EQ(0, lstat(kPasswd, &status));
     EXPECT_TRUE(S_ISLNK(status.st_mode));
@@ -548,8 +550,8 @@ TEST_F(Accounts, DeleteHandsTheServicesToTheOtherRoot) {
     WriteFile(kInetd,
               "telnet stream tcp nowait root /sbin/telnetd /sbin/telnetd -i\n"
               "# comment\nftp\tstream\ttcp\tnowait\tguest\t/sbin/ftpd\t/sbin/ftpd -w /\n");
-    const auto before = files::Identity(kInetd);
-    processes::Fake inetd("inetd");
+    const auto before = Identity(kInetd);
+    FakeProcess inetd("inetd");
     EXPECT_EQ(0, Delete("root"));
     EXPECT_EQ(SIGHUP, inetd.EndedBy());
     EXPECT_EQ(
@@ -558,12 +560,12 @@ TEST_F(Accounts, DeleteHandsTheServicesToTheOtherRoot) {
         ReadFile(kInetd));
     EXPECT_EQ("admin:y:0:0::/home/admin:/bin/sh\nguest::1000:1000:Guest:/home/guest:/bin/false\n",
               ReadFile(kPasswd));
-    EXPECT_EQ(before, files::Identity(kInetd));
+    EXPECT_EQ(before, Identity(kInetd));
 }
 
 TEST_F(Accounts, DeleteTellsInetdsProcess) {
     WriteFile(kInetd, "");
-    processes::Fake inetd("inetd");
+    FakeProcess inetd("inetd");
     const std::string text = "Inetd Pid:" + std::to_string(inetd.Pid());
     EXPECT_EQ(0, Delete("guest"));
     EXPECT_TRUE(log_.Has(Kind::kPrint, "VimbraDelNetUser", text));
@@ -643,7 +645,7 @@ TEST_F(Accounts, OtherRootRefusals) {
     EXPECT_EQ(1, IsLastRootUser(nullptr, text));
     EXPECT_EQ(1, IsLastRootUser(text, nullptr));
     EXPECT_EQ(2, log_.Count(Kind::kError, "IsLastRootUser", "pchUser or pchOtherRoot is NULL!"));
-    files::Remove(kPasswd);
+    Remove(kPasswd);
     EXPECT_EQ(1, IsLastRootUser(text, text));
     EXPECT_TRUE(log_.Has(Kind::kError, "IsLastRootUser", "fopen error."));
 }
@@ -710,10 +712,10 @@ TEST_F(Accounts, OwnerWithoutConfiguration) {
 TEST_F(Accounts, OwnerOfAConfigurationThatCannotBeOpened) {
     for (const char* path : {kInetd, kInetdElsewhere}) {
         WriteFile(path, "");
-        files::Remove(path);
+        Remove(path);
         ASSERT_EQ(0, symlink("inetd.conf", path));
         EXPECT_EQ(-1, ChangeOwner("x")) << path;
-        files::Remove(path);
+        Remove(path);
     }
     EXPECT_EQ(2, log_.Count(Kind::kError, "ChangeNetServiceOwner", "fopen error"));
     EXPECT_EQ(2, log_.Count(Kind::kError));
@@ -745,7 +747,7 @@ TEST_F(Accounts, OwnerNamesThatWouldMeanSomethingElse) {
 
 TEST_F(Accounts, OwnerOnAFullDisk) {
     const std::string content = "a b c d e /f " + std::string(4070, 'g') + "\n";
-    files::OnFullDisk(kInetd, content);
+    OnFullDisk(kInetd, content);
     EXPECT_EQ(-1, ChangeOwner(std::string(60, 'x')));
     EXPECT_EQ(content, ReadFile(kInetd));
 }
@@ -789,7 +791,7 @@ TEST_F(Accounts, NothingStaysOpen) {
     EXPECT_EQ(0, Modify("a", "y"));
     EXPECT_EQ(0, Delete("a"));
     EXPECT_EQ(-1, Modify("a", "y"));
-    files::AsDirectory(kPasswd);
+    AsDirectory(kPasswd);
     EXPECT_EQ(-1, Drop("a"));
     EXPECT_EQ(-1, Append("a", "h"));
     EXPECT_EQ(before, OpenDescriptors());
@@ -842,3 +844,4 @@ TEST_F(Accounts, ARealLoginProgramTakesThePassword) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

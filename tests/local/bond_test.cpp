@@ -7,12 +7,14 @@
 #include <vector>
 #include <vimbra/bed.hpp>
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
-constexpr uint32_t kStart = 3841;
-constexpr uint32_t kStop = 3842;
+constexpr u32 kStart = 3841;
+constexpr u32 kStop = 3842;
 
 // 20 characters.
 constexpr char kPath[] = "/tmp/bonding_masters";
@@ -40,20 +42,20 @@ struct Param {
 };
 
 void PackText(Pack& pack, const std::string& text) {
-    pack.U32(static_cast<uint32_t>(text.size()) + 1).Text(text, text.size() + 1);
+    pack.U32(static_cast<u32>(text.size()) + 1).Text(text, text.size() + 1);
 }
 
-Bytes Body(uint32_t mode, const std::vector<std::string>& members, const std::string& active,
+Bytes Body(u32 mode, const std::vector<std::string>& members, const std::string& active,
            const std::string& path) {
     Pack rest;
     rest.U32(mode);
     PackText(rest, path);
-    rest.U32(static_cast<uint32_t>(members.size()));
+    rest.U32(static_cast<u32>(members.size()));
     for (const std::string& member : members) {
         PackText(rest, member);
     }
     PackText(rest, active);
-    return Pack().U32(static_cast<uint32_t>(rest.Get().size()) + 4).Add(rest);
+    return Pack().U32(static_cast<u32>(rest.Get().size()) + 4).Add(rest);
 }
 
 class Bond : public testing::Test {
@@ -109,7 +111,7 @@ TEST_F(Bond, StartTellsWhatItSends) {
 TEST_F(Bond, EveryModeAndCountIsSent) {
     const std::vector<std::string> names = {"eth0", "", "a-name-of-some-more-than-16-characters",
                                             "e"};
-    for (uint32_t mode = 0; mode <= 6; mode++) {
+    for (u32 mode = 0; mode <= 6; mode++) {
         for (size_t count = 0; count <= 4; count++) {
             const std::vector<std::string> members(names.begin(), names.begin() + count);
             Param param(members, "x");
@@ -123,7 +125,7 @@ TEST_F(Bond, EveryModeAndCountIsSent) {
 
 TEST_F(Bond, ModeIsCheckedBeforeEverythingElse) {
     Param param({"eth0"}, "eth0", "/nowhere");
-    for (const uint32_t mode : {7u, 8u, 0x80000000u, 0xffffffffu}) {
+    for (const u32 mode : {7u, 8u, 0x80000000u, 0xffffffffu}) {
         EXPECT_EQ(1105, VimbraBondStart(mode, &param.record));
     }
     EXPECT_EQ(1105, VimbraBondStart(7, nullptr));
@@ -145,12 +147,12 @@ TEST_F(Bond, NullsAreRefused) {
 
 TEST_F(Bond, MembersAreRefusedBeforeAnyCopy) {
     Param param({"eth0", "eth1", "eth2", "eth3"});
-    for (const uint32_t count : {5u, 6u, 0x40000000u, 0xffffffffu}) {
+    for (const u32 count : {5u, 6u, 0x40000000u, 0xffffffffu}) {
         param.record.dwIfaceNum = count;
         EXPECT_EQ(1105, VimbraBondStart(0, &param.record));
     }
     EXPECT_EQ(4, log_.Count(Kind::kError, "VimbraBondStart"));
-    for (uint32_t i = 0; i < 4; i++) {
+    for (u32 i = 0; i < 4; i++) {
         Param missing({"eth0", "eth1", "eth2", "eth3"});
         missing.record.achIface[i] = nullptr;
         EXPECT_EQ(1105, VimbraBondStart(0, &missing.record));
@@ -288,7 +290,7 @@ TEST_F(Bond, LegacyNumbersAreSigned) {
 TEST_F(Bond, LegacyRefusals) {
     std::string path = kPath;
     BondParam param = {{0, 1, 2}, 4, 0, path.data()};
-    for (const uint32_t count : {4u, 5u, 0xffffffffu}) {
+    for (const u32 count : {4u, 5u, 0xffffffffu}) {
         param.dwBondIdNum = count;
         EXPECT_EQ(1105, NetBondStart(0, &param));
     }
@@ -314,3 +316,4 @@ TEST_F(Bond, LegacyPathEndsAfter127Characters) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

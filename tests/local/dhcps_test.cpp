@@ -16,15 +16,17 @@
 
 #include "files.hpp"
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
-constexpr uint32_t kGetIp = 277;
-constexpr uint32_t kStart = 0x801;
-constexpr uint32_t kStop = 0x802;
-constexpr uint32_t kState = 0x804;
-constexpr uint32_t kStopAll = 0x805;
+constexpr u32 kGetIp = 277;
+constexpr u32 kStart = 0x801;
+constexpr u32 kStop = 0x802;
+constexpr u32 kState = 0x804;
+constexpr u32 kStopAll = 0x805;
 constexpr char kLeases[] = "/usr/etc/udhcpd.leases";
 
 TVimbraAddr Address(u16 family, const char* text) {
@@ -346,7 +348,7 @@ size_t Occurrences(const std::string& text, const std::string& part) {
 Bytes LeaseFile(size_t size) {
     Bytes bytes;
     for (size_t i = 0; i < size; i++) {
-        bytes.push_back(static_cast<uint8_t>(i < 8 ? 0xee : (i - 8) % 36 + (i - 8) / 36 * 3));
+        bytes.push_back(static_cast<u8>(i < 8 ? 0xee : (i - 8) % 36 + (i - 8) / 36 * 3));
     }
     return bytes;
 }
@@ -481,7 +483,7 @@ TEST_F(DhcpsWatch, DeletionEndsItForGood) {
     Watch();
     Write(LeaseFile(44));
     ASSERT_TRUE(WaitTold(1));
-    files::Remove(kLeases);
+    Remove(kLeases);
     EXPECT_TRUE(WaitEnded());
     EXPECT_THAT(log_.StdoutText(), testing::HasSubstr("IGNORED: WD #1\nWatching = 0 items\n"));
     EXPECT_EQ(before, OpenDescriptors());
@@ -505,7 +507,7 @@ TEST_F(DhcpsWatch, TwoStartsTellTwice) {
     Watch();
     Write(LeaseFile(44), 2);
     ASSERT_TRUE(WaitTold(2));
-    files::Remove(kLeases);
+    Remove(kLeases);
     EXPECT_TRUE(WaitEnded()) << "each counts its own";
     EXPECT_EQ(2u, Seen("Watching = 0 items\n"));
     EXPECT_EQ(2u, g_told.Count());
@@ -525,7 +527,7 @@ TEST_F(DhcpsWatch, ANewCallbackReplacesTheOldForAll) {
 }
 
 TEST_F(DhcpsWatch, WithoutAFileThereIsNoWatch) {
-    files::Remove(kLeases);
+    Remove(kLeases);
     const auto before = OpenDescriptors();
     TDhcpServerConfInfo conf = {};
     testing::internal::CaptureStderr();
@@ -540,7 +542,7 @@ TEST_F(DhcpsWatch, WithoutAFileThereIsNoWatch) {
 }
 
 TEST_F(DhcpsWatch, DirectoryInItsPlace) {
-    files::AsDirectory(kLeases);
+    AsDirectory(kLeases);
     Watch();
     WriteFile(std::string(kLeases) + "/file", "x");
     EXPECT_TRUE(WaitFor([&] { return Seen("events queued\n") >= 1; }));
@@ -573,7 +575,7 @@ TEST_F(DhcpsWatch, FileThatChangesWhileItIsRead) {
     }
     close(file);
     EXPECT_TRUE(WaitFor([] { return g_told.other > 0; }));
-    files::Remove(kLeases);
+    Remove(kLeases);
     EXPECT_TRUE(WaitEnded());
 }
 
@@ -582,9 +584,10 @@ TEST_F(DhcpsWatch, ManyWatchersLeaveNothingBehind) {
     for (int round = 0; round < 20; round++) {
         Watch(OnLeasesOther);
     }
-    files::Remove(kLeases);
+    Remove(kLeases);
     EXPECT_TRUE(WaitEnded());
     EXPECT_EQ(before, OpenDescriptors());
 }
 
 }  // namespace
+}  // namespace vimbra::tests

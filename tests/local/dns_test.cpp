@@ -11,8 +11,10 @@
 
 #include "files.hpp"
 
+namespace vimbra::tests {
+
 using namespace std::string_literals;
-using namespace vimbra::bed;
+using namespace bed;
 
 namespace {
 
@@ -250,7 +252,7 @@ TEST(DnsSet, MoreThan64AreCut) {
 
 TEST(DnsSet, MissingFileFails) {
     Capture log;
-    files::Remove(kConf);
+    Remove(kConf);
     EXPECT_EQ(-1, Set("eth0", 2, {"1.1.1.1"}));
     EXPECT_TRUE(log.Has(Kind::kPerror, "ReadFromReslovconf", "fopen error"));
     EXPECT_TRUE(log.Has(Kind::kError, "WriteToDnsConf", "ReadFromReslovconf error!"));
@@ -262,15 +264,15 @@ TEST(DnsSet, MissingFileFails) {
 }
 
 TEST(DnsSet, FileStaysTheSameFile) {
-    files::Remove(kConf);
+    Remove(kConf);
     WriteFile("/tmp/real.conf", "####eth0\n" + ServerLines(0, 40));
     ASSERT_EQ(0, symlink("/tmp/real.conf", kConf));
     ASSERT_EQ(0, chmod("/tmp/real.conf", 0640));
     ASSERT_EQ(0, lchown("/tmp/real.conf", 0, 0));
-    const auto before = files::Identity(kConf);
+    const auto before = Identity(kConf);
     EXPECT_EQ(0, Set("eth0", 2, {"1.1.1.1"}));
     EXPECT_EQ("####eth0\nnameserver 1.1.1.1\n", ReadFile("/tmp/real.conf"));
-    EXPECT_EQ(before, files::Identity(kConf));
+    EXPECT_EQ(before, Identity(kConf));
     struct stat status {};
     ASSERT_EQ(0, lstat(kConf, &status));
     EXPECT_TRUE(S_ISLNK(status.st_mode));
@@ -278,22 +280,22 @@ TEST(DnsSet, FileStaysTheSameFile) {
 
 TEST(DnsSet, DirectoryInItsPlace) {
     Capture log;
-    files::AsDirectory(kConf);
+    AsDirectory(kConf);
     EXPECT_EQ(-1, Set("eth0", 2, {"1.1.1.1"}));
     EXPECT_TRUE(log.Has(Kind::kPerror, "ReadFromReslovconf", "fopen error"));
 }
 
 TEST(DnsSet, PipeInItsPlaceIsNotWaitedFor) {
-    files::Remove(kConf);
+    Remove(kConf);
     ASSERT_EQ(0, mkfifo(kConf, 0644));
     EXPECT_EQ(-1, Set("eth0", 2, {"1.1.1.1"}));
 }
 
 TEST(DnsSet, EndlessFileIsRefused) {
-    files::Remove(kConf);
+    Remove(kConf);
     ASSERT_EQ(0, symlink("/dev/zero", kConf));
     EXPECT_EQ(-1, Set("eth0", 2, {"1.1.1.1"}));
-    files::Remove(kConf);
+    Remove(kConf);
     WriteFile(kConf, "");
     ASSERT_EQ(0, truncate(kConf, off_t{1} << 30));
     EXPECT_EQ(-1, Set("eth0", 2, {"1.1.1.1"}));
@@ -301,7 +303,7 @@ TEST(DnsSet, EndlessFileIsRefused) {
 
 TEST(DnsSet, ReadOnlyDisk) {
     Capture log;
-    files::OnReadOnlyDisk(kConf, "####eth1\n");
+    OnReadOnlyDisk(kConf, "####eth1\n");
     EXPECT_EQ(-1, Set("eth0", 2, {"1.1.1.1"}));
     EXPECT_TRUE(log.Has(Kind::kError, "WriteToReslovconf", "fopen error"));
     EXPECT_TRUE(log.Has(Kind::kError, "WriteToDnsConf", "WriteToReslovconf error"));
@@ -315,7 +317,7 @@ TEST(DnsSet, FullDiskKeepsTheOldContent) {
     for (int i = 0; content.size() < 4000; i++) {
         content += "####eth" + std::to_string(i) + "\nnameserver 1.1.1.1\n";
     }
-    files::OnFullDisk(kConf, content);
+    OnFullDisk(kConf, content);
     std::vector<TVimbraAddr> servers = ManyAddresses(64);
     char name[] = "eth0";
     EXPECT_EQ(-1, VimbraDNSSet(name, 2, servers.data(), 64));
@@ -440,7 +442,7 @@ TEST(DnsSections, ListBeginsWithAnEmptyHead) {
 
 TEST(DnsSections, SetAndWriteOnTheirOwn) {
     Capture log;
-    files::Remove(kConf);
+    Remove(kConf);
     TNetDnsParam head = {};
     char name[] = "eth0";
     std::vector<TVimbraAddr> servers = Addresses({"::1"});
@@ -521,9 +523,10 @@ TEST(DnsLeaks, NothingStaysOpen) {
     const auto before = OpenDescriptors();
     EXPECT_EQ(0, Set("eth0", 2, {"1.1.1.1"}));
     Get();
-    files::AsDirectory(kConf);
+    AsDirectory(kConf);
     EXPECT_EQ(-1, Set("eth0", 2, {"1.1.1.1"}));
     EXPECT_EQ(before, OpenDescriptors());
 }
 
 }  // namespace
+}  // namespace vimbra::tests

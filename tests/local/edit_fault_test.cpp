@@ -23,8 +23,9 @@
 #include "injector.hpp"
 #include "processes.hpp"
 
-using namespace vimbra::bed;
-using vimbra::tests::Injector;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -67,7 +68,7 @@ Contents Now(const Edit& edit) {
 
 void Prepare(const Edit& edit) {
     for (const auto& [path, content] : edit.before) {
-        files::Remove(path);
+        Remove(path);
         if (content) {
             WriteFile(path, *content);
         }
@@ -258,7 +259,7 @@ class EditFault : public testing::TestWithParam<Edit> {
         }
     }
 
-    std::optional<processes::Fake> inetd_;
+    std::optional<FakeProcess> inetd_;
 };
 
 INSTANTIATE_TEST_SUITE_P(All, EditFault, testing::ValuesIn(kEdits),
@@ -473,3 +474,4 @@ TEST(EditUncut, TheNextStartDropsAComment) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -12,7 +12,7 @@
 #include <tuple>
 #include <vimbra/bed.hpp>
 
-namespace files {
+namespace vimbra::tests {
 
 // What an edit must leave alone.
 inline std::tuple<ino_t, mode_t, uid_t, gid_t> Identity(const std::string& path) {
@@ -31,7 +31,7 @@ inline void OnFullDisk(const std::string& path, const std::string& content) {
     ASSERT_EQ(0, mkdir("/tmp/disk", 0755));
     ASSERT_EQ(0, mount("tmpfs", "/tmp/disk", "tmpfs", 0, "size=4096"));
     const std::string real = "/tmp/disk/file";
-    vimbra::bed::WriteFile(real, content);
+    bed::WriteFile(real, content);
     Remove(path);
     ASSERT_EQ(0, symlink(real.c_str(), path.c_str()));
 }
@@ -47,6 +47,6 @@ inline void AsDirectory(const std::string& path) {
     ASSERT_EQ(0, mkdir(path.c_str(), 0755));
 }
 
-}  // namespace files
+}  // namespace vimbra::tests
 
 #endif

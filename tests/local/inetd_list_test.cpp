@@ -6,13 +6,15 @@
 #include <string>
 #include <vimbra/bed.hpp>
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
 class InetdList : public testing::Test {
  protected:
-    void SetUp() override { list_ = vimbra::NewLine({}); }
+    void SetUp() override { list_ = NewLine({}); }
     void TearDown() override { FreeList(list_); }
 
     std::string Text() const {
@@ -64,3 +66,4 @@ TEST_F(InetdList, ALineGoesBehindItsMarker) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

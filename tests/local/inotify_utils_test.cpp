@@ -11,19 +11,20 @@
 
 #include "api/api_1x/api_dhcps/leases.hpp"
 
-using vimbra::bed::Capture;
+namespace vimbra::tests {
+
+using bed::Capture;
 
 namespace {
 
 // An event as the kernel gives it: the name in a field filled with zeros.
-std::vector<uint8_t> Event(u32 mask, const std::string& name = "", u32 cookie = 0,
-                           size_t field = 0) {
+std::vector<u8> Event(u32 mask, const std::string& name = "", u32 cookie = 0, size_t field = 0) {
     inotify_event event = {};
     event.wd = 3;
     event.mask = mask;
     event.cookie = cookie;
     event.len = static_cast<u32>(field != 0 ? field : name.size());
-    std::vector<uint8_t> bytes(sizeof(event) + event.len);
+    std::vector<u8> bytes(sizeof(event) + event.len);
     memcpy(bytes.data(), &event, sizeof(event));
     memcpy(bytes.data() + sizeof(event), name.data(), name.size());
     return bytes;
@@ -41,12 +42,12 @@ class Events : public testing::Test {
     }
     void TearDown() override { queue_destroy(watcher_.queue); }
 
-    void Send(const std::vector<uint8_t>& bytes) {
+    void Send(const std::vector<u8>& bytes) {
         ASSERT_EQ(static_cast<ssize_t>(bytes.size()),
                   write(writing_.Get(), bytes.data(), bytes.size()));
     }
 
-    std::string Handle(const std::vector<uint8_t>& event) {
+    std::string Handle(const std::vector<u8>& event) {
         Capture log;
         Send(event);
         EXPECT_EQ(1, read_events(watcher_));
@@ -58,7 +59,7 @@ class Events : public testing::Test {
     }
 
     Watcher watcher_;
-    vimbra::Fd writing_;
+    Fd writing_;
 };
 
 TEST_F(Events, EachHasItsLine) {
@@ -109,9 +110,9 @@ TEST_F(Events, NameWithoutEndIsNotReadPast) {
 
 TEST_F(Events, SeveralAtOnceInOrder) {
     Capture log;
-    std::vector<uint8_t> all;
+    std::vector<u8> all;
     for (const char* name : {"one", "two", "three"}) {
-        const std::vector<uint8_t> event = Event(IN_OPEN, name, 0, 16);
+        const std::vector<u8> event = Event(IN_OPEN, name, 0, 16);
         all.insert(all.end(), event.begin(), event.end());
     }
     Send(all);
@@ -125,11 +126,11 @@ TEST_F(Events, SeveralAtOnceInOrder) {
 
 TEST_F(Events, BrokenOnesAreDropped) {
     Capture log;
-    std::vector<uint8_t> cut = Event(IN_OPEN, "name", 0, 16);
+    std::vector<u8> cut = Event(IN_OPEN, "name", 0, 16);
     cut.pop_back();
     Send(cut);
     EXPECT_EQ(0, read_events(watcher_));
-    std::vector<uint8_t> lies = Event(IN_OPEN);
+    std::vector<u8> lies = Event(IN_OPEN);
     const u32 length = 0xffffffff;
     memcpy(lies.data() + offsetof(inotify_event, len), &length, sizeof(length));
     Send(lies);
@@ -151,9 +152,9 @@ TEST_F(Events, FailedReadEndsTheLoop) {
 TEST(Leases, TooShortForAFile) {
     TNetDhcpsNotify notify = {};
     const u8 content[8] = {};
-    EXPECT_FALSE(vimbra::ParseLeases(VIMBRA_HERE, std::span(content, 7), notify));
-    EXPECT_FALSE(vimbra::ParseLeases(VIMBRA_HERE, {}, notify));
-    EXPECT_TRUE(vimbra::ParseLeases(VIMBRA_HERE, content, notify));
+    EXPECT_FALSE(ParseLeases(VIMBRA_HERE, std::span(content, 7), notify));
+    EXPECT_FALSE(ParseLeases(VIMBRA_HERE, {}, notify));
+    EXPECT_TRUE(ParseLeases(VIMBRA_HERE, content, notify));
     EXPECT_EQ(0u, notify.dhcps_index);
 }
 
@@ -161,9 +162,10 @@ TEST(Leases, NeverMoreThanThereIsRoomFor) {
     VimbraDebugLevelSet(VIMBRA_LEVEL_NONE);
     TNetDhcpsNotify notify = {};
     const std::vector<u8> content(8 + 36 * 200, 0xab);
-    EXPECT_TRUE(vimbra::ParseLeases(VIMBRA_HERE, content, notify));
+    EXPECT_TRUE(ParseLeases(VIMBRA_HERE, content, notify));
     EXPECT_EQ(128u, notify.dhcps_index);
     EXPECT_EQ(0xabababab, notify.dhcps_mac_ip[127].dhcps_ip);
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -8,10 +8,11 @@
 
 #include "files.hpp"
 
+namespace vimbra::tests {
+
 using namespace std::string_literals;
-using namespace vimbra;
-using vimbra::bed::ReadFile;
-using vimbra::bed::WriteFile;
+using bed::ReadFile;
+using bed::WriteFile;
 
 namespace {
 
@@ -130,7 +131,7 @@ TEST(LineFile, WhatIsMadeHasTheUsualMode) {
     umask(027);
     EXPECT_TRUE(Appends(kFile, {"x\n"}));
     EXPECT_EQ("x\n", ReadFile(kFile));
-    EXPECT_EQ(static_cast<mode_t>(S_IFREG | 0640), std::get<1>(files::Identity(kFile)));
+    EXPECT_EQ(static_cast<mode_t>(S_IFREG | 0640), std::get<1>(Identity(kFile)));
 }
 
 TEST(LineFile, AFileIsMadeWhereALinkLeads) {
@@ -182,3 +183,4 @@ TEST(LineFile, AbsenceTellsOfNothingElse) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

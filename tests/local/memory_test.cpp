@@ -16,7 +16,9 @@
 #include "api/api_1x/api_dhcps/inotify_utils.hpp"
 #include "processes.hpp"
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -111,7 +113,7 @@ TEST_F(Memory, ModifyUser) {
 TEST_F(Memory, DeleteUser) {
     char name[] = "guest";
     Run({[&] {
-             const processes::Fake inetd("inetd");
+             const FakeProcess inetd("inetd");
              return VimbraDelNetUser(name);
          },
          -1,
@@ -125,7 +127,7 @@ TEST_F(Memory, ServiceStart) {
     char proto[] = "tcp";
     TVimbraServInfo info = {name, 22, proto, nullptr};
     Run({[&] {
-             const processes::Fake inetd("inetd");
+             const FakeProcess inetd("inetd");
              return VimbraServiceStart(&info);
          },
          -1,
@@ -294,3 +296,5 @@ char* __wrap_strndup(const char* text, size_t size) {
     return Fails() ? nullptr : __real_strndup(text, size);
 }
 }
+
+}  // namespace vimbra::tests

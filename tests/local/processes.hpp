@@ -10,12 +10,12 @@
 
 #include <string>
 
-namespace processes {
+namespace vimbra::tests {
 
 // Sleeps under its name until a signal ends it.
-class Fake {
+class FakeProcess {
  public:
-    explicit Fake(const std::string& name) {
+    explicit FakeProcess(const std::string& name) {
         int ready[2];
         EXPECT_EQ(0, pipe(ready));
         pid_ = fork();
@@ -33,8 +33,8 @@ class Fake {
         EXPECT_EQ(0, read(ready[0], &none, 1));  // ends when the child has closed its end
         close(ready[0]);
     }
-    Fake(const Fake&) = delete;
-    ~Fake() {
+    FakeProcess(const FakeProcess&) = delete;
+    ~FakeProcess() {
         if (pid_ > 0) {
             kill(pid_, SIGKILL);
             waitpid(pid_, nullptr, 0);
@@ -70,6 +70,6 @@ inline std::string OutputOf(const std::string& command) {
     return output;
 }
 
-}  // namespace processes
+}  // namespace vimbra::tests
 
 #endif

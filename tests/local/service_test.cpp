@@ -15,8 +15,10 @@
 #include "files.hpp"
 #include "processes.hpp"
 
+namespace vimbra::tests {
+
 using namespace std::string_literals;
-using namespace vimbra::bed;
+using namespace bed;
 
 namespace {
 
@@ -48,7 +50,7 @@ class Service : public testing::Test {
         RunInetd();
     }
 
-    void RunInetd() { inetd_ = std::make_unique<processes::Fake>("inetd"); }
+    void RunInetd() { inetd_ = std::make_unique<FakeProcess>("inetd"); }
 
     // inetd has been told; a new one takes its place.
     void ExpectTold() {
@@ -57,7 +59,7 @@ class Service : public testing::Test {
     }
 
     Capture log_;
-    std::unique_ptr<processes::Fake> inetd_;
+    std::unique_ptr<FakeProcess> inetd_;
 };
 
 TEST(ServiceTable, HasElevenRows) {
@@ -92,7 +94,7 @@ TEST(ServiceTable, HasElevenRows) {
 }
 
 TEST_F(Service, StartAppendsMarkerAndLine) {
-    const auto before = files::Identity(kInetd);
+    const auto before = Identity(kInetd);
     EXPECT_EQ(0, Start("telnetd", 23, "tcp"));
     EXPECT_EQ("#telnetd\n"s + kTelnet, ReadFile(kInetd));
     EXPECT_TRUE(
@@ -106,7 +108,7 @@ TEST_F(Service, StartAppendsMarkerAndLine) {
     EXPECT_TRUE(log_.Has(Kind::kPrint, "GetRootUser", "achPasswdBuf : chief:x:0:0:::"));
     EXPECT_EQ(0, log_.Count(Kind::kPrint, "GetRootUser", "achPasswdBuf : root:x:0:0:::"));
     EXPECT_TRUE(log_.HasNoTrouble());
-    EXPECT_EQ(before, files::Identity(kInetd));
+    EXPECT_EQ(before, Identity(kInetd));
 }
 
 TEST_F(Service, AnotherPortIsWrittenAsANumber) {
@@ -269,7 +271,7 @@ TEST_F(Service, WithoutRootNothingStarts) {
         WriteFile(kPasswd, content);
         EXPECT_EQ(-1, Start("telnetd", 23, "tcp"));
     }
-    files::Remove(kPasswd);
+    Remove(kPasswd);
     EXPECT_EQ(-1, Start("telnetd", 23, "tcp"));
     EXPECT_TRUE(log_.Has(Kind::kPerror, "GetRootUser", "fopen error"));
     EXPECT_EQ(3, log_.Count(Kind::kError, "VimbraServiceStart",
@@ -299,7 +301,7 @@ TEST_F(Service, StartWithoutInetdRunning) {
 }
 
 TEST_F(Service, StartWithoutAFile) {
-    files::Remove(kInetd);
+    Remove(kInetd);
     EXPECT_EQ(-1, Start("telnetd", 23, "tcp"));
     EXPECT_TRUE(log_.Has(Kind::kError, "CreateInetdList", "fopen error."));
     EXPECT_TRUE(log_.Has(Kind::kError, "StartNetService", "CreateInetdList error!"));
@@ -310,7 +312,7 @@ TEST_F(Service, StartWithoutAFile) {
 }
 
 TEST_F(Service, StartWithTheFileElsewhere) {
-    files::Remove(kInetd);
+    Remove(kInetd);
     WriteFile(kInetdElsewhere, "a b c\n");
     EXPECT_EQ(0, Start("telnetd", 23, "tcp"));
     EXPECT_EQ("a b c\n#telnetd\n"s + kTelnet, ReadFile(kInetd)) << "written where it can be made";
@@ -319,7 +321,7 @@ TEST_F(Service, StartWithTheFileElsewhere) {
 
 TEST_F(Service, StartOnAFullOrReadOnlyDisk) {
     const std::string content = std::string(4070, 'x') + "\n";
-    files::OnFullDisk(kInetd, content);
+    OnFullDisk(kInetd, content);
     EXPECT_EQ(-1, Start("telnetd", 23, "tcp"));
     EXPECT_TRUE(log_.Has(Kind::kError, "WriteList", "fopen error."));
     EXPECT_TRUE(log_.Has(Kind::kError, "StartNetService", "Write list to file error!"));
@@ -375,7 +377,7 @@ TEST_F(Service, StartsAtOnceDoNotLoseOneAnother) {
 
 TEST_F(Service, StopRemovesOneLineAndTellsInetd) {
     WriteFile(kInetd, "a\n"s + kTelnet + "# note\n" + kTelnet + "b");
-    const auto before = files::Identity(kInetd);
+    const auto before = Identity(kInetd);
     EXPECT_EQ(0, Stop("telnetd"));
     EXPECT_EQ("a\n# note\n"s + kTelnet + "b", ReadFile(kInetd));
     EXPECT_TRUE(
@@ -385,7 +387,7 @@ TEST_F(Service, StopRemovesOneLineAndTellsInetd) {
     ExpectTold();
     EXPECT_EQ(0, Stop("telnetd"));
     EXPECT_EQ("a\n# note\nb", ReadFile(kInetd));
-    EXPECT_EQ(before, files::Identity(kInetd));
+    EXPECT_EQ(before, Identity(kInetd));
 }
 
 TEST_F(Service, StopTakesTheFirstLineThatNamesTheProgram) {
@@ -404,7 +406,7 @@ TEST_F(Service, StopMayEmptyTheFile) {
 TEST_F(Service, StopOfAServiceThatIsNotThere) {
     const std::string content = "a\n#c\n\n"s + kSsh + "no newline\0and a zero"s;
     WriteFile(kInetd, content);
-    processes::Fake service("in.telnetd");  // the name is looked for as a part
+    FakeProcess service("in.telnetd");  // the name is looked for as a part
     const std::string text = "Service's Pid:" + std::to_string(service.Pid());
     EXPECT_EQ(0, Stop("telnetd"));
     EXPECT_EQ(content, ReadFile(kInetd));
@@ -415,7 +417,7 @@ TEST_F(Service, StopOfAServiceThatIsNotThere) {
 
 TEST_F(Service, StopLooksForTheServicesNameNotItsProgram) {
     WriteFile(kInetd, kSsh);
-    processes::Fake program("dropbear");
+    FakeProcess program("dropbear");
     EXPECT_EQ(0, Stop("ssh"));
     EXPECT_EQ("", ReadFile(kInetd));
     EXPECT_TRUE(program.Lives());
@@ -434,7 +436,7 @@ TEST_F(Service, StopOfUnknownServices) {
 
 // Kept: the file is read before anything else is looked at.
 TEST_F(Service, StopWithoutAConfigurationIsDone) {
-    files::Remove(kInetd);
+    Remove(kInetd);
     EXPECT_EQ(0, Stop("nonsense"));
     EXPECT_TRUE(log_.Has(Kind::kError, "ReadFromInetdFile", "fopen error"));
     EXPECT_TRUE(log_.Has(Kind::kError, "VimbraServiceStop", "ReadFromInetdFile error"));
@@ -442,7 +444,7 @@ TEST_F(Service, StopWithoutAConfigurationIsDone) {
     EXPECT_EQ(0, Stop("telnetd"));
     EXPECT_EQ(1, log_.Count(Kind::kError, "ReadFromInetdFile", "fopen error"));
     EXPECT_EQ(2, log_.Count(Kind::kError, "VimbraServiceStop", "ReadFromInetdFile error"));
-    files::AsDirectory(kInetd);
+    AsDirectory(kInetd);
     EXPECT_EQ(0, Stop("telnetd"));
     EXPECT_TRUE(inetd_->Lives());
 }
@@ -469,7 +471,7 @@ TEST_F(Service, LegacyNamesAreTheSameCalls) {
 }
 
 TEST_F(Service, ConfigurationStream) {
-    files::Remove(kInetd);
+    Remove(kInetd);
     EXPECT_EQ(nullptr, OpenConfigFile("r"));
     EXPECT_EQ(nullptr, OpenConfigFile(nullptr));
     WriteFile(kInetdElsewhere, "elsewhere\n");
@@ -494,9 +496,10 @@ TEST_F(Service, NothingStaysOpen) {
     EXPECT_EQ(0, Start("telnetd", 23, "tcp"));
     ExpectTold();
     EXPECT_EQ(0, Stop("telnetd"));
-    files::AsDirectory(kInetd);
+    AsDirectory(kInetd);
     EXPECT_EQ(-1, Start("telnetd", 23, "tcp"));
     EXPECT_EQ(before, OpenDescriptors());
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -6,12 +6,14 @@
 #include <climits>
 #include <vimbra/bed.hpp>
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
-constexpr uint32_t kEnable = 769;
-constexpr uint32_t kDisable = 770;
+constexpr u32 kEnable = 769;
+constexpr u32 kDisable = 770;
 
 TEST(Webs, EnableSendsThePort) {
     Capture log;
@@ -103,3 +105,4 @@ TEST(Webs, LegacyNamesAreTheSameCalls) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

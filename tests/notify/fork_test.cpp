@@ -24,8 +24,9 @@
 
 #include "services.hpp"
 
-using namespace vimbra::bed;
-using namespace vimbra::test;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -341,3 +342,4 @@ TEST_F(Fork, UnderLoad) {
 #endif
 
 }  // namespace
+}  // namespace vimbra::tests

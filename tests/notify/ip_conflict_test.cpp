@@ -15,18 +15,20 @@
 #include <vector>
 #include <vimbra/bed.hpp>
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
-constexpr uint32_t kStart = 281;
-constexpr uint32_t kStop = 282;
+constexpr u32 kStart = 281;
+constexpr u32 kStop = 282;
 constexpr char kSockets[][20] = {"ipc_ip_conflict", "ipc_ipv6_conflict"};
 constexpr u16 kFamilies[] = {2, 10};
 constexpr char kFunctions[][24] = {"IpConflictCBThread", "IpConflictCBThreadV6"};
 
 struct Seen {
-    uint32_t type = 0;
+    u32 type = 0;
     Bytes mac;
     Bytes address;
 };
@@ -52,19 +54,19 @@ void NoConflict(EVimbraConflictType, TVimbraIfaceMac*, TVimbraAddr*) {
 }
 
 struct Plain {
-    uint32_t type;
+    u32 type;
     Bytes mac;
-    uint32_t address;
+    u32 address;
 };
 std::vector<Plain> g_plain;
 
 void TakePlain(u32 type, u8* mac, u32 address) {
     const std::lock_guard lock(g_mutex);
-    g_plain.push_back({type, Bytes(std::vector<uint8_t>(mac, mac + 6)), address});
+    g_plain.push_back({type, Bytes(std::vector<u8>(mac, mac + 6)), address});
 }
 
 struct Extended {
-    uint32_t type;
+    u32 type;
     TNetConflictInfo info;
 };
 std::vector<Extended> g_extended;
@@ -146,7 +148,7 @@ TEST_P(Conflicts, BothKindsReachTheCallback) {
     EXPECT_TRUE(Notify(Socket(), 2, body));
     const auto seen = Copy(g_seen);
     ASSERT_EQ(2u, seen.size());
-    for (uint32_t type = 1; type <= 2; type++) {
+    for (u32 type = 1; type <= 2; type++) {
         EXPECT_EQ(type, seen[type - 1].type);
         EXPECT_EQ(kMac, seen[type - 1].mac);
         EXPECT_EQ(body.Slice(16, 20), seen[type - 1].address);
@@ -159,7 +161,7 @@ TEST_P(Conflicts, OtherTypesAreNamedAndDropped) {
     Capture log;
     ScriptedDaemon daemon;
     ASSERT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict));
-    for (const uint32_t type : {0u, 3u, 0x101u, 0xffffffffu}) {
+    for (const u32 type : {0u, 3u, 0x101u, 0xffffffffu}) {
         EXPECT_TRUE(Notify(Socket(), type, Conflict()));
     }
     EXPECT_TRUE(log.Has(Kind::kError, Function(), "the unkonwn type = 0x0"));
@@ -174,7 +176,7 @@ TEST_P(Conflicts, OtherTypesAreNamedAndDropped) {
 
 TEST_P(Conflicts, WrongSizeIsDroppedAndTheListenerGoesOn) {
     ScriptedDaemon daemon;
-    for (const uint32_t size : {41u, 43u, 0u, 54u, 0xffffffffu}) {
+    for (const u32 size : {41u, 43u, 0u, 54u, 0xffffffffu}) {
         Capture log;
         ASSERT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict));
         g_seen.clear();
@@ -554,7 +556,7 @@ TEST(Conflict, LookupGoesThroughTheHeadAndItsSuccessorOnly) {
     // A record of the application's is as good, and nothing beside it is touched.
     struct {
         TIpConflictInfo info;
-        uint8_t guard[64];
+        u8 guard[64];
     } foreign = {};
     memset(foreign.guard, 0xa5, sizeof(foreign.guard));
     foreign.info.ptNext = own;
@@ -569,7 +571,7 @@ TEST(Conflict, LookupGoesThroughTheHeadAndItsSuccessorOnly) {
     EXPECT_EQ(0, VimbraIpConflictCheckStop(10));
     EXPECT_EQ(0u, foreign.info.bIsStarted);
     EXPECT_EQ(0u, foreign.info.tThreadId);
-    EXPECT_EQ(Bytes(64, 0xa5), Bytes(std::span<const uint8_t>(foreign.guard)));
+    EXPECT_EQ(Bytes(64, 0xa5), Bytes(std::span<const u8>(foreign.guard)));
     g_ptIpConflictInfo = own;
 }
 
@@ -587,7 +589,7 @@ TEST_F(Legacy, PlainCallbackGetsTypeMacAndAddress) {
     EXPECT_TRUE(Notify(kSockets[0], 2, Conflict()));
     const auto plain = Copy(g_plain);
     ASSERT_EQ(2u, plain.size());
-    for (uint32_t type = 1; type <= 2; type++) {
+    for (u32 type = 1; type <= 2; type++) {
         EXPECT_EQ(type, plain[type - 1].type);
         EXPECT_EQ(kMac, plain[type - 1].mac);
         EXPECT_EQ(Pack().In4("192.0.2.7").Get(), AsBytes(plain[type - 1].address));
@@ -688,3 +690,4 @@ TEST_F(Legacy, OnceConflictedIsAlwaysFalse) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -8,8 +8,9 @@
 
 #include "services.hpp"
 
-using namespace vimbra::bed;
-using namespace vimbra::test;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -38,3 +39,4 @@ TEST(LargeDescriptors, AreServed) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -7,8 +7,9 @@
 
 #include "services.hpp"
 
-using namespace vimbra::bed;
-using namespace vimbra::test;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -60,3 +61,4 @@ TEST_P(LetGo, NoCallbackIsBegunForAMessageThatWasReadBeforeTheStop) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

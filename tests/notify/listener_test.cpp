@@ -25,8 +25,9 @@
 #include <vector>
 #include <vimbra/bed.hpp>
 
-using namespace vimbra;
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -64,7 +65,7 @@ constexpr char kFunction[] = "TestCBThread";
 struct Probe {
     std::mutex mutex;
     std::vector<Bytes> bodies;
-    std::vector<uint32_t> types;
+    std::vector<u32> types;
     std::vector<size_t> counts;
     std::vector<Bound> bounds;
     std::vector<Ended> ends;
@@ -107,7 +108,7 @@ Next Take(Listener& listener, vimbra::Message& message) {
         probe.inMessage(listener);
     }
     const std::lock_guard lock(probe.mutex);
-    probe.bodies.emplace_back(std::vector<uint8_t>(message.body, message.body + message.bodySize));
+    probe.bodies.emplace_back(std::vector<u8>(message.body, message.body + message.bodySize));
     probe.types.push_back(message.head.type);
     probe.counts.push_back(message.count);
     return probe.onMessage;
@@ -361,7 +362,7 @@ TEST_F(Engine, FailureOfAcceptThatPassesIsWaitedOut) {
         const int before = g_accepts;
         g_acceptError = error;
         Connection connection(kSocket);
-        ASSERT_TRUE(connection.Send(vimbra::bed::Message(1, kBody)));
+        ASSERT_TRUE(connection.Send(bed::Message(1, kBody)));
         // It tries again, but not all the time.
         const auto begin = std::chrono::steady_clock::now();
         EXPECT_TRUE(WaitFor([=] { return g_accepts >= before + 3; }));
@@ -404,7 +405,7 @@ TEST_F(Engine, ConnectionThatIsGoneAgainIsNoFailure) {
     g_acceptError = EAGAIN;
     const int before = g_accepts;
     Connection connection(kSocket);
-    ASSERT_TRUE(connection.Send(vimbra::bed::Message(1, kBody)));
+    ASSERT_TRUE(connection.Send(bed::Message(1, kBody)));
     EXPECT_TRUE(WaitFor([=] { return g_accepts > before; }));
     g_acceptError = EINTR;
     EXPECT_TRUE(WaitFor([=] { return g_accepts > before + 10; }));
@@ -485,7 +486,7 @@ TEST_F(Engine, CallbackThatTurnsCancellationOnLosesNothing) {
 TEST_F(Engine, UpToTakesWhatComes) {
     service_.reading = Reading::kUpTo;
     Start();
-    const Bytes whole = vimbra::bed::Message(7, kBody, 0);
+    const Bytes whole = bed::Message(7, kBody, 0);
     for (const size_t length : {0, 4, 12, 15, 20}) {
         Connection connection(kSocket);
         ASSERT_TRUE(connection.Send(whole.Slice(0, length)));
@@ -494,7 +495,7 @@ TEST_F(Engine, UpToTakesWhatComes) {
     }
     ASSERT_EQ(5u, probe_.Messages());
     EXPECT_EQ((std::vector<size_t>{0, 4, 12, 15, 20}), probe_.counts);
-    EXPECT_EQ((std::vector<uint32_t>{0, 7, 7, 7, 7}), probe_.types);
+    EXPECT_EQ((std::vector<u32>{0, 7, 7, 7, 7}), probe_.types);
     EXPECT_EQ(Bytes(), probe_.bodies[2]);
     EXPECT_EQ(kBody.Slice(0, 3), probe_.bodies[3]);
     EXPECT_EQ(kBody, probe_.bodies[4]);
@@ -510,10 +511,10 @@ TEST_F(Engine, HeadThenBodyTakesWhatTheHeadSays) {
     EXPECT_TRUE(Notify(kSocket, 3, Pack().Zeros(4096)));
     // The two may come apart.
     Connection connection(kSocket);
-    ASSERT_TRUE(connection.SendInPieces(vimbra::bed::Message(4, kBody), {12}));
+    ASSERT_TRUE(connection.SendInPieces(bed::Message(4, kBody), {12}));
     EXPECT_TRUE(connection.WaitPeerClosed());
     ASSERT_EQ(4u, probe_.Messages());
-    EXPECT_EQ((std::vector<uint32_t>{1, 2, 3, 4}), probe_.types);
+    EXPECT_EQ((std::vector<u32>{1, 2, 3, 4}), probe_.types);
     EXPECT_EQ(Bytes(), probe_.bodies[0]);
     EXPECT_EQ(kBody, probe_.bodies[1]);
     EXPECT_EQ(4096u, probe_.bodies[2].size());
@@ -525,7 +526,7 @@ TEST_F(Engine, HeadThenBodyBoundsTheBody) {
     service_.bodySize = 4096;
     Start();
     int refused = 0;
-    for (const uint32_t size : {4097u, 0x7fffffffu, 0x80000000u, 0xffffffffu}) {
+    for (const u32 size : {4097u, 0x7fffffffu, 0x80000000u, 0xffffffffu}) {
         EXPECT_TRUE(Notify(kSocket, 1, kBody, {.size = size}));
         EXPECT_EQ(++refused, log_.Count(Kind::kError, kFunction, "body too long"));
     }
@@ -538,7 +539,7 @@ TEST_F(Engine, HeadThenBodyEndsOnAShortBody) {
     service_.reading = Reading::kHeadThenBody;
     Start();
     Connection connection(kSocket);
-    ASSERT_TRUE(connection.Send(vimbra::bed::Message(1, kBody).Slice(0, 19)));
+    ASSERT_TRUE(connection.Send(bed::Message(1, kBody).Slice(0, 19)));
     connection.EndSending();
     EXPECT_TRUE(connection.WaitPeerClosed());
     EXPECT_TRUE(probe_.HasEnded());
@@ -563,7 +564,7 @@ TEST_F(Engine, PeerThatStopsInTheMiddleIsAShortReadInTime) {
     service_.reading = Reading::kHeadThenBody;
     Start();
     Connection half(kSocket);
-    ASSERT_TRUE(half.Send(vimbra::bed::Message(1, kBody).Slice(0, 12)));
+    ASSERT_TRUE(half.Send(bed::Message(1, kBody).Slice(0, 12)));
     EXPECT_TRUE(half.WaitPeerClosed());
     EXPECT_TRUE(probe_.HasEnded());
     EXPECT_EQ(Ended::kBadMessage, probe_.ends[0]);
@@ -614,7 +615,7 @@ TEST_F(Engine, KillCutsEveryWait) {
     service_.reading = Reading::kHeadThenBody;
     Start();
     Connection half(kSocket);
-    ASSERT_TRUE(half.Send(vimbra::bed::Message(1, kBody).Slice(0, 12)));
+    ASSERT_TRUE(half.Send(bed::Message(1, kBody).Slice(0, 12)));
     ASSERT_TRUE(half.WaitRead());
     EXPECT_EQ(0, KillListener(slot_).result);
     EXPECT_TRUE(half.WaitPeerClosed());
@@ -629,3 +630,4 @@ TEST_F(Engine, KillCutsEveryWait) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

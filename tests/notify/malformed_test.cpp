@@ -8,8 +8,9 @@
 
 #include "services.hpp"
 
-using namespace vimbra::bed;
-using namespace vimbra::test;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -122,8 +123,8 @@ TEST_P(Malformed, RandomBytes) {
     std::mt19937 random(4711);
     for (int i = 0; i < 300; i++) {
         Bytes bytes(random() % 700);
-        for (uint8_t& byte : bytes) {
-            byte = static_cast<uint8_t>(random());
+        for (u8& byte : bytes) {
+            byte = static_cast<u8>(random());
         }
         if (random() % 2 == 0 && bytes.size() >= 12) {
             // A header that is nearly right leads further.
@@ -179,3 +180,4 @@ TEST_P(Malformed, ManySilentConnectionsHoldNothingBack) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -11,8 +11,9 @@
 
 #include "services.hpp"
 
-using namespace vimbra::bed;
-using namespace vimbra::test;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -157,3 +158,4 @@ TEST(ShortChains, RouterSlotsThatWereBuiltStay) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -14,12 +14,14 @@
 #include <vector>
 #include <vimbra/bed.hpp>
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
-constexpr uint32_t kStart = 279;
-constexpr uint32_t kStop = 280;
+constexpr u32 kStart = 279;
+constexpr u32 kStop = 280;
 constexpr char kSocket[] = "ipc_router_notify";
 constexpr char kFunction[] = "RouterNotifyCBThread";
 
@@ -53,7 +55,7 @@ Bytes Change(const char* name = "eth0") {
 }
 
 // Sends one notification and keeps the connection, as one who closes it later.
-bool Post(std::list<Connection>& kept, uint32_t type, const Bytes& body) {
+bool Post(std::list<Connection>& kept, u32 type, const Bytes& body) {
     Connection& connection = kept.emplace_back(kSocket);
     return connection.Connected() && connection.Send(Message(type, body)) && connection.WaitRead();
 }
@@ -318,7 +320,7 @@ TEST_F(RouterAdvertise, SlotThatWasFreedDuringAStopIsNotTakenFromItsNextWatch) {
 }
 
 TEST_F(RouterAdvertise, AnyOtherTypeEndsTheListener) {
-    for (const uint32_t type : {1u, 2u, 0xffffffffu}) {
+    for (const u32 type : {1u, 2u, 0xffffffffu}) {
         ASSERT_EQ(0, Start("eth0"));
         EXPECT_TRUE(Notify(kSocket, type, Change()));
         EXPECT_TRUE(WaitForNoListener(kSocket));
@@ -329,7 +331,7 @@ TEST_F(RouterAdvertise, AnyOtherTypeEndsTheListener) {
 }
 
 TEST_F(RouterAdvertise, WrongSizeEndsTheListenerAndFreesItsSlot) {
-    for (const uint32_t size : {467u, 469u, 0u, 0xffffffffu}) {
+    for (const u32 size : {467u, 469u, 0u, 0xffffffffu}) {
         log_.Clear();
         ASSERT_EQ(0, Start("eth0"));
         EXPECT_TRUE(Notify(kSocket, 0, Change(), {.size = size}));
@@ -529,3 +531,4 @@ TEST_F(RouterAdvertise, ListenerRunsUnderItsName) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -16,7 +16,7 @@
 #include <string>
 #include <vimbra/bed.hpp>
 
-namespace vimbra::test {
+namespace vimbra::tests {
 
 inline std::atomic<int> g_calls = 0;
 
@@ -25,7 +25,7 @@ struct NotifyService {
     const char* socket;
     int (*start)();
     int (*stop)();
-    uint32_t type;            // of a good message
+    u32 type;                 // of a good message
     size_t bodySize;          // of every message
     bool survivesBadMessage;  // else it ends and its place is free again
 };
@@ -92,6 +92,6 @@ inline bool Post(const char* name, const bed::Bytes& bytes) {
     return sent;
 }
 
-}  // namespace vimbra::test
+}  // namespace vimbra::tests
 
 #endif

@@ -9,12 +9,14 @@
 #include <thread>
 #include <vimbra/bed.hpp>
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
-constexpr uint32_t kStart = 0x0703;
-constexpr uint32_t kStop = 0x0704;
+constexpr u32 kStart = 0x0703;
+constexpr u32 kStop = 0x0704;
 constexpr char kSocket[] = "ipc_stat";
 constexpr char kFunction[] = "StatCBThread";
 
@@ -45,7 +47,7 @@ std::vector<Report> Reports() {
     return g_reports;
 }
 
-Pack Stat(uint64_t sent, uint64_t received, uint32_t valid) {
+Pack Stat(u64 sent, u64 received, u32 valid) {
     return Pack().U64(sent).U64(received).U32(valid).U32(0);
 }
 
@@ -213,7 +215,7 @@ TEST(Stat, FailedStopStaysStarted) {
 }
 
 TEST(Stat, WrongSizeIsDroppedAndTheListenerGoesOn) {
-    for (const uint32_t size : {0u, 60u, 71u, 73u, 84u, 0x80000000u, 0xffffffffu}) {
+    for (const u32 size : {0u, 60u, 71u, 73u, 84u, 0x80000000u, 0xffffffffu}) {
         Capture log;
         ScriptedDaemon daemon;
         ASSERT_EQ(0, VimbraStatNotifyCallbackReg(1, TakeStat));
@@ -511,3 +513,4 @@ TEST(Stat, LegacyNamesForward) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -15,8 +15,9 @@
 
 #include "services.hpp"
 
-using namespace vimbra::bed;
-using namespace vimbra::test;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -192,3 +193,4 @@ TEST(Chaos, StartsStopsAndMessagesOfAllServices) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

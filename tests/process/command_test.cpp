@@ -18,7 +18,9 @@
 #include <vector>
 #include <vimbra/bed.hpp>
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -658,3 +660,4 @@ TEST(CloseInherit, ALowestBelowZeroClosesAll) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -12,7 +12,9 @@
 #include <vector>
 #include <vimbra/bed.hpp>
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -399,3 +401,4 @@ TEST(MaskConvert, OtherFlags) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -14,7 +14,9 @@
 #include <vector>
 #include <vimbra/bed.hpp>
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -344,3 +346,4 @@ TEST(CheckCmd, TheWholeNumberIsCompared) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -11,7 +11,9 @@
 
 #include "said.hpp"
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -26,14 +28,13 @@ u32 Word(const char* dotted) {
 
 struct Entry {
     std::string address;
-    uint32_t prefix = 0;
-    uint32_t flag = 0;
+    u32 prefix = 0;
+    u32 flag = 0;
 };
 
-Bytes Report(const std::vector<Entry>& entries, const std::string& mac = kMacText,
-             int32_t code = 0) {
+Bytes Report(const std::vector<Entry>& entries, const std::string& mac = kMacText, s32 code = 0) {
     Pack pack;
-    pack.S32(code).U32(1500).Text(mac, 20).U32(static_cast<uint32_t>(entries.size()));
+    pack.S32(code).U32(1500).Text(mac, 20).U32(static_cast<u32>(entries.size()));
     for (const Entry& entry : entries) {
         pack.Text(entry.address, 48).U32(entry.prefix).U32(entry.flag);
     }
@@ -51,7 +52,7 @@ class NetIp : public testing::Test {
         memset(&all_, 0xa5, sizeof(all_));
     }
 
-    void ExpectSent(uint32_t type, const Bytes& body) {
+    void ExpectSent(u32 type, const Bytes& body) {
         const std::vector<Request> requests = daemon_.Requests();
         ASSERT_EQ(1u, requests.size()) << log_.Describe();
         EXPECT_EQ(type, requests[0].type);
@@ -305,7 +306,7 @@ TNetEthParam Wanted(const char* address, u32 mask) {
     return param;
 }
 
-Bytes SetBody(const char* address, uint32_t prefix) {
+Bytes SetBody(const char* address, u32 prefix) {
     return Pack().U16(2).Text("eth0", 16).U32(1).U32(0).Address(2, address).U32(prefix).FillTo(470);
 }
 
@@ -515,3 +516,4 @@ TEST(Netdev, IsARecordForTheApplication) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -7,7 +7,9 @@
 #include <string>
 #include <vimbra/bed.hpp>
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -31,7 +33,7 @@ Bytes RouteBytes(const char* name) {
 
 class NetRoute : public testing::Test {
  protected:
-    void ExpectSent(uint32_t type, const Bytes& body) {
+    void ExpectSent(u32 type, const Bytes& body) {
         const std::vector<Request> requests = daemon_.Requests();
         ASSERT_EQ(1u, requests.size());
         EXPECT_EQ(type, requests[0].type);
@@ -180,7 +182,7 @@ TEST_F(NetRoute, ListingIsConvertedBack) {
 }
 
 TEST_F(NetRoute, TenRoutesAreTheMost) {
-    for (uint32_t count : {10u, 11u, 0xffffffffu}) {
+    for (u32 count : {10u, 11u, 0xffffffffu}) {
         Pack reply;
         reply.S32(0).U32(count);
         for (int i = 0; i < 10; i++) {
@@ -203,3 +205,4 @@ TEST_F(NetRoute, AFailedListingLeavesTheRecord) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

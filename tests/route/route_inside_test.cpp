@@ -12,7 +12,9 @@
 
 #include "api/api_route/api_route/api_route.hpp"
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -149,3 +151,4 @@ TEST(RouteRequests, RefuseNull) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

@@ -12,7 +12,9 @@
 
 #include "said.hpp"
 
-using namespace vimbra::bed;
+namespace vimbra::tests {
+
+using namespace bed;
 
 namespace {
 
@@ -96,7 +98,7 @@ class RouteTest : public testing::Test {
         return requests.empty() ? Request() : requests[0];
     }
 
-    void ExpectSent(uint32_t type, const Bytes& body) {
+    void ExpectSent(u32 type, const Bytes& body) {
         const Request request = Only();
         EXPECT_EQ(type, request.type);
         EXPECT_EQ(body.size(), request.size);
@@ -138,7 +140,7 @@ class RouteTest : public testing::Test {
 // One exported call with arguments that pass its checks.
 struct Call {
     const char* name;
-    uint32_t type;
+    u32 type;
     const char* request;  // the request's function
     const char* told;     // whose failure the call's log line tells
     std::function<s32()> run;
@@ -199,7 +201,7 @@ std::vector<Call> MinusOne() {
 }
 
 // The reply of the type, with a result code before what it carries.
-Bytes ReplyOf(uint32_t type, int32_t code) {
+Bytes ReplyOf(u32 type, s32 code) {
     const size_t size = type == 275 ? 648 : type == 272 ? 24 : 4;
     return Pack().S32(code).FillTo(size);
 }
@@ -314,7 +316,7 @@ TEST_F(RouteTest, AddIsARouteWithItsNameBefore) {
 
 TEST_F(RouteTest, AddToTableHasTheTableBehind) {
     TVimbraIpRouteParam route = Route();
-    for (uint32_t table : {0u, 1u, 255u, 1000u, 0xffffffffu}) {
+    for (u32 table : {0u, 1u, 255u, 1000u, 0xffffffffu}) {
         EXPECT_EQ(0, VimbraAddOneIpRouteToTable(&route, table));
         ExpectSent(267, Pack().Text("eth0", 16).Add(RouteBytes()).U32(table));
     }
@@ -328,7 +330,7 @@ TEST_F(RouteTest, DelIsARouteWithItsNameBefore) {
 
 TEST_F(RouteTest, DelFromTableHasTheTableBehind) {
     TVimbraIpRouteParam route = Route();
-    for (uint32_t table : {0u, 1000u}) {
+    for (u32 table : {0u, 1000u}) {
         EXPECT_EQ(0, VimbraDelOneIpRouteFromTable(&route, table));
         ExpectSent(269, Pack().Text("eth0", 16).Add(RouteBytes()).U32(table));
     }
@@ -497,7 +499,7 @@ TEST_F(RouteTest, TenRoutesAreTheMost) {
     for (int i = 0; i < 10; i++) {
         ten.Add(RouteBytes());
     }
-    for (uint32_t count : {10u, 11u, 0xffffffffu}) {
+    for (u32 count : {10u, 11u, 0xffffffffu}) {
         daemon_.Default(Answer::Body(Pack().S32(0).U32(count).Add(ten)));
         EXPECT_EQ(0, VimbraGetAllIpRoute(2, &all));
         EXPECT_EQ(10u, all.dwIpRouteNum);
@@ -560,7 +562,7 @@ TEST_F(RouteTest, GatewaySetWithoutName) {
 
 TEST_F(RouteTest, GatewaySetToTable) {
     Name name("eth0");
-    for (uint32_t table : {1u, 254u}) {
+    for (u32 table : {1u, 254u}) {
         EXPECT_EQ(0, VimbraSetDefGatewayToTable(name.bytes, Ipv4("192.168.1.1"), table));
         ExpectSent(271, Pack().Text("eth0", 16).Address(2, "192.168.1.1").U32(table));
     }
@@ -583,7 +585,7 @@ TEST_F(RouteTest, GatewayGet) {
     EXPECT_EQ(Pack().Address(10, "fe80::7"), AsBytes(gateway));
     EXPECT_TRUE(Said(log_, kDebugPriority, "VimbraGetDefGateway", "the pchIfaceName is eth0"));
     EXPECT_TRUE(Said(log_, kInfoPriority, "VimbraGetDefGateway", "wSinFamily is 10!"));
-    for (uint32_t table : {1u, 254u}) {
+    for (u32 table : {1u, 254u}) {
         EXPECT_EQ(0, VimbraGetDefGatewayFromTable(name.bytes, 2, &gateway, table));
         ExpectSent(272, Pack().U16(2).Text("eth0", 16).U32(table));
     }
@@ -619,7 +621,7 @@ TEST_F(RouteTest, GatewayDel) {
     ExpectSent(278, Pack().U16(2).Text("eth0", 16));
     EXPECT_TRUE(Said(log_, kDebugPriority, "VimbraDelDefGateway", "the pchIfaceName is eth0"));
     EXPECT_TRUE(Said(log_, kInfoPriority, "VimbraDelDefGateway", "wSinFamily is 2!"));
-    for (uint32_t table : {1u, 254u}) {
+    for (u32 table : {1u, 254u}) {
         EXPECT_EQ(0, VimbraDelDefGatewayFromTable(name.bytes, 10, table));
         ExpectSent(278, Pack().U16(10).Text("eth0", 16).U32(table));
     }
@@ -749,7 +751,7 @@ TEST_P(GatewayCheck, ThenTheTable) {
 // ---- Tables, rules, priority -------------------------------------------------------------------
 
 TEST_F(RouteTest, TableNumbers) {
-    for (uint32_t table : {1u, 252u}) {
+    for (u32 table : {1u, 252u}) {
         EXPECT_EQ(0, VimbraAddRouteTable(table));
         ExpectSent(288, Pack().U32(table));
         EXPECT_EQ(0, VimbraDelRouteTable(table));
@@ -759,7 +761,7 @@ TEST_F(RouteTest, TableNumbers) {
 }
 
 TEST_F(RouteTest, RefusedTableNumbers) {
-    for (uint32_t table : {0u, 253u, 255u, 0xffffffffu}) {
+    for (u32 table : {0u, 253u, 255u, 0xffffffffu}) {
         EXPECT_EQ(1105, VimbraAddRouteTable(table));
         ExpectErrors({{"VimbraAddRouteTable", "CheckRouteParam error!dwTable = " +
                                                   std::to_string(static_cast<int>(table))}});
@@ -905,3 +907,4 @@ TEST_F(RouteTest, LevelsOfTheGatewaysLines) {
 }
 
 }  // namespace
+}  // namespace vimbra::tests

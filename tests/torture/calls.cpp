@@ -28,15 +28,14 @@
 
 #include "inside.hpp"
 
-using namespace vimbra::tests::torture;
-
+namespace vimbra::tests::torture {
 namespace {
 
-constexpr int64_t kSecond = 1000000000;
+constexpr s64 kSecond = 1000000000;
 // Longer waits of a run in which something has failed are cut to this.
-constexpr int64_t kLongestWait = kSecond / 20;
-constexpr int64_t kPause = kSecond / 1000;
-constexpr int64_t kSlice = kSecond / 100;
+constexpr s64 kLongestWait = kSecond / 20;
+constexpr s64 kPause = kSecond / 1000;
+constexpr s64 kSlice = kSecond / 100;
 
 // What a failing call returns for "nothing" or "a short count" of so many bytes.
 ssize_t Count(int outcome, size_t size) {
@@ -81,11 +80,11 @@ Block* Tracked(Block* block) {
     return block;
 }
 
-int64_t Nanoseconds(const timeval& time) {
+s64 Nanoseconds(const timeval& time) {
     return time.tv_sec * kSecond + time.tv_usec * 1000;
 }
 
-timeval ToTimeval(int64_t nanoseconds) {
+timeval ToTimeval(s64 nanoseconds) {
     return {static_cast<time_t>(nanoseconds / kSecond),
             static_cast<suseconds_t>(nanoseconds % kSecond / 1000)};
 }
@@ -107,7 +106,7 @@ void Put(int fd, bool in, fd_set* set) {
     }
 }
 
-int64_t Now() {
+s64 Now() {
     timespec now = {};
     clock_gettime(CLOCK_MONOTONIC, &now);
     return now.tv_sec * kSecond + now.tv_nsec;
@@ -126,7 +125,7 @@ std::vector<pollfd> Awaited(int count, const fd_set* reading, const fd_set* writ
 
 // How long a wait of the caller's thread really takes: where something has failed nobody waits a
 // minute for what does not come.
-int64_t RealWait(int64_t asked) {
+s64 RealWait(s64 asked) {
     return IsCaller() && HasFailed() ? std::min(asked, kLongestWait) : asked;
 }
 
@@ -138,7 +137,7 @@ struct Sets {
 };
 
 // One wait, a cancellation point; the sets stay as they are when the time is over.
-int SelectFor(const Sets& sets, const std::vector<pollfd>& awaited, int64_t time) {
+int SelectFor(const Sets& sets, const std::vector<pollfd>& awaited, s64 time) {
     timeval timeout = ToTimeval(time);
     const int result = select(sets.count, sets.reading, sets.writing, sets.excepted, &timeout);
     if (result == 0) {
@@ -153,24 +152,24 @@ int SelectFor(const Sets& sets, const std::vector<pollfd>& awaited, int64_t time
 // The wait in slices, between which it may be found that nobody wants to wait any more.
 int SelectWithin(const Sets& sets, timeval* timeout) {
     const std::vector<pollfd> awaited = Awaited(sets.count, sets.reading, sets.writing);
-    const int64_t asked = Nanoseconds(*timeout);
-    const int64_t real = awaited.empty() ? std::min(asked, kPause) : RealWait(asked);
-    const int64_t start = Now();
+    const s64 asked = Nanoseconds(*timeout);
+    const s64 real = awaited.empty() ? std::min(asked, kPause) : RealWait(asked);
+    const s64 start = Now();
     BeginWait(awaited);
     int result = 0;
-    int64_t gone = 0;
+    s64 gone = 0;
     do {
         result = SelectFor(sets, awaited, std::min(kSlice, real - gone));
         gone = Now() - start;
     } while (result == 0 && gone < real && !IsInHurry());
     EndWait();
     if (result == 0) {
-        SpareTime(std::max<int64_t>(asked - gone, 0));
+        SpareTime(std::max<s64>(asked - gone, 0));
         Clear(sets.count, sets.reading);
         Clear(sets.count, sets.writing);
         gone = asked;
     }
-    *timeout = ToTimeval(std::max<int64_t>(asked - gone, 0));
+    *timeout = ToTimeval(std::max<s64>(asked - gone, 0));
     return result;
 }
 
@@ -460,7 +459,7 @@ int torture_inotify_init1(int flags) {
     return Descriptor(inotify_init1(flags));
 }
 
-int torture_inotify_add_watch(int fd, const char* path, uint32_t mask) {
+int torture_inotify_add_watch(int fd, const char* path, u32 mask) {
     TORTURE_OR(inotify_add_watch, -1)
     return inotify_add_watch(fd, path, mask);
 }
@@ -660,10 +659,12 @@ int torture_putchar(int character) {
 int torture_clock_gettime(clockid_t clock, timespec* time) {
     const int result = clock_gettime(clock, time);
     if (clock == CLOCK_MONOTONIC) {
-        const int64_t now = time->tv_sec * kSecond + time->tv_nsec + TimeAhead();
+        const s64 now = time->tv_sec * kSecond + time->tv_nsec + TimeAhead();
         *time = {static_cast<time_t>(now / kSecond), static_cast<long>(now % kSecond)};
     }
     return result;
 }
 
 }  // extern "C"
+
+}  // namespace vimbra::tests::torture

@@ -383,7 +383,7 @@ class Bench {
     }
 
     // Two requests of a minute, and a little.
-    static constexpr int64_t kPatience = 125000;
+    static constexpr s64 kPatience = 125000;
 
     const Operation& operation_;
     const Settings& settings_;

@@ -68,8 +68,8 @@ struct State {
     std::vector<Point> points;
     size_t failures = 0;
     bool failedElsewhere = false;
-    int64_t spared = 0;  // nanoseconds, of this run
-    int64_t ahead = 0;   // of all runs: the library's clock
+    s64 spared = 0;  // nanoseconds, of this run
+    s64 ahead = 0;   // of all runs: the library's clock
     std::set<const void*> blocks;
     std::set<int> descriptors;
     std::array<Slot, kSlots> slots;
@@ -214,7 +214,7 @@ bool Injector::HasFailedElsewhere() {
     return The().failedElsewhere;
 }
 
-int64_t Injector::SparedTime() {
+s64 Injector::SparedTime() {
     const Guard guard(The().mutex);
     return The().spared / 1000000;
 }
@@ -374,13 +374,13 @@ bool IsInHurry() {
     return The().hurry && t_thread.slot >= 0;
 }
 
-void SpareTime(int64_t nanoseconds) {
+void SpareTime(s64 nanoseconds) {
     const Guard guard(The().mutex);
     The().spared += nanoseconds;
     The().ahead += nanoseconds;
 }
 
-int64_t TimeAhead() {
+s64 TimeAhead() {
     const Guard guard(The().mutex);
     return The().ahead;
 }

@@ -4,8 +4,9 @@
 #ifndef VIMBRA_TESTS_TORTURE_INJECTOR_HPP
 #define VIMBRA_TESTS_TORTURE_INJECTOR_HPP
 
+#include <vimbra/types.h>
+
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -73,7 +74,7 @@ class Injector {
     static bool HasFailedElsewhere();  // on a thread that the library has made
     // How much time has passed that nobody waited for, in milliseconds: what the library waits for
     // in vain is cut short, and its clock put forward.
-    static int64_t SparedTime();
+    static s64 SparedTime();
 
     static Level Held();
     // An application frees a block, or closes a descriptor, that the library has handed to it.

@@ -3,8 +3,8 @@
 #define VIMBRA_TESTS_TORTURE_INSIDE_HPP
 
 #include <poll.h>
+#include <vimbra/types.h>
 
-#include <cstdint>
 #include <vector>
 
 #include "injector.hpp"
@@ -34,8 +34,8 @@ void EndWait();
 
 // Threads are to end: what waits for nothing but time finds that it is over.
 bool IsInHurry();
-void SpareTime(int64_t nanoseconds);
-int64_t TimeAhead();
+void SpareTime(s64 nanoseconds);
+s64 TimeAhead();
 
 void* PlaceOfExit();
 

@@ -114,7 +114,7 @@ Received Ask(const Options& options, const Bytes& message) {
     }
 }
 
-Bytes Message(uint32_t type, const Bytes& body) {
+Bytes Message(u32 type, const Bytes& body) {
     const IpcMsgHead head{type, static_cast<u32>(body.size()), 0};
     Bytes message(sizeof(head));
     std::memcpy(message.data(), &head, sizeof(head));
@@ -123,13 +123,13 @@ Bytes Message(uint32_t type, const Bytes& body) {
 }
 
 // The result that a reply begins with; none where the reply has none.
-std::optional<int32_t> ResultOf(const Request& request, const Bytes& record) {
+std::optional<s32> ResultOf(const Request& request, const Bytes& record) {
     const auto& fields = request.reply.record->fields;
     const std::string_view first = fields.empty() ? "" : fields.front().name;
     if (first != "nErrid" && first != "errid") {
         return std::nullopt;
     }
-    int32_t result = 0;
+    s32 result = 0;
     std::memcpy(&result, record.data(), sizeof(result));
     return result;
 }
@@ -147,7 +147,7 @@ Outcome Judge(const Request& request, const Received& received, Bytes& record) {
     }
     std::memcpy(&head, received.bytes.data(), sizeof(head));
     record.assign(received.bytes.begin() + sizeof(head), received.bytes.end());
-    int32_t code = 0;
+    s32 code = 0;
     std::memcpy(&code, record.data(), std::min(record.size(), sizeof(code)));
     if (record.size() == sizeof(code) && request.reply.size != sizeof(code)) {
         return code == ENOSYS
@@ -356,7 +356,7 @@ class Check {
         if (outcome.verdict != Verdict::kServed) {
             return outcome;
         }
-        const int32_t result = ResultOf(request, record).value_or(0);
+        const s32 result = ResultOf(request, record).value_or(0);
         if (result != 0) {
             return result == ENOSYS ? Outcome{Verdict::kNotServed}
                                     : Outcome{Verdict::kRefused, "with " + std::to_string(result)};
@@ -377,7 +377,7 @@ class Check {
         Tell(request.type, request.name, outcome);
     }
 
-    void Tell(uint32_t type, const char* name, const Outcome& outcome) const {
+    void Tell(u32 type, const char* name, const Outcome& outcome) const {
         constexpr const char* kWords[] = {"served", "refused", "not served", "wrong", "not tried"};
         const char* const word = kWords[static_cast<size_t>(outcome.verdict)];
         if (options_.json) {
@@ -404,9 +404,9 @@ class Check {
         }
     }
 
-    void Expect(const char* name, uint32_t type, const Bytes& body) {
+    void Expect(const char* name, u32 type, const Bytes& body) {
         const Received received = Ask(options_, Message(type, body));
-        int32_t code = 0;
+        s32 code = 0;
         if (received.bytes.size() >= sizeof(IpcMsgHead) + sizeof(code)) {
             std::memcpy(&code, received.bytes.data() + sizeof(IpcMsgHead), sizeof(code));
         }

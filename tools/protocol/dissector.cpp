@@ -204,7 +204,7 @@ class Writer {
         out_ << "}\n";
     }
 
-    void Line(uint32_t first, uint32_t last, const char* name, const Body& body) {
+    void Line(u32 first, u32 last, const char* name, const Body& body) {
         out_ << "    { first = " << first << ", last = " << last << ", name = \"" << name
              << "\", size = " << (body.record != nullptr ? body.record->size : 0);
         if (body.record != nullptr) {

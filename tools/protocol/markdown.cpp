@@ -203,7 +203,7 @@ class Writer {
             const Record& record = *records_[i];
             const bool isInTable = std::string_view(record.meaning).starts_with("The same");
             out_ << "\n### " << record.name << "\n\n"
-                 << record.size - (isInTable ? sizeof(uint32_t) : 0) << " bytes"
+                 << record.size - (isInTable ? sizeof(u32) : 0) << " bytes"
                  << (isInTable ? "; with the number of a table four more" : "")
                  << ".\n\n| offset | size | field | type | meaning |\n|---|---|---|---|---|\n";
             for (const Field& field : record.fields) {

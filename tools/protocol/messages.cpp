@@ -18,19 +18,19 @@ const Body kBond{Body::Form::kBond, nullptr, VIMBRA_IPC_BODY_MAX};
 
 // A request that changes something and is answered with a plain result.
 template <class T>
-Request Change(uint32_t type, const char* name, const char* service, const char* meaning,
+Request Change(u32 type, const char* name, const char* service, const char* meaning,
                const char* note = "") {
     return {type, name, service, meaning, Of<T>(), Of<PlainResult>(), note, true};
 }
 
 // A question and its record.
 template <class T, class Reply>
-Request Query(uint32_t type, const char* name, const char* service, const char* meaning,
+Request Query(u32 type, const char* name, const char* service, const char* meaning,
               const char* note = "") {
     return {type, name, service, meaning, Of<T>(), Of<Reply>(), note, false};
 }
 
-Request Bare(uint32_t type, const char* name, const char* service, const char* meaning,
+Request Bare(u32 type, const char* name, const char* service, const char* meaning,
              const Body& reply, bool changes, const char* note = "") {
     return {type, name, service, meaning, kNone, reply, note, changes};
 }
@@ -246,7 +246,7 @@ std::span<const Notification> Notifications() {
     return list;
 }
 
-const Request* FindRequest(uint32_t type, size_t size) {
+const Request* FindRequest(u32 type, size_t size) {
     const Request* found = nullptr;
     for (const Request& request : Requests()) {
         if (request.type == type && (found == nullptr || Fits(request.body, size))) {
@@ -263,7 +263,7 @@ const Request* FindRequest(std::string_view name) {
     return found == list.end() ? nullptr : &*found;
 }
 
-const Notification* FindNotification(std::string_view socket, uint32_t type) {
+const Notification* FindNotification(std::string_view socket, u32 type) {
     const auto list = Notifications();
     const auto found = std::ranges::find_if(list, [&](const Notification& each) {
         return IsSocket(each.socket, socket) && type >= each.firstType && type <= each.lastType;

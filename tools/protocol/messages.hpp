@@ -2,7 +2,8 @@
 #ifndef VIMBRA_TOOLS_PROTOCOL_MESSAGES_HPP
 #define VIMBRA_TOOLS_PROTOCOL_MESSAGES_HPP
 
-#include <cstdint>
+#include <vimbra/types.h>
+
 #include <span>
 #include <string_view>
 #include <vector>
@@ -26,7 +27,7 @@ struct Body {
 };
 
 struct Request {
-    uint32_t type;
+    u32 type;
     const char* name;     // unique, also across the two bodies of one type
     const char* service;  // what it belongs to
     const char* meaning;
@@ -38,8 +39,8 @@ struct Request {
 
 struct Notification {
     const char* socket;  // below /tmp; INTERFACE stands for a name
-    uint32_t firstType;
-    uint32_t lastType;
+    u32 firstType;
+    u32 lastType;
     const char* name;
     const char* meaning;
     Body body;
@@ -51,9 +52,9 @@ std::span<const Notification> Notifications();
 
 // The request of this type and size; of several types with one size the first. Null when there is
 // none of the type; one of another size when none of the type has this one.
-const Request* FindRequest(uint32_t type, size_t size);
+const Request* FindRequest(u32 type, size_t size);
 const Request* FindRequest(std::string_view name);
-const Notification* FindNotification(std::string_view socket, uint32_t type);
+const Notification* FindNotification(std::string_view socket, u32 type);
 const Notification* FindNotification(std::string_view name);
 
 }  // namespace protocol

@@ -24,15 +24,15 @@ std::vector<std::byte> Cut(View bytes, size_t offset, size_t size) {
     return cut;
 }
 
-uint64_t NumberOf(View bytes) {
-    uint64_t value = 0;
+u64 NumberOf(View bytes) {
+    u64 value = 0;
     if (bytes.size() == 2) {
-        uint16_t half = 0;
+        u16 half = 0;
         std::memcpy(&half, bytes.data(), sizeof(half));
         return half;
     }
     if (bytes.size() == 4) {
-        uint32_t word = 0;
+        u32 word = 0;
         std::memcpy(&word, bytes.data(), sizeof(word));
         return word;
     }
@@ -78,8 +78,8 @@ Json ElementOf(const Field& field, View bytes) {
         case Kind::kUnsigned:
             return NumberOf(bytes);
         case Kind::kSigned:
-            return field.size == 8 ? Json(static_cast<int64_t>(NumberOf(bytes)))
-                                   : Json(static_cast<int32_t>(NumberOf(bytes)));
+            return field.size == 8 ? Json(static_cast<s64>(NumberOf(bytes)))
+                                   : Json(static_cast<s32>(NumberOf(bytes)));
         case Kind::kText:
             return TextOf(bytes);
         case Kind::kSecret:
@@ -130,17 +130,17 @@ void PutNumber(const Field& field, const Json& value, std::span<std::byte> place
         Refuse(field, "a number");
     }
     const int bits = static_cast<int>(field.size) * 8;
-    const int64_t number = value.get<int64_t>();
+    const s64 number = value.get<s64>();
     const bool isBig =
-        value.is_number_unsigned() && value.get<uint64_t>() > std::numeric_limits<int64_t>::max();
-    const bool fits = bits == 64 || (!isBig && number >= -(int64_t{1} << (bits - 1)) &&
-                                     number < int64_t{1} << bits);
+        value.is_number_unsigned() && value.get<u64>() > std::numeric_limits<s64>::max();
+    const bool fits =
+        bits == 64 || (!isBig && number >= -(s64{1} << (bits - 1)) && number < s64{1} << bits);
     if (!fits) {
         Refuse(field, "a number of " + std::to_string(bits) + " bits");
     }
-    const uint64_t whole = isBig ? value.get<uint64_t>() : static_cast<uint64_t>(number);
-    const auto half = static_cast<uint16_t>(whole);
-    const auto word = static_cast<uint32_t>(whole);
+    const u64 whole = isBig ? value.get<u64>() : static_cast<u64>(number);
+    const auto half = static_cast<u16>(whole);
+    const auto word = static_cast<u32>(whole);
     std::memcpy(place.data(),
                 field.size == 2   ? static_cast<const void*>(&half)
                 : field.size == 4 ? static_cast<const void*>(&word)
@@ -204,8 +204,8 @@ class BondReader {
  public:
     explicit BondReader(View bytes) : bytes_(bytes) {}
 
-    uint32_t Word() {
-        const uint32_t word = static_cast<uint32_t>(NumberOf(Cut(bytes_, used_, 4)));
+    u32 Word() {
+        const u32 word = static_cast<u32>(NumberOf(Cut(bytes_, used_, 4)));
         used_ += 4;
         return word;
     }
@@ -228,9 +228,9 @@ Json DecodeBond(View bytes) {
     reader.Word();
     value["mode"] = reader.Word();
     value["path"] = reader.Text();
-    const uint32_t count = reader.Word();
+    const u32 count = reader.Word();
     value["members"] = Json::array();
-    for (uint32_t i = 0; i < count && !reader.IsOver(); i++) {
+    for (u32 i = 0; i < count && !reader.IsOver(); i++) {
         value["members"].push_back(reader.Text());
     }
     value["active"] = reader.Text();
@@ -254,15 +254,15 @@ std::string Hex(View bytes) {
 
 Json Decode(const Record& record, View bytes) {
     Json value = Json::object();
-    uint64_t valid = std::numeric_limits<uint64_t>::max();
+    u64 valid = std::numeric_limits<u64>::max();
     for (const Field& field : record.fields) {
         if (field.count == 1) {
             value[field.name] = ElementOf(field, Cut(bytes, field.offset, field.size));
-            valid = IsCount(field) ? value[field.name].get<uint64_t>() : valid;
+            valid = IsCount(field) ? value[field.name].get<u64>() : valid;
             continue;
         }
         Json list = Json::array();
-        for (size_t i = 0; i < std::min<uint64_t>(field.count, valid); i++) {
+        for (size_t i = 0; i < std::min<u64>(field.count, valid); i++) {
             list.push_back(ElementOf(field, Cut(bytes, field.offset + i * field.size, field.size)));
         }
         value[field.name] = std::move(list);

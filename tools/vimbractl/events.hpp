@@ -4,9 +4,9 @@
 #define VIMBRA_TOOLS_VIMBRACTL_EVENTS_HPP
 
 #include <signal.h>
+#include <vimbra/types.h>
 
 #include <chrono>
-#include <cstdint>
 #include <deque>
 #include <mutex>
 #include <optional>
@@ -94,14 +94,14 @@ class EventQueue {
 
 // How a row of events ended: after so many, and by what the last wait was ended.
 struct Shown {
-    uint32_t count;
+    u32 count;
     Woken woken;
 };
 
 // Shows each event as it comes, `count` of them or, if that is 0, any number, until the command is
 // to end, none comes in time, or `show` returns false: the event could not be written, or is the last.
 template <typename Event, typename Show>
-Shown ShowEach(const EndWish& wish, uint32_t count, Show show,
+Shown ShowEach(const EndWish& wish, u32 count, Show show,
                std::optional<std::chrono::milliseconds> patience = std::nullopt) {
     Shown shown = {0, Woken::kEvent};
     while (count == 0 || shown.count < count) {

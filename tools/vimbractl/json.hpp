@@ -3,8 +3,9 @@
 #ifndef VIMBRA_TOOLS_VIMBRACTL_JSON_HPP
 #define VIMBRA_TOOLS_VIMBRACTL_JSON_HPP
 
+#include <vimbra/types.h>
+
 #include <concepts>
-#include <cstdint>
 #include <initializer_list>
 #include <memory>
 #include <string>
@@ -82,10 +83,10 @@ class Json {
 
  private:
     struct Signed {
-        int64_t value;
+        s64 value;
     };
     struct Unsigned {
-        uint64_t value;
+        u64 value;
     };
     struct Value;
 
