@@ -64,6 +64,16 @@ read -ra flags <<<"$(pkg-config --cflags --libs vimbra)"
 "$CC" ${CFLAGS:-} -std=c99 -Wall -Werror "$work/version.c" -o "$work/by-pkg-config" "${flags[@]}"
 run "$work/by-pkg-config"
 
+# A test of an application, with nothing but what is installed.
+if [ -z "${EMULATOR:-}" ] && [ -f "$libraries/libvimbra_test.so" ]; then
+    read -ra flags <<<"$(pkg-config --cflags --libs vimbra vimbra-test)"
+    "$CC" -std=c99 -Wall -Werror "$SOURCE/examples/lease_test.c" -o "$work/lease_test" "${flags[@]}" \
+        -pthread
+    LD_LIBRARY_PATH=$libraries "$prefix/bin/vimbra-sandbox" --keep "$work" -- "$work/lease_test" \
+        >"$work/out" || fail "the test of an application"
+    grep -q dhcp-client-stop "$work/out" || fail "what the application asked"
+fi
+
 cmake -S "$SOURCE/tests/abi/consumer" -B "$work/consumer" -G Ninja -Dvimbra_ROOT="$prefix" \
     -DCMAKE_C_COMPILER="$CC" -DCMAKE_FIND_ROOT_PATH_MODE_PACKAGE=BOTH \
     ${TOOLCHAIN:+-DCMAKE_TOOLCHAIN_FILE="$TOOLCHAIN"} >"$work/log" &&
