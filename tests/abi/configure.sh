@@ -15,7 +15,7 @@ has() { ninja -C "$work/build" -t targets all | grep "^$1: phony" >/dev/null; }
 configure -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON || fail "configuring without GoogleTest"
 grep -q "Left out: the tests, for want of GoogleTest and GoogleMock" "$work/log" ||
     fail "not a word of the tests"
-has vimbra && has vimbrad && has set_address || fail "more than the tests is gone"
+has vimbra && has vimbrad && has example_set_address || fail "more than the tests is gone"
 ! has bed_test || fail "there are tests without GoogleTest"
 
 configure -DCMAKE_DISABLE_FIND_PACKAGE_CLI11=ON || fail "configuring without CLI11"
