@@ -35,7 +35,7 @@ if(NOT VIMBRA_COVERAGE_OF)
     target_include_directories(vimbra_test_headers PRIVATE ${PROJECT_SOURCE_DIR}/tests/bed/include)
     target_precompile_headers(vimbra_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h> <functional>
                               <mutex> <string> <thread> <vector> <vimbra/bed.hpp>)
-    if(VIMBRA_TOOLS)
+    if(VIMBRA_TOOLS AND NOT CMAKE_CROSSCOMPILING)
         target_precompile_headers(vimbra_test_headers PRIVATE <nlohmann/json.hpp>)
     endif()
 endif()

@@ -15,3 +15,8 @@ set(CMAKE_FIND_ROOT_PATH /usr/arm-linux-gnueabi)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm-static)
+
+# The tools' libraries, where script/lib/board.sh has unpacked them: VIMBRA_TOOLS=ON needs them.
+cmake_path(SET _tree NORMALIZE "${CMAKE_CURRENT_LIST_DIR}/../build/board/sysroot")
+set(ENV{PKG_CONFIG_SYSROOT_DIR} "${_tree}")
+set(ENV{PKG_CONFIG_LIBDIR} "${_tree}/usr/lib/arm-linux-gnueabi/pkgconfig")

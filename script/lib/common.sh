@@ -13,8 +13,13 @@ build() {
         export CCACHE_SLOPPINESS=pch_defines,time_macros
         launchers=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
     fi
+    # The tools for the board need libraries that script/lib/board.sh has unpacked.
+    local tools=()
+    if [ "$preset" = armel ] && [ -d build/board/sysroot ]; then
+        tools=(-DVIMBRA_TOOLS=ON)
+    fi
     mkdir -p build
-    if ! { cmake --preset "$preset" -DVIMBRA_REQUIRE_ALL=ON "${launchers[@]}" &&
+    if ! { cmake --preset "$preset" -DVIMBRA_REQUIRE_ALL=ON "${launchers[@]}" "${tools[@]}" &&
            cmake --build --preset "$preset" ${1:+--target "$@"}; } >"$log" 2>&1; then
         echo "building $preset failed:"
         tail -n 60 "$log"
