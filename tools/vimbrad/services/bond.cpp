@@ -158,6 +158,7 @@ class Bond {
         Create(wish.mode);
         try {
             const Link bond = kernel_.FindLink(kBond);
+            std::ranges::for_each(members, CheckFree);
             for (const Link& each : members) {
                 Join(each, bond);
             }
@@ -252,6 +253,14 @@ class Bond {
             rtnl_link_unset_flags(changes.get(), IFF_UP);
         }
         Alter(link, changes);
+    }
+
+    // The kernel would take it away from the bond or bridge that has it.
+    static void CheckFree(const Link& member) {
+        if (rtnl_link_get_master(member.get()) != 0) {
+            throw Refusal(EBUSY, std::string(rtnl_link_get_name(member.get())) +
+                                     " is part of another interface");
+        }
     }
 
     // The driver takes no interface that is up.
