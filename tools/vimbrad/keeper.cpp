@@ -15,8 +15,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <optional>
 #include <string>
+#include <system_error>
+#include <vector>
 
 #include "lib/base/fd.hpp"
 
@@ -28,9 +31,24 @@ using Clock = std::chrono::steady_clock;
 // Longer than pppd asks a silent peer to end the link.
 constexpr auto kEndPatience = std::chrono::seconds(8);
 
+// What the daemon had from whoever started it must end with the daemon: somebody may wait for that.
+void CloseAllBut(int kept) {
+    std::vector<int> open;
+    std::error_code ignored;
+    for (const auto& each : std::filesystem::directory_iterator("/proc/self/fd", ignored)) {
+        open.push_back(std::atoi(each.path().filename().c_str()));
+    }
+    for (const int each : open) {
+        if (each > STDERR_FILENO && each != kept) {
+            close(each);
+        }
+    }
+}
+
 class Keeper {
  public:
     explicit Keeper(int control) {
+        CloseAllBut(control);
         control_.Reset(control);
         fcntl(control, F_SETFD, FD_CLOEXEC);
         sigemptyset(&signals_);

@@ -14,7 +14,6 @@ namespace {
 
 constexpr int kFormat = 1;
 constexpr char kBootId[] = "/proc/sys/kernel/random/boot_id";
-// A link hangs up before its program ends.
 constexpr auto kProgramsMs = std::chrono::milliseconds(8'000);
 constexpr auto kLookMs = std::chrono::milliseconds(20);
 
@@ -55,7 +54,7 @@ Json ProgramsOfOurs() {
     return list;
 }
 
-// They die with their daemon; a link that hangs up takes its time. Those that stay are killed.
+// They die with their daemon, which may take a moment. Those that stay are killed.
 void AwaitProgramsOf(const Json& state) {
     std::vector<ProcessId> left;
     for (const Json& each : state.value("programs", Json::array())) {
