@@ -6,7 +6,8 @@
  * Passwords are kept as MD5-crypt hashes, crypt(3), in the file itself. The file is edited in
  * place: its mode, owner and inode stay. A file of more than 256 KiB, or one that is no regular
  * file, counts as one that cannot be read. Nothing is locked and no other editor of the file is
- * reckoned with: call from one thread at a time. <vimbra/vimbra.h> says what holds for every call.
+ * reckoned with: call from one thread at a time. A library that was built for a system without
+ * crypt(3) refuses every password. <vimbra/vimbra.h> says what holds for every call.
  *
  * A user name has 1 to 63 characters, no ":" and no control character; another one is refused with
  * -1, the file untouched.

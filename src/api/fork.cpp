@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include "api/forget.hpp"
+#include "lib/files/pw_salt.hpp"
 #include "lib/ipc/listener.hpp"
 #include "lib/log.hpp"
 #include "lib/threads/thread.hpp"
@@ -15,7 +16,7 @@ using Forget = void (*)();
 constexpr Forget kForget[] = {
     ForgetDhcpClients, ForgetConflictWatches, ForgetNtpClients,  ForgetPings,
     ForgetTraces,      ForgetPppoeLinks,      ForgetServiceLock, ForgetAdvertisementWatches,
-    ForgetStatistics,  ForgetLeaseWatchers,
+    ForgetStatistics,  ForgetLeaseWatchers,   ForgetHashing,
 };
 
 pthread_mutex_t* g_ptInitMutex = nullptr;  // Set once, before there is a handler.

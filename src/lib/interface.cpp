@@ -2,7 +2,6 @@
 #include <vimbra/iface_check.h>
 
 #include <cstdio>
-#include <iterator>
 
 #include "lib/failure.hpp"
 #include "lib/log.hpp"

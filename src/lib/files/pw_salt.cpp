@@ -1,10 +1,14 @@
 #include "lib/files/pw_salt.hpp"
 
+#ifndef VIMBRA_HAS_NO_CRYPT
 #include <crypt.h>
+#endif
 #include <sys/time.h>
 #include <vimbra/account.h>
 
 #include <cstring>
+
+#include "lib/base/lock.hpp"
 
 using namespace vimbra;
 
@@ -47,12 +51,57 @@ char* crypt_make_pw_salt(char* pchSalt, const char* pchAlgo) {
     return pchSalt;
 }
 
+namespace {
+
+#if defined VIMBRA_HAS_CRYPT_R
+class Hasher {
+ public:
+    ~Hasher() {
+        if (work_) {
+            explicit_bzero(work_.Get(), sizeof(crypt_data));
+        }
+    }
+    const char* Hash(const char* password, const char* salt) {
+        return work_ ? crypt_r(password, salt, reinterpret_cast<crypt_data*>(work_.Get()))
+                     : nullptr;
+    }
+
+ private:
+    const Buffer work_{sizeof(crypt_data)};
+};
+#elif defined VIMBRA_HAS_CRYPT
+pthread_mutex_t g_tHashMutex = PTHREAD_MUTEX_INITIALIZER;
+
+// All hashes are made in the same memory, so there is one at a time until it is copied.
+class Hasher {
+ public:
+    const char* Hash(const char* password, const char* salt) { return crypt(password, salt); }
+
+ private:
+    Lock lock_{g_tHashMutex};
+};
+#elif defined VIMBRA_HAS_NO_CRYPT
+class Hasher {
+ public:
+    const char* Hash(const char*, const char*) { return nullptr; }
+};
+#else
+#error "cmake/Crypt.cmake says how passwords are hashed"
+#endif
+
+}  // namespace
+
+void vimbra::ForgetHashing() {
+#ifdef VIMBRA_HAS_CRYPT
+    g_tHashMutex = PTHREAD_MUTEX_INITIALIZER;
+#endif
+}
+
 bool vimbra::HashPassword(CallSite site, const char* password, Buffer& hash) {
     char salt[VIMBRA_SALT_SIZE];
     crypt_make_pw_salt(salt, "md5");
-    const Buffer work(sizeof(crypt_data));
-    const char* text =
-        work ? crypt_r(password, salt, reinterpret_cast<crypt_data*>(work.Get())) : nullptr;
+    Hasher hasher;
+    const char* text = hasher.Hash(password, salt);
     // Some C libraries say no with a text that no hash can be.
     const bool isHash = text != nullptr && text[0] != '*';
     if (!isHash) {
@@ -62,9 +111,6 @@ bool vimbra::HashPassword(CallSite site, const char* password, Buffer& hash) {
     } else {
         memcpy(hash.Get(), text, strlen(text));
         VLOG_PRINT_AT(site, "password: [%s]", text);
-    }
-    if (work) {
-        explicit_bzero(work.Get(), sizeof(crypt_data));
     }
     return isHash && hash;
 }

@@ -10,6 +10,9 @@ namespace vimbra {
 // The password as an MD5-crypt hash with a new salt. False, and logged, when there is none.
 bool HashPassword(CallSite site, const char* password, Buffer& hash);
 
+// In the child of a fork, where nobody is hashing any more.
+void ForgetHashing();
+
 }  // namespace vimbra
 
 #endif
