@@ -2,6 +2,7 @@
 # part is left out and configuring says so, for the library itself needs nothing. The project's own
 # scripts set VIMBRA_REQUIRE_ALL, so that a missing package never passes for a green suite.
 option(VIMBRA_TESTS "Build the tests" ${PROJECT_IS_TOP_LEVEL})
+option(VIMBRA_GTEST "Build those tests that need GoogleTest" ON)
 option(VIMBRA_TOOLS "Build the companion daemon and the command line" ${PROJECT_IS_TOP_LEVEL})
 option(VIMBRA_EXAMPLES "Build the examples" ${PROJECT_IS_TOP_LEVEL})
 option(VIMBRA_DOCS "Make the manual" ${PROJECT_IS_TOP_LEVEL})
@@ -9,7 +10,8 @@ option(VIMBRA_BENCH "Build the benchmarks" ${PROJECT_IS_TOP_LEVEL})
 option(VIMBRA_FUZZ "Build the fuzz targets (clang)" OFF)
 option(VIMBRA_REQUIRE_ALL "Stop where a part that is asked for lacks a package" OFF)
 set(VIMBRA_SANITIZE "" CACHE STRING "Sanitizers for every target, as -fsanitize= takes them")
-set(VIMBRA_LIBRARY_OPTIONS "" CACHE STRING "Further options that the library alone is compiled and linked with")
+set(VIMBRA_LIBRARY_OPTIONS "" CACHE STRING
+    "Further options that the library alone is compiled and linked with")
 set(VIMBRA_COVERAGE_OF "" CACHE PATH
     "Count what the compiled tests of this build tree take of the library; nothing else is built")
 set(VIMBRA_TEST_PREFIX "" CACHE STRING "Put before every test's name, to tell several builds apart")
@@ -46,11 +48,11 @@ if(VIMBRA_DOCS)
     vimbra_needs(VIMBRA_DOCS "the manual" "Python 3" Python3_FOUND)
 endif()
 
-if(VIMBRA_TESTS AND (VIMBRA_SANITIZE OR CMAKE_CROSSCOMPILING))
+if(VIMBRA_TESTS AND VIMBRA_GTEST AND (VIMBRA_SANITIZE OR CMAKE_CROSSCOMPILING))
     find_path(VIMBRA_GTEST_SOURCES CMakeLists.txt PATHS /usr/src/googletest NO_DEFAULT_PATH
               NO_CMAKE_FIND_ROOT_PATH)
     vimbra_needs(VIMBRA_TESTS "the tests" "GoogleTest's sources" VIMBRA_GTEST_SOURCES)
-elseif(VIMBRA_TESTS)
+elseif(VIMBRA_TESTS AND VIMBRA_GTEST)
     find_package(GTest QUIET)
     vimbra_needs(VIMBRA_TESTS "the tests" "GoogleTest and GoogleMock" GTest_FOUND)
 endif()
