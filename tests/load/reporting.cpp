@@ -145,7 +145,8 @@ Reporting Ping(const char* name) {
     return {name,
             "Ping",
             [] {
-                TVimbraPingOpt options = {56, 1000, 64, 1};
+                // A real daemon goes on with it until it is stopped.
+                TVimbraPingOpt options = {56, 10000, 64, 1000};
                 return VimbraPingStart(Host(kFamily), &options, kUser,
                                        [](s32, TVimbraPingCBInfo*) { return Called(); });
             },

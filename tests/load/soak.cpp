@@ -1,0 +1,276 @@
+// Very many requests, notifications, starts and stops, and what the process holds before and after:
+// level is a pass, anything else fails.
+//
+//     soak [--short] [--daemon PID]
+//
+// Without --daemon a process of its own answers every request at once. With it the daemon that
+// serves is asked, and what that process holds is looked at too. Run it under vimbra-sandbox.
+#include <fcntl.h>
+#include <unistd.h>
+#include <vimbra/common.h>
+#include <vimbra/log.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+#include "answerer.hpp"
+#include "reporting.hpp"
+
+namespace vimbra::tests {
+namespace {
+
+struct Amounts {
+    unsigned long requests = 1'000'000;
+    unsigned long notifications = 1'000'000;
+    unsigned long rounds = 10'000;
+    // Of the services whose threads linger, so many at a time.
+    unsigned long batch = 1000;
+};
+constexpr Amounts kShort = {40'000, 48'000, 400, 200};
+
+// What the C library may keep more of from one look to the next: a stack or two that threads which
+// met by chance have left in its store.
+constexpr long kSlack = 128;
+// What it may keep of a client whose thread lingered with others: the heap of all that ran at the
+// same time stays, with small holes that the next ones fill, as long as the table of threads knows
+// their handles.
+constexpr unsigned long kLingererKb = 4;
+// And of the first rounds of whatever kind: an arena for each of the threads that run at once.
+constexpr long kFirstKb = 2048;
+
+// ---- What a process holds ----------------------------------------------------------------------
+
+struct Held {
+    long descriptors;
+    long threads;
+    long privateKb;  // that nobody else has, written to
+};
+
+long CountEntries(const std::string& path) {
+    std::error_code gone;
+    long count = 0;
+    for (std::filesystem::directory_iterator entry(path, gone), end; entry != end;
+         entry.increment(gone)) {
+        count++;
+    }
+    return count;
+}
+
+Held HeldBy(const std::string& process) {
+    const std::string root = "/proc/" + process;
+    Held held = {CountEntries(root + "/fd"), CountEntries(root + "/task"), 0};
+    std::ifstream maps(root + "/smaps_rollup");
+    for (std::string line; std::getline(maps, line);) {
+        if (line.starts_with("Private_Dirty:")) {
+            held.privateKb = std::stol(line.substr(line.find(':') + 1));
+        }
+    }
+    return held;
+}
+
+bool IsLevelWith(const Held& before, const Held& after) {
+    return after.descriptors <= before.descriptors && after.threads <= before.threads &&
+           after.privateKb <= before.privateKb + kSlack;
+}
+
+// ------------------------------------------------------------------------------------------------
+
+class Soak {
+ public:
+    Soak(const Amounts& amounts, std::string daemon)
+        : amounts_(amounts), daemon_(std::move(daemon)), out_(fdopen(dup(1), "w")) {
+        // A watch of leases tells what it sees, and that its file has gone.
+        const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        dup2(null, STDOUT_FILENO);
+        dup2(null, STDERR_FILENO);
+        close(null);
+        fprintf(out_, "%-45s %8s %17s %14s %18s\n", "", "times", "descriptors", "threads",
+                "private KB");
+    }
+    ~Soak() { fclose(out_); }
+    Soak(const Soak&) = delete;
+    Soak& operator=(const Soak&) = delete;
+
+    void Requests();
+    void Notifications();
+    void Rounds();
+    bool Passed() const { return passed_; }
+
+ private:
+    // Does the work once for the C library to fill its stores, then looks, works, looks again.
+    void Watch(const std::string& what, unsigned long times, const std::function<void()>& work,
+               unsigned long lingerers = 0);
+    void Print(const std::string& what, const std::string& times, const Held& before,
+               const Held& after);
+    void Count(unsigned long failed);
+    // How many rounds are had before their threads have to have ended.
+    unsigned long BatchOf(const Reporting& reporting) const;
+
+    const Amounts amounts_;
+    const std::string daemon_;
+    FILE* const out_;
+    bool passed_ = true;
+};
+
+void Soak::Print(const std::string& what, const std::string& times, const Held& before,
+                 const Held& after) {
+    const bool isLevel = IsLevelWith(before, after);
+    passed_ = passed_ && isLevel;
+    fprintf(out_, "%-45s %8s %8ld -> %5ld %5ld -> %5ld %7ld -> %7ld  %s\n", what.c_str(),
+            times.c_str(), before.descriptors, after.descriptors, before.threads, after.threads,
+            before.privateKb, after.privateKb, isLevel ? "level" : "NOT LEVEL");
+    fflush(out_);
+}
+
+// Threads that were stopped end a moment later, some at their next time-out.
+void WaitLevel(const std::string& process, const Held& before) {
+    bed::WaitFor([&] {
+        const Held now = HeldBy(process);
+        return now.threads <= before.threads && now.descriptors <= before.descriptors;
+    });
+}
+
+void Soak::Watch(const std::string& what, unsigned long times, const std::function<void()>& work,
+                 unsigned long lingerers) {
+    const Held first = HeldBy("self");
+    work();
+    WaitLevel("self", first);
+    const Held before = HeldBy("self");
+    const long most = first.privateKb + kFirstKb + static_cast<long>(lingerers * kLingererKb);
+    if (before.privateKb > most) {
+        fprintf(out_, "%s: %ld KB, and then %ld\n", what.c_str(), first.privateKb,
+                before.privateKb);
+        passed_ = false;
+    }
+    const Held daemonBefore = daemon_.empty() ? before : HeldBy(daemon_);
+    work();
+    WaitLevel("self", before);
+    Print(what, std::to_string(times), before, HeldBy("self"));
+    if (!daemon_.empty()) {
+        WaitLevel(daemon_, daemonBefore);
+        Print("  the daemon", "", daemonBefore, HeldBy(daemon_));
+    }
+}
+
+void Soak::Count(unsigned long failed) {
+    if (failed != 0) {
+        fprintf(out_, "  %lu failed\n", failed);
+        passed_ = false;
+    }
+}
+
+unsigned long Soak::BatchOf(const Reporting& reporting) const {
+    // A user has 128 inotify instances, all processes together.
+    constexpr unsigned long kWatches = 40;
+    if (!reporting.isDear) {
+        return amounts_.rounds;
+    }
+    return reporting.lingers ? amounts_.batch : kWatches;
+}
+
+void Soak::Requests() {
+    unsigned long failed = 0;
+    Watch("requests", amounts_.requests, [&] {
+        for (unsigned long i = 0; i < amounts_.requests / 2; i++) {
+            failed += VimbraLogSwitch(0) != 0;
+        }
+    });
+    Count(failed);
+}
+
+// Some keep the last connection until the next one.
+bool IsToldOnce(const Reporting& reporting) {
+    const unsigned long calls = g_callbacks;
+    return Report(reporting) && bed::WaitFor([&] { return g_callbacks > calls; });
+}
+
+void Soak::Notifications() {
+    std::vector<Reporting> all = AllReporting();
+    std::erase_if(all, [](const Reporting& reporting) { return reporting.socket.empty(); });
+    const unsigned long each = amounts_.notifications / all.size();
+    for (const Reporting& reporting : all) {
+        if (reporting.start() != 0) {
+            fprintf(out_, "%-45s is not to be had from this daemon\n", reporting.name);
+            continue;
+        }
+        unsigned long failed = !IsToldOnce(reporting);
+        Watch(std::string("notifications of ") + reporting.name, each, [&] {
+            const unsigned long goal = g_callbacks + each / 2;
+            for (unsigned long i = 0; i < each / 2; i++) {
+                failed += !Report(reporting);
+            }
+            failed += !bed::WaitFor([&] { return g_callbacks >= goal; });
+        });
+        failed += reporting.stop() != 0;
+        Count(failed);
+    }
+}
+
+// A round starts and stops the service in each of its ways.
+void Soak::Rounds() {
+    for (const std::string& service : ReportingServices()) {
+        const std::vector<Reporting> ways = ReportingOf(service);
+        if (ways[0].start() != 0 || ways[0].stop() != 0) {
+            fprintf(out_, "%-45s is not to be had from this daemon\n", service.c_str());
+            continue;
+        }
+        const unsigned long batch = BatchOf(ways[0]);
+        unsigned long failed = 0;
+        const auto work = [&] {
+            const Held before = HeldBy("self");
+            for (unsigned long i = 1; i <= amounts_.rounds / 2; i++) {
+                for (const Reporting& way : ways) {
+                    failed += way.start() != 0;
+                    failed += way.stop() != 0;
+                }
+                if (i % batch == 0) {
+                    WaitLevel("self", before);
+                }
+            }
+        };
+        Watch("rounds of " + service, amounts_.rounds, work,
+              ways[0].lingers ? batch * ways.size() : 0);
+        Count(failed);
+    }
+}
+
+}  // namespace
+
+int RunSoak(int argc, char** argv) {
+    Amounts amounts;
+    std::string daemon;
+    for (int i = 1; i < argc; i++) {
+        if (std::string_view(argv[i]) == "--short") {
+            amounts = kShort;
+        } else if (std::string_view(argv[i]) == "--daemon" && i + 1 < argc) {
+            daemon = argv[++i];
+        } else {
+            fprintf(stderr, "usage: soak [--short] [--daemon PID]\n");
+            return 2;
+        }
+    }
+    VimbraDebugLevelSet(0);
+    const std::unique_ptr<bench::Answerer> answerer =
+        daemon.empty() ? std::make_unique<bench::Answerer>() : nullptr;
+    if (VimbraInit() != 0) {
+        return 1;
+    }
+    Soak soak(amounts, daemon);
+    soak.Requests();
+    soak.Notifications();
+    soak.Rounds();
+    return soak.Passed() ? 0 : 1;
+}
+
+}  // namespace vimbra::tests
+
+int main(int argc, char** argv) {
+    return vimbra::tests::RunSoak(argc, argv);
+}
