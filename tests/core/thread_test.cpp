@@ -9,6 +9,7 @@
 #include <unistd.h>
 #include <vimbra/thread.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <climits>
@@ -490,11 +491,16 @@ TEST(Thread, ExitEndsOnlyTheThread) {
 }
 
 TEST(Thread, DelayIsInMicroseconds) {
-    const auto begin = std::chrono::steady_clock::now();
-    ThreadDelay(1000);
-    const auto taken = std::chrono::steady_clock::now() - begin;
-    EXPECT_GE(taken, std::chrono::microseconds(1000));
-    EXPECT_LT(taken, std::chrono::milliseconds(900));
+    // Milliseconds would be a second each; one that is not interrupted tells.
+    auto shortest = std::chrono::nanoseconds::max();
+    for (int i = 0; i < 20; i++) {
+        const auto begin = std::chrono::steady_clock::now();
+        ThreadDelay(1000);
+        shortest =
+            std::min<std::chrono::nanoseconds>(shortest, std::chrono::steady_clock::now() - begin);
+    }
+    EXPECT_GE(shortest, std::chrono::microseconds(1000));
+    EXPECT_LT(shortest, std::chrono::milliseconds(900));
 }
 
 TEST(Thread, GetIdIsTheHandleAsFarAsItFits) {

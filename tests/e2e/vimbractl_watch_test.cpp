@@ -216,7 +216,7 @@ class CtlDiag : public testing::Test {
 };
 
 TEST_F(CtlDiag, PingShowsEachAnswerAndASummary) {
-    const Done done = RunCtl("ping 192.0.2.2 --count 2");
+    const Done done = RunCtl("ping 192.0.2.2 --count 2 --timeout 30000");
     EXPECT_EQ(0, done.status) << done.err;
     EXPECT_THAT(done.out,
                 MatchesRegex("PING 192.0.2.2: 56 data bytes\n"
@@ -245,14 +245,14 @@ TEST_F(CtlDiag, PingTellsWhyThereIsNoAnswer) {
     EXPECT_THAT(done.out, HasSubstr("192.0.2.2: icmp_seq=1 no answer in time\n"));
     EXPECT_THAT(done.out, HasSubstr("1 packets transmitted, 0 received, 100% packet loss\n"));
     EXPECT_THAT(done.err, HasSubstr("192.0.2.2: no answer"));
-    done = RunCtl("ping 198.51.100.1 --count 1 --json");
+    done = RunCtl("ping 198.51.100.1 --count 1 --timeout 30000 --json");
     EXPECT_EQ(5, done.status);
     EXPECT_EQ("unreachable", done.lines.at(0).at("result"));
     EXPECT_TRUE(done.lines.at(1).at("summary").at("avg_ms").is_null());
 }
 
 TEST_F(CtlDiag, PingGoesOnUntilCtrlC) {
-    Ctl ctl("ping 192.0.2.2");
+    Ctl ctl("ping 192.0.2.2 --timeout 30000");
     ASSERT_TRUE(ctl.WaitOut("icmp_seq=3"));
     ctl.Interrupt();
     EXPECT_EQ(0, ctl.Wait()) << ctl.Err();
@@ -262,7 +262,7 @@ TEST_F(CtlDiag, PingGoesOnUntilCtrlC) {
 
 TEST_F(CtlDiag, SeveralPingsOneAfterTheOther) {
     for (int i = 0; i < 5; i++) {
-        EXPECT_EQ(0, RunCtl("ping 192.0.2.2 --count 1").status);
+        EXPECT_EQ(0, RunCtl("ping 192.0.2.2 --count 1 --timeout 30000").status);
     }
 }
 
