@@ -4,10 +4,13 @@
 #include <signal.h>
 #include <vimbra/types.h>
 
+#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <set>
 #include <string>
+#include <thread>
+#include <vector>
 #include <vimbra/bed.hpp>
 
 namespace vimbra::tests {
@@ -70,6 +73,47 @@ TEST(Load, StaysWhenItIsUnloaded) {
         ASSERT_EQ(0, start(1, [](void*, u32) {}));
         ASSERT_EQ(0, stop());
         ASSERT_EQ(0, dlclose(library));
+    }
+    EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
+    EXPECT_TRUE(daemon.WaitIdle());
+    EXPECT_EQ(descriptors, OpenDescriptors());
+}
+
+// Several threads load the library, let it report, and unload it, each at its own time.
+TEST(Load, StaysWhenItIsUnloadedUnderLoad) {
+    using Init = int (*)();
+    using Conflict = int (*)(uint16_t, void (*)(int, void*, void*));
+    using Stop = int (*)(uint16_t);
+    static std::atomic<int> calls = 0;
+    const ScriptedDaemon daemon;
+    const auto threads = Threads();
+    const auto descriptors = OpenDescriptors();
+    std::vector<std::thread> users;
+    for (const uint16_t family : {2, 10}) {
+        users.emplace_back([family] {
+            const char* const socket = family == 2 ? "ipc_ip_conflict" : "ipc_ipv6_conflict";
+            for (int i = 0; i < 100; i++) {
+                void* library = dlopen(VIMBRA_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+                ASSERT_NE(nullptr, library) << dlerror();
+                const auto init = reinterpret_cast<Init>(dlsym(library, "VimbraInit"));
+                const auto start =
+                    reinterpret_cast<Conflict>(dlsym(library, "VimbraIpConflictCheckStart"));
+                const auto stop =
+                    reinterpret_cast<Stop>(dlsym(library, "VimbraIpConflictCheckStop"));
+                *static_cast<std::atomic<uint32_t>*>(dlsym(library, "g_nVimbraLogSwitch")) = 0;
+                EXPECT_EQ(0, init());
+                EXPECT_EQ(0, start(family, [](int, void*, void*) { calls++; }));
+                const int before = calls;
+                EXPECT_TRUE(
+                    Notify(socket, 1, Bytes(42, 1), {.size = {}, .flag = 0, .wait = i % 2 == 0}));
+                EXPECT_TRUE(i % 2 != 0 || calls > before);
+                EXPECT_EQ(0, stop(family));
+                EXPECT_EQ(0, dlclose(library));
+            }
+        });
+    }
+    for (std::thread& user : users) {
+        user.join();
     }
     EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
     EXPECT_TRUE(daemon.WaitIdle());

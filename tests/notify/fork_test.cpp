@@ -1,6 +1,5 @@
 // fork(2): a child has a library in which nothing runs, the parent notices nothing.
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -19,7 +18,6 @@
 #include <string>
 #include <string_view>
 #include <system_error>
-#include <thread>
 #include <vector>
 
 #include "services.hpp"
@@ -286,60 +284,6 @@ TEST_F(Fork, WatcherOfLeasesIsTheParents) {
     unlink("/usr/etc/udhcpd.leases");
     EXPECT_TRUE(WaitFor([] { return Watches() == 0; }));
 }
-
-// A child of an emulated process may find the emulator's own locks taken.
-#if !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__) && !defined(__arm__)
-
-constexpr int kForks = 1000;
-
-// Locks of all kinds are held at any moment: by requests, starts, stops, callbacks and log lines.
-TEST_F(Fork, UnderLoad) {
-    const std::vector<Operation> operations = Operations();
-    const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    const int own = dup(STDOUT_FILENO);
-    fflush(stdout);
-    dup2(null, STDOUT_FILENO);
-    VimbraDebugLevelSet(5);
-    std::atomic<bool> over = false;
-    std::atomic<int> failures = 0;
-    std::vector<std::thread> busy;
-    for (size_t i = 0; i < 3; i++) {
-        busy.emplace_back([&, i] {
-            while (!over) {
-                for (size_t k = i; k + 1 < operations.size(); k += 3) {
-                    // A stopped DHCP client's thread stays for ten seconds: too many would.
-                    if (operations[k].sockets[0] != "ipc_dhcpc_eth0") {
-                        failures += operations[k].start() != 0;
-                        failures += operations[k].stop() != 0;
-                    }
-                }
-                failures += VimbraLogSwitch(5) != 0;
-                TVimbraDhcpcState state = {};
-                failures += VimbraDhcpcGetIfstate("eth0", 2, &state) != 0;
-            }
-        });
-    }
-    int bad = 0;
-    const Operation& last = operations.back();
-    for (int i = 0; i < kForks && bad == 0; i++) {
-        bad = InAChild([&] {
-            int errors = VimbraInit() != 0 || VimbraLogSwitch(5) != 0;
-            errors += last.start() != 0 || last.stop() != 0;
-            return errors;
-        });
-    }
-    over = true;
-    for (std::thread& thread : busy) {
-        thread.join();
-    }
-    VimbraDebugLevelSet(0);
-    fflush(stdout);
-    dup2(own, STDOUT_FILENO);
-    EXPECT_EQ(0, bad);
-    EXPECT_EQ(0, failures);
-}
-
-#endif
 
 }  // namespace
 }  // namespace vimbra::tests
