@@ -281,6 +281,31 @@ Json Decode(const Body& body, View bytes) {
     return bytes.empty() ? Json::object() : Json{{"bytes", Hex(bytes)}};
 }
 
+Json TellRequest(uint32_t type, View body, View reply) {
+    const Request* const request = FindRequest(type, body.size());
+    if (request == nullptr) {
+        return {{"name", "unknown"},
+                {"type", type},
+                {"body", {{"bytes", Hex(body)}}},
+                {"reply", {{"bytes", Hex(reply)}}}};
+    }
+    // A refusal may be the number alone.
+    const bool isCode = reply.size() == sizeof(int32_t) && request->reply.size != reply.size();
+    return {{"name", request->name},
+            {"type", type},
+            {"body", Decode(request->body, body)},
+            {"reply", isCode ? Json{{"nErrid", static_cast<int32_t>(NumberOf(reply))}}
+                             : Decode(request->reply, reply)}};
+}
+
+Json TellNotification(std::string_view socket, uint32_t type, View body) {
+    const Notification* const known = FindNotification(socket, type);
+    return {{"name", known != nullptr ? known->name : "unknown"},
+            {"type", type},
+            {"socket", socket},
+            {"body", known != nullptr ? Decode(known->body, body) : Json{{"bytes", Hex(body)}}}};
+}
+
 Bytes Encode(const Record& record, const Json& value) {
     if (!value.is_object()) {
         throw BadValue(std::string(record.name) + " is an object");

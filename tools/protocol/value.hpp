@@ -5,6 +5,8 @@
 #include <nlohmann/json.hpp>
 #include <span>
 #include <stdexcept>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "messages.hpp"
@@ -30,6 +32,12 @@ Json Decode(const Body& body, std::span<const std::byte> bytes);
 // unless it is named. {"bytes": "..."} stands for any body, as it is. Throws BadValue.
 Bytes Encode(const Record& record, const Json& value);
 Bytes Encode(const Body& body, const Json& value);
+
+// A message that has passed, for people who look on: name, type and fields; what is unknown by its
+// bytes.
+Json TellRequest(uint32_t type, std::span<const std::byte> body, std::span<const std::byte> reply);
+// `socket` is the name below /tmp.
+Json TellNotification(std::string_view socket, uint32_t type, std::span<const std::byte> body);
 
 std::string Hex(std::span<const std::byte> bytes);
 

@@ -1,4 +1,5 @@
 #include "commands.hpp"
+#include "record_text.hpp"
 #include "status_socket.hpp"
 
 namespace ctl {
@@ -8,34 +9,6 @@ namespace {
 struct Arguments {
     std::string runDir;
 };
-
-std::string WordsOf(std::string name) {
-    for (char& c : name) {
-        c = c == '_' ? ' ' : c;
-    }
-    return name;
-}
-
-// "interface eth0, state bound": whatever a daemon of another version tells has a place here.
-std::string RecordText(const Json& record) {
-    if (!record.IsObject() && !record.IsList()) {
-        return record.Plain();
-    }
-    std::string text;
-    const char* separator = "";
-    for (const std::string& name : record.Names()) {
-        const Json field = record.At(name.c_str());
-        const bool isRecord = field.IsObject() || field.IsList();
-        text += separator + WordsOf(name) + " " +
-                (isRecord ? "(" + RecordText(field) + ")" : RecordText(field));
-        separator = ", ";
-    }
-    for (const Json& item : record.Items()) {
-        text += separator + RecordText(item);
-        separator = item.IsObject() ? "; " : ", ";
-    }
-    return text;
-}
 
 void ShowStatus(Tool& tool, Arguments& arguments) {
     const Json answer = StatusSocket(arguments.runDir).Ask("status");

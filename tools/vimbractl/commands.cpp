@@ -16,6 +16,7 @@ constexpr AddGroup kGroups[] = {
     AddStatCommands,     AddPingCommand,     AddTracerouteCommand, AddUserCommands,
     AddServiceCommands,  AddBondCommands,    AddWebCommands,       AddCheckCommands,
     AddLogLevelCommand,  AddVersionCommand,  AddCodesCommand,      AddStatusCommand,
+    AddMonitorCommand,
 };
 
 }  // namespace

@@ -83,6 +83,7 @@ void AddCheckCommands(CLI::App& root, Tool& tool);
 void AddLinkCommands(CLI::App& root, Tool& tool);
 void AddAddrCommands(CLI::App& root, Tool& tool);
 void AddMacCommands(CLI::App& root, Tool& tool);
+void AddMonitorCommand(CLI::App& root, Tool& tool);
 void AddMtuCommands(CLI::App& root, Tool& tool);
 void AddRouteCommands(CLI::App& root, Tool& tool);
 void AddGatewayCommands(CLI::App& root, Tool& tool);

@@ -36,12 +36,16 @@ class Connection {
 
     // One line there and one back.
     std::string Exchange(const std::string& line);
+    void Send(const std::string& line);
+    // The next line, however long it takes; empty at the end.
+    std::string NextLine();
 
  private:
     [[noreturn]] void Fail(const std::string& why) const;
 
     std::string path_;
     int socket_;
+    std::string read_;
 };
 
 Connection::Connection(const std::string& path)
@@ -66,11 +70,32 @@ void Connection::Fail(const std::string& why) const {
                         "the network daemon cannot be asked at " + path_ + ": " + why);
 }
 
-std::string Connection::Exchange(const std::string& line) {
+void Connection::Send(const std::string& line) {
     if (send(socket_, line.data(), line.size(), MSG_NOSIGNAL) !=
         static_cast<ssize_t>(line.size())) {
         Fail(strerror(errno));
     }
+}
+
+std::string Connection::NextLine() {
+    while (true) {
+        const size_t end = read_.find('\n');
+        if (end != std::string::npos) {
+            std::string line = read_.substr(0, end);
+            read_.erase(0, end + 1);
+            return line;
+        }
+        char piece[4096];
+        const ssize_t count = read(socket_, piece, sizeof(piece));
+        if (count <= 0 || read_.size() > kAnswerMax) {
+            return "";
+        }
+        read_.append(piece, static_cast<size_t>(count));
+    }
+}
+
+std::string Connection::Exchange(const std::string& line) {
+    Send(line);
     std::string answer;
     while (!answer.ends_with('\n') && answer.size() < kAnswerMax) {
         pollfd readable = {socket_, POLLIN, 0};
@@ -103,6 +128,15 @@ std::string StatusSocket::WhyRefused() const {
 
 Json StatusSocket::Ask(const std::string& question) const {
     return AskAll(Json{{"ask", question}});
+}
+
+void StatusSocket::Follow(const std::string& question,
+                          const std::function<void(const Json&)>& take) const {
+    Connection connection(path_);
+    connection.Send(Json{{"ask", question}}.Line() + "\n");
+    for (std::string line = connection.NextLine(); !line.empty(); line = connection.NextLine()) {
+        take(Json::Parse(line));
+    }
 }
 
 Json StatusSocket::AskAll(const Json& question) const {

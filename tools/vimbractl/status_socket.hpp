@@ -3,6 +3,7 @@
 #ifndef VIMBRA_TOOLS_VIMBRACTL_STATUS_SOCKET_HPP
 #define VIMBRA_TOOLS_VIMBRACTL_STATUS_SOCKET_HPP
 
+#include <functional>
 #include <string>
 
 #include "arguments.hpp"
@@ -24,6 +25,10 @@ class StatusSocket {
 
     // The whole answer, a member for each thing that was asked for. Throws CommandFailed.
     Json Ask(const std::string& question) const;
+
+    // What the daemon tells from now on, a line each, on the calling thread; returns when the daemon
+    // has closed. Throws CommandFailed when it cannot be asked.
+    void Follow(const std::string& question, const std::function<void(const Json&)>& take) const;
 
  private:
     Json AskAll(const Json& question) const;

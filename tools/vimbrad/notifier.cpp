@@ -2,7 +2,10 @@
 
 #include <vimbra/ipc.h>
 
+#include <cstring>
+
 #include "log.hpp"
+#include "monitor.hpp"
 
 namespace vimbrad {
 namespace {
@@ -106,11 +109,19 @@ void Notifier::Finished(int status) {
         return;
     }
     failingSince_ = 0;
+    Show(queue_.front());
     queue_.pop_front();
     --pending_;
     if (!queue_.empty()) {
         Deliver();
     }
+}
+
+void Notifier::Show(const std::vector<char>& message) const {
+    IpcMsgHead head{};
+    std::memcpy(&head, message.data(), sizeof(head));
+    Monitor::Instance().SawNotification(path_, head.type,
+                                        std::as_bytes(std::span(message)).subspan(sizeof(head)));
 }
 
 void Notifier::TryLater(int status) {

@@ -53,6 +53,7 @@ class Notifier {
     void Deliver();
     void Finished(int status);
     void TryLater(int status);
+    void Show(const std::vector<char>& message) const;
 
     static inline size_t pending_ = 0;
 

@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <array>
+#include <deque>
 #include <nlohmann/json.hpp>
+#include <optional>
 
 #include "log.hpp"
+#include "monitor.hpp"
 
 namespace vimbrad {
 namespace {
@@ -13,6 +16,14 @@ constexpr size_t kConnectionsMax = 16;
 constexpr int kBacklog = 16;
 constexpr size_t kLineMax = 4096;
 constexpr u64 kSilentMs = 30'000;
+
+// Lines that an operator who looks on has not taken yet.
+constexpr size_t kUntoldMax = 1024;
+
+bool IsWishToLookOn(const std::string& line) {
+    const Json question = Json::parse(line, nullptr, false);
+    return question.is_object() && question.value("ask", Json()) == "monitor";
+}
 
 std::string ErrorLine(int error, const std::string& why) {
     return Json{{"error", why}, {"errno", error}}.dump(-1, ' ', false,
@@ -64,8 +75,10 @@ class Operators::Connection {
             operators_.Drop(this);
             return;
         }
-        line_.append(buffer_.data(), static_cast<size_t>(count));
-        Work();
+        if (!watcher_) {
+            line_.append(buffer_.data(), static_cast<size_t>(count));
+            Work();
+        }
     }
 
     void Work() {
@@ -75,12 +88,49 @@ class Operators::Connection {
         } else if (end != std::string::npos) {
             const std::string line = line_.substr(0, end);
             line_.erase(0, end + 1);
-            Send(operators_.AnswerTo(line) + "\n");
+            if (IsWishToLookOn(line)) {
+                LookOn();
+            } else {
+                Send(operators_.AnswerTo(line) + "\n");
+            }
+        }
+    }
+
+    // From now on the connection only tells, until the operator closes it.
+    void LookOn() {
+        uv_timer_stop(timer_.get());
+        watcher_ = Monitor::Instance().Add([this](const std::string& line) { Tell(line); });
+        Tell(Json{{"kind", "watching"}}.dump());
+    }
+
+    // An operator who reads too slowly loses lines and is told how many: nobody waits for him.
+    void Tell(const std::string& line) {
+        if (untold_.size() == kUntoldMax) {
+            lost_++;
+            return;
+        }
+        if (lost_ > 0) {
+            untold_.push_back(Json{{"kind", "lost"}, {"lines", std::exchange(lost_, 0)}}.dump());
+        }
+        untold_.push_back(line);
+        // Not from here: a write that fails ends the connection, and with it who is just told.
+        uv_timer_start(
+            timer_.get(),
+            [](uv_timer_t* timer) { static_cast<Connection*>(timer->data)->TellNext(); }, 0, 0);
+    }
+
+    void TellNext() {
+        if (!untold_.empty() && reply_ == nullptr) {
+            std::string text = std::move(untold_.front());
+            untold_.pop_front();
+            Send(text + "\n");
         }
     }
 
     void Send(std::string text) {
-        uv_read_stop(AsStream(pipe_));
+        if (!watcher_) {
+            uv_read_stop(AsStream(pipe_));
+        }
         reply_ = new Reply{{}, std::move(text), this};
         reply_->write.data = reply_;
         const uv_buf_t buffer =
@@ -100,8 +150,10 @@ class Operators::Connection {
     // There may be the next question already.
     void Sent(int status) {
         reply_ = nullptr;
-        if (status != 0 || !Listen()) {
+        if (status != 0 || (!watcher_ && !Listen())) {
             operators_.Drop(this);
+        } else if (watcher_) {
+            TellNext();
         } else {
             Work();
         }
@@ -109,6 +161,9 @@ class Operators::Connection {
 
  public:
     ~Connection() {
+        if (watcher_) {
+            Monitor::Instance().Remove(*watcher_);
+        }
         if (reply_ != nullptr) {
             reply_->connection = nullptr;
         }
@@ -121,6 +176,10 @@ class Operators::Connection {
     std::array<char, 1024> buffer_{};
     std::string line_;
     Reply* reply_ = nullptr;
+    // Of one who looks on.
+    std::optional<Monitor::Watcher> watcher_;
+    std::deque<std::string> untold_;
+    size_t lost_ = 0;
     UvHandle<uv_pipe_t> pipe_;
     UvHandle<uv_timer_t> timer_;
 };

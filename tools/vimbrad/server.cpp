@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "log.hpp"
+#include "monitor.hpp"
 
 namespace vimbrad {
 namespace {
@@ -143,6 +144,10 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
     // The whole message goes out in one write: clients read it in one piece.
     void Send(Bytes body) {
+        const size_t received = std::min(received_ - sizeof(head_), size_t{head_.size});
+        Monitor::Instance().SawRequest(
+            peer_, head_.type, std::as_bytes(std::span(buffer_)).subspan(sizeof(head_), received),
+            body);
         state_ = State::kReply;
         SetTimeLimit(kSendMs);
         auto reply = std::make_unique<Reply>();
