@@ -2,7 +2,9 @@
 
 #include <fcntl.h>
 #include <time.h>
+#include <vimbra/types.h>
 
+#include <algorithm>
 #include <cerrno>
 
 namespace {
@@ -11,30 +13,35 @@ bool Connect(int fd, const sockaddr_un& address) {
     return connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
 }
 
-timeval Now() {
+constexpr s32 kSecond = 1000000;
+
+// Of times: in microseconds, and back. What is left of a wait is a minute at most, so that a word
+// holds it: a division of 64 bits is a function of its own where the processor has none.
+s64 Count(const timeval& time) {
+    return static_cast<s64>(time.tv_sec) * kSecond + time.tv_usec;
+}
+
+timeval Time(s32 count) {
+    return {count / kSecond, count % kSecond};
+}
+
+s64 Now() {
     timespec now = {};
     clock_gettime(CLOCK_MONOTONIC, &now);
-    return {now.tv_sec, static_cast<suseconds_t>(now.tv_nsec / 1000)};
+    return static_cast<s64>(now.tv_sec) * kSecond + now.tv_nsec / 1000;
 }
 
 // Takes off the time that has gone since then, as select(2) does with its own.
-void TakeTimeSince(const timeval& start, timeval* left) {
-    timeval gone;
-    const timeval now = Now();
-    timersub(&now, &start, &gone);
-    if (timercmp(&gone, left, <)) {
-        timersub(left, &gone, left);
-    } else {
-        *left = {};
-    }
+void TakeTimeSince(s64 start, timeval* left) {
+    *left = Time(static_cast<s32>(std::max<s64>(Count(*left) - (Now() - start), 0)));
 }
 
 // Connects a socket that blocks, for no longer than the time that is left. The kernel takes the
 // socket's time-out for sending as that of its wait for a place in the backlog. A signal, which may
 // be the application's own business, starts the wait again.
 bool ConnectWithin(int fd, const sockaddr_un& address, timeval* left) {
-    while (timerisset(left)) {
-        const timeval start = Now();
+    while (Count(*left) > 0) {
+        const s64 start = Now();
         if (setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, left, sizeof(*left)) != 0) {
             return false;
         }
@@ -70,7 +77,8 @@ class SendTimeout {
 
     // The shorter of the two; a socket without a time-out of its own has zero.
     timeval Within(const timeval& most) const {
-        return timerisset(&own_) && timercmp(&own_, &most, <) ? own_ : most;
+        const s64 own = Count(own_);
+        return own > 0 ? Time(static_cast<s32>(std::min(own, Count(most)))) : most;
     }
 
  private:
@@ -85,7 +93,7 @@ bool vimbra::ConnectNonBlocking(int fd, const sockaddr_un& address, timeval* lef
     if (Connect(fd, address)) {
         return true;
     }
-    if (errno != EAGAIN || !timerisset(left)) {
+    if (errno != EAGAIN || Count(*left) == 0) {
         return false;
     }
     // The socket is ours and has no other flags.

@@ -4,6 +4,7 @@
 #include <unistd.h>
 #include <vimbra/thread.h>
 
+#include <algorithm>
 #include <ctime>
 #include <new>
 
@@ -66,10 +67,9 @@ void CloseOnce(int& fd) {
 }
 
 timeval Until(s64 deadline) {
-    const s64 now = Now();
     // A deadline is seconds away, so that a word holds it: a division of 64 bits is a function of its
     // own where the processor has none.
-    const s32 left = deadline > now ? static_cast<s32>(deadline - now) : 0;
+    const s32 left = static_cast<s32>(std::max<s64>(deadline - Now(), 0));
     return {left / 1000, left % 1000 * 1000};
 }
 
