@@ -63,9 +63,9 @@ struct Pipe {
 
     // Both ends are closed by exec, and neither takes the place of a closed standard descriptor:
     // there the child puts its output.
-    bool Open() {
+    bool Open(int flags) {
         int ends[2];
-        if (pipe2(ends, O_CLOEXEC) != 0) {
+        if (pipe2(ends, O_CLOEXEC | flags) != 0) {
             return false;
         }
         read.Reset(ends[0]);
@@ -109,9 +109,7 @@ void DropSignalHandlers() {
     }
     execvp(file, argv);
     const int error = errno;
-    if (write(failure, &error, sizeof(error)) < 0) {
-        _exit(kExecFailed);
-    }
+    [[maybe_unused]] const ssize_t told = write(failure, &error, sizeof(error));
     _exit(kExecFailed);
 }
 
@@ -130,8 +128,7 @@ pid_t Start(const char* file, char** argv, int output, int failure) {
 // program's output too, where that is collected: to standard output is where log lines go.
 void TellExecFailure(CallSite site, pid_t pid, const Pipe& failure, int output) {
     int error = 0;
-    if (!failure.read || fcntl(failure.read.Get(), F_SETFL, O_NONBLOCK) != 0 ||
-        read(failure.read.Get(), &error, sizeof(error)) != sizeof(error) ||
+    if (!failure.read || read(failure.read.Get(), &error, sizeof(error)) != sizeof(error) ||
         !Logs(VIMBRA_LEVEL_ERR)) {
         return;
     }
@@ -178,16 +175,6 @@ bool SplitCommand(CallSite site, char* command, s32 size, char* (&argv)[VIMBRA_E
     return true;
 }
 
-// A descriptor's number, or -1 for a name that is none.
-int DescriptorNumber(const char* name, int bound) {
-    int number = 0;
-    const char* digit = name;
-    for (; *digit >= '0' && *digit <= '9' && number < bound; digit++) {
-        number = number * 10 + (*digit - '0');
-    }
-    return digit != name && *digit == '\0' ? number : -1;
-}
-
 }  // namespace
 
 void NewProcessSafe() {}
@@ -199,7 +186,7 @@ s32 VimbraExecShellProcess(const char* file, char** argv, s32* child_pid) {
     const CancelGuard guard;
     const DefaultChildSignal childSignal;
     Pipe failure;
-    failure.Open();  // Without it only the reason of a failure is not logged.
+    failure.Open(O_NONBLOCK);  // Without it only the reason of a failure is not logged.
     const pid_t pid = Start(file, argv, -1, failure.write.Get());
     if (pid < 0) {
         VLOG_ERROR("vfork error");
@@ -225,12 +212,12 @@ s32 VimbraExecShellPrcPipe(const char* file, char** argv, char* buf, s32 max_siz
     const CancelGuard guard;
     const DefaultChildSignal childSignal;
     Pipe output;
-    if (!output.Open()) {
+    if (!output.Open(0)) {
         VLOG_ERROR("pipe error!");
         return VIMBRA_ERR_GENERAL;
     }
     Pipe failure;
-    failure.Open();
+    failure.Open(O_NONBLOCK);
     const pid_t pid = Start(file, argv, output.write.Get(), failure.write.Get());
     if (pid < 0) {
         return VIMBRA_ERR_GENERAL;
@@ -307,7 +294,10 @@ void CloseInheritFatherProcessFd(int lowfd) {
         return;
     }
     while (const dirent* entry = directory.Next()) {
-        const int fd = DescriptorNumber(entry->d_name, end);
+        if (entry->d_name[0] == '.') {
+            continue;  // All other names are descriptors' numbers.
+        }
+        const int fd = atoi(entry->d_name);
         if (fd >= first && fd < end && fd != directory.Fd()) {
             close(fd);
         }
