@@ -18,10 +18,10 @@ static_assert(sizeof(TNetDhcpcNotify) == 276);
 static_assert(sizeof(TNetDhcpcState) == sizeof(TVimbraDhcpcState));
 static_assert(sizeof(TNetDhcpcLeaseBuffer) >= sizeof(TVimbraDhcpcAddrInfo));
 
+// There are no other events than a lease and a failure.
 int PrivateDhcpcNotifyCallBack(u32 dwMsgID, VimbraDhcpcAddrInfo* ptInfo) {
     const NetDhcpcNotifyCallBack callback = g_NetDhcpcNotifyCallBack.Get();
-    if (callback == nullptr ||
-        (dwMsgID != VIMBRA_DHCPC_EVENT_LEASE && dwMsgID != VIMBRA_DHCPC_EVENT_FAIL)) {
+    if (callback == nullptr) {
         return 0;
     }
     TNetDhcpcNotify notify = {};  // byEthId stays 0: the application never learnt the interface.

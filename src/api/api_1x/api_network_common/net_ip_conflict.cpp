@@ -17,10 +17,6 @@ constexpr u32 kNoNumber = 65535;
 SharedFunction<TIpConflictCallBack> ip_conflict_callback;
 SharedFunction<TIpConflictCallBackEx> ip_conflict_callback_ex;
 
-bool IsConflict(EVimbraConflictType type) {
-    return type == VIMBRA_IP_CONFLICT || type == VIMBRA_MAC_CONFLICT;
-}
-
 u32 NumberOf(const char* name) {
     for (const char* prefix : {"eth", "wlan"}) {
         const char* found = strstr(name, prefix);
@@ -31,11 +27,11 @@ u32 NumberOf(const char* name) {
     return kNoNumber;
 }
 
-// To the plain callback, if there is one.
+// To the plain callback, if there is one. The watch tells of conflicts alone.
 void PrivateIpConflictCallBack(EVimbraConflictType eType, TVimbraIfaceMac* ptIfaceMac,
                                TVimbraAddr* ptIpAddr, const char*) {
     const TIpConflictCallBack callback = ip_conflict_callback.Get();
-    if (callback != nullptr && IsConflict(eType)) {
+    if (callback != nullptr) {
         callback(eType, ptIfaceMac->abyMacAddr, ptIpAddr->tV4Addr.s_addr);
     }
 }
@@ -47,17 +43,12 @@ int PrivateIpConflictCallBackEx(EVimbraConflictType eType, TVimbraIfaceMac* ptIf
     if (callback == nullptr) {
         return -1;
     }
-    if (!IsConflict(eType)) {
-        return 0;
-    }
     TNetConflictInfo info = {};
     memcpy(info.abyMacAddr, ptIfaceMac->abyMacAddr, sizeof(info.abyMacAddr));
     if (eType == VIMBRA_IP_CONFLICT) {
         info.dwIpaddr = ptIpAddr->tV4Addr.s_addr;
     }
-    if (pchIfaceName != nullptr) {
-        info.byEthId = NumberOf(pchIfaceName);
-    }
+    info.byEthId = NumberOf(pchIfaceName);
     // Kept: always as an IP conflict; the test is
     // Legacy.ExtendedCallbackGoesFirstAndAlwaysSaysIpConflict.
     callback(VIMBRA_IP_CONFLICT, &info);

@@ -21,11 +21,8 @@ int PrivatePingCallBack(s32 nResult, TVimbraPingCBInfo* ptInfo) {
     const u32 event = static_cast<u32>(nResult);
     if (event == kPingAnswer) {
         callback(nResult, ptInfo->nTtl, ptInfo->nTripTime, ptInfo->nSeq, ptInfo->nUserID, 0, 0);
-    } else if (event <= kPingLastEvent) {
-        callback(nResult, 0, 0, ptInfo->nSeq, ptInfo->nUserID, 0, 0);
     } else {
-        // The record's error type and not the event. The listener lets no such event through.
-        VLOG_ERROR("the unkonwn type = 0x%x", static_cast<u32>(ptInfo->nErrType));
+        callback(nResult, 0, 0, ptInfo->nSeq, ptInfo->nUserID, 0, 0);
     }
     return 0;
 }

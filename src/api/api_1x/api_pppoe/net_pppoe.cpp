@@ -2,6 +2,8 @@
 #include <vimbra/net_pppoe.h>
 #include <vimbra/pppoe.h>
 
+#include <iterator>
+
 #include "lib/base/shared_function.hpp"
 #include "lib/base/text.hpp"
 #include "lib/log.hpp"
@@ -14,6 +16,15 @@ static_assert(sizeof(TConnNotify) == 16);
 
 SharedFunction<TPppoeCallBack> g_tNetPppoeNotifyCallBack;
 
+// By the number that the event has now; the service tells of no others.
+constexpr u32 kEvents[] = {0,
+                           NET_PPPOE_EVENT_CONNECTED,
+                           NET_PPPOE_EVENT_2,
+                           NET_PPPOE_EVENT_3,
+                           NET_PPPOE_EVENT_4,
+                           NET_PPPOE_EVENT_STOPPED};
+static_assert(std::size(kEvents) == VIMBRA_PPPOE_EVENT_STOPPED + 1);
+
 TConnNotify ToNotify(const TVimbraPppoeAddr& addr) {
     return {addr.tOurIpaddr.tV4Addr.s_addr, addr.tPeerIpAddr.tV4Addr.s_addr,
             addr.tDnsServer1.tV4Addr.s_addr, addr.tDnsServer2.tV4Addr.s_addr};
@@ -24,26 +35,11 @@ void PrivatePppoeCallBack(u32 dwMsgID, void* msg, u32) {
     if (callback == nullptr) {
         return;
     }
-    switch (dwMsgID) {
-        case VIMBRA_PPPOE_EVENT_CONNECTED: {
-            TConnNotify notify = ToNotify(*static_cast<const TVimbraPppoeAddr*>(msg));
-            callback(NET_PPPOE_EVENT_CONNECTED, &notify, sizeof(notify));
-            break;
-        }
-        case VIMBRA_PPPOE_EVENT_2:
-            callback(NET_PPPOE_EVENT_2, nullptr, 0);
-            break;
-        case VIMBRA_PPPOE_EVENT_3:
-            callback(NET_PPPOE_EVENT_3, nullptr, 0);
-            break;
-        case VIMBRA_PPPOE_EVENT_4:
-            callback(NET_PPPOE_EVENT_4, nullptr, 0);
-            break;
-        case VIMBRA_PPPOE_EVENT_STOPPED:
-            callback(NET_PPPOE_EVENT_STOPPED, nullptr, 0);
-            break;
-        default:
-            break;
+    if (dwMsgID == VIMBRA_PPPOE_EVENT_CONNECTED) {
+        TConnNotify notify = ToNotify(*static_cast<const TVimbraPppoeAddr*>(msg));
+        callback(NET_PPPOE_EVENT_CONNECTED, &notify, sizeof(notify));
+    } else {
+        callback(kEvents[dwMsgID], nullptr, 0);
     }
 }
 

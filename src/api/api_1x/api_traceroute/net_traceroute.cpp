@@ -14,10 +14,6 @@ namespace {
 SharedFunction<TNetTracerouteCallBack> g_traceroute_callback;
 
 int PrivateTracerouteCallBack(s32 nResult, TVimbraTracerouteCBInfo* ptInfo) {
-    const u32 event = static_cast<u32>(nResult);
-    if (event < kTracerouteFirstEvent || event > kTracerouteLastEvent) {
-        return 0;
-    }
     const TNetTracerouteCallBack callback = g_traceroute_callback.Get();
     if (callback != nullptr) {
         callback(nResult, static_cast<s32>(ptInfo->dwTtl), ptInfo->nTripTime,
