@@ -52,13 +52,9 @@ void InChild() {
 }  // namespace
 
 bool HandleForks(pthread_mutex_t& init) {
-    static bool isHandled = false;
-    if (!isHandled) {
-        g_ptInitMutex = &init;
-        errno = pthread_atfork(BeforeFork, InParent, InChild);
-        isHandled = errno == 0;
-    }
-    return isHandled;
+    g_ptInitMutex = &init;
+    errno = pthread_atfork(BeforeFork, InParent, InChild);
+    return errno == 0;
 }
 
 }  // namespace vimbra

@@ -46,7 +46,7 @@ s32 Number(const char* name) {
 // path and name are joined as they are: the path brings its slash. False when that is no path.
 bool Join(char (&file)[PATH_MAX], const char* path, const char* name, const char* leaf) {
     const int length = snprintf(file, sizeof(file), "%s%s/%s", path, name, leaf);
-    return length > 0 && static_cast<size_t>(length) < sizeof(file);
+    return static_cast<size_t>(length) < sizeof(file);
 }
 
 // The first process whose command line suits; keyword and except may be null.

@@ -269,18 +269,11 @@ Server MakeServer(s32 fd, const char* name, sockaddr_un* address, socklen_t* len
 
 void LogServer(Server failure) {
     constexpr char kFunction[] = "MakeAddrServer";
-    switch (failure) {
-        case Server::kNameTooLong:
-            VLOG_ERROR_AT((CallSite{kFunction, __LINE__}), "the name is too long!");
-            break;
-        case Server::kBindFailed:
-            LogErrnoAt({kFunction, __LINE__}, "bind error");
-            break;
-        case Server::kListenFailed:
-            LogErrnoAt({kFunction, __LINE__}, "listen error!");
-            break;
-        case Server::kListening:
-            break;
+    if (failure == Server::kNameTooLong) {
+        VLOG_ERROR_AT((CallSite{kFunction, __LINE__}), "the name is too long!");
+    } else {
+        LogErrnoAt({kFunction, __LINE__},
+                   failure == Server::kBindFailed ? "bind error" : "listen error!");
     }
 }
 

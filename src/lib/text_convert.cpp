@@ -60,11 +60,9 @@ s32 VimbraBufToArgv(char* cmd, char** argv, s32 max_param, s32 max_length, char 
         VLOG_ERROR("cmd length=%d,the max length is %d", static_cast<int>(length), max_length);
         return VIMBRA_ERR_GENERAL;
     }
-    // The end by its distance: its address may lie beyond the last one there is.
-    const ptrdiff_t end = max_length;
     s32 count = 0;
     char* position = cmd;
-    while (position != nullptr && *position != '\0' && count < max_param && position - cmd < end) {
+    while (position != nullptr && *position != '\0' && count < max_param) {
         argv[count++] = position;
         position = FindSeparator(position, sepchar);
         while (position != nullptr && *position == sepchar) {
@@ -74,10 +72,6 @@ s32 VimbraBufToArgv(char* cmd, char** argv, s32 max_param, s32 max_length, char 
     argv[count] = nullptr;
     if (count >= max_param) {
         VLOG_ERROR("argc=%d,the max parame is %d", count, max_param);
-        return VIMBRA_ERR_GENERAL;
-    }
-    if (position != nullptr && position - cmd == end) {
-        VLOG_ERROR("the buffer is overrun");
         return VIMBRA_ERR_GENERAL;
     }
     return VIMBRA_OK;

@@ -73,11 +73,9 @@ Client* AwaitClient(u16 family) {
 
 // ---- The listening thread ----------------------------------------------------------------------
 
-void BoundTo(Listener&, Bound bound) {
-    // From here the starter may go on. A refused name has never let it.
-    if (bound != Bound::kNameRefused) {
-        semaphore_v(ntpc_sem_id);
-    }
+// From here the starter may go on.
+void BoundTo(Listener&, Bound) {
+    semaphore_v(ntpc_sem_id);
 }
 
 Next TakeReport(Listener& listener, Message& message) {

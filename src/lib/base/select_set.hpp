@@ -6,7 +6,6 @@
 #include <sys/select.h>
 
 #include <cerrno>
-#include <climits>
 #include <cstring>
 
 #include "lib/base/memory.hpp"
@@ -26,27 +25,28 @@ class SelectSet {
     // Turns to another descriptor; false when a large set found no memory.
     bool Watch(int fd) {
         fd_ = fd;
-        if (IsNumber() && (bits_ == nullptr || Words() > words_)) {
-            words_ = Words();
-            large_.Allocate(words_ * sizeof(fd_mask));
+        if (IsNumber() && Words() > words_) {
+            large_.Allocate(Words() * sizeof(fd_mask));
             bits_ = reinterpret_cast<fd_mask*>(large_.Get());
+            words_ = bits_ != nullptr ? Words() : 0;
         }
         return bits_ != nullptr;
     }
 
     // Both return what select(2) does; the time that is left is written back where the system does.
+    // A descriptor that was closed meanwhile may be -1; one that is to be written is the caller's own.
     int WaitReadable(timeval* timeout) {
         return IsNumber() ? select(fd_ + 1, Only(), nullptr, nullptr, timeout) : NoSuchDescriptor();
     }
     int WaitWritable(timeval* timeout) {
-        return IsNumber() ? select(fd_ + 1, nullptr, Only(), nullptr, timeout) : NoSuchDescriptor();
+        return select(fd_ + 1, nullptr, Only(), nullptr, timeout);
     }
 
  private:
     static constexpr int kBits = 8 * sizeof(fd_mask);
 
-    // A set has a bit for numbers from 0 on, and select(2) takes the number after the last.
-    bool IsNumber() const { return fd_ >= 0 && fd_ < INT_MAX; }
+    // A set has a bit for numbers from 0 on.
+    bool IsNumber() const { return fd_ >= 0; }
 
     static int NoSuchDescriptor() {
         errno = EBADF;

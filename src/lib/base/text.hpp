@@ -19,11 +19,8 @@ void CopyField(char (&field)[N], const char* text) {
     memcpy(field, text, strnlen(text, N));
 }
 
-// Like strlcpy: always terminated, cut where there is no room.
+// Like strlcpy: always terminated, cut where there is no room. There is room for the terminator.
 inline void CopyText(char* to, size_t size, const char* text) {
-    if (size == 0) {
-        return;
-    }
     const size_t length = strnlen(text, size - 1);
     memcpy(to, text, length);
     to[length] = '\0';

