@@ -5,6 +5,7 @@
 #include <spawn.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <vimbra/common.h>
@@ -861,6 +862,20 @@ TEST_F(Dhcpc, RenewTellsWhyTheSignalFailed) {
     ASSERT_EQ(0, umount("/proc"));
     EXPECT_TRUE(log_.Has(Kind::kPerror, "LinuxNetDhcpcRenew", "kill dhcp error"));
     EXPECT_TRUE(log_.Has(Kind::kError, "LinuxNetDhcpcRenew", "the dhcp pid is 4194000"));
+}
+
+TEST_F(Dhcpc, RenewNeedsADescriptorToLookForTheProcess) {
+    EXPECT_EQ(0, VimbraDhcpcStart("eth0", 2, Take));
+    rlimit limit = {};
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &limit));
+    const int lowest = dup(STDIN_FILENO);
+    close(lowest);
+    const rlimit few = {static_cast<rlim_t>(lowest), limit.rlim_max};
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &few));
+    EXPECT_EQ(-1, VimbraDhcpcRenew("eth0", 2));
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
+    EXPECT_TRUE(log_.Has(Kind::kError, "LinuxNetDhcpcRenew", "GetPidByName error!"));
+    EXPECT_EQ(1108, VimbraDhcpcRenew("eth0", 2));
 }
 
 TEST_F(Dhcpc, RenewThroughTheDaemonNeedsNoClient) {

@@ -118,6 +118,22 @@ int InChild(int (*body)()) {
     return WEXITSTATUS(status);
 }
 
+// Without standard input and output, and with descriptors below this number alone.
+void LeaveDescriptors(int end) {
+    close(STDIN_FILENO);
+    close(STDOUT_FILENO);
+    rlimit limit;
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = static_cast<rlim_t>(end);
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+int LowestFree() {
+    const int fd = fcntl(STDERR_FILENO, F_DUPFD, STDERR_FILENO + 1);
+    close(fd);
+    return fd;
+}
+
 // ---- VimbraExecShellProcess --------------------------------------------------------------------
 
 TEST(ExecShellProcess, ReturnsTheExitCode) {
@@ -441,6 +457,51 @@ TEST(ExecShellPrcPipe, OutputIsCollectedWithoutStandardDescriptors) {
     }
     EXPECT_EQ(6, output.code);
     EXPECT_EQ("one\ntwo\n", output.text);
+}
+
+// A pipe would take the places of the standard descriptors, and there are no others for one end of it
+// or for both.
+TEST(ExecShellPrcPipe, APipeNeedsOtherPlacesThanTheStandardOnes) {
+    for (const int places : {0, 1}) {
+        static int s_places;
+        s_places = places;
+        EXPECT_EQ(0, InChild([] {
+                      const int end = LowestFree() + s_places;
+                      LeaveDescriptors(s_places == 0 ? STDERR_FILENO + 1 : end);
+                      if (Collect("exit 5").code != -1) {
+                          return 1;
+                      }
+                      // Nothing is left of it.
+                      return fcntl(STDIN_FILENO, F_GETFD) < 0 &&
+                                     fcntl(STDOUT_FILENO, F_GETFD) < 0 &&
+                                     (s_places == 0 || fcntl(end - 1, F_GETFD) < 0)
+                                 ? 0
+                                 : 2;
+                  }))
+            << places;
+    }
+}
+
+// Only the reason of a failure would be told through it.
+TEST(ExecShellProcess, RunsWithoutAPipeOfItsOwn) {
+    EXPECT_EQ(7, InChild([] {
+                  LeaveDescriptors(STDERR_FILENO + 1);
+                  return RunShell("exit 7", nullptr);
+              }));
+}
+
+TEST(ExecShellProcess, AnIgnoredSignalStaysIgnoredAndAHandledOneIsNot) {
+    signal(SIGUSR1, SIG_IGN);
+    signal(SIGUSR2, CountChildSignal);
+    const Output output = Collect("grep SigIgn /proc/self/status; grep SigCgt /proc/self/status");
+    unsigned long ignored = 0;
+    unsigned long caught = 0;
+    ASSERT_EQ(2, sscanf(output.text.c_str(), "SigIgn: %lx SigCgt: %lx", &ignored, &caught));
+    constexpr unsigned long kBoth = 1UL << (SIGUSR1 - 1) | 1UL << (SIGUSR2 - 1);
+    EXPECT_EQ(1UL << (SIGUSR1 - 1), ignored & kBoth);
+    EXPECT_EQ(0u, caught & kBoth);
+    signal(SIGUSR1, SIG_DFL);
+    signal(SIGUSR2, SIG_DFL);
 }
 
 TEST(ExecShellPrcPipe, AnotherChildIsLeftAlone) {

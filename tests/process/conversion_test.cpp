@@ -206,6 +206,15 @@ TEST(FindStrMatchHead, TheValueMayFillItsSize) {
     EXPECT_EQ('x', value[0]);
 }
 
+TEST(FindStrMatchHead, ATerminatorSeparatesNothing) {
+    char text[] = "key\0beyond";
+    char head[] = "key";
+    char value[8] = "#######";
+    EXPECT_EQ(0, VimbraFindStrMatchHead(text, head, '\0', value, 7));
+    EXPECT_STREQ("", value);
+    EXPECT_EQ('#', value[1]);
+}
+
 TEST(FindStrMatchHead, NullArguments) {
     Capture log;
     char text[] = "ip=1";

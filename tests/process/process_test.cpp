@@ -3,9 +3,11 @@
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vimbra/log.h>
 #include <vimbra/process.h>
 
 #include <cstring>
@@ -297,6 +299,45 @@ TEST(FakeProc, SearchesKeepNoDescriptors) {
         CheckCmdByPid(999999, "x");
     }
     EXPECT_EQ(before, OpenDescriptors());
+}
+
+// Leaves the process so many more descriptors, for as long as it lives.
+class FewDescriptors {
+ public:
+    explicit FewDescriptors(int count) {
+        getrlimit(RLIMIT_NOFILE, &before_);
+        const int lowest = dup(STDIN_FILENO);
+        close(lowest);
+        const rlimit few = {static_cast<rlim_t>(lowest + count), before_.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &few);
+    }
+    ~FewDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+    FewDescriptors(const FewDescriptors&) = delete;
+    FewDescriptors& operator=(const FewDescriptors&) = delete;
+
+ private:
+    rlimit before_;
+};
+
+TEST(CheckCmd, WithoutDescriptors) {
+    Capture log;
+    VimbraLogPrint("The system log has its own.");
+    log.Clear();
+    {
+        const FewDescriptors none(0);
+        EXPECT_EQ(-1, CheckCmdByPid(getpid(), "x"));
+    }
+    EXPECT_TRUE(log.Has(Kind::kError, "CheckCmdByPid", "read dir error!"));
+    EXPECT_EQ(1u, log.Syslog().size());
+    log.Clear();
+    {
+        const FewDescriptors forTheDirectory(1);
+        EXPECT_EQ(-1, CheckCmdByPid(getpid(), "x"));
+    }
+    EXPECT_TRUE(log.Has(Kind::kPerror, "CheckCmdByPid", "open file error:"));
+    EXPECT_TRUE(log.Has(Kind::kError, "CheckCmdByPid",
+                        "open file error:[/proc/" + std::to_string(getpid()) + "/comm]!"));
+    EXPECT_EQ(2u, log.Syslog().size());
 }
 
 // ---- CheckCmdByPid on a /proc of its own -------------------------------------------------------
