@@ -527,6 +527,29 @@ TEST_P(FaultOfExchange, TimeThatIsGoneIsAFailedConnect) {
     EXPECT_TRUE(IsUntouched());
 }
 
+// Each signal starts the wait again with what is left, so in the end nothing is.
+TEST(FaultOfMakeAddrClient, SignalsDoNotStretchTheTime) {
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const timeval timeout = {0, 20000};
+    ASSERT_EQ(0, setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof(timeout)));
+    sockaddr_un address = {};
+    socklen_t length = 0;
+    Capture log;
+    Injector injector;
+    injector.onConnect = [](int) {
+        errno = EINTR;
+        return -1;
+    };
+    EXPECT_EQ(-1, MakeAddrClient(fd, "ipc_stat", &address, &length));
+    injector.Stop();
+    EXPECT_TRUE(Wrote(log, {Perr("MakeAddrClient", "connect error", EAGAIN)}));
+    timeval left = {};
+    socklen_t size = sizeof(left);
+    EXPECT_EQ(0, getsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &left, &size));
+    EXPECT_EQ(20000, left.tv_usec);
+    close(fd);
+}
+
 TEST_P(FaultOfExchange, MessageWithoutReplyConnectsOnce) {
     ScriptedDaemon daemon;
     Capture log;

@@ -787,6 +787,22 @@ TEST_F(Address, ClientRefusesNullArguments) {
     EXPECT_EQ(-1, MakeAddrClient(fd_, "name", &address_, nullptr));
 }
 
+TEST_F(Address, ClientFailsOnWhatIsNoSocket) {
+    int ends[2];
+    ASSERT_EQ(0, pipe(ends));
+    Capture log;
+    EXPECT_EQ(-1, MakeAddrClient(ends[0], "ipc_stat", &address_, &length_));
+    EXPECT_TRUE(Wrote(log, {Perr("MakeAddrClient", "connect error", ENOTSOCK)}));
+    close(ends[0]);
+    close(ends[1]);
+    log.Clear();
+    for (const int fd : {ends[0], -1}) {
+        EXPECT_EQ(-1, MakeAddrClient(fd, "ipc_stat", &address_, &length_));
+    }
+    EXPECT_TRUE(Wrote(log, {Perr("MakeAddrClient", "connect error", EBADF),
+                            Perr("MakeAddrClient", "connect error", EBADF)}));
+}
+
 class AddressOfFullPeer : public Address {
  protected:
     s32 Connect() { return MakeAddrClient(fd_, "ipc_stat", &address_, &length_); }
