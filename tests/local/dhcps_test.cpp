@@ -122,6 +122,27 @@ TEST_F(Dhcps, RefusedParametersSendNothing) {
     EXPECT_EQ(0u, daemon_.Connections());
 }
 
+// Which one does not matter: what the others are is found out, or not, by the comparisons that follow.
+TEST_F(Dhcps, FamilyMayBeThatOfAnyAddress) {
+    constexpr char kPool[] = "the pool start and the pool end ip not the same net!";
+    constexpr char kRoute[] = "the pool start and the route ip not the same net!";
+    struct {
+        TVimbraAddr TVimbraDhcpsInfo::*address;
+        const char* text;
+    } const kCases[] = {{&TVimbraDhcpsInfo::tIfaceIp, nullptr},
+                        {&TVimbraDhcpsInfo::tIpPoolStart, kPool},
+                        {&TVimbraDhcpsInfo::tIpPoolEnd, kPool},
+                        {&TVimbraDhcpsInfo::tRoutes, kRoute}};
+    for (const auto& one : kCases) {
+        log_.Clear();
+        TVimbraDhcpsInfo pool = Pool();
+        pool.*one.address = Address(10, "2001:db8::5");
+        EXPECT_EQ(one.text != nullptr ? 1105 : 0, Start("eth0", 10, pool));
+        EXPECT_EQ(one.text != nullptr ? 1 : 0, log_.Count(Kind::kError, "CheckDhcpsParam"));
+        EXPECT_TRUE(one.text == nullptr || log_.Has(Kind::kError, "CheckDhcpsParam", one.text));
+    }
+}
+
 TEST_F(Dhcps, FamilyMustBeThatOfOneAddress) {
     EXPECT_EQ(1105, Start("eth0", 10, Pool()));
     EXPECT_EQ(1105, Start("eth0", 2, Pool6()));

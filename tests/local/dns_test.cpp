@@ -227,6 +227,16 @@ TEST(DnsSet, StepsWithoutServersEmptyThePlainSection) {
     EXPECT_EQ("####eth0v6\nnameserver ::1\n####eth0\n", ReadFile(kConf));
 }
 
+// A first server that is not counted has no say.
+TEST(DnsSet, StepsWithoutServersDoNotLookAtTheArray) {
+    WriteFile(kConf, "####eth0v6\nnameserver ::1\n####eth0\nnameserver 1.1.1.1\n");
+    char name[] = "eth0";
+    TVimbraAddr server = {};
+    server.wSinFamily = 10;
+    EXPECT_EQ(0, WriteToDnsConf(name, &server, 0));
+    EXPECT_EQ("####eth0v6\nnameserver ::1\n####eth0\n", ReadFile(kConf));
+}
+
 TEST(DnsSet, NullArrayWithACount) {
     Capture log;
     WriteFile(kConf, "####eth1\n");
