@@ -51,5 +51,4 @@ TEST_F(PwList, NoListAndNoFileAreTold) {
 }
 
 }  // namespace
-
 }  // namespace vimbra::tests

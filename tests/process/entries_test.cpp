@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vimbra/bed.hpp>
 
+namespace vimbra::tests {
+
 namespace {
 
 bool g_isUnknown = false;
@@ -30,8 +32,6 @@ dirent* __wrap_readdir(DIR* directory) {
 }
 }
 
-namespace vimbra::tests {
-
 namespace {
 
 TEST(UnknownEntries, AreLookedAtOneByOne) {
@@ -47,5 +47,4 @@ TEST(UnknownEntries, AreLookedAtOneByOne) {
 }
 
 }  // namespace
-
 }  // namespace vimbra::tests
