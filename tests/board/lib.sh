@@ -24,6 +24,14 @@ says() {
     [ "$result" -eq 0 ] && grep -qE -- "$pattern" /tmp/output
 }
 
+# tells PATTERN COMMAND...: a line matches, whatever the command's status.
+tells() {
+    pattern=$1
+    shift
+    "$@" 2>&1 | tee /tmp/output
+    grep -qE -- "$pattern" /tmp/output
+}
+
 # silent PATTERN COMMAND...: no line matches.
 silent() {
     pattern=$1

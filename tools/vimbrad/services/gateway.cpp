@@ -221,6 +221,9 @@ class GatewayService : public Service {
         }
 
         std::vector<Route> own = DefaultRoutes(wanted.destination.wSinFamily, wanted.table);
+        const u32 base =
+            std::max(BaseMetric(wanted.iface, wanted.destination.wSinFamily, wanted.table),
+                     MetricBehindEarlier(own, wanted));
         std::set<u32> taken;
         std::erase_if(own, [&](const Route& each) {
             const RouteSpec held = SpecOf(each.get());
@@ -230,8 +233,7 @@ class GatewayService : public Service {
             taken.insert(MetricOf(each));
             return true;
         });
-        wanted.metric =
-            FirstFree(taken, BaseMetric(wanted.iface, wanted.destination.wSinFamily, wanted.table));
+        wanted.metric = FirstFree(taken, base);
         if (!Keep(own, wanted)) {
             Install(own, wanted);
         }
@@ -241,6 +243,25 @@ class GatewayService : public Service {
         NoteOwn(wanted);
         return {0};
     }
+
+    // Without a list who comes later stays behind, also where an earlier one has gone and left room.
+    u32 MetricBehindEarlier(const std::vector<Route>& routes, const RouteSpec& wanted) const {
+        if (IsOrdered(wanted.table)) {
+            return 0;
+        }
+        const size_t wantedPlace = PlaceOf(wanted);
+        u32 metric = 0;
+        for (const Route& each : routes) {
+            const size_t place = PlaceOf(SpecOf(each.get()));
+            if (place != 0 && (wantedPlace == 0 || place < wantedPlace)) {
+                metric = std::max(metric, MetricOf(each) + 1);
+            }
+        }
+        return metric;
+    }
+
+    // By the priority list, that is.
+    bool IsOrdered(u32 table) const { return priority_.dwNetNum != 0 && table == RT_TABLE_MAIN; }
 
     // Takes the wanted route out of those that go, if it is there already.
     static bool Keep(std::vector<Route>& own, const RouteSpec& wanted) {
@@ -270,7 +291,7 @@ class GatewayService : public Service {
 
     // Where the metric of an interface's default route starts.
     u32 BaseMetric(int iface, u16 family, u32 table) const {
-        if (priority_.dwNetNum == 0 || table != RT_TABLE_MAIN) {
+        if (!IsOrdered(table)) {
             return family == VIMBRA_FAMILY_IPV6 ? kIpv6DefaultMetric : 0;
         }
         for (u32 place = 0; place < priority_.dwNetNum; ++place) {
