@@ -265,6 +265,31 @@ TEST_P(Fault, EveryCallFailsInTurn) {
     EXPECT_TRUE(daemon.WaitIdle());
 }
 
+// A silent library returns and notes what a talking one does.
+TEST_P(Fault, TheLevelOfTheLogChangesNothingElse) {
+    ScriptedDaemon daemon;
+    AnswerAll(daemon);
+    std::map<uint32_t, std::vector<std::vector<int64_t>>> seen;
+    for (const uint32_t level : {uint32_t{VIMBRA_LEVEL_DEBUG}, uint32_t{VIMBRA_LEVEL_NONE}}) {
+        Capture log;
+        for (size_t number = 1; number <= GetParam().calls.size() + 1; number++) {
+            VimbraDebugLevelSet(level);
+            Injector injector;
+            injector.FailAt(number);
+            const s32 result = GetParam().call();
+            injector.Stop();
+            TVimbraFailure failure = {};
+            VimbraLastFailure(&failure);
+            seen[level].push_back({result, static_cast<int64_t>(failure.eStep), failure.nErrno});
+        }
+        // One of them sets a level of its own.
+        if (std::string(GetParam().name) != "VimbraLogSwitch") {
+            EXPECT_EQ(level == VIMBRA_LEVEL_NONE, static_cast<bool>(log.IsSilent()));
+        }
+    }
+    EXPECT_EQ(seen[VIMBRA_LEVEL_DEBUG], seen[VIMBRA_LEVEL_NONE]);
+}
+
 // ---- What is said ----------------------------------------------------------------------------
 
 struct Exchange {

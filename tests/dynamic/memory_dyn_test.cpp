@@ -1,6 +1,9 @@
 // DHCP client, PPPoE and NTP client without memory: every allocation of a call fails in turn, and
 // those of the listening threads.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vimbra/common.h>
 #include <vimbra/dhcpc.h>
 #include <vimbra/ntpc.h>
 #include <vimbra/pppoe.h>
@@ -9,6 +12,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <utility>
 #include <vimbra/bed.hpp>
 
 #include "api/api_ntpc/api_ntpc.hpp"
@@ -181,6 +185,68 @@ TEST_F(MemoryDyn, NtpInitWithoutMemory) {
     EXPECT_EQ(nullptr, g_ptApiNtpCInfo);
     EXPECT_EQ(-1, StartNtp(2));
     EXPECT_TRUE(log_.Has(Kind::kError, "FamilyMapNtpcInfo", "the vimbra is not init!"));
+}
+
+TEST_F(MemoryDyn, NtpIsInitialisedOnce) {
+    NtpcInit();
+    const TNtpcInfo* const first = g_ptApiNtpCInfo;
+    ASSERT_NE(nullptr, first);
+    EXPECT_EQ(0, StartNtp(2));
+    NtpcInit();
+    EXPECT_EQ(first, g_ptApiNtpCInfo);
+    EXPECT_EQ(0, VimbraNtpcStop(2));
+}
+
+// The two slots of old: whatever is behind them is not looked at.
+TEST_F(MemoryDyn, DhcpFamiliesAreFoundInTwoSlots) {
+    t_failAt = 2;
+    DhcpcInit();
+    ASSERT_NE(nullptr, g_ptApiDhcpCInfo);
+    const u16 family = g_ptApiDhcpCInfo->wSinfamily;
+    EXPECT_EQ(g_ptApiDhcpCInfo, FamilyMapDhcpcInfo(family));
+    EXPECT_EQ(nullptr, FamilyMapDhcpcInfo(3));
+    const u16 other = family == 2 ? 10 : 2;
+    EXPECT_EQ(0, VimbraDhcpcStart("eth0", family, TakeDhcp));
+    EXPECT_EQ(0, VimbraDhcpcStart("eth1", family, TakeDhcp));
+    EXPECT_EQ(0, VimbraDhcpcStart("eth2", other, TakeDhcp));
+    EXPECT_EQ(nullptr, FamilyMapDhcpcInfo(3));
+    EXPECT_EQ(nullptr, FamilyMapDhcpcInfo(other));
+}
+
+// A process whose services found no memory at first, and a child of it, which finds the same.
+TEST_F(MemoryDyn, WhatIsNotInitialisedIsForgottenByAChild) {
+    for (int number = 1;; number++) {
+        const pid_t child = fork();
+        if (child == 0) {
+            t_failAt = number;
+            VimbraInit();
+            const bool isOver = t_failAt > 0;
+            t_failAt = 0;
+            const auto stop = [] {
+                return std::pair(VimbraPppoeStop(nullptr, 2), VimbraNtpcStop(2));
+            };
+            const auto inParent = stop();
+            const pid_t grandchild = fork();
+            if (grandchild == 0) {
+                _exit(stop() == inParent ? 0 : 1);
+            }
+            int status = -1;
+            waitpid(grandchild, &status, 0);
+            _exit(status != 0 ? 1 : isOver ? 2 : 0);
+        }
+        int status = -1;
+        ASSERT_EQ(child, waitpid(child, &status, 0));
+        ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) != 1) << number;
+        if (WEXITSTATUS(status) == 2) {
+            ASSERT_LT(4, number);
+            break;
+        }
+    }
+    for (const char* function :
+         {"DhcpcInit", "NtpcInit", "PingInit", "TracerouteInit", "PppoeInit"}) {
+        EXPECT_LT(0, log_.Count(Kind::kPerror, function, "XMALLOC error", Where::kSyslog))
+            << function;
+    }
 }
 
 TEST_F(MemoryDyn, NtpRequestsWithoutMemory) {

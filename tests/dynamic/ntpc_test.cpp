@@ -10,6 +10,7 @@
 #include <unistd.h>
 #include <vimbra/common.h>
 #include <vimbra/net_ntpc.h>
+#include <vimbra/log.h>
 #include <vimbra/ntpc.h>
 
 #include <algorithm>
@@ -197,6 +198,16 @@ TEST_F(Ntpc, NullCallbackComesFirst) {
     gate.Open();
     starter.join();
     EXPECT_EQ(0, VimbraNtpcStop(2));
+}
+
+TEST_F(Ntpc, UnknownFamilyIsRefusedInSilenceToo) {
+    VimbraDebugLevelSet(VIMBRA_LEVEL_NONE);
+    TVimbraAddr server = {};
+    server.wSinFamily = 3;
+    log_.Clear();
+    EXPECT_EQ(-1, VimbraNtpcStart(server, 1, [](u32, void*) { return 0; }));
+    EXPECT_EQ(-1, VimbraNtpcStop(3));
+    EXPECT_TRUE(log_.IsSilent());
 }
 
 TEST_F(Ntpc, UnknownFamilyIsRefused) {

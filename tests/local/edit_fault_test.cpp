@@ -397,6 +397,31 @@ TEST_P(EditFault, AShortWriteIsTakenBack) {
     }
 }
 
+// Nobody knows why, but nothing was written, so it is a failure and not tried for ever.
+TEST_P(EditFault, AWriteThatTakesNothingFails) {
+    Prepare(The());
+    Injector injector;
+    injector.onWrite = [](size_t) { return 0; };
+    const s32 result = The().call();
+    injector.Stop();
+    EXPECT_NE(0, result);
+    ExpectWhole(result);
+}
+
+// Each has its own word for it.
+TEST_P(EditFault, WhereTheFileSystemReservesNoRoom) {
+    for (const int error : {EOPNOTSUPP, EINVAL, ENOSYS}) {
+        Prepare(The());
+        Injector injector;
+        injector.FailEvery("fallocate");
+        injector.UseError(error);
+        const s32 result = The().call();
+        injector.Stop();
+        EXPECT_EQ(0, result);
+        ExpectWhole(result);
+    }
+}
+
 // On file systems that can neither reserve room nor make a file without a name only the name of a
 // file that is made comes too early.
 TEST_P(EditFault, WhereTheFileSystemKnowsLess) {

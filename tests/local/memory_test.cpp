@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <vimbra/vimbra.h>
 // After the current interface.
+#include <vimbra/list.h>
 #include <vimbra/net.h>
 #include <vimbra/thread.h>
 
@@ -280,6 +281,29 @@ TEST_F(Memory, LeaseWatcherEndsWithoutMemory) {
     for (const auto& [fd, target] : OpenDescriptors()) {
         EXPECT_EQ(std::string::npos, target.find("inotify")) << fd;
     }
+}
+
+// Nodes come from blocks, whose number of nodes nobody knows.
+TEST_F(Memory, ListsStayAsTheyWere) {
+    g_failing = 0;
+    EXPECT_EQ(nullptr, vimbra_g_list_append(nullptr, nullptr));
+    EXPECT_EQ(-1, g_failing);
+    GList* list = nullptr;
+    size_t count = 0;
+    for (g_failing = 1; g_failing >= 0; count++) {
+        list = vimbra_g_list_append(list, &count);
+        ASSERT_EQ(list, vimbra_g_list_first(list));
+    }
+    const auto length = [&] {
+        size_t nodes = 0;
+        for (const GList* node = list; node != nullptr; node = node->next) {
+            nodes++;
+        }
+        return nodes;
+    };
+    EXPECT_EQ(count - 1, length()) << "the last one found no memory";
+    EXPECT_EQ(list, vimbra_g_list_append(list, &count));
+    EXPECT_EQ(count, length());
 }
 
 }  // namespace

@@ -1,11 +1,16 @@
-// A process that holds more descriptors than a select(2) set has bits.
+// A process that holds more descriptors than a select(2) set has bits. Linked with -Wl,--wrap=calloc,
+// so that there may be no memory for larger sets.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <vimbra/log.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <vector>
 
+#include "api/api_1x/api_dhcps/inotify_utils.hpp"
 #include "services.hpp"
 
 namespace vimbra::tests {
@@ -14,18 +19,51 @@ using namespace bed;
 
 namespace {
 
+// Sets for descriptors from 1088 to 1151 have this size; nothing else has.
+constexpr size_t kSetSize = 144;
+std::atomic<bool> g_noSets = false;
+
+}  // namespace
+
+extern "C" void* __real_calloc(size_t count, size_t size);
+extern "C" void* __wrap_calloc(size_t count, size_t size) {
+    if (g_noSets && count * size == kSetSize) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    return __real_calloc(count, size);
+}
+
+namespace {
+
+// Takes all descriptors up to 1100, for as long as it lives.
+class Taken {
+ public:
+    Taken() {
+        rlimit limit = {};
+        EXPECT_EQ(0, getrlimit(RLIMIT_NOFILE, &limit));
+        limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 4096);
+        EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
+        while (taken_.empty() || (taken_.back() >= 0 && taken_.back() < 1100)) {
+            taken_.push_back(fcntl(0, F_DUPFD_CLOEXEC, 0));
+        }
+    }
+    ~Taken() {
+        for (const int fd : taken_) {
+            close(fd);
+        }
+    }
+    Taken(const Taken&) = delete;
+    Taken& operator=(const Taken&) = delete;
+
+ private:
+    std::vector<int> taken_;
+};
+
 TEST(LargeDescriptors, AreServed) {
-    rlimit limit = {};
-    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &limit));
-    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 4096);
-    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
     ScriptedDaemon daemon;
     ASSERT_EQ(0, VimbraInit());
-    std::vector<int> taken;
-    while (taken.empty() || taken.back() < 1100) {
-        taken.push_back(fcntl(0, F_DUPFD_CLOEXEC, 0));
-        ASSERT_GE(taken.back(), 0);
-    }
+    const Taken taken;
     for (const NotifyService& service : kServices) {
         const int before = g_calls;
         ASSERT_EQ(0, service.start());
@@ -33,9 +71,63 @@ TEST(LargeDescriptors, AreServed) {
         EXPECT_TRUE(WaitFor([=] { return g_calls == before + 1; }));
         EXPECT_EQ(0, service.stop());
     }
-    for (const int fd : taken) {
-        close(fd);
+}
+
+TEST(LargeDescriptors, WithoutMemoryForTheirSetsTheListenerEnds) {
+    Capture log;
+    ScriptedDaemon daemon;
+    ASSERT_EQ(0, VimbraInit());
+    const size_t threads = Threads();
+    for (const NotifyService& service : kServices) {
+        g_noSets = true;
+        {
+            const Taken taken;
+            EXPECT_EQ(-1, service.start()) << "the request needs a set as well";
+            EXPECT_TRUE(WaitForNoListener(service.socket));
+        }
+        g_noSets = false;
+        EXPECT_TRUE(WaitFor([=] { return Threads() == threads; }));
+        const int before = g_calls;
+        ASSERT_EQ(0, service.start());
+        ASSERT_TRUE(Post(service.socket, GoodMessage(service)));
+        EXPECT_TRUE(WaitFor([=] { return g_calls == before + 1; }));
+        EXPECT_EQ(0, service.stop());
     }
+    EXPECT_LE(4, log.Count(Kind::kPerror));
+}
+
+TEST(LargeDescriptors, WithoutMemoryForTheirSetsAMessageIsNotWaitedFor) {
+    ScriptedDaemon daemon;
+    ASSERT_EQ(0, VimbraInit());
+    const NotifyService& service = kServices[0];
+    ASSERT_EQ(0, service.start());
+    {
+        const Taken taken;
+        g_noSets = true;
+        Connection connection(service.socket);
+        ASSERT_TRUE(connection.Connected());
+        EXPECT_TRUE(connection.WaitPeerClosed());
+        g_noSets = false;
+    }
+    EXPECT_EQ(0, g_calls);
+    service.stop();
+    EXPECT_TRUE(WaitForNoListener(service.socket));
+    ASSERT_EQ(0, service.start());
+    ASSERT_TRUE(Post(service.socket, GoodMessage(service)));
+    EXPECT_TRUE(WaitFor([] { return g_calls == 1; }));
+    EXPECT_EQ(0, service.stop());
+}
+
+TEST(LargeDescriptors, WithoutMemoryForTheirSetsNoLeaseIsWaitedFor) {
+    Capture log;
+    VimbraLogPrint("The system log has its own.");
+    const Taken taken;
+    Watcher watcher;
+    ASSERT_TRUE(open_inotify_fd(watcher));
+    g_noSets = true;
+    EXPECT_EQ(-1, event_check(watcher));
+    g_noSets = false;
+    EXPECT_TRUE(log.Has(Kind::kPerror, "event_check", "XMALLOC error"));
 }
 
 }  // namespace

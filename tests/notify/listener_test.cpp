@@ -1,6 +1,7 @@
 // The listener engine itself, where its services do not show it.
 #include "lib/ipc/listener.hpp"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -35,6 +36,21 @@ namespace {
 std::atomic<int> g_acceptError = 0;
 std::atomic<int> g_socketError = 0;
 std::atomic<int> g_accepts = 0;
+// Where threads that this one makes wait before they run; null: nowhere.
+thread_local const Gate* t_heldThreads = nullptr;
+
+struct HeldThread {
+    const Gate* gate;
+    void* (*run)(void*);
+    void* argument;
+};
+
+void* PassAndRun(void* argument) {
+    const HeldThread held = *static_cast<HeldThread*>(argument);
+    delete static_cast<HeldThread*>(argument);
+    held.gate->Pass();
+    return held.run(held.argument);
+}
 
 }  // namespace
 
@@ -46,6 +62,17 @@ extern "C" int accept4(int fd, sockaddr* address, socklen_t* length, int flags) 
         return -1;
     }
     return static_cast<int>(syscall(SYS_accept4, fd, address, length, flags));
+}
+
+extern "C" __attribute__((visibility("default"))) int pthread_create(
+    pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*),
+    void* argument) noexcept {
+    using Create = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
+    static const auto create = reinterpret_cast<Create>(dlsym(RTLD_NEXT, "pthread_create"));
+    if (t_heldThreads == nullptr) {
+        return create(thread, attributes, run, argument);
+    }
+    return create(thread, attributes, PassAndRun, new HeldThread{t_heldThreads, run, argument});
 }
 
 extern "C" int socket(int domain, int type, int protocol) noexcept {
@@ -75,6 +102,7 @@ struct Probe {
     std::atomic<Next> onTick = Next::kGoOn;
     std::atomic<Next> onBegin = Next::kGoOn;
     std::function<void(Listener&)> inMessage;
+    std::function<void()> inBegin;
 
     size_t Messages() {
         const std::lock_guard lock(mutex);
@@ -93,6 +121,9 @@ Probe& ProbeOf(Listener& listener) {
 }
 
 Next Begin(Listener& listener) {
+    if (ProbeOf(listener).inBegin) {
+        ProbeOf(listener).inBegin();
+    }
     return ProbeOf(listener).onBegin;
 }
 
@@ -238,6 +269,40 @@ TEST_F(Engine, KillOfAnEmptySlotTouchesNothing) {
     EXPECT_TRUE(probe_.HasEnded());
     EXPECT_EQ(Ended::kKilled, probe_.ends[0]);
     EXPECT_FALSE(probe_.released);
+}
+
+TEST_F(Engine, AStopBeforeTheSocketIsThereLeavesNone) {
+    const Gate gate;
+    probe_.inBegin = [&] { gate.Pass(); };
+    std::thread starter([this] { EXPECT_TRUE(Start()); });
+    ASSERT_TRUE(gate.WaitArrived());
+    EXPECT_EQ(0, KillListener(slot_).result);
+    gate.Open();
+    starter.join();
+    EXPECT_TRUE(probe_.HasEnded());
+    EXPECT_EQ(std::vector<Bound>{Bound::kStopped}, probe_.bounds);
+    EXPECT_EQ(std::vector<Ended>{Ended::kNotBound}, probe_.ends);
+    EXPECT_FALSE(HasListener(kSocket));
+    EXPECT_TRUE(log_.IsSilent());
+}
+
+// Nobody has its handle, so nobody waits for it.
+TEST_F(Engine, AThreadThatIsStoppedBeforeItRunsGoesByItself) {
+    service_.detached = false;
+    const Gate gate;
+    std::thread starter([&] {
+        t_heldThreads = &gate;
+        EXPECT_TRUE(Start());
+    });
+    ASSERT_TRUE(gate.WaitArrived());
+    const ListenerStop stop = KillListener(slot_);
+    EXPECT_EQ(0, stop.result);
+    EXPECT_EQ(0u, stop.join);
+    gate.Open();
+    starter.join();
+    EXPECT_TRUE(probe_.HasEnded());
+    EXPECT_EQ(0u, handle_);
+    EXPECT_FALSE(HasListener(kSocket));
 }
 
 TEST_F(Engine, KilledThreadCanBeWaitedFor) {
