@@ -42,6 +42,7 @@ static void drive_start(void) {
 
 static void drive_failures(void) {
     TVimbraFailure failure;
+    char eth0[VIMBRA_IFACE_NAME_LEN] = "eth0";
     u32 mtu;
 
     GIVES(-1, VimbraLastFailure(NULL));
@@ -51,7 +52,7 @@ static void drive_failures(void) {
     check_text("failure.pchCall", "VimbraIfaceShutdown", failure.pchCall);
     GIVES(-1, VimbraLastFailure(&failure));
     /* Nobody serves yet. */
-    GIVES(-1, VimbraIfaceGetMtu((char*)"eth0", &mtu));
+    GIVES(-1, VimbraIfaceGetMtu(eth0, &mtu));
     GIVES(0, VimbraLastFailure(&failure));
     GIVES(VIMBRA_FAILURE_NO_DAEMON, failure.eStep);
     HOLDS(VimbraResultText(VIMBRA_ERR_PARAM) != NULL);
@@ -155,8 +156,8 @@ static void drive_addresses(void) {
 }
 
 static void drive_interfaces(void) {
-    char lo[] = "lo";
-    char none[] = "none0";
+    char lo[VIMBRA_IFACE_NAME_LEN] = "lo";
+    char none[VIMBRA_IFACE_NAME_LEN] = "none0";
     char name[VIMBRA_IFACE_NAME_LEN];
     u8 hardware[6];
     struct in_addr address;

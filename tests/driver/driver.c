@@ -3,28 +3,35 @@
  * every C library. Prints what does not hold; with status 0 all does. */
 #include "driver.h"
 
+#include <pthread.h>
 #include <stdio.h>
 #include <string.h>
 #include <unistd.h>
 #include <vimbra/vimbra.h>
 
+/* Callbacks check too, on threads of the library. */
+static pthread_mutex_t g_mutex = PTHREAD_MUTEX_INITIALIZER;
 static int g_failures = 0;
 static int g_checks = 0;
 
 void check(const char* what, long wanted, long result) {
+    pthread_mutex_lock(&g_mutex);
     g_checks++;
     if (wanted != result) {
         g_failures++;
         printf("%s: %ld, not %ld\n", what, result, wanted);
     }
+    pthread_mutex_unlock(&g_mutex);
 }
 
 void check_text(const char* what, const char* wanted, const char* text) {
+    pthread_mutex_lock(&g_mutex);
     g_checks++;
     if (text == NULL || strcmp(wanted, text) != 0) {
         g_failures++;
         printf("%s: \"%s\", not \"%s\"\n", what, text == NULL ? "(null)" : text, wanted);
     }
+    pthread_mutex_unlock(&g_mutex);
 }
 
 int failures(void) {

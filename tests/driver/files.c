@@ -131,7 +131,7 @@ static TVimbraAddr server(const char* text) {
 }
 
 static void drive_dns(void) {
-    char eth0[] = "eth0";
+    char eth0[VIMBRA_IFACE_NAME_LEN] = "eth0";
     TVimbraAddr servers[2] = {server("192.0.2.1"), server("192.0.2.2")};
     u32 words[1] = {inet_addr("192.0.2.9")};
     TVimbraDnsAddrInfo all;

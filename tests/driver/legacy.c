@@ -31,7 +31,7 @@ static void drive_common(void) {
 }
 
 static void drive_reports(void) {
-    char eth0[] = "eth0";
+    char eth0[VIMBRA_IFACE_NAME_LEN] = "eth0";
     api_ipaddr_show_info report;
     api_ipaddr_show_info got;
     TNetEthParam one;

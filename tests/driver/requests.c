@@ -8,8 +8,9 @@
 
 #include "driver.h"
 
-static char g_eth0[] = "eth0";
-static char g_lo[] = "lo";
+static char g_eth0[VIMBRA_IFACE_NAME_LEN] = "eth0";
+static char g_lo[VIMBRA_IFACE_NAME_LEN] = "lo";
+static char g_none[VIMBRA_IFACE_NAME_LEN] = "none0";
 static char g_long[] = "a-name-of-seventeen";
 
 static TVimbraIfaceIp address(const char* text) {
@@ -41,7 +42,7 @@ static void drive_common(void) {
     GIVES(0, VimbraGetIfaceState(g_lo, &state));
     GIVES(VIMBRA_IFACE_DOWN, state);
     GIVES(0, VimbraIfaceNoShutdown(g_lo));
-    GIVES(-1, VimbraIfaceNoShutdown((char*)"none0"));
+    GIVES(-1, VimbraIfaceNoShutdown(g_none));
     GIVES(0, VimbraSetDscp(VIMBRA_FAMILY_IPV4, fd, 46));
     GIVES(0, getsockopt(fd, IPPROTO_IP, IP_TOS, &tos, &length));
     GIVES(46 << 2, tos);

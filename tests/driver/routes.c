@@ -5,7 +5,7 @@
 
 #include "driver.h"
 
-static char g_eth0[] = "eth0";
+static char g_eth0[VIMBRA_IFACE_NAME_LEN] = "eth0";
 
 static TVimbraAddr address(const char* text) {
     TVimbraAddr ip;

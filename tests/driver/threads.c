@@ -4,10 +4,12 @@
 #include <signal.h>
 #include <stdint.h>
 #include <string.h>
+#include <unistd.h>
 #include <vimbra/thread.h>
 
 #include "driver.h"
 
+static int g_pipe[2];
 static int g_ended = 0;
 static int g_cleaned = 0;
 
@@ -33,9 +35,11 @@ static void look_and_exit(void* counter) {
 }
 
 static void wait_for_ever(void* counter) {
+    char byte;
+
     count(counter);
-    for (;;) {
-        ThreadDelay(60);
+    /* Nobody writes. */
+    while (read(g_pipe[0], &byte, 1) != 0) {
     }
 }
 
@@ -50,6 +54,7 @@ void drive_threads(void) {
     GIVES(-1, ThreadKill(0));
     GIVES(-1, ThreadDetach(0));
 
+    GIVES(0, pipe(g_pipe));
     thread = ThreadSpawn(name, wait_for_ever, &g_ended, 65536, SCHED_OTHER, 0);
     HOLDS(comes_to(&g_ended, 2));
     HOLDS(ThreadGetPriority(thread) >= 0);
@@ -58,6 +63,8 @@ void drive_threads(void) {
     GIVES(-1, ThreadAdjustPriority(thread, 1));
     GIVES(0, ThreadKill(thread));
     HOLDS(ThreadWait(thread) == PTHREAD_CANCELED);
+    close(g_pipe[0]);
+    close(g_pipe[1]);
 
     thread = ThreadSpawn(name, count, &g_ended, 65536, SCHED_OTHER, 0);
     GIVES(0, ThreadDetach(thread));

@@ -104,7 +104,7 @@ static void drive_conflicts(void) {
 }
 
 static void drive_advertisements(void) {
-    char eth0[] = "eth0";
+    char eth0[VIMBRA_IFACE_NAME_LEN] = "eth0";
     TVimbraRouterAdCb report;
 
     RouterAdvertiseInit();

@@ -2,7 +2,7 @@
 #include <vimbra/net_pppoe.h>
 #include <vimbra/pppoe.h>
 
-#include <iterator>
+#include <array>
 
 #include "lib/base/shared_function.hpp"
 #include "lib/base/text.hpp"
