@@ -351,51 +351,5 @@ TEST(VimbradLog, SystemLogThatNobodyReadsStopsNobody) {
     close(log);
 }
 
-// The script as it is installed, but for the place of the daemon.
-class VimbradScript : public testing::Test {
- protected:
-    void SetUp() override {
-        const std::string daemon = DaemonCommand().front();
-        const std::string script = daemon + ".init";
-        Shell("sed 's|^daemon=.*|daemon=" + daemon + "|' " + script +
-              " >/tmp/vimbrad.init && chmod 755 /tmp/vimbrad.init");
-    }
-
-    static int Run(const char* command) {
-        return ShellStatus(std::string("/tmp/vimbrad.init ") + command);
-    }
-};
-
-TEST_F(VimbradScript, StartReturnsWhenTheDaemonServes) {
-    EXPECT_EQ(3, Run("status"));
-    ASSERT_EQ(0, Run("start"));
-    EXPECT_TRUE(Serves());
-    EXPECT_EQ(0, Run("status"));
-    EXPECT_EQ(0, Run("start"));
-    EXPECT_EQ(0, Run("stop"));
-    EXPECT_EQ(3, Run("status"));
-    EXPECT_EQ(0, Run("stop"));
-}
-
-TEST_F(VimbradScript, RestartIsAnotherDaemonThatKnowsWhatTheFirstDid) {
-    ASSERT_EQ(0, Run("start"));
-    const std::string first = ReadFile("/run/vimbrad/lock");
-    ASSERT_EQ(0, VimbraAddRouteTable(100));
-    ASSERT_EQ(0, Run("restart"));
-    EXPECT_NE(first, ReadFile("/run/vimbrad/lock"));
-    EXPECT_NE(0, VimbraAddRouteTable(100));
-    EXPECT_EQ(0, Run("stop"));
-}
-
-TEST_F(VimbradScript, StartSaysSoWhenTheDaemonCannotServe) {
-    WriteFile(kRunDir, "");
-    EXPECT_NE(0, Run("start"));
-}
-
-TEST_F(VimbradScript, WrongUsage) {
-    EXPECT_EQ(2, Run(""));
-    EXPECT_EQ(2, Run("frobnicate"));
-}
-
 }  // namespace
 }  // namespace vimbra::tests
