@@ -1,4 +1,4 @@
-// A DHCP server of IPv4 that does what a test says: one address, and yes or no to who asks for it.
+// DHCP servers on another host: the real ones, and one that says no when a test says so.
 #ifndef VIMBRA_TESTS_E2E_DHCP_SERVER_HPP
 #define VIMBRA_TESTS_E2E_DHCP_SERVER_HPP
 
@@ -15,11 +15,43 @@
 #include <array>
 #include <atomic>
 #include <cstring>
+#include <memory>
+#include <string>
 #include <thread>
+#include <vector>
+#include <vimbra/bed.hpp>
 
 #include "e2e.hpp"
 
 namespace vimbra::tests {
+
+// busybox udhcpd with these lines in its configuration, serving when this returns.
+inline std::unique_ptr<Program> RunUdhcpd(const Host& host, const std::string& settings) {
+    bed::WriteFile("/tmp/server.conf", settings +
+                                           "interface eth0\nlease_file /tmp/server.leases\n"
+                                           "pidfile /tmp/server.pid\n");
+    bed::WriteFile("/tmp/server.leases", "");
+    auto server = std::make_unique<Program>(
+        std::vector<std::string>{"nsenter", "-t", std::to_string(host.Pid()), "-n", "busybox",
+                                 "udhcpd", "-f", "/tmp/server.conf"},
+        "/tmp/server.log");
+    EXPECT_TRUE(server->WaitOutput("started"));
+    return server;
+}
+
+// dnsmasq for IPv6, with 2001:db8::100 for two minutes, and these DNS servers.
+inline std::unique_ptr<Program> RunDnsmasq6(const Host& host, const std::string& dnsServers) {
+    auto server = std::make_unique<Program>(
+        std::vector<std::string>{"nsenter", "-t", std::to_string(host.Pid()), "-n", "dnsmasq",
+                                 "--no-daemon", "--conf-file=/dev/null", "--port=0", "--user=root",
+                                 "--group=root",
+                                 "--pid-file=", "--dhcp-leasefile=/tmp/server6.leases",
+                                 "--log-dhcp", "--dhcp-range=2001:db8::100,2001:db8::100,64,120",
+                                 "--dhcp-option=option6:dns-server," + dnsServers},
+        "/tmp/server6.log");
+    EXPECT_TRUE(server->WaitOutput("DHCPv6, IP range"));
+    return server;
+}
 
 // Serves 192.0.2.100/25 on eth0 of another host, which is 192.0.2.1, as RFC 2131 has it.
 class DhcpServer {

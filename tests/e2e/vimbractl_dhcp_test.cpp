@@ -7,6 +7,7 @@
 #include <vimbra/bed.hpp>
 
 #include "ctl.hpp"
+#include "dhcp_server.hpp"
 #include "e2e.hpp"
 
 namespace vimbra::tests {
@@ -25,17 +26,12 @@ class CtlDhcp : public testing::Test {
     void SetUp() override { Connect("eth0", host_); }
 
     // On the other host: a server with one address to give.
-    Program Serve() {
+    std::unique_ptr<Program> Serve() {
         host_.Shell("ip address add 192.0.2.1/25 dev eth0");
-        WriteFile("/tmp/server.conf",
-                  "start 192.0.2.100\nend 192.0.2.100\n"
-                  "option subnet 255.255.255.128\noption router 192.0.2.1\n"
-                  "option dns 192.0.2.53 192.0.2.54\noption lease 3600\n"
-                  "interface eth0\nlease_file /tmp/server.leases\npidfile /tmp/server.pid\n");
-        WriteFile("/tmp/server.leases", "");
-        return Program({"nsenter", "-t", std::to_string(host_.Pid()), "-n", "busybox", "udhcpd",
-                        "-f", "/tmp/server.conf"},
-                       "/tmp/server.log");
+        return RunUdhcpd(host_,
+                         "start 192.0.2.100\nend 192.0.2.100\noption subnet 255.255.255.128\n"
+                         "option router 192.0.2.1\noption dns 192.0.2.53 192.0.2.54\n"
+                         "option lease 3600\n");
     }
 
     // On the other host: a client that asks once.
@@ -69,7 +65,7 @@ Json LeaseRecord() {
 // ---- The client
 
 TEST_F(CtlDhcp, StartShowsWhatTheServerHandsOut) {
-    const Program server = Serve();
+    const auto server = Serve();
     Ctl ctl("dhcp start eth0 --watch");
     ASSERT_TRUE(ctl.WaitOut(kLease)) << ctl.Err() << daemon_.Log();
     EXPECT_THAT(KernelAddresses("eth0", 2), Contains("192.0.2.100/25 global"));
@@ -91,7 +87,7 @@ TEST_F(CtlDhcp, StartShowsAFailure) {
 }
 
 TEST_F(CtlDhcp, ClientFromStartToStop) {
-    const Program server = Serve();
+    const auto server = Serve();
     EXPECT_EQ("stopped\n", RunCtl("dhcp state eth0").out);
     Done done = RunCtl("dhcp lease eth0 --renew");
     EXPECT_EQ(5, done.status);
@@ -119,13 +115,10 @@ TEST_F(CtlDhcp, ClientFromStartToStop) {
 
 TEST_F(CtlDhcp, FamiliesHaveClientsOfTheirOwn) {
     host_.Shell("ip address add 2001:db8::1/64 dev eth0 nodad");
-    const Program server({"nsenter", "-t", std::to_string(host_.Pid()), "-n", "dnsmasq",
-                          "--no-daemon", "--conf-file=/dev/null", "--port=0", "--user=root",
-                          "--group=root", "--pid-file=", "--dhcp-leasefile=/tmp/server6.leases",
-                          "--dhcp-range=2001:db8::100,2001:db8::100,64,120"},
-                         "/tmp/server6.log");
+    const auto server = RunDnsmasq6(host_, "[2001:db8::53]");
     Ctl ctl("dhcp start eth0 --family ipv6 --watch");
-    ASSERT_TRUE(ctl.WaitOut("eth0: 2001:db8::100/128, for 120 s\n")) << ctl.Err() << daemon_.Log();
+    ASSERT_TRUE(ctl.WaitOut("eth0: 2001:db8::100/128, for 120 s, DNS 2001:db8::53\n"))
+        << ctl.Err() << daemon_.Log();
     EXPECT_EQ("running\n", RunCtl("dhcp state eth0 --family ipv6").out);
     EXPECT_EQ("stopped\n", RunCtl("dhcp state eth0").out);
     EXPECT_EQ(0, RunCtl("dhcp stop eth0 --family ipv6").status);

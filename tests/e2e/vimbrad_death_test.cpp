@@ -1,7 +1,9 @@
 // A daemon that is killed takes its programs with it, at whatever stage they are.
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/mount.h>
+#include <vimbra/dhcps.h>
 
 #include <filesystem>
 #include <fstream>
@@ -10,6 +12,7 @@
 #include <sstream>
 #include <vimbra/bed.hpp>
 
+#include "dhcp_server.hpp"
 #include "e2e.hpp"
 #include "messages.hpp"
 #include "pppd.hpp"
@@ -135,6 +138,75 @@ TEST(VimbradDeath, PppdAtEachStage) {
         EXPECT_TRUE(WaitFor([] { return !Runs("link-keeper"); }));
         Shell("rm -r /tmp/pppd /dev/ppp");
     }
+}
+
+// Its keeper may not have begun, or not have heard whom it belongs to.
+TEST(VimbradDeath, PppdAtTheMomentOfItsStart) {
+    MakeIface("eth0");
+    const Pppd pppd("hold");
+    for (int i = 0; i < 20; ++i) {
+        Mortal daemon({"--forget"});
+        Connection request("api_daemon");
+        const Bytes body = PppoeBody();
+        ASSERT_TRUE(request.Send(
+            Pack().U32(kPppoeStart).U32(static_cast<u32>(body.size())).U32(0).Add(body)));
+        // Some are killed before the program runs and some after.
+        if (i % 2 != 0) {
+            ASSERT_TRUE(request.WaitRead());
+        }
+        daemon.Kill();
+        EXPECT_TRUE(WaitFor([] { return !Runs("link-keeper"); }));
+    }
+    for (int dial = 1; dial <= Pppd::Dials(); ++dial) {
+        EXPECT_TRUE(WaitFor([dial] { return !Pppd::Runs(dial); })) << dial;
+    }
+}
+
+TVimbraAddr AddressOf(const char* text) {
+    TVimbraAddr address{};
+    address.wSinFamily = VIMBRA_FAMILY_IPV4;
+    inet_pton(AF_INET, text, &address.tV4Addr);
+    return address;
+}
+
+TEST(VimbradDeath, DhcpServer) {
+    MakeIface("eth0");
+    Shell("ip address add 10.1.0.1/24 dev eth0");
+    Mortal daemon;
+    TVimbraDhcpsInfo pool{};
+    pool.tIpPoolStart = AddressOf("10.1.0.100");
+    pool.tIpPoolEnd = AddressOf("10.1.0.200");
+    pool.tRoutes = AddressOf("10.1.0.1");
+    pool.dwIpPoolPrefix = 24;
+    char eth0[] = "eth0";
+    ASSERT_EQ(0, VimbraDhcpsStart(eth0, 2, &pool));
+    ExpectToDieWith(daemon, daemon.WaitChildren(1));
+}
+
+// With a lease it has set an address, a route and servers: the next one takes them back if it is to
+// forget, and leaves no file.
+TEST(VimbradDeath, DhcpClientWithALease) {
+    const Host host;
+    Connect("eth0", host);
+    host.Shell("ip address add 192.0.2.1/25 dev eth0");
+    const DhcpServer server(host);
+    const std::string servers = ReadFile("/etc/resolv.conf");
+    const std::string routes = Shell("ip route");
+    {
+        Mortal daemon;
+        const Listener listener("ipc_dhcpc_eth0");
+        ASSERT_EQ(0, Ask(kDhcpStart, DhcpBody("eth0")));
+        ASSERT_EQ(1u, listener.Wait(1).size());
+        EXPECT_NE(routes, Shell("ip route"));
+        ExpectToDieWith(daemon, daemon.WaitChildren(1));
+    }
+    const Daemon daemon({"--forget"});
+    ASSERT_TRUE(daemon.WaitLog("listening on"));
+    EXPECT_TRUE(KernelAddresses("eth0", 2).empty());
+    EXPECT_EQ(routes, Shell("ip route"));
+    EXPECT_EQ(servers, ReadFile("/etc/resolv.conf"));
+    EXPECT_EQ("", Shell("ls -d /run/vimbrad/files.* /run/vimbrad/state.json 2>/dev/null || true"));
+    EXPECT_FALSE(Runs("udhcpc"));
 }
 
 TEST(VimbradDeath, NtpQuestion) {

@@ -17,6 +17,7 @@
 #include <map>
 #include <mutex>
 
+#include "dhcp_server.hpp"
 #include "e2e.hpp"
 #include "messages.hpp"
 
@@ -124,16 +125,8 @@ class VimbradDhcpClient : public testing::Test {
     }
 
     void Serve(const std::string& pool = kPool, const std::string& options = kOptions) {
-        WriteFile("/tmp/server.conf", pool + options +
-                                          "interface eth0\nlease_file /tmp/server.leases\n"
-                                          "pidfile /tmp/server.pid\n");
-        WriteFile("/tmp/server.leases", "");
         server_.reset();
-        server_ = std::make_unique<Program>(
-            std::vector<std::string>{"nsenter", "-t", std::to_string(host_.Pid()), "-n", "busybox",
-                                     "udhcpd", "-f", "/tmp/server.conf"},
-            "/tmp/server.log");
-        EXPECT_TRUE(server_->WaitOutput("started"));
+        server_ = RunUdhcpd(host_, pool + options);
     }
 
     Host host_;
@@ -294,17 +287,7 @@ class VimbradDhcpClient6 : public VimbradDhcpClient {
         host_.Shell("ip address add 2001:db8::1/64 dev eth0 nodad");
     }
 
-    void Serve6() {
-        server6_ = std::make_unique<Program>(
-            std::vector<std::string>{
-                "nsenter", "-t", std::to_string(host_.Pid()), "-n", "dnsmasq", "--no-daemon",
-                "--conf-file=/dev/null", "--port=0", "--user=root", "--group=root",
-                "--pid-file=", "--dhcp-leasefile=/tmp/server6.leases", "--log-dhcp",
-                "--dhcp-range=2001:db8::100,2001:db8::100,64,120",
-                "--dhcp-option=option6:dns-server,[2001:db8::53],[2001:db8::54]"},
-            "/tmp/server6.log");
-        EXPECT_TRUE(server6_->WaitOutput("DHCPv6, IP range"));
-    }
+    void Serve6() { server6_ = RunDnsmasq6(host_, "[2001:db8::53],[2001:db8::54]"); }
 
     std::unique_ptr<Program> server6_;
 };

@@ -5,6 +5,7 @@
 #include <memory>
 #include <vimbra/bed.hpp>
 
+#include "address_watch.hpp"
 #include "dhcp_server.hpp"
 #include "e2e.hpp"
 #include "lives.hpp"
@@ -29,24 +30,6 @@ Bytes Client(u16 family) {
     return Pack().U16(family).Text("eth0", 16);
 }
 
-// Every address that goes or comes from now on.
-class AddressWatch {
- public:
-    AddressWatch() : watch_({"ip", "monitor", "address"}, "/tmp/addresses.log") {
-        EXPECT_TRUE(WaitFor([] {
-            Shell("ip address add 10.255.255.1/32 dev lo && ip address del 10.255.255.1/32 dev lo");
-            return ReadFile("/tmp/addresses.log").find("10.255.255.1") != std::string::npos;
-        }));
-    }
-
-    static std::string DeletedOnEth0() {
-        return Shell("grep '^Deleted.*eth0' /tmp/addresses.log || true");
-    }
-
- private:
-    Program watch_;
-};
-
 class VimbradLeaseRestart : public testing::Test {
  protected:
     void SetUp() override {
@@ -66,7 +49,7 @@ TEST_F(VimbradLeaseRestart, LeaseThatTheServerConfirmsStays) {
     const AddressWatch watch;
     daemon.KillAndBegin();
     EXPECT_EQ(kLease, listener.Wait(2).at(1).type);
-    EXPECT_EQ("", AddressWatch::DeletedOnEth0());
+    EXPECT_EQ("", AddressWatch::DeletedOn("eth0"));
     EXPECT_THAT(KernelAddresses("eth0", 2), Contains("192.0.2.100/25 global"));
 }
 
@@ -96,15 +79,7 @@ class VimbradLeaseRestart6 : public VimbradLeaseRestart {
     void SetUp() override {
         VimbradLeaseRestart::SetUp();
         host_.Shell("ip address add 2001:db8::1/64 dev eth0 nodad");
-        server_ = std::make_unique<Program>(
-            std::vector<std::string>{"nsenter", "-t", std::to_string(host_.Pid()), "-n", "dnsmasq",
-                                     "--no-daemon", "--conf-file=/dev/null", "--port=0",
-                                     "--user=root", "--group=root",
-                                     "--pid-file=", "--dhcp-leasefile=/tmp/server6.leases",
-                                     "--dhcp-range=2001:db8::100,2001:db8::100,64,120",
-                                     "--dhcp-option=option6:dns-server,[2001:db8::53]"},
-            "/tmp/server6.log");
-        EXPECT_TRUE(server_->WaitOutput("DHCPv6, IP range"));
+        server_ = RunDnsmasq6(host_, "[2001:db8::53]");
     }
 
     static void ExpectLease(bool there) {
@@ -133,7 +108,7 @@ TEST_F(VimbradLeaseRestart6, LeaseStaysAndIsToldAnew) {
     EXPECT_EQ(kLease, told.at(1).type);
     EXPECT_EQ(told.at(0).body, told.at(1).body);
     ExpectLease(true);
-    EXPECT_EQ("", AddressWatch::DeletedOnEth0());
+    EXPECT_EQ("", AddressWatch::DeletedOn("eth0"));
     EXPECT_EQ("bound", Shown("dhcp_clients").at(0).at("state"));
     // It is ours again: it goes with the client, and back to the server.
     EXPECT_EQ(0, Ask(kStop, Client(10)));
@@ -150,7 +125,7 @@ TEST_F(VimbradLeaseRestart6, KeepLeavesTheLeaseAlone) {
     ExpectLease(true);
     daemon.Begin();
     EXPECT_EQ(kLease, listener.Wait(2).at(1).type);
-    EXPECT_EQ("", AddressWatch::DeletedOnEth0());
+    EXPECT_EQ("", AddressWatch::DeletedOn("eth0"));
 }
 
 TEST_F(VimbradLeaseRestart6, LeaseStaysWhileNoServerAnswers) {

@@ -11,7 +11,10 @@
 #include <memory>
 #include <vimbra/bed.hpp>
 
+#include "address_watch.hpp"
+#include "dhcp_server.hpp"
 #include "e2e.hpp"
+#include "lives.hpp"
 #include "messages.hpp"
 #include "pppd.hpp"
 
@@ -46,69 +49,6 @@ TVimbraAddr Addr(const char* text) {
     return made;
 }
 
-// A daemon that may be killed, and the one after it.
-class Lives {
- public:
-    explicit Lives(const std::vector<std::string>& options = {}) : options_(options) { Begin(); }
-    ~Lives() {
-        if (daemon_) {
-            End();
-        }
-    }
-    Lives(const Lives&) = delete;
-    Lives& operator=(const Lives&) = delete;
-
-    void Begin(const std::vector<std::string>& more = {}) {
-        std::vector<std::string> options = options_;
-        options.insert(options.end(), more.begin(), more.end());
-        daemon_ = std::make_unique<Program>(DaemonCommand(options),
-                                            "/tmp/vimbrad." + std::to_string(++life_) + ".log");
-        EXPECT_TRUE(daemon_->WaitOutput("listening on")) << daemon_->Output();
-    }
-    void Kill() {
-        daemon_->Signal(SIGKILL);
-        EXPECT_EQ(128 + SIGKILL, daemon_->Wait());
-        daemon_.reset();
-    }
-    void KillAndBegin(const std::vector<std::string>& more = {}) {
-        Kill();
-        Begin(more);
-    }
-    void End() {
-        daemon_->Signal(SIGTERM);
-        EXPECT_EQ(0, daemon_->Wait()) << daemon_->Output();
-        daemon_.reset();
-    }
-    bool WaitLog(const std::string& text) const { return daemon_->WaitOutput(text); }
-    std::string Log() const { return daemon_->Output(); }
-
- private:
-    std::vector<std::string> options_;
-    int life_ = 0;
-    std::unique_ptr<Program> daemon_;
-};
-
-// Every address that goes or comes from now on.
-class AddressWatch {
- public:
-    AddressWatch() : watch_({"ip", "-4", "monitor", "address"}, "/tmp/addresses.log") {
-        EXPECT_TRUE(WaitFor([] {
-            const std::string mark = "10.255.255.1";
-            Shell("ip address add " + mark + "/32 dev lo");
-            Shell("ip address del " + mark + "/32 dev lo");
-            return ReadFile("/tmp/addresses.log").find(mark) != std::string::npos;
-        }));
-    }
-
-    // Those that have gone.
-    static std::string Deleted() {
-        return Shell("grep ^Deleted /tmp/addresses.log | grep -v 10.255.255.1 || true");
-    }
-
- private:
-    Program watch_;
-};
-
 Bytes Dhcp(const char* iface = "eth0") {
     return Pack().U16(2).Text(iface, 16);
 }
@@ -135,18 +75,11 @@ class VimbradRestart : public testing::Test {
     }
 
     void Serve(const std::string& lease = "3600") {
-        WriteFile("/tmp/server.conf",
-                  "start 192.0.2.100\nend 192.0.2.100\noption subnet 255.255.255.128\n"
-                  "option router 192.0.2.1\noption dns 192.0.2.53\nmin_lease 5\noption lease " +
-                      lease +
-                      "\ninterface eth0\nlease_file /tmp/server.leases\n"
-                      "pidfile /tmp/server.pid\n");
-        WriteFile("/tmp/server.leases", "");
-        server_ = std::make_unique<Program>(
-            std::vector<std::string>{"nsenter", "-t", std::to_string(host_.Pid()), "-n", "busybox",
-                                     "udhcpd", "-f", "/tmp/server.conf"},
-            "/tmp/server.log");
-        EXPECT_TRUE(server_->WaitOutput("started"));
+        server_ = RunUdhcpd(host_,
+                            "start 192.0.2.100\nend 192.0.2.100\noption subnet 255.255.255.128\n"
+                            "option router 192.0.2.1\noption dns 192.0.2.53\nmin_lease 5\n"
+                            "option lease " +
+                                lease + "\n");
     }
 
     static void ExpectLease(bool there) {
@@ -171,7 +104,7 @@ TEST_F(VimbradRestart, LeaseStaysAndIsToldAnew) {
     daemon.KillAndBegin();
     EXPECT_EQ(kLease, listener.Wait(2).at(1).type);
     ExpectLease(true);
-    EXPECT_EQ("", AddressWatch::Deleted());
+    EXPECT_EQ("", AddressWatch::DeletedOn("eth0"));
     EXPECT_EQ("bound", Shown("dhcp_clients").at(0).at("state"));
     // It is ours again: it goes with the client.
     EXPECT_EQ(0, Ask(0x502, Dhcp()));
@@ -231,7 +164,7 @@ TEST_F(VimbradRestart, KeepLeavesTheNetworkAlone) {
     EXPECT_EQ(1u, listener.Messages().size());
     daemon.Begin();
     EXPECT_EQ(kLease, listener.Wait(2).at(1).type);
-    EXPECT_EQ("", AddressWatch::Deleted());
+    EXPECT_EQ("", AddressWatch::DeletedOn("eth0"));
 }
 
 TEST_F(VimbradRestart, EndWithoutKeepGivesTheLeaseBackAndTellsSo) {
