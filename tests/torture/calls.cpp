@@ -51,13 +51,18 @@ ssize_t Count(int outcome, size_t size) {
 
 // A call with a count: it is made for as many bytes as it is to take.
 template <typename Make>
-ssize_t Counted(Call call, size_t size, const Make& make) {
-    const int outcome = Meet(call);
+ssize_t Counted(Call call, size_t size, const Make& make, bool canEnd = true) {
+    const int outcome = Meet(call, canEnd);
     if (outcome == 0) {
         return make(size);
     }
     const ssize_t count = Count(outcome, size);
     return count > 0 ? make(static_cast<size_t>(count)) : count;
+}
+
+// Processes go while they are looked at; no other file that is there is suddenly not.
+bool MayGo(const char* path) {
+    return strstr(path, "/proc/") != nullptr || access(path, F_OK) != 0;
 }
 
 #define TORTURE_OR(call, failure)    \
@@ -232,7 +237,13 @@ int torture_socket(int domain, int type, int protocol) {
 
 int torture_connect(int fd, const sockaddr* address, socklen_t length) {
     TORTURE_OR(connect, -1)
-    return connect(fd, address, length);
+    const int result = connect(fd, address, length);
+    const int error = errno;
+    if (result == 0 && strstr(address->sa_data, "api_daemon") != nullptr) {
+        Connected();
+    }
+    errno = error;
+    return result;
 }
 
 int torture_bind(int fd, const sockaddr* address, socklen_t length) {
@@ -308,12 +319,16 @@ int torture_open(const char* path, int flags, ...) {
     const bool makes = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
     const mode_t mode = makes ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
-    TORTURE_OR(open, -1)
+    if (Meet(Call::k_open, MayGo(path)) != 0) {
+        return -1;
+    }
     return Descriptor(open(path, flags, mode));
 }
 
 FILE* torture_fopen(const char* path, const char* mode) {
-    TORTURE_OR(fopen, nullptr)
+    if (Meet(Call::k_fopen, MayGo(path)) != 0) {
+        return nullptr;
+    }
     FILE* stream = fopen(path, mode);
     if (stream != nullptr) {
         Descriptor(fileno(stream));
@@ -341,8 +356,12 @@ int torture_close(int fd) {
     return outcome != 0 ? (errno = outcome, -1) : result;
 }
 
+// A watch of files has no end.
 ssize_t torture_read(int fd, void* data, size_t size) {
-    return Counted(Call::k_read, size, [=](size_t count) { return read(fd, data, count); });
+    struct stat status;
+    const bool canEnd = fstat(fd, &status) == 0 && (status.st_mode & S_IFMT) != 0;
+    return Counted(
+        Call::k_read, size, [=](size_t count) { return read(fd, data, count); }, canEnd);
 }
 
 ssize_t torture_pread(int fd, void* data, size_t size, off_t offset) {
@@ -594,8 +613,11 @@ int torture_semctl(int id, int number, int command, ...) {
     return semctl(id, number, command, argument);
 }
 
+// What was taken can be given back.
 int torture_semop(int id, sembuf* operations, size_t count) {
-    TORTURE_OR(semop, -1)
+    if (operations->sem_op < 0 && Meet(Call::k_semop) != 0) {
+        return -1;
+    }
     return semop(id, operations, count);
 }
 
@@ -617,11 +639,6 @@ void torture_exit(int code) {
 }
 
 // ---- The rest -----------------------------------------------------------------------------------
-
-char* torture_getenv(const char* name) {
-    TORTURE_OR(getenv, nullptr)
-    return getenv(name);
-}
 
 int torture_usleep(useconds_t time) {
     TORTURE_OR(usleep, -1)

@@ -1,9 +1,14 @@
 #include "ground.hpp"
 
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 
 #include "answers.hpp"
@@ -49,6 +54,79 @@ long Post(const char* name, u32 type, const Bytes& body) {
 std::string Arrives(const char* name, u32 type, const Bytes& body) {
     const long events = Post(name, type, body);
     return events == 1 ? "" : "the event arrives " + std::to_string(events) + " times";
+}
+
+void AddService(std::vector<Operation>& all, const Service& service) {
+    const auto arrives = [service] { return Arrives(service.socket, service.type, service.body); };
+    const auto stop = [service] {
+        const long result = service.doStop();
+        return !service.isStuck || !service.isStuck(result);
+    };
+    const auto start = [service] { service.doStart(); };
+    all.push_back({.name = service.start,
+                   .call = service.doStart,
+                   .undo = stop,
+                   .proof = arrives,
+                   .lenient = service.lenient,
+                   .spoils = service.spoils});
+    if (service.stop != nullptr) {
+        all.push_back({.name = service.stop,
+                       .call = service.doStop,
+                       .prepare = start,
+                       .undo = stop,
+                       .spoils = service.spoils});
+    }
+    all.push_back({.name = std::string(service.start) + ": event",
+                   .call = [service] { return Post(service.socket, service.type, service.body); },
+                   .prepare = start,
+                   .undo = stop,
+                   .good = 1,
+                   .others = {0},
+                   .spoils = service.spoils,
+                   .isEvent = true});
+}
+
+// ---- Processes ----------------------------------------------------------------------------------
+
+Fake::Fake(const std::string& name, const std::string& word) : name_(name), word_(word) {
+    Revive();
+}
+
+Fake::~Fake() {
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+}
+
+// The program itself again, with an end of a pipe that it closes when it has its name.
+void Fake::Revive() {
+    if (pid_ > 0 && waitpid(pid_, nullptr, WNOHANG) == 0) {
+        return;
+    }
+    int ready[2];
+    if (pipe2(ready, O_CLOEXEC) != 0) {
+        abort();
+    }
+    pid_ = fork();
+    if (pid_ == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        signal(SIGHUP, SIG_IGN);
+        signal(SIGUSR1, SIG_IGN);
+        dup2(ready[1], STDOUT_FILENO);
+        execl("/proc/self/exe", name_.c_str(), "--wait", word_.c_str(), nullptr);
+        _exit(1);
+    }
+    close(ready[1]);
+    char none;
+    static_cast<void>(read(ready[0], &none, 1) == 0);
+    close(ready[0]);
+}
+
+void BeFake(const char* name) {
+    prctl(PR_SET_NAME, name);
+    close(STDOUT_FILENO);
+    for (;;) {
+        pause();
+    }
 }
 
 void SetAnswers(bed::ScriptedDaemon& daemon) {

@@ -11,10 +11,12 @@
 #include <vimbra/common.h>
 #include <vimbra/types.h>
 
+#include <algorithm>
 #include <cstring>
 #include <map>
 #include <optional>
 #include <regex>
+#include <span>
 #include <sstream>
 #include <vimbra/bed.hpp>
 
@@ -69,7 +71,8 @@ bool IsListed(const Operation& operation, long result) {
             return true;
         }
     }
-    const Told* told = Find(operation.name);
+    const Told* told =
+        operation.isEvent ? nullptr : Find(operation.name.substr(0, operation.name.find(':')));
     std::istringstream results(told != nullptr ? told->results : "");
     for (std::string one; results >> one;) {
         if (Fits(result, one)) {
@@ -82,6 +85,7 @@ bool IsListed(const Operation& operation, long result) {
 // ---- What the child tells its parent ------------------------------------------------------------
 
 constexpr size_t kTextMax = 1 << 16;
+constexpr size_t kPointsMax = 4096;
 
 struct Shared {
     size_t position;  // the injection at hand
@@ -91,6 +95,8 @@ struct Shared {
     size_t runs;
     size_t failures;
     size_t faults;
+    size_t pointCount;
+    Point points[kPointsMax];
     char now[256];
     char complaints[kTextMax];
 };
@@ -137,6 +143,14 @@ std::string Uncut(const std::string& path, const std::string& before, const std:
     return after + filler;
 }
 
+// Of a process; nothing for a good end.
+std::string HowItEnded(int status) {
+    if (WIFSIGNALED(status)) {
+        return std::string("ends by ") + strsignal(WTERMSIG(status));
+    }
+    return status != 0 ? "exits with " + std::to_string(WEXITSTATUS(status)) : "";
+}
+
 // ---- One operation, in its process --------------------------------------------------------------
 
 struct Job {
@@ -156,13 +170,20 @@ class Bench {
 
     // Everything from this injection on.
     void Work(size_t first) {
-        LearnWhatIsGood();
+        if (operation_.isOnce) {
+            InChild([this] { LearnWhatIsGood(1); });
+            before_ = after_ = Files();
+        } else {
+            LearnWhatIsGood(3);
+        }
         const std::vector<Job> jobs = Jobs();
         for (size_t i = first; i < jobs.size() && shared_.faults < settings_.enough;
              i += settings_.stride) {
             shared_.position = i;
             Tell(jobs[i]);
-            if (jobs[i].injection.outcome == kKill) {
+            if (operation_.isOnce) {
+                InChild([&] { FailOnce(jobs[i].injection); });
+            } else if (jobs[i].injection.outcome == kKill) {
                 Kill(jobs[i].injection);
             } else if (!Fail(jobs[i].injection)) {
                 shared_.again = true;
@@ -176,6 +197,12 @@ class Bench {
         if (operation_.prepare) {
             operation_.prepare();
         }
+    }
+
+    void Forget() {
+        CountRequests();
+        daemon_.Forget();
+        connections_ = daemon_.Connections();
     }
 
     // exit(3) is a result like any other, out of range.
@@ -208,24 +235,42 @@ class Bench {
         }
     }
 
-    // Twice: what is made once for the process is there then.
-    void LearnWhatIsGood() {
+    void InChild(const std::function<void()>& part) const {
+        const pid_t child = fork();
+        if (child == 0) {
+            part();
+            _exit(0);
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        if (status != 0) {
+            Complain(shared_, HowItEnded(status));
+        }
+    }
+
+    // More than once: what is made once for the process is there then.
+    void LearnWhatIsGood(int rounds) {
         snprintf(shared_.now, sizeof(shared_.now), "%s, untouched", operation_.name.c_str());
-        for (int round = 0; round < 3; round++) {
+        for (int round = 0; round < rounds; round++) {
             Prepare();
             before_ = Files();
-            daemon_.Forget();
+            Forget();
             Injector::Arm();
             Expect(Call(), operation_.good, "the call");
             Injector::WaitQuiet();
             Injector::Disarm();
-            points_ = Injector::Points();
-            requests_ = CountRequests(0);
+            Keep(Injector::Points());
+            requests_ = CountRequests();
             after_ = Files();
             Prove();
             Undo();
         }
-        shared_.calls = points_.size();
+        shared_.calls = shared_.pointCount;
+    }
+
+    void Keep(const std::vector<Point>& points) const {
+        shared_.pointCount = std::min(points.size(), kPointsMax);
+        std::copy_n(points.begin(), shared_.pointCount, shared_.points);
     }
 
     void Prove() const {
@@ -251,7 +296,7 @@ class Bench {
 
     std::vector<Job> Jobs() const {
         std::vector<Job> jobs;
-        for (const Point& point : points_) {
+        for (const Point& point : std::span(shared_.points, shared_.pointCount)) {
             for (const int outcome : OutcomesOf(point.call)) {
                 for (const bool forGood : {false, true}) {
                     jobs.push_back({{point.thread, point.number, outcome, forGood}, point.call});
@@ -264,10 +309,14 @@ class Bench {
         return jobs;
     }
 
-    size_t CountRequests(size_t atLeast) const {
-        bed::WaitFor([&] { return daemon_.Requests().size() >= atLeast; },
-                     std::chrono::seconds(settings_.patience));
-        static_cast<void>(daemon_.WaitIdle());
+    // All that has come to the daemon, when it has read to the end what there was.
+    size_t CountRequests() const {
+        bed::WaitFor(
+            [this] {
+                return daemon_.Connections() >= connections_ + Injector::Connections() &&
+                       daemon_.OpenConnections() == 0;
+            },
+            std::chrono::seconds(settings_.patience));
         return daemon_.Requests().size();
     }
 
@@ -295,7 +344,7 @@ class Bench {
 
     bool FailOnce(const Injection& injection) {
         Prepare();
-        daemon_.Forget();
+        Forget();
         Injector::Arm(injection);
         const long result = Call();
         if (!Injector::WaitQuiet()) {
@@ -306,7 +355,7 @@ class Bench {
         shared_.runs += failures > 0 ? 1 : 0;
         shared_.failures += failures;
         Injector::WaitQuiet();
-        Judge(result, failures);
+        Judge(result, failures, injection.forGood);
         if (!Undo() && operation_.spoils != nullptr) {
             return false;
         }
@@ -314,23 +363,23 @@ class Bench {
         return true;
     }
 
-    void Judge(long result, size_t failures) {
+    void Judge(long result, size_t failures, bool forGood) {
         if (result != kExit && !IsListed(operation_, result)) {
             Complain(shared_, "the header does not list " + std::to_string(result));
         }
         if (failures == 0) {
             Expect(result, operation_.good, "the untouched call");
         }
-        const size_t requests = CountRequests(0);
+        const size_t requests = CountRequests();
         if (requests > requests_) {
             Complain(shared_, "the daemon saw " + std::to_string(requests) + " requests and not " +
                                   std::to_string(requests_));
         }
         const bool isGood = result == operation_.good && operation_.lenient == nullptr;
-        if (isGood && !operation_.isEvent && CountRequests(requests_) != requests_) {
+        if (isGood && !operation_.isEvent && requests != requests_) {
             Complain(shared_, "called good without the daemon's knowing");
         }
-        JudgeFiles(isGood);
+        JudgeFiles(isGood, forGood);
         // A thread that cannot listen ends; that it was started is good all the same.
         if (isGood && !Injector::HasFailedElsewhere()) {
             Prove();
@@ -340,13 +389,32 @@ class Bench {
         }
     }
 
-    void JudgeFiles(bool isGood) const {
-        for (const auto& [path, content] : Files()) {
-            const bool isNew = content == after_.at(path);
-            if (!isNew && (isGood || content != before_.at(path))) {
-                Complain(shared_,
-                         path + (isGood ? " has not the new content: " : " has neither content: ") +
-                             content);
+    // Where all fails from some point on, nobody can cut what is too long.
+    bool IsOldOrNew(const std::string& path, const std::string& content, bool forGood) const {
+        const std::string& before = before_.at(path);
+        const std::string& after = after_.at(path);
+        return content == before || content == after ||
+               (forGood && content == Uncut(path, before, after));
+    }
+
+    bool IsElsewhere(const Contents& now) const {
+        Contents elsewhere = before_;
+        for (const auto& [path, content] : operation_.elsewhere) {
+            elsewhere[path] = "=" + content;
+        }
+        return !operation_.elsewhere.empty() && now == elsewhere;
+    }
+
+    void JudgeFiles(bool isGood, bool forGood) const {
+        const Contents now = Files();
+        if (IsElsewhere(now)) {
+            return;
+        }
+        for (const auto& [path, content] : now) {
+            if (isGood && content != after_.at(path)) {
+                Complain(shared_, path + " has not the new content: " + content);
+            } else if (!IsOldOrNew(path, content, forGood)) {
+                Complain(shared_, path + " has neither content: " + content);
             }
         }
     }
@@ -372,10 +440,9 @@ class Bench {
             Complain(shared_, "was not killed");
         }
         shared_.runs++;
-        for (const auto& [path, content] : Files()) {
-            const std::string& before = before_.at(path);
-            const std::string& after = after_.at(path);
-            if (content != before && content != after && content != Uncut(path, before, after)) {
+        const Contents now = Files();
+        for (const auto& [path, content] : now) {
+            if (!IsElsewhere(now) && !IsOldOrNew(path, content, true)) {
                 Complain(shared_, path + " has neither content: " + content);
             }
         }
@@ -389,8 +456,8 @@ class Bench {
     const Settings& settings_;
     Shared& shared_;
     ScriptedDaemon daemon_;
-    std::vector<Point> points_;
     size_t requests_ = 0;
+    size_t connections_ = 0;  // before the run
     Contents before_;
     Contents after_;
 };
@@ -401,6 +468,7 @@ class Bench {
                           size_t first) {
     const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
     dup2(null, STDOUT_FILENO);
+    dup2(null, STDERR_FILENO);
     Injector::SetPatience(settings.patience);
     {
         Bench bench(operation, settings, shared);
@@ -424,12 +492,7 @@ std::string WaitFor(pid_t child, const Settings& settings, const Shared& shared)
     close(watch);
     int status = 0;
     waitpid(child, &status, 0);
-    if (how.empty() && WIFSIGNALED(status)) {
-        how = std::string("ends by ") + strsignal(WTERMSIG(status));
-    } else if (how.empty() && WEXITSTATUS(status) != 0) {
-        how = "exits with " + std::to_string(WEXITSTATUS(status));
-    }
-    return how;
+    return how.empty() ? HowItEnded(status) : how;
 }
 
 std::vector<std::string> Lines(const char* text) {

@@ -47,7 +47,7 @@ bool CanHave(Call call, int outcome) {
 }
 
 bool AsksForRepeating(int outcome) {
-    return outcome == EINTR || outcome == EAGAIN;
+    return outcome == EINTR || outcome == EAGAIN || outcome == kTimeOut;
 }
 
 // One thread of the library, as long as it lives.
@@ -68,8 +68,9 @@ struct State {
     std::vector<Point> points;
     size_t failures = 0;
     bool failedElsewhere = false;
-    s64 spared = 0;  // nanoseconds, of this run
-    s64 ahead = 0;   // of all runs: the library's clock
+    s64 spared = 0;          // nanoseconds, of this run
+    size_t connections = 0;  // connections to the daemon, of this run
+    s64 ahead = 0;           // of all runs: the library's clock
     std::set<const void*> blocks;
     std::set<int> descriptors;
     std::array<Slot, kSlots> slots;
@@ -192,6 +193,7 @@ void Injector::Arm(const Injection& injection) {
     state.failures = 0;
     state.failedElsewhere = false;
     state.spared = 0;
+    state.connections = 0;
     state.armed = true;
 }
 
@@ -217,6 +219,11 @@ bool Injector::HasFailedElsewhere() {
 s64 Injector::SparedTime() {
     const Guard guard(The().mutex);
     return The().spared / 1000000;
+}
+
+size_t Injector::Connections() {
+    const Guard guard(The().mutex);
+    return The().connections;
 }
 
 Level Injector::Held() {
@@ -262,7 +269,7 @@ void Injector::SetExit(void* place) {
 
 // ---- For the wrappers ---------------------------------------------------------------------------
 
-int Meet(Call call, bool canTimeOut) {
+int Meet(Call call, bool canMiss) {
     State& state = The();
     if (t_thread.index < 0) {
         return 0;
@@ -283,7 +290,7 @@ int Meet(Call call, bool canTimeOut) {
     if (outcome == kKill) {
         kill(getpid(), SIGKILL);
     }
-    if (outcome == kTimeOut && !canTimeOut) {
+    if ((outcome == kTimeOut || outcome == kEnd || outcome == ENOENT) && !canMiss) {
         errno = error;
         return 0;
     }
@@ -376,13 +383,18 @@ bool IsInHurry() {
 
 void SpareTime(s64 nanoseconds) {
     const Guard guard(The().mutex);
-    The().spared += nanoseconds;
+    The().spared += IsCaller() ? nanoseconds : 0;
     The().ahead += nanoseconds;
 }
 
 s64 TimeAhead() {
     const Guard guard(The().mutex);
     return The().ahead;
+}
+
+void Connected() {
+    const Guard guard(The().mutex);
+    The().connections++;
 }
 
 void* PlaceOfExit() {

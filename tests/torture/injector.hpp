@@ -42,7 +42,7 @@ struct Point {
 };
 
 // The call at that point has this outcome; for good: so has every later call, on every thread, that
-// can have it. What asks for repeating (EINTR, EAGAIN) is over after kStorm of them.
+// can have it. What asks for repeating (EINTR, EAGAIN, a time-out) is over after kStorm of them.
 struct Injection {
     int thread = -1;
     int number = 0;
@@ -72,8 +72,9 @@ class Injector {
     static const std::vector<Point>& Points();
     static size_t Failures();          // how many calls failed
     static bool HasFailedElsewhere();  // on a thread that the library has made
-    // How much time has passed that nobody waited for, in milliseconds: what the library waits for
-    // in vain is cut short, and its clock put forward.
+    static size_t Connections();       // to the daemon
+    // How much time has passed that the caller did not wait for, in milliseconds: what the library
+    // waits for in vain is cut short, and its clock put forward.
     static s64 SparedTime();
 
     static Level Held();

@@ -11,8 +11,9 @@
 
 namespace vimbra::tests::torture {
 
-// 0 when the call is to be made, else its outcome; errno is set if that is an error.
-int Meet(Call call, bool canTimeOut = true);
+// 0 when the call is to be made, else its outcome; errno is set if that is an error. Not every call
+// can time out, or can find nothing.
+int Meet(Call call, bool canMiss = true);
 // Something was made to fail in this run.
 bool HasFailed();
 // Not a thread of the library.
@@ -20,6 +21,8 @@ bool IsCaller();
 
 void Allocated(const void* block);
 void Freed(const void* block);
+// To the daemon.
+void Connected();
 void Opened(int fd);
 void Closed(int fd);
 

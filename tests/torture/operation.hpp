@@ -3,6 +3,7 @@
 #define VIMBRA_TESTS_TORTURE_OPERATION_HPP
 
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -21,11 +22,15 @@ struct Operation {
     std::function<std::string()> proof = {};
     // Results that its header tells in words.
     std::vector<long> others = {};
+    // What else an edited file may hold, by its path, while all others are as before.
+    std::map<std::string, std::string> elsewhere = {};
     // A good result may cover a failure: the header says so, and here is why.
     const char* lenient = nullptr;
     // What has failed may not be undone in this process: the header says so, and here is why.
     const char* spoils = nullptr;
     bool initialised = true;
+    // Does its work once for the process: each run has one of its own.
+    bool isOnce = false;
     bool isEvent = false;
 };
 
