@@ -21,9 +21,11 @@ def faults(name, text):
         for word in (OWN_WIDTH if bed else C_WIDTH).finditer(line):
             yield f"{number}: {word[0]} is written otherwise here"
     if name.startswith("tests/") and not bed:
-        # A folder that is one program may have one of its own; main has none.
+        # A folder that is one program may have one of its own; main has none, nor has a file that
+        # only includes another.
         right = ["vimbra::tests"], ["vimbra::tests::" + name.split("/")[1]]
-        if NAMESPACE.findall(code) not in right and "\nint main(" not in code:
+        nobodys = "\nint main(" in code or not re.search(r"^[^#\s]", code, re.MULTILINE)
+        if NAMESPACE.findall(code) not in right and not nobodys:
             yield "1: all of it belongs into one `namespace vimbra::tests`"
 
 

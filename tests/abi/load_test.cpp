@@ -82,14 +82,14 @@ TEST(Load, StaysWhenItIsUnloaded) {
 // Several threads load the library, let it report, and unload it, each at its own time.
 TEST(Load, StaysWhenItIsUnloadedUnderLoad) {
     using Init = int (*)();
-    using Conflict = int (*)(uint16_t, void (*)(int, void*, void*));
-    using Stop = int (*)(uint16_t);
+    using Conflict = int (*)(u16, void (*)(int, void*, void*));
+    using Stop = int (*)(u16);
     static std::atomic<int> calls = 0;
     const ScriptedDaemon daemon;
     const auto threads = Threads();
     const auto descriptors = OpenDescriptors();
     std::vector<std::thread> users;
-    for (const uint16_t family : {2, 10}) {
+    for (const u16 family : {2, 10}) {
         users.emplace_back([family] {
             const char* const socket = family == 2 ? "ipc_ip_conflict" : "ipc_ipv6_conflict";
             for (int i = 0; i < 100; i++) {
@@ -100,7 +100,7 @@ TEST(Load, StaysWhenItIsUnloadedUnderLoad) {
                     reinterpret_cast<Conflict>(dlsym(library, "VimbraIpConflictCheckStart"));
                 const auto stop =
                     reinterpret_cast<Stop>(dlsym(library, "VimbraIpConflictCheckStop"));
-                *static_cast<std::atomic<uint32_t>*>(dlsym(library, "g_nVimbraLogSwitch")) = 0;
+                *static_cast<std::atomic<u32>*>(dlsym(library, "g_nVimbraLogSwitch")) = 0;
                 EXPECT_EQ(0, init());
                 EXPECT_EQ(0, start(family, [](int, void*, void*) { calls++; }));
                 const int before = calls;

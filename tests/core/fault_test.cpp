@@ -269,8 +269,8 @@ TEST_P(Fault, EveryCallFailsInTurn) {
 TEST_P(Fault, TheLevelOfTheLogChangesNothingElse) {
     ScriptedDaemon daemon;
     AnswerAll(daemon);
-    std::map<uint32_t, std::vector<std::vector<int64_t>>> seen;
-    for (const uint32_t level : {uint32_t{VIMBRA_LEVEL_DEBUG}, uint32_t{VIMBRA_LEVEL_NONE}}) {
+    std::map<u32, std::vector<std::vector<s64>>> seen;
+    for (const u32 level : {u32{VIMBRA_LEVEL_DEBUG}, u32{VIMBRA_LEVEL_NONE}}) {
         Capture log;
         for (size_t number = 1; number <= GetParam().calls.size() + 1; number++) {
             VimbraDebugLevelSet(level);
@@ -280,7 +280,7 @@ TEST_P(Fault, TheLevelOfTheLogChangesNothingElse) {
             injector.Stop();
             TVimbraFailure failure = {};
             VimbraLastFailure(&failure);
-            seen[level].push_back({result, static_cast<int64_t>(failure.eStep), failure.nErrno});
+            seen[level].push_back({result, static_cast<s64>(failure.eStep), failure.nErrno});
         }
         // One of them sets a level of its own.
         if (std::string(GetParam().name) != "VimbraLogSwitch") {

@@ -29,9 +29,6 @@ std::string HashOf(const char* password) {
 }
 
 }  // namespace
-}  // namespace vimbra::tests
-
-using namespace vimbra::tests;
 
 // In place of the C library's: slow, with its result where all calls have it.
 extern "C" char* crypt(const char* password, const char* salt) noexcept {
@@ -49,7 +46,6 @@ extern "C" char* crypt(const char* password, const char* salt) noexcept {
     return g_text;
 }
 
-namespace vimbra::tests {
 namespace {
 
 TEST(SharedCrypt, EachThreadGetsItsOwnHash) {

@@ -281,7 +281,7 @@ Json Decode(const Body& body, View bytes) {
     return bytes.empty() ? Json::object() : Json{{"bytes", Hex(bytes)}};
 }
 
-Json TellRequest(uint32_t type, View body, View reply) {
+Json TellRequest(u32 type, View body, View reply) {
     const Request* const request = FindRequest(type, body.size());
     if (request == nullptr) {
         return {{"name", "unknown"},
@@ -290,15 +290,15 @@ Json TellRequest(uint32_t type, View body, View reply) {
                 {"reply", {{"bytes", Hex(reply)}}}};
     }
     // A refusal may be the number alone.
-    const bool isCode = reply.size() == sizeof(int32_t) && request->reply.size != reply.size();
+    const bool isCode = reply.size() == sizeof(s32) && request->reply.size != reply.size();
     return {{"name", request->name},
             {"type", type},
             {"body", Decode(request->body, body)},
-            {"reply", isCode ? Json{{"nErrid", static_cast<int32_t>(NumberOf(reply))}}
+            {"reply", isCode ? Json{{"nErrid", static_cast<s32>(NumberOf(reply))}}
                              : Decode(request->reply, reply)}};
 }
 
-Json TellNotification(std::string_view socket, uint32_t type, View body) {
+Json TellNotification(std::string_view socket, u32 type, View body) {
     const Notification* const known = FindNotification(socket, type);
     return {{"name", known != nullptr ? known->name : "unknown"},
             {"type", type},

@@ -35,9 +35,9 @@ Bytes Encode(const Body& body, const Json& value);
 
 // A message that has passed, for people who look on: name, type and fields; what is unknown by its
 // bytes.
-Json TellRequest(uint32_t type, std::span<const std::byte> body, std::span<const std::byte> reply);
+Json TellRequest(u32 type, std::span<const std::byte> body, std::span<const std::byte> reply);
 // `socket` is the name below /tmp.
-Json TellNotification(std::string_view socket, uint32_t type, std::span<const std::byte> body);
+Json TellNotification(std::string_view socket, u32 type, std::span<const std::byte> body);
 
 std::string Hex(std::span<const std::byte> bytes);
 

@@ -8,7 +8,7 @@ namespace {
 using vimbra::bed::Answer;
 
 vimbra::bed::Bytes BytesOf(const protocol::Bytes& bytes) {
-    const auto* const begin = reinterpret_cast<const uint8_t*>(bytes.data());
+    const auto* const begin = reinterpret_cast<const u8*>(bytes.data());
     return vimbra::bed::Bytes(std::span(begin, bytes.size()));
 }
 
@@ -40,7 +40,7 @@ const char* ResultField(const protocol::Request& request) {
 
 struct Message {
     std::string socket;
-    uint32_t type;
+    u32 type;
     vimbra::bed::Bytes body;
 };
 
