@@ -18,6 +18,7 @@
 #include <vector>
 #include <vimbra/bed.hpp>
 
+#include "../ground/address.hpp"
 #include "expect_log.hpp"
 #include "links.hpp"
 
@@ -411,17 +412,6 @@ TEST(SetDscp, RefusesOtherFamilies) {
 
 // ---- The same subnet -----------------------------------------------------------------------
 
-TVimbraAddr Ip(const char* text) {
-    TVimbraAddr address = {};
-    if (inet_pton(AF_INET, text, &address.tV4Addr) == 1) {
-        address.wSinFamily = AF_INET;
-    } else {
-        EXPECT_EQ(1, inet_pton(AF_INET6, text, &address.tV6Addr)) << text;
-        address.wSinFamily = AF_INET6;
-    }
-    return address;
-}
-
 TVimbraAddr OfFamily(u16 family) {
     TVimbraAddr address = {};
     address.wSinFamily = family;
@@ -434,8 +424,8 @@ constexpr char kSame6[] = "the two ipv6 address is the same net!";
 constexpr char kOther6[] = "the two ipv6 address is not the same net!";
 
 TEST(SameNet, Ipv4) {
-    const TVimbraAddr ip = Ip("192.168.1.10");
-    const TVimbraAddr gateway = Ip("192.168.2.1");
+    const TVimbraAddr ip = Address("192.168.1.10");
+    const TVimbraAddr gateway = Address("192.168.2.1");
     Capture log;
     EXPECT_EQ(1111, VimbraCheckIsSameNet(ip, 24, gateway));
     EXPECT_EQ(0, VimbraCheckIsSameNet(ip, 16, gateway));
@@ -447,7 +437,7 @@ TEST(SameNet, Ipv4) {
 
 TEST(SameNet, Ipv4ComparesThePrefixAndNoMore) {
     VimbraDebugLevelSet(0);
-    const TVimbraAddr ip = Ip("170.85.204.51");
+    const TVimbraAddr ip = Address("170.85.204.51");
     for (u32 bit = 0; bit < 32; bit++) {
         TVimbraAddr gateway = ip;
         gateway.tV4Addr.s_addr ^= htonl(0x80000000u >> bit);
@@ -460,20 +450,20 @@ TEST(SameNet, Ipv4ComparesThePrefixAndNoMore) {
 
 TEST(SameNet, Ipv4WithoutGatewayIsTheSame) {
     Capture log;
-    EXPECT_EQ(0, VimbraCheckIsSameNet(Ip("192.168.1.10"), 24, Ip("0.0.0.0")));
-    EXPECT_EQ(0, VimbraCheckIsSameNet(Ip("192.168.1.10"), 32, Ip("0.0.0.0")));
+    EXPECT_EQ(0, VimbraCheckIsSameNet(Address("192.168.1.10"), 24, Address("0.0.0.0")));
+    EXPECT_EQ(0, VimbraCheckIsSameNet(Address("192.168.1.10"), 32, Address("0.0.0.0")));
     EXPECT_TRUE(log.IsSilent());
 }
 
 TEST(SameNet, Ipv4LooksAtThePrefixBeforeTheGateway) {
     Capture log;
-    EXPECT_EQ(-1, VimbraCheckIsSameNet(Ip("192.168.1.10"), 33, Ip("0.0.0.0")));
+    EXPECT_EQ(-1, VimbraCheckIsSameNet(Address("192.168.1.10"), 33, Address("0.0.0.0")));
     EXPECT_TRUE(Wrote(log, {Err("VimbraCheckIsSameNet", "the dwPrefix is 33 more than 128!")}));
 }
 
 TEST(SameNet, Ipv6ComparesThePrefixAndNoMore) {
     VimbraDebugLevelSet(0);
-    const TVimbraAddr ip = Ip("2001:db8:a5a5:5a5a:1234:5678:9abc:def0");
+    const TVimbraAddr ip = Address("2001:db8:a5a5:5a5a:1234:5678:9abc:def0");
     for (u32 bit = 0; bit < 128; bit++) {
         TVimbraAddr gateway = ip;
         gateway.tV6Addr.s6_addr[bit / 8] ^= static_cast<u8>(0x80 >> (bit % 8));
@@ -485,12 +475,12 @@ TEST(SameNet, Ipv6ComparesThePrefixAndNoMore) {
 }
 
 TEST(SameNet, Ipv6Messages) {
-    const TVimbraAddr ip = Ip("2001:db8::1");
+    const TVimbraAddr ip = Address("2001:db8::1");
     Capture log;
     EXPECT_EQ(0, VimbraCheckIsSameNet(ip, 128, ip));
-    EXPECT_EQ(0, VimbraCheckIsSameNet(ip, 64, Ip("2001:db8::ffff")));
-    EXPECT_EQ(1111, VimbraCheckIsSameNet(ip, 128, Ip("2001:db8::2")));
-    EXPECT_EQ(1111, VimbraCheckIsSameNet(ip, 20, Ip("fe80::1")));
+    EXPECT_EQ(0, VimbraCheckIsSameNet(ip, 64, Address("2001:db8::ffff")));
+    EXPECT_EQ(1111, VimbraCheckIsSameNet(ip, 128, Address("2001:db8::2")));
+    EXPECT_EQ(1111, VimbraCheckIsSameNet(ip, 20, Address("fe80::1")));
     EXPECT_EQ(-1, VimbraCheckIsSameNet(ip, 129, ip));
     EXPECT_TRUE(
         Wrote(log, {Prt("VimbraCheckIsSameNet", kSame6), Prt("VimbraCheckIsSameNet", kSame6),
@@ -499,13 +489,13 @@ TEST(SameNet, Ipv6Messages) {
 }
 
 TEST(SameNet, Ipv6GatewayOfZerosIsAnAddressLikeOthers) {
-    EXPECT_EQ(1111, VimbraCheckIsSameNet(Ip("2001:db8::1"), 64, Ip("::")));
-    EXPECT_EQ(0, VimbraCheckIsSameNet(Ip("::1"), 64, Ip("::")));
+    EXPECT_EQ(1111, VimbraCheckIsSameNet(Address("2001:db8::1"), 64, Address("::")));
+    EXPECT_EQ(0, VimbraCheckIsSameNet(Address("::1"), 64, Address("::")));
 }
 
 TEST(SameNet, RefusesTwoFamilies) {
     Capture log;
-    EXPECT_EQ(1105, VimbraCheckIsSameNet(Ip("10.0.0.1"), 24, Ip("::1")));
+    EXPECT_EQ(1105, VimbraCheckIsSameNet(Address("10.0.0.1"), 24, Address("::1")));
     EXPECT_EQ(1105, VimbraCheckIsSameNet(OfFamily(2), 24, OfFamily(0)));
     const std::string text = "the tIpAddr and the tGateway's wSinFamily is different!";
     EXPECT_TRUE(Wrote(log, {Err("VimbraCheckIsSameNet", text), Err("VimbraCheckIsSameNet", text)}));
@@ -513,8 +503,8 @@ TEST(SameNet, RefusesTwoFamilies) {
 
 TEST(SameNet, RefusesPrefixZero) {
     Capture log;
-    EXPECT_EQ(1105, VimbraCheckIsSameNet(Ip("10.0.0.1"), 0, Ip("0.0.0.0")));
-    EXPECT_EQ(1105, VimbraCheckIsSameNet(Ip("::1"), 0, Ip("::1")));
+    EXPECT_EQ(1105, VimbraCheckIsSameNet(Address("10.0.0.1"), 0, Address("0.0.0.0")));
+    EXPECT_EQ(1105, VimbraCheckIsSameNet(Address("::1"), 0, Address("::1")));
     const std::string text = "the param dwPrefix is Zero!";
     EXPECT_TRUE(Wrote(log, {Err("VimbraCheckIsSameNet", text), Err("VimbraCheckIsSameNet", text)}));
 }
@@ -530,8 +520,8 @@ TEST(SameNet, RefusesOtherFamilies) {
 
 TEST(SameNet, PrefixIsUnsigned) {
     Capture log;
-    EXPECT_EQ(-1, VimbraCheckIsSameNet(Ip("10.0.0.1"), 0xffffffff, Ip("10.0.0.1")));
-    EXPECT_EQ(-1, VimbraCheckIsSameNet(Ip("::1"), 0x80000000, Ip("::1")));
+    EXPECT_EQ(-1, VimbraCheckIsSameNet(Address("10.0.0.1"), 0xffffffff, Address("10.0.0.1")));
+    EXPECT_EQ(-1, VimbraCheckIsSameNet(Address("::1"), 0x80000000, Address("::1")));
     EXPECT_TRUE(
         Wrote(log, {Err("VimbraCheckIsSameNet", "the dwPrefix is -1 more than 128!"),
                     Err("VimbraCheckIsSameNet", "the dwPrefix is -2147483648 more than 128!")}));

@@ -25,8 +25,8 @@
 #include <vector>
 #include <vimbra/bed.hpp>
 
+#include "../ground/injector.hpp"
 #include "expect_log.hpp"
-#include "injector.hpp"
 
 namespace vimbra::tests {
 

@@ -13,6 +13,7 @@
 #include <vector>
 #include <vimbra/bed.hpp>
 
+#include "../ground/address.hpp"
 #include "expect_log.hpp"
 #include "links.hpp"
 
@@ -21,10 +22,6 @@ namespace vimbra::tests {
 using namespace bed;
 
 namespace {
-
-u32 Ip(const char* dotted) {
-    return inet_addr(dotted);
-}
 
 // ---- Checks --------------------------------------------------------------------------------
 
@@ -38,7 +35,7 @@ TEST(CheckMask, TakesEveryRunOfOnesFromTheTop) {
 TEST(CheckMask, RefusesHolesAndRunsFromTheBottom) {
     for (const char* mask : {"255.0.255.0", "0.255.255.255", "0.0.0.1", "127.255.255.255",
                              "255.255.255.253", "255.254.255.0", "128.0.0.1", "0.255.0.0"}) {
-        EXPECT_EQ(-1, check_mask(Ip(mask))) << mask;
+        EXPECT_EQ(-1, check_mask(Word(mask))) << mask;
     }
 }
 
@@ -62,51 +59,51 @@ TEST(CheckIp, TellsTheClass) {
     };
     Capture log;
     for (const auto& one : cases) {
-        EXPECT_EQ(one.code, check_ip(Ip(one.ip))) << one.ip;
+        EXPECT_EQ(one.code, check_ip(Word(one.ip))) << one.ip;
     }
     EXPECT_TRUE(log.IsSilent());
 }
 
 TEST(CheckSameNet, ZeroGatewayFitsEveryAddress) {
     for (const char* ip : {"0.0.0.0", "192.168.1.10", "255.255.255.255"}) {
-        EXPECT_EQ(0, check_ip_mask_gateway_the_same_net(Ip(ip), Ip("255.255.255.0"), 0)) << ip;
-        EXPECT_EQ(0, check_ip_mask_gateway_the_same_net(Ip(ip), 0xffffffff, 0)) << ip;
+        EXPECT_EQ(0, check_ip_mask_gateway_the_same_net(Word(ip), Word("255.255.255.0"), 0)) << ip;
+        EXPECT_EQ(0, check_ip_mask_gateway_the_same_net(Word(ip), 0xffffffff, 0)) << ip;
     }
 }
 
 TEST(CheckSameNet, ComparesUnderTheMask) {
-    const u32 ip = Ip("192.168.1.10");
-    const u32 mask = Ip("255.255.255.0");
+    const u32 ip = Word("192.168.1.10");
+    const u32 mask = Word("255.255.255.0");
     Capture log;
-    EXPECT_EQ(0, check_ip_mask_gateway_the_same_net(ip, mask, Ip("192.168.1.1")));
-    EXPECT_EQ(1111, check_ip_mask_gateway_the_same_net(ip, mask, Ip("192.168.2.1")));
-    EXPECT_EQ(0, check_ip_mask_gateway_the_same_net(ip, Ip("255.255.0.0"), Ip("192.168.2.1")));
-    EXPECT_EQ(0, check_ip_mask_gateway_the_same_net(ip, 0, Ip("10.0.0.1")));
-    EXPECT_EQ(1111, check_ip_mask_gateway_the_same_net(ip, 0xffffffff, Ip("192.168.1.11")));
+    EXPECT_EQ(0, check_ip_mask_gateway_the_same_net(ip, mask, Word("192.168.1.1")));
+    EXPECT_EQ(1111, check_ip_mask_gateway_the_same_net(ip, mask, Word("192.168.2.1")));
+    EXPECT_EQ(0, check_ip_mask_gateway_the_same_net(ip, Word("255.255.0.0"), Word("192.168.2.1")));
+    EXPECT_EQ(0, check_ip_mask_gateway_the_same_net(ip, 0, Word("10.0.0.1")));
+    EXPECT_EQ(1111, check_ip_mask_gateway_the_same_net(ip, 0xffffffff, Word("192.168.1.11")));
     EXPECT_EQ(0, check_ip_mask_gateway_the_same_net(ip, 0xffffffff, ip));
     EXPECT_TRUE(log.IsSilent());
 }
 
 TEST(CheckIntranetIp, RefusesNetworkAndBroadcastAddress) {
-    const u32 mask = Ip("255.255.255.0");
+    const u32 mask = Word("255.255.255.0");
     Capture log;
-    EXPECT_EQ(-1, check_intranet_ip(Ip("192.168.1.0"), mask));
-    EXPECT_EQ(-1, check_intranet_ip(Ip("192.168.1.255"), mask));
-    EXPECT_EQ(0, check_intranet_ip(Ip("192.168.1.1"), mask));
-    EXPECT_EQ(0, check_intranet_ip(Ip("192.168.1.254"), mask));
+    EXPECT_EQ(-1, check_intranet_ip(Word("192.168.1.0"), mask));
+    EXPECT_EQ(-1, check_intranet_ip(Word("192.168.1.255"), mask));
+    EXPECT_EQ(0, check_intranet_ip(Word("192.168.1.1"), mask));
+    EXPECT_EQ(0, check_intranet_ip(Word("192.168.1.254"), mask));
     EXPECT_TRUE(log.IsSilent());
 }
 
 TEST(CheckIntranetIp, WithAFullMaskNothingIsLeft) {
     for (const char* ip : {"0.0.0.0", "10.0.0.1", "192.168.1.1", "255.255.255.255"}) {
-        EXPECT_EQ(-1, check_intranet_ip(Ip(ip), 0xffffffff)) << ip;
+        EXPECT_EQ(-1, check_intranet_ip(Word(ip), 0xffffffff)) << ip;
     }
 }
 
 TEST(CheckIntranetIp, WithoutMaskOnlyTheEndsAreRefused) {
     EXPECT_EQ(-1, check_intranet_ip(0, 0));
     EXPECT_EQ(-1, check_intranet_ip(0xffffffff, 0));
-    EXPECT_EQ(0, check_intranet_ip(Ip("0.0.0.1"), 0));
+    EXPECT_EQ(0, check_intranet_ip(Word("0.0.0.1"), 0));
 }
 
 // ---- interface_name ------------------------------------------------------------------------
@@ -325,7 +322,7 @@ TEST(IfethGetIpAddr, ReadsTheAddress) {
     in_addr address = {};
     Capture log;
     EXPECT_EQ(0, IfethGetIpAddr(name, &address));
-    EXPECT_EQ(Ip("192.0.2.7"), address.s_addr);
+    EXPECT_EQ(Word("192.0.2.7"), address.s_addr);
     EXPECT_TRUE(log.IsSilent());
 }
 

@@ -1,5 +1,4 @@
 // Addresses, MAC address and MTU of an interface.
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <vimbra/iface.h>
 #include <vimbra/log.h>
@@ -12,6 +11,7 @@
 #include <vector>
 #include <vimbra/bed.hpp>
 
+#include "../ground/address.hpp"
 #include "expect_log.hpp"
 
 namespace vimbra::tests {
@@ -28,12 +28,7 @@ TVimbraIfaceIp IfaceIp(const char* text, u32 prefix,
     TVimbraIfaceIp ip = {};
     ip.eScopeType = scope;
     ip.dwPrefix = prefix;
-    if (inet_pton(AF_INET, text, &ip.tIpAddr.tV4Addr) == 1) {
-        ip.tIpAddr.wSinFamily = AF_INET;
-    } else {
-        EXPECT_EQ(1, inet_pton(AF_INET6, text, &ip.tIpAddr.tV6Addr)) << text;
-        ip.tIpAddr.wSinFamily = AF_INET6;
-    }
+    ip.tIpAddr = Address(text);
     return ip;
 }
 

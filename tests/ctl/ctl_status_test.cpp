@@ -9,7 +9,7 @@
 #include <thread>
 #include <vimbra/bed.hpp>
 
-#include "../local/processes.hpp"
+#include "../ground/processes.hpp"
 #include "ctl_run.hpp"
 
 namespace vimbra::tests {

@@ -8,7 +8,7 @@
 
 #include <vimbra/bed.hpp>
 
-#include "../local/processes.hpp"
+#include "../ground/processes.hpp"
 #include "ctl_run.hpp"
 
 namespace vimbra::tests {

@@ -11,6 +11,8 @@
 #include <thread>
 #include <vimbra/bed.hpp>
 
+#include "../ground/prepared.hpp"
+
 namespace vimbra::tests {
 
 using namespace bed;
@@ -40,18 +42,45 @@ int OnHop(s32, TVimbraTracerouteCBInfo*) {
 
 class DiagStress : public testing::Test {
  protected:
-    void SetUp() override {
-        VimbraDebugLevelSet(VIMBRA_LEVEL_NONE);
-        ASSERT_EQ(0, VimbraInit());
-    }
+    void SetUp() override { PrepareSilently(); }
 
     s32 StartPing(s32 user) { return VimbraPingStart(Destination(), &ping_, user, OnPing); }
     s32 StartTrace(s32 user) { return VimbraTracerouteStart(Destination(), &trace_, user, OnHop); }
+
+    // Anything for four users.
+    void StartAndStop(u32 seed) {
+        std::mt19937 random(seed);
+        for (int i = 0; i < kRounds / 5; i++) {
+            const s32 user = static_cast<s32>(random() % 4 + 1);
+            switch (random() % 4) {
+                case 0:
+                    StartPing(user);
+                    break;
+                case 1:
+                    VimbraPingStop(user);
+                    break;
+                case 2:
+                    StartTrace(user);
+                    break;
+                case 3:
+                    VimbraTracerouteStop(user);
+                    break;
+            }
+        }
+    }
 
     ScriptedDaemon daemon_;
     TVimbraPingOpt ping_ = {1, 1, 1, 1};
     TVimbraTracerouteOpt trace_ = {1};
 };
+
+testing::AssertionResult IsBackAt(size_t threads, size_t descriptors) {
+    if (WaitFor([=] { return Threads() <= threads && OpenDescriptors().size() <= descriptors; })) {
+        return testing::AssertionSuccess();
+    }
+    return testing::AssertionFailure()
+           << Threads() << " threads, " << OpenDescriptors().size() << " descriptors";
+}
 
 template <typename Round>
 void ExpectLevel(Round round) {
@@ -63,10 +92,7 @@ void ExpectLevel(Round round) {
     for (int i = 0; i < kRounds; i++) {
         round();
     }
-    EXPECT_TRUE(WaitFor([&] {
-        return Threads() <= threads && OpenDescriptors().size() <= descriptors;
-    })) << Threads()
-        << " threads, " << OpenDescriptors().size() << " descriptors";
+    EXPECT_TRUE(IsBackAt(threads, descriptors));
 }
 
 TEST_F(DiagStress, PingRoundsLeaveNothing) {
@@ -85,6 +111,24 @@ TEST_F(DiagStress, TraceRoundsLeaveNothing) {
     });
 }
 
+// Reports of both services, one in sixteen of them cut, until it is over.
+void SendReports(const std::atomic<bool>& isOver) {
+    std::mt19937 random(1);
+    while (!isOver) {
+        const u32 user = random() % 4 + 1;
+        const s32 over = static_cast<s32>(random() % 3);
+        Bytes ping = Message(random() % 5, Pack().U32(user).Zeros(12).S32(over));
+        Bytes hop = Message(100 + random() % 8,
+                            Pack().Zeros(24).U32(user).Zeros(16).S32(over == 1 ? 1 : 0));
+        if (random() % 16 == 0) {
+            ping.resize(random() % ping.size());
+            hop.resize(random() % hop.size());
+        }
+        Connection("ipc_ping").Send(ping);
+        Connection("ipc_traceroute").Send(hop);
+    }
+}
+
 TEST_F(DiagStress, SeveralThreadsAtOnce) {
     const size_t threads = Threads();
     const size_t descriptors = OpenDescriptors().size();
@@ -92,44 +136,10 @@ TEST_F(DiagStress, SeveralThreadsAtOnce) {
     std::atomic<u32> count = 0;
     daemon_.Default(Answer::By([&](const Request&) { return Answer::Code(++count % 8 ? 0 : 5); }));
     std::atomic<bool> isOver = false;
-    std::thread notifier([&] {
-        std::mt19937 random(1);
-        while (!isOver) {
-            const u32 user = random() % 4 + 1;
-            const s32 over = static_cast<s32>(random() % 3);
-            Bytes ping = Message(random() % 5, Pack().U32(user).Zeros(12).S32(over));
-            Bytes hop = Message(100 + random() % 8,
-                                Pack().Zeros(24).U32(user).Zeros(16).S32(over == 1 ? 1 : 0));
-            if (random() % 16 == 0) {
-                ping.resize(random() % ping.size());
-                hop.resize(random() % hop.size());
-            }
-            Connection("ipc_ping").Send(ping);
-            Connection("ipc_traceroute").Send(hop);
-        }
-    });
+    std::thread notifier([&] { SendReports(isOver); });
     std::vector<std::thread> users;
     for (u32 seed = 0; seed < 3; seed++) {
-        users.emplace_back([&, seed] {
-            std::mt19937 random(seed);
-            for (int i = 0; i < kRounds / 5; i++) {
-                const s32 user = static_cast<s32>(random() % 4 + 1);
-                switch (random() % 4) {
-                    case 0:
-                        StartPing(user);
-                        break;
-                    case 1:
-                        VimbraPingStop(user);
-                        break;
-                    case 2:
-                        StartTrace(user);
-                        break;
-                    case 3:
-                        VimbraTracerouteStop(user);
-                        break;
-                }
-            }
-        });
+        users.emplace_back([this, seed] { StartAndStop(seed); });
     }
     for (std::thread& user : users) {
         user.join();
@@ -141,10 +151,7 @@ TEST_F(DiagStress, SeveralThreadsAtOnce) {
         VimbraPingStop(user);
         VimbraTracerouteStop(user);
     }
-    EXPECT_TRUE(WaitFor([&] {
-        return Threads() <= threads && OpenDescriptors().size() <= descriptors;
-    })) << Threads()
-        << " threads, " << OpenDescriptors().size() << " descriptors";
+    EXPECT_TRUE(IsBackAt(threads, descriptors));
     // And all works as before.
     EXPECT_EQ(0, StartPing(1));
     EXPECT_EQ(0, VimbraPingStop(1));

@@ -8,7 +8,9 @@
 #include <array>
 #include <vimbra/bed.hpp>
 
-#include "recorder.hpp"
+#include "../ground/address.hpp"
+#include "../ground/prepared.hpp"
+#include "../ground/recorder.hpp"
 
 namespace vimbra::tests {
 
@@ -44,10 +46,7 @@ void OnLegacyPing(s32 nResult, s32 nTtl, s32 nTripTime, s32 nSeq, s32 nUserID, s
 }
 
 TVimbraAddr Destination() {
-    TVimbraAddr address = {};
-    address.wSinFamily = VIMBRA_FAMILY_IPV4;
-    address.tV4Addr.s_addr = htonl(0x0a000001);
-    return address;
+    return Address("10.0.0.1");
 }
 
 Bytes Record(u32 user, u32 ttl, u32 time, s32 seq, s32 over) {
@@ -62,14 +61,12 @@ u32 BusySlots() {
     return count;
 }
 
-class PingBeforeInit : public testing::Test {
+class PingBeforeInit : public AtDaemon {
  protected:
     s32 Start(s32 user, TVimbraPingCallBack callback = OnPing) {
         return VimbraPingStart(Destination(), &option_, user, callback);
     }
 
-    Capture log_;
-    ScriptedDaemon daemon_;
     TVimbraPingOpt option_ = {56, 1000, 64, 4};
 };
 

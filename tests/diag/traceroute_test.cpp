@@ -10,7 +10,9 @@
 #include <thread>
 #include <vimbra/bed.hpp>
 
-#include "recorder.hpp"
+#include "../ground/address.hpp"
+#include "../ground/prepared.hpp"
+#include "../ground/recorder.hpp"
 
 namespace vimbra::tests {
 
@@ -52,10 +54,7 @@ void OnLegacyHop(s32 nResult, s32 nTtl, s32 nTripTime, u32 dwIpaddr, char* pchDo
 }
 
 TVimbraAddr Destination() {
-    TVimbraAddr address = {};
-    address.wSinFamily = VIMBRA_FAMILY_IPV4;
-    address.tV4Addr.s_addr = htonl(0x0a000001);
-    return address;
+    return Address("10.0.0.1");
 }
 
 // The slot of the name holds what would crash whoever followed it.
@@ -79,14 +78,12 @@ u32 BusySlots() {
     return count;
 }
 
-class TracerouteBeforeInit : public testing::Test {
+class TracerouteBeforeInit : public AtDaemon {
  protected:
     s32 Start(s32 user, TVimbraTracerouteCallBack callback = OnHop) {
         return VimbraTracerouteStart(Destination(), &option_, user, callback);
     }
 
-    Capture log_;
-    ScriptedDaemon daemon_;
     TVimbraTracerouteOpt option_ = {30};
 };
 

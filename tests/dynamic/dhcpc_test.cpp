@@ -4,7 +4,6 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/mount.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -15,13 +14,13 @@
 
 #include <atomic>
 #include <chrono>
-#include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 #include <vimbra/bed.hpp>
 
+#include "../ground/prepared.hpp"
+#include "../ground/recorder.hpp"
 #include "no_threads.hpp"
 
 namespace vimbra::tests {
@@ -52,31 +51,15 @@ struct Event {
 };
 
 // Never destroyed: listeners may outlive main().
-std::mutex& g_mutex = *new std::mutex;
-std::vector<Event>& g_events = *new std::vector<Event>;
-std::function<void()>& g_inCallback = *new std::function<void()>;
-
-void Record(u32 event, const Bytes& record) {
-    char name[16] = {};
-    prctl(PR_GET_NAME, name);
-    std::function<void()> hook;
-    {
-        const std::lock_guard lock(g_mutex);
-        g_events.push_back({event, record, name});
-        hook = g_inCallback;
-    }
-    if (hook) {
-        hook();
-    }
-}
+Recorder<Event>& g_events = *new Recorder<Event>;
 
 int Take(u32 event, VimbraDhcpcAddrInfo* info) {
-    Record(event, AsBytes(*info));
+    g_events.Add({event, AsBytes(*info), ThisThread()});
     return 7;
 }
 
 int TakeLegacy(u32 event, TNetDhcpcNotify* notify) {
-    Record(event, AsBytes(*notify));
+    g_events.Add({event, AsBytes(*notify), ThisThread()});
     return 7;
 }
 
@@ -88,19 +71,6 @@ int Never(u32, VimbraDhcpcAddrInfo*) {
 int NeverLegacy(u32, TNetDhcpcNotify*) {
     ADD_FAILURE() << "the wrong callback";
     return 0;
-}
-
-std::vector<Event> Events() {
-    const std::lock_guard lock(g_mutex);
-    return g_events;
-}
-
-std::vector<u32> Kinds() {
-    std::vector<u32> kinds;
-    for (const Event& event : Events()) {
-        kinds.push_back(event.event);
-    }
-    return kinds;
 }
 
 Bytes Body(u16 family, std::string_view name) {
@@ -135,10 +105,6 @@ u32 State(const char* name, u16 family) {
     TVimbraDhcpcState state = {99};
     EXPECT_EQ(0, VimbraDhcpcGetIfstate(name, family, &state));
     return state.dwDhcpcIsRun;
-}
-
-std::string ThreadOf(const char* name) {
-    return std::string(name).substr(0, 15);
 }
 
 // A process whose command line is `words`, until it is signalled.
@@ -179,16 +145,7 @@ class Process {
     pid_t pid_ = -1;
 };
 
-class Dhcpc : public testing::Test {
- protected:
-    void SetUp() override {
-        ASSERT_EQ(0, VimbraInit());
-        log_.Clear();
-    }
-
-    Capture log_;
-    ScriptedDaemon daemon_;
-};
+using Dhcpc = Prepared;
 
 // ---- Start -------------------------------------------------------------------------------------
 
@@ -223,8 +180,8 @@ TEST_F(Dhcpc, Ipv6HasASocketAndAThreadOfItsOwn) {
     EXPECT_EQ(1u, State("eth0", 10));
     EXPECT_EQ(0u, State("eth0", 2));
     EXPECT_TRUE(Notify("ipc_dhcpcv6_eth0", kLease, Lease("eth0")));
-    ASSERT_EQ(1u, Events().size());
-    EXPECT_EQ(ThreadOf("VimbraDhcpcCBThreadV6"), Events()[0].thread);
+    ASSERT_EQ(1u, g_events.Count());
+    EXPECT_EQ(ThreadOf("VimbraDhcpcCBThreadV6"), g_events.Events()[0].thread);
 }
 
 TEST_F(Dhcpc, BothFamiliesOfAnInterfaceRunSideBySide) {
@@ -255,7 +212,7 @@ TEST_F(Dhcpc, NameOf16CharactersFillsItsField) {
     EXPECT_EQ(Body(2, kName16), daemon_.Requests()[0].body);
     const std::string socket = std::string("ipc_dhcpc_") + kName16;
     EXPECT_TRUE(Notify(socket, kLease, Lease(kName16)));
-    EXPECT_THAT(Kinds(), ElementsAre(30001u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(30001u));
     EXPECT_EQ(1u, State(kName16, 2));
     EXPECT_TRUE(log_.Has(Kind::kPrint, "FamilyMapDhcpcInfoExt",
                          std::string("interface = ") + kName16 + ", family = 2"));
@@ -299,7 +256,7 @@ TEST_F(Dhcpc, RefusedStartIs1109AndForgotten) {
     EXPECT_EQ(0, VimbraDhcpcStart("eth0", 2, Take));
     EXPECT_EQ(2u, daemon_.Requests(kStart).size());
     EXPECT_TRUE(Notify("ipc_dhcpc_eth0", kLease, Lease("eth0")));
-    EXPECT_THAT(Kinds(), ElementsAre(30001u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(30001u));
 }
 
 TEST_F(Dhcpc, RefusedStartMovesTheHeadLikeAStop) {
@@ -366,7 +323,7 @@ TEST_F(Dhcpc, StaleSocketFileIsReplaced) {
     WriteFile("/tmp/ipc_dhcpc_eth0", "");
     EXPECT_EQ(0, VimbraDhcpcStart("eth0", 2, Take));
     EXPECT_TRUE(Notify("ipc_dhcpc_eth0", kLease, Lease("eth0")));
-    EXPECT_THAT(Kinds(), ElementsAre(30001u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(30001u));
 }
 
 TEST_F(Dhcpc, ListenerThatCannotBindEndsAndTheStartSucceeds) {
@@ -405,7 +362,7 @@ TEST_F(Dhcpc, SecondStartRenewsInsteadOfAsking) {
     EXPECT_EQ(1u, daemon_.Requests().size());
     // The first callback stays.
     EXPECT_TRUE(Notify("ipc_dhcpc_eth0", kLease, Lease("eth0")));
-    EXPECT_THAT(Kinds(), ElementsAre(30001u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(30001u));
 }
 
 TEST_F(Dhcpc, SecondStartSucceedsWithoutAProcess) {
@@ -455,7 +412,7 @@ TEST_F(Dhcpc, RefusedStopLeavesTheClient) {
     EXPECT_TRUE(log_.Has(Kind::kError, "VimbraDhcpcStop", "ApicDhcpcStop error!"));
     EXPECT_EQ(1u, State("eth0", 2));
     EXPECT_TRUE(Notify("ipc_dhcpc_eth0", kLease, Lease("eth0")));
-    EXPECT_THAT(Kinds(), ElementsAre(30001u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(30001u));
     EXPECT_EQ(0, VimbraDhcpcStop("eth0", 2));
 }
 
@@ -466,7 +423,7 @@ TEST_F(Dhcpc, StartRightAfterAStopHasItsOwnListener) {
         EXPECT_EQ(0, VimbraDhcpcStart("eth0", 2, i < 4 ? Never : Take));
     }
     EXPECT_TRUE(Notify("ipc_dhcpc_eth0", kLease, Lease("eth0")));
-    EXPECT_THAT(Kinds(), ElementsAre(30001u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(30001u));
 }
 
 // ---- The list ----------------------------------------------------------------------------------
@@ -505,7 +462,7 @@ TEST_F(Dhcpc, StoppingMovesTheHead) {
     EXPECT_EQ(FamilyMapDhcpcInfoExt(2, "b"), FamilyMapDhcpcInfo(2));
     // What was lost goes on.
     EXPECT_TRUE(Notify("ipc_dhcpc_a", kLease, Lease("a")));
-    EXPECT_THAT(Kinds(), ElementsAre(30001u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(30001u));
 }
 
 TEST_F(Dhcpc, StoppingTheSecondOfTwoKeepsTheFirst) {
@@ -563,7 +520,7 @@ TEST_F(Dhcpc, LostClientGoesOnWhenTheNextOfItsNameDoesNotBind) {
     ASSERT_EQ(0, rmdir("/tmp/ipc_dhcpc_a"));
     ASSERT_EQ(0, rename("/tmp/kept", "/tmp/ipc_dhcpc_a"));
     EXPECT_TRUE(Notify("ipc_dhcpc_a", kLease, Lease("a")));
-    EXPECT_THAT(Kinds(), ElementsAre(30001u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(30001u));
     EXPECT_EQ(0, VimbraDhcpcStart("a", 2, Take));
     EXPECT_FALSE(isStarted());
 }
@@ -582,7 +539,7 @@ TEST_F(Dhcpc, ListenersAreDetachedFromTheirFirstStepOn) {
         EXPECT_TRUE(
             Notify(family == 2 ? "ipc_dhcpc_eth0" : "ipc_dhcpcv6_eth0", kLease, Lease("eth0")));
     }
-    EXPECT_THAT(Kinds(), ElementsAre(30001u, 30001u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(30001u, 30001u));
 }
 
 // ---- Reports -----------------------------------------------------------------------------------
@@ -591,10 +548,10 @@ TEST_F(Dhcpc, LeaseReachesTheCallbackAsItCame) {
     EXPECT_EQ(0, VimbraDhcpcStart("eth0", 2, Take));
     const Bytes lease = Lease("eth0");
     EXPECT_TRUE(Notify("ipc_dhcpc_eth0", kLease, lease));
-    ASSERT_EQ(1u, Events().size());
-    EXPECT_EQ(30001u, Events()[0].event);
-    EXPECT_EQ(lease, Events()[0].record);
-    EXPECT_EQ(ThreadOf("VimbraDhcpcCBThreadV4"), Events()[0].thread);
+    ASSERT_EQ(1u, g_events.Count());
+    EXPECT_EQ(30001u, g_events.Events()[0].event);
+    EXPECT_EQ(lease, g_events.Events()[0].record);
+    EXPECT_EQ(ThreadOf("VimbraDhcpcCBThreadV4"), g_events.Events()[0].thread);
     TVimbraDhcpcAddrInfo record;
     EXPECT_EQ(0, VimbraDhcpcGetLeaseInfo("eth0", 2, &record));
     EXPECT_EQ(lease, AsBytes(record));
@@ -613,7 +570,7 @@ TEST_F(Dhcpc, RepeatedFailureIsToldOnceUntilALease) {
     for (const u32 type : {kFail, kFail, kFail, kLease, kFail, kFail, kLease, kLease}) {
         EXPECT_TRUE(Notify("ipc_dhcpc_eth0", type, Lease("eth0")));
     }
-    EXPECT_THAT(Kinds(), ElementsAre(30002u, 30001u, 30002u, 30001u, 30001u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(30002u, 30001u, 30002u, 30001u, 30001u));
     EXPECT_EQ(3, log_.Count(Kind::kPrint, kThreadV4, "dhcp fail,do not report up layer again"));
 }
 
@@ -621,7 +578,7 @@ TEST_F(Dhcpc, SuppressedFailureStillReplacesTheRecord) {
     EXPECT_EQ(0, VimbraDhcpcStart("eth0", 10, Take));
     EXPECT_TRUE(Notify("ipc_dhcpcv6_eth0", kFail, Lease("eth0", 1)));
     EXPECT_TRUE(Notify("ipc_dhcpcv6_eth0", kFail, Lease("eth0", 2)));
-    EXPECT_THAT(Kinds(), ElementsAre(30002u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(30002u));
     TVimbraDhcpcAddrInfo record;
     EXPECT_EQ(0, VimbraDhcpcGetLeaseInfo("eth0", 10, &record));
     EXPECT_EQ(2u, record.dwDnsNum);
@@ -633,7 +590,7 @@ TEST_F(Dhcpc, SuppressionIsEachClientsOwn) {
     EXPECT_EQ(0, VimbraDhcpcStart("eth1", 2, Take));
     EXPECT_TRUE(Notify("ipc_dhcpc_eth0", kFail, Lease("eth0")));
     EXPECT_TRUE(Notify("ipc_dhcpc_eth1", kFail, Lease("eth1")));
-    EXPECT_THAT(Kinds(), ElementsAre(30002u, 30002u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(30002u, 30002u));
 }
 
 TEST_F(Dhcpc, UnknownTypeIsLoggedAndItsRecordKept) {
@@ -661,7 +618,7 @@ TEST_F(Dhcpc, NameWithoutTerminatorIsBounded) {
     lease.resize(1348, 0xff);
     EXPECT_TRUE(Notify("ipc_dhcpc_eth0", kLease, lease));
     EXPECT_EQ(1u, State(kName16, 2));
-    EXPECT_EQ(lease, Events().at(0).record);
+    EXPECT_EQ(lease, g_events.Events().at(0).record);
     EXPECT_EQ(0, VimbraDhcpcStop(kName16, 2));
 }
 
@@ -674,13 +631,13 @@ TEST_F(Dhcpc, WrongSizeIsDropped) {
         EXPECT_TRUE(Notify("ipc_dhcpcv6_eth0", kLease, Lease("x"),
                            {.size = size, .flag = 0, .wait = true}));
     }
-    EXPECT_THAT(Kinds(), IsEmpty());
+    EXPECT_THAT(g_events.Kinds(), IsEmpty());
     EXPECT_EQ(4, log_.Count(Kind::kError, kThreadV4, "the read data is too long!"));
     EXPECT_EQ(4, log_.Count(Kind::kError, kThreadV6, "the sended data is too long!"));
     EXPECT_EQ(1u, State("eth0", 2));
     EXPECT_TRUE(Notify("ipc_dhcpc_eth0", kLease, Lease("eth0")));
     EXPECT_TRUE(Notify("ipc_dhcpcv6_eth0", kLease, Lease("eth0")));
-    EXPECT_THAT(Kinds(), ElementsAre(30001u, 30001u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(30001u, 30001u));
 }
 
 TEST_F(Dhcpc, ShortReadEndsAnIpv4Listener) {
@@ -736,25 +693,25 @@ TEST_F(Dhcpc, ShortReadLeavesAnIpv6Listener) {
     EXPECT_EQ(2, log_.Count(Kind::kPerror, kThreadV6, "read message error"));
     EXPECT_EQ(1u, State("eth0", 10));
     EXPECT_TRUE(Notify("ipc_dhcpcv6_eth0", kLease, Lease("eth0")));
-    EXPECT_THAT(Kinds(), ElementsAre(30001u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(30001u));
 }
 
 TEST_F(Dhcpc, DnsCountIsHandedOnAsItCame) {
     EXPECT_EQ(0, VimbraDhcpcStart("eth0", 2, Take));
     EXPECT_TRUE(Notify("ipc_dhcpc_eth0", kLease, Lease("eth0", 0xffffffff)));
-    EXPECT_EQ(0xffffffffu, Events().at(0).record.U32(64));
-    EXPECT_EQ(1348u, Events().at(0).record.size());
+    EXPECT_EQ(0xffffffffu, g_events.Events().at(0).record.U32(64));
+    EXPECT_EQ(1348u, g_events.Events().at(0).record.size());
 }
 
 TEST_F(Dhcpc, CallbackMayRenewAndReadTheLease) {
     std::atomic<bool> done = false;
-    g_inCallback = [&] {
+    g_events.InCallback([&] {
         TVimbraDhcpcAddrInfo record = {};
         EXPECT_EQ(0, VimbraDhcpcGetLeaseInfo("eth0", 2, &record));
         EXPECT_EQ(Lease("eth0"), AsBytes(record));
         EXPECT_EQ(1108, VimbraDhcpcRenew("eth0", 2));
         done = true;
-    };
+    });
     EXPECT_EQ(0, VimbraDhcpcStart("eth0", 2, Take));
     EXPECT_TRUE(Notify("ipc_dhcpc_eth0", kLease, Lease("eth0")));
     EXPECT_TRUE(done);
@@ -762,7 +719,7 @@ TEST_F(Dhcpc, CallbackMayRenewAndReadTheLease) {
 
 TEST_F(Dhcpc, CallsWaitForARunningCallback) {
     const Gate gate;
-    g_inCallback = [&] { gate.Pass(); };
+    g_events.InCallback([&] { gate.Pass(); });
     EXPECT_EQ(0, VimbraDhcpcStart("eth0", 2, Take));
     EXPECT_TRUE(
         Notify("ipc_dhcpc_eth0", kLease, Lease("eth0"), {.size = {}, .flag = 0, .wait = false}));
@@ -791,8 +748,8 @@ TEST_F(Dhcpc, ReportDuringTheStartRequestWaitsForIt) {
                            {.size = {}, .flag = 0, .wait = false}));
     }));
     EXPECT_EQ(0, VimbraDhcpcStart("eth0", 2, Take));
-    EXPECT_TRUE(WaitFor([] { return !Events().empty(); }));
-    EXPECT_THAT(Kinds(), ElementsAre(30001u));
+    EXPECT_TRUE(WaitFor([] { return !g_events.Events().empty(); }));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(30001u));
 }
 
 // ---- State and lease ---------------------------------------------------------------------------
@@ -933,7 +890,7 @@ TEST_F(NetDhcpc, LeaseIsConverted) {
     EXPECT_TRUE(Notify("ipc_dhcpc_eth2", kLease, Lease("eth2")));
     EXPECT_TRUE(Notify("ipc_dhcpc_eth2", kFail, Lease("eth2", 0)));
     EXPECT_TRUE(Notify("ipc_dhcpc_eth2", 0x507, Lease("eth2", 0)));
-    ASSERT_THAT(Kinds(), ElementsAre(30001u, 30002u));
+    ASSERT_THAT(g_events.Kinds(), ElementsAre(30001u, 30002u));
     EXPECT_EQ(Pack()
                   .U32(0)
                   .In4("192.0.2.10")
@@ -942,9 +899,9 @@ TEST_F(NetDhcpc, LeaseIsConverted) {
                   .U32(1)
                   .In4("192.0.2.53")
                   .FillTo(276),
-              Events()[0].record);
+              g_events.Events()[0].record);
     EXPECT_EQ(Pack().U32(0).In4("192.0.2.10").U32(24).In4("192.0.2.1").FillTo(276),
-              Events()[1].record);
+              g_events.Events()[1].record);
     EXPECT_EQ(0, NetDhcpcStop(2));
     EXPECT_EQ(Body(2, "eth2"), daemon_.Requests(kStop)[0].body);
 }
@@ -961,13 +918,13 @@ TEST_F(NetDhcpc, DnsCountIsBounded) {
         }
         EXPECT_TRUE(Notify("ipc_dhcpc_eth0", kLease, full));
     }
-    ASSERT_EQ(4u, Events().size());
-    EXPECT_EQ(63u, Events()[0].record.U32(16));
-    EXPECT_EQ(0u, Events()[0].record.U32(20 + 63 * 4));
+    ASSERT_EQ(4u, g_events.Count());
+    EXPECT_EQ(63u, g_events.Events()[0].record.U32(16));
+    EXPECT_EQ(0u, g_events.Events()[0].record.U32(20 + 63 * 4));
     for (int i = 1; i < 4; i++) {
-        EXPECT_EQ(64u, Events()[i].record.U32(16));
-        EXPECT_EQ(Pack().In4("198.51.100.63"), Events()[i].record.Slice(20 + 63 * 4, 4));
-        EXPECT_EQ(276u, Events()[i].record.size());
+        EXPECT_EQ(64u, g_events.Events()[i].record.U32(16));
+        EXPECT_EQ(Pack().In4("198.51.100.63"), g_events.Events()[i].record.Slice(20 + 63 * 4, 4));
+        EXPECT_EQ(276u, g_events.Events()[i].record.size());
     }
 }
 
@@ -976,7 +933,7 @@ TEST_F(NetDhcpc, SecondStartReplacesTheCallback) {
     EXPECT_EQ(0, NetDhcpcStart(0, TakeLegacy, 0));
     EXPECT_EQ(1u, daemon_.Requests().size());
     EXPECT_TRUE(Notify("ipc_dhcpc_eth0", kLease, Lease("eth0")));
-    EXPECT_EQ(1u, Events().size());
+    EXPECT_EQ(1u, g_events.Count());
 }
 
 TEST_F(NetDhcpc, NullCallbackIsNobody) {
@@ -984,7 +941,7 @@ TEST_F(NetDhcpc, NullCallbackIsNobody) {
     EXPECT_EQ(1u, daemon_.Requests().size());
     EXPECT_TRUE(Notify("ipc_dhcpc_eth0", kLease, Lease("eth0")));
     EXPECT_TRUE(log_.HasNoTrouble());
-    EXPECT_THAT(Kinds(), IsEmpty());
+    EXPECT_THAT(g_events.Kinds(), IsEmpty());
 }
 
 TEST_F(NetDhcpc, StartAndStopTakeAnyNumber) {
@@ -1063,7 +1020,7 @@ TEST_F(DhcpcSlow, StartedListenersOutliveTheTimeOut) {
         log_.WaitFor(Kind::kPrint, kThreadV6, "wait time out!", Where::kBoth, kLongPatience));
     EXPECT_EQ(1u, State("eth0", 10));
     EXPECT_TRUE(Notify("ipc_dhcpcv6_eth0", kLease, Lease("eth0")));
-    EXPECT_THAT(Kinds(), ElementsAre(30001u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(30001u));
 }
 
 TEST_F(DhcpcSlow, ManyStartsAndStopsLeaveNothing) {
@@ -1091,7 +1048,7 @@ TEST_F(DhcpcSlow, LostClientsDoNotPileUp) {
     }
     EXPECT_TRUE(WaitFor([&] { return Threads() == threads + 1; }, kLongPatience));
     EXPECT_TRUE(Notify("ipc_dhcpc_c", kLease, Lease("c")));
-    EXPECT_THAT(Kinds(), ElementsAre(30001u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(30001u));
     EXPECT_EQ(0, VimbraDhcpcStart("c", 2, Take));
     EXPECT_EQ(0, VimbraDhcpcStop("c", 2));
     EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }, kLongPatience));

@@ -8,42 +8,18 @@
 #include <vimbra/ntpc.h>
 #include <vimbra/pppoe.h>
 
-#include <atomic>
 #include <functional>
 #include <map>
 #include <string>
 #include <utility>
 #include <vimbra/bed.hpp>
 
+#include "../ground/memory.hpp"
 #include "api/api_ntpc/api_ntpc.hpp"
 
 namespace vimbra::tests {
 
 using namespace bed;
-
-namespace {
-
-// Of the calling thread's allocations, which is to fail; 0: none.
-thread_local int t_failAt = 0;
-// The size of allocations that fail on every thread.
-std::atomic<size_t> g_failSize = 0;
-
-bool Fails(size_t size) {
-    return size == g_failSize || (t_failAt > 0 && --t_failAt == 0);
-}
-
-}  // namespace
-
-extern "C" {
-void* __real_calloc(size_t count, size_t size);
-void* __wrap_calloc(size_t count, size_t size) {
-    if (Fails(count * size)) {
-        errno = ENOMEM;
-        return nullptr;
-    }
-    return __real_calloc(count, size);
-}
-}
 
 namespace {
 

@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/sem.h>
 #include <sys/stat.h>
@@ -16,13 +15,14 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 #include <vimbra/bed.hpp>
 
+#include "../ground/address.hpp"
+#include "../ground/prepared.hpp"
+#include "../ground/recorder.hpp"
 #include "no_threads.hpp"
 
 namespace vimbra::tests {
@@ -50,22 +50,10 @@ struct Event {
 };
 
 // Never destroyed: listeners may outlive main().
-std::mutex& g_mutex = *new std::mutex;
-std::vector<Event>& g_events = *new std::vector<Event>;
-std::function<void()>& g_inCallback = *new std::function<void()>;
+Recorder<Event>& g_events = *new Recorder<Event>;
 
 int Take(u32 event, void* report) {
-    char name[16] = {};
-    prctl(PR_GET_NAME, name);
-    std::function<void()> hook;
-    {
-        const std::lock_guard lock(g_mutex);
-        g_events.push_back({event, Bytes(std::span(static_cast<const u8*>(report), kMost)), name});
-        hook = g_inCallback;
-    }
-    if (hook) {
-        hook();
-    }
+    g_events.Add({event, Bytes(std::span(static_cast<const u8*>(report), kMost)), ThisThread()});
     return -1;
 }
 
@@ -74,36 +62,12 @@ int Never(u32, void*) {
     return 0;
 }
 
-std::vector<Event> Events() {
-    const std::lock_guard lock(g_mutex);
-    return g_events;
-}
-
-std::vector<u32> Kinds() {
-    std::vector<u32> kinds;
-    for (const Event& event : Events()) {
-        kinds.push_back(event.event);
-    }
-    return kinds;
-}
-
-u32 Word(const char* text) {
-    return Pack().In4(text).Get().U32(0);
-}
-
-TVimbraAddr Server(u16 family, const char* text) {
-    TVimbraAddr addr = {};
-    const Bytes bytes = Pack().Address(family, text);
-    memcpy(&addr, bytes.data(), sizeof(addr));
-    return addr;
-}
-
 TVimbraAddr Server4() {
-    return Server(2, "192.0.2.123");
+    return Address("192.0.2.123");
 }
 
 TVimbraAddr Server6() {
-    return Server(10, "2001:db8::123");
+    return Address("2001:db8::123");
 }
 
 Bytes StartBody4(u32 interval) {
@@ -131,20 +95,7 @@ int SemaphoreValue() {
     return semctl(Semaphore(), 0, GETVAL);
 }
 
-std::string ThreadOf(const char* name) {
-    return std::string(name).substr(0, 15);
-}
-
-class Ntpc : public testing::Test {
- protected:
-    void SetUp() override {
-        ASSERT_EQ(0, VimbraInit());
-        log_.Clear();
-    }
-
-    Capture log_;
-    ScriptedDaemon daemon_;
-};
+using Ntpc = Prepared;
 
 // ---- Start -------------------------------------------------------------------------------------
 
@@ -179,7 +130,7 @@ TEST_F(Ntpc, Ipv6IsIndependent) {
     EXPECT_EQ(0, VimbraNtpcStop(2));
     EXPECT_FALSE(HasListener(kSocket));
     EXPECT_TRUE(Notify(kSocket6, 1, {1, 2, 3}));
-    EXPECT_EQ(ThreadOf("VimbraNtpcCBThreadV6"), Events().at(0).thread);
+    EXPECT_EQ(ThreadOf("VimbraNtpcCBThreadV6"), g_events.Events().at(0).thread);
     EXPECT_THAT(Started(), ElementsAre("2=0", "10=1"));
     EXPECT_EQ(0, VimbraNtpcStop(10));
     EXPECT_EQ(Message(kStop, Pack().U16(10)), daemon_.Requests(kStop)[1].raw);
@@ -237,7 +188,7 @@ TEST(NtpcAlone, WithoutInitNothingStarts) {
 TEST_F(Ntpc, Ipv4ServersAreChecked) {
     const size_t threads = Threads();
     for (const char* bad : {"0.0.0.0", "0.1.2.3", "127.0.0.1", "240.0.0.1", "255.255.255.255"}) {
-        EXPECT_EQ(-1, VimbraNtpcStart(Server(2, bad), 1, Never));
+        EXPECT_EQ(-1, VimbraNtpcStart(Address(bad), 1, Never));
     }
     EXPECT_EQ(5, log_.Count(Kind::kError, "VimbraNtpcStart", "tServerIp ip is invaild"));
     EXPECT_EQ(5, log_.Count(Kind::kError));
@@ -246,14 +197,14 @@ TEST_F(Ntpc, Ipv4ServersAreChecked) {
     EXPECT_FALSE(HasListener(kSocket));
     EXPECT_EQ(1, SemaphoreValue());
     for (const char* good : {"1.0.0.0", "126.1.1.1", "191.255.255.255", "223.1.1.1", "224.0.1.1"}) {
-        EXPECT_EQ(0, VimbraNtpcStart(Server(2, good), 1, Take)) << good;
+        EXPECT_EQ(0, VimbraNtpcStart(Address(good), 1, Take)) << good;
         EXPECT_EQ(0, VimbraNtpcStop(2));
     }
 }
 
 TEST_F(Ntpc, Ipv6ServersAreNot) {
     for (const char* any : {"::", "::1", "ff02::1"}) {
-        EXPECT_EQ(0, VimbraNtpcStart(Server(10, any), 1, Take));
+        EXPECT_EQ(0, VimbraNtpcStart(Address(any), 1, Take));
         EXPECT_EQ(0, VimbraNtpcStop(10));
     }
 }
@@ -261,12 +212,12 @@ TEST_F(Ntpc, Ipv6ServersAreNot) {
 TEST_F(Ntpc, SecondStartIsRefusedAndTheClientGoesOn) {
     EXPECT_EQ(0, Start(2));
     // Before the address is looked at.
-    EXPECT_EQ(-1, VimbraNtpcStart(Server(2, "0.0.0.0"), 1, Never));
+    EXPECT_EQ(-1, VimbraNtpcStart(Address("0.0.0.0"), 1, Never));
     EXPECT_TRUE(log_.Has(Kind::kError, "VimbraNtpcStart", "ntpc-Client is already started"));
     EXPECT_EQ(1, log_.Count(Kind::kError));
     EXPECT_EQ(1u, daemon_.Requests().size());
     EXPECT_TRUE(Notify(kSocket, 1, {}));
-    EXPECT_THAT(Kinds(), ElementsAre(30001u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(30001u));
     EXPECT_EQ(0, VimbraNtpcStop(2));
 }
 
@@ -414,7 +365,7 @@ TEST_F(Ntpc, RefusedStopChangesNothing) {
     EXPECT_TRUE(log_.Has(Kind::kError, "VimbraNtpcStop", "ntpc client stop error!"));
     EXPECT_THAT(Started(), ElementsAre("2=1", "10=0"));
     EXPECT_TRUE(Notify(kSocket, 2, {}));
-    EXPECT_THAT(Kinds(), ElementsAre(30002u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(30002u));
     daemon_.Next(kStop, Answer::Raw(Pack().U32(0).U32(4).U32(0).U8(1)));
     EXPECT_EQ(-1, VimbraNtpcStop(2));
     EXPECT_TRUE(log_.Has(Kind::kError, "ApicNtpcStop", "send and recv msg error:13!"));
@@ -423,7 +374,7 @@ TEST_F(Ntpc, RefusedStopChangesNothing) {
 
 TEST_F(Ntpc, StopWaitsForARunningCallback) {
     const Gate gate;
-    g_inCallback = [&] { gate.Pass(); };
+    g_events.InCallback([&] { gate.Pass(); });
     EXPECT_EQ(0, Start(2));
     EXPECT_TRUE(Notify(kSocket, 1, {}, {.size = {}, .flag = 0, .wait = false}));
     ASSERT_TRUE(gate.WaitArrived());
@@ -448,7 +399,7 @@ TEST_F(Ntpc, StopWaitsForARunningCallback) {
 TEST_F(Ntpc, CallbackMayStopItsClient) {
     const size_t threads = Threads();
     const auto descriptors = OpenDescriptors();
-    g_inCallback = [] { EXPECT_EQ(0, VimbraNtpcStop(2)); };
+    g_events.InCallback([] { EXPECT_EQ(0, VimbraNtpcStop(2)); });
     EXPECT_EQ(0, Start(2));
     EXPECT_TRUE(Notify(kSocket, 1, {}));
     EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
@@ -461,16 +412,16 @@ TEST_F(Ntpc, CallbackMayStopItsClient) {
 TEST_F(Ntpc, CallbackMayRestartItsClient) {
     const size_t threads = Threads();
     std::atomic<int> restarts = 0;
-    g_inCallback = [&] {
+    g_events.InCallback([&] {
         if (restarts++ == 0) {
             EXPECT_EQ(0, VimbraNtpcStop(2));
             EXPECT_EQ(0, Start(2));
         }
-    };
+    });
     EXPECT_EQ(0, Start(2));
     EXPECT_TRUE(Notify(kSocket, 1, {}));
     EXPECT_TRUE(Notify(kSocket, 2, {}));
-    EXPECT_THAT(Kinds(), ElementsAre(30001u, 30002u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(30001u, 30002u));
     EXPECT_EQ(0, VimbraNtpcStop(2));
     EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
 }
@@ -478,12 +429,12 @@ TEST_F(Ntpc, CallbackMayRestartItsClient) {
 // A callback in a call and the thread that waits for the callback do not wait for each other.
 TEST_F(Ntpc, CallbackMayCallWhileItsClientIsStopped) {
     const Gate gate;
-    g_inCallback = [&] {
+    g_events.InCallback([&] {
         gate.Pass();
         EXPECT_EQ(0, VimbraNtpcStop(2));
         EXPECT_EQ(0, Start(10));
         EXPECT_EQ(0, VimbraNtpcStop(10));
-    };
+    });
     EXPECT_EQ(0, Start(2));
     EXPECT_TRUE(Notify(kSocket, 1, {}, {.size = {}, .flag = 0, .wait = false}));
     ASSERT_TRUE(gate.WaitArrived());
@@ -492,7 +443,7 @@ TEST_F(Ntpc, CallbackMayCallWhileItsClientIsStopped) {
     gate.Open();
     stopper.join();
     EXPECT_THAT(Started(), ElementsAre("2=0", "10=0"));
-    EXPECT_EQ(1u, Events().size());
+    EXPECT_EQ(1u, g_events.Count());
 }
 
 TEST_F(Ntpc, StopCutsAListenerThatReads) {
@@ -525,11 +476,11 @@ TEST_F(Ntpc, ReportsReachTheCallback) {
     const Bytes report = Pack().U64(0x0102030405060708).U32(9);
     EXPECT_TRUE(Notify(kSocket, 1, report));
     EXPECT_TRUE(Notify(kSocket, 2, {}));
-    ASSERT_THAT(Kinds(), ElementsAre(30001u, 30002u));
+    ASSERT_THAT(g_events.Kinds(), ElementsAre(30001u, 30002u));
     // Room behind a short report is zero.
-    EXPECT_EQ(Pack().Add(report).FillTo(kMost), Events()[0].report);
-    EXPECT_EQ(Pack().FillTo(kMost), Events()[1].report);
-    EXPECT_EQ(ThreadOf("VimbraNtpcCBThread"), Events()[0].thread);
+    EXPECT_EQ(Pack().Add(report).FillTo(kMost), g_events.Events()[0].report);
+    EXPECT_EQ(Pack().FillTo(kMost), g_events.Events()[1].report);
+    EXPECT_EQ(ThreadOf("VimbraNtpcCBThread"), g_events.Events()[0].thread);
     EXPECT_TRUE(log_.HasNoTrouble());
     EXPECT_EQ(0, VimbraNtpcStop(2));
 }
@@ -539,7 +490,7 @@ TEST_F(Ntpc, HeadAndBodyMayComeApart) {
     Connection connection(kSocket);
     EXPECT_TRUE(connection.SendInPieces(Message(1, Pack().U32(77)), {12}));
     EXPECT_TRUE(connection.WaitPeerClosed());
-    EXPECT_EQ(77u, Events().at(0).report.U32(0));
+    EXPECT_EQ(77u, g_events.Events().at(0).report.U32(0));
     EXPECT_EQ(0, VimbraNtpcStop(2));
 }
 
@@ -551,7 +502,7 @@ TEST_F(Ntpc, UnknownTypeIsLoggedAndTheListenerGoesOn) {
     EXPECT_TRUE(log_.Has(Kind::kError, kThread, "the unkonwn type = 0x3"));
     EXPECT_TRUE(log_.Has(Kind::kError, kThread6, "the unkonwn type = 0x0"));
     EXPECT_TRUE(Notify(kSocket, 1, {}));
-    EXPECT_THAT(Kinds(), ElementsAre(30001u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(30001u));
     EXPECT_EQ(0, VimbraNtpcStop(2));
     EXPECT_EQ(0, VimbraNtpcStop(10));
 }
@@ -560,7 +511,7 @@ TEST_F(Ntpc, LongestReportPassesLongerOnesAreDropped) {
     EXPECT_EQ(0, Start(2));
     const Bytes most = Bytes(std::vector<u8>(kMost, 0xa5));
     EXPECT_TRUE(Notify(kSocket, 1, most));
-    EXPECT_EQ(most, Events().at(0).report);
+    EXPECT_EQ(most, g_events.Events().at(0).report);
     Bytes longer = most;
     longer.push_back(1);
     Notify(kSocket, 1, longer);
@@ -571,7 +522,7 @@ TEST_F(Ntpc, LongestReportPassesLongerOnesAreDropped) {
         return log_.Count(Kind::kError, kThread, "the ntpc message body is too long!") == 5;
     }));
     EXPECT_TRUE(Notify(kSocket, 2, {}));
-    EXPECT_THAT(Kinds(), ElementsAre(30001u, 30002u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(30001u, 30002u));
     EXPECT_EQ(0, VimbraNtpcStop(2));
 }
 
@@ -610,7 +561,7 @@ TEST_F(Ntpc, ShortBodyEndsTheListener) {
         EXPECT_TRUE(WaitForNoListener(socket));
         EXPECT_EQ(0, VimbraNtpcStop(family));
     }
-    EXPECT_THAT(Kinds(), IsEmpty());
+    EXPECT_THAT(g_events.Kinds(), IsEmpty());
 }
 
 TEST_F(Ntpc, RefusedStartWhoseListenerHasEndedSaysSo) {
@@ -646,9 +597,9 @@ TEST_F(Ntpc, FailedAcceptGoesOn) {
     EXPECT_TRUE(daemon_.WaitIdle());
     EXPECT_EQ(0, VimbraNtpcStop(2));
     EXPECT_TRUE(daemon_.WaitIdle());
-    g_events.clear();
+    g_events.Clear();
     const Gate gate;
-    g_inCallback = [&] { gate.Pass(); };
+    g_events.InCallback([&] { gate.Pass(); });
     EXPECT_EQ(0, Start(2));
     EXPECT_TRUE(Notify(kSocket, 1, {}, {.size = {}, .flag = 0, .wait = false}));
     ASSERT_TRUE(gate.WaitArrived());
@@ -665,7 +616,7 @@ TEST_F(Ntpc, FailedAcceptGoesOn) {
     EXPECT_LE(std::chrono::milliseconds(300), std::chrono::steady_clock::now() - begin);
     ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
     EXPECT_TRUE(waiting.WaitPeerClosed());
-    EXPECT_THAT(Kinds(), ElementsAre(30001u, 30002u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(30001u, 30002u));
     EXPECT_EQ(0, VimbraNtpcStop(2));
 }
 
@@ -675,7 +626,7 @@ TEST_F(Ntpc, CheckAsksTheDaemon) {
     EXPECT_EQ(0, VimbraNtpcSerCheck(Server4()));
     EXPECT_EQ(0, VimbraNtpcSerCheck(Server6()));
     // No address is refused here.
-    EXPECT_EQ(0, VimbraNtpcSerCheck(Server(2, "0.0.0.0")));
+    EXPECT_EQ(0, VimbraNtpcSerCheck(Address("0.0.0.0")));
     ASSERT_EQ(3u, daemon_.Requests().size());
     EXPECT_EQ(Message(kCheck, Pack().Address(2, "192.0.2.123")), daemon_.Requests()[0].raw);
     EXPECT_EQ(Message(kCheck, Pack().Address(10, "2001:db8::123")), daemon_.Requests()[1].raw);
@@ -704,7 +655,7 @@ TEST_F(Ntpc, LegacyNamesForward) {
     EXPECT_EQ(0, VimBraNtpcStart(Word("192.0.2.123"), 5, Take));
     EXPECT_EQ(Message(kStart, StartBody4(5)), daemon_.Requests()[0].raw);
     EXPECT_TRUE(Notify(kSocket, 1, {}));
-    EXPECT_THAT(Kinds(), ElementsAre(30001u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(30001u));
     EXPECT_EQ(0, VimBraNtpcStop());
     EXPECT_EQ(Message(kStop, Pack().U16(2)), daemon_.Requests()[1].raw);
     EXPECT_EQ(0, NetCheckNtpcServer(Word("192.0.2.123")));

@@ -10,13 +10,13 @@
 
 #include <atomic>
 #include <chrono>
-#include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 #include <vimbra/bed.hpp>
 
+#include "../ground/prepared.hpp"
+#include "../ground/recorder.hpp"
 #include "no_threads.hpp"
 
 namespace vimbra::tests {
@@ -44,44 +44,19 @@ struct Event {
 };
 
 // Never destroyed: listeners may outlive main().
-std::mutex& g_mutex = *new std::mutex;
-std::vector<Event>& g_events = *new std::vector<Event>;
-std::function<void(u32)>& g_inCallback = *new std::function<void(u32)>;
+Recorder<Event>& g_events = *new Recorder<Event>;
 
 void Take(u32 event, void* data, u32 length) {
-    char name[16] = {};
-    prctl(PR_GET_NAME, name);
-    std::function<void(u32)> hook;
-    {
-        const std::lock_guard lock(g_mutex);
-        const auto* bytes = static_cast<const u8*>(data);
-        g_events.push_back(
-            {event, data != nullptr, Bytes(std::span(bytes, data != nullptr ? length : 0)), name});
-        if (data == nullptr) {
-            EXPECT_EQ(0u, length);
-        }
-        hook = g_inCallback;
+    const auto* bytes = static_cast<const u8*>(data);
+    if (data == nullptr) {
+        EXPECT_EQ(0u, length);
     }
-    if (hook) {
-        hook(event);
-    }
+    g_events.Add({event, data != nullptr, Bytes(std::span(bytes, data != nullptr ? length : 0)),
+                  ThisThread()});
 }
 
 void Never(u32, void*, u32) {
     ADD_FAILURE() << "the wrong callback";
-}
-
-std::vector<Event> Events() {
-    const std::lock_guard lock(g_mutex);
-    return g_events;
-}
-
-std::vector<u32> Kinds() {
-    std::vector<u32> kinds;
-    for (const Event& event : Events()) {
-        kinds.push_back(event.event);
-    }
-    return kinds;
 }
 
 template <size_t N>
@@ -160,20 +135,7 @@ s32 Stop(u16 family) {
     return VimbraPppoeStop(nullptr, family);
 }
 
-std::string ThreadOf(const char* name) {
-    return std::string(name).substr(0, 15);
-}
-
-class Pppoe : public testing::Test {
- protected:
-    void SetUp() override {
-        ASSERT_EQ(0, VimbraInit());
-        log_.Clear();
-    }
-
-    Capture log_;
-    ScriptedDaemon daemon_;
-};
+using Pppoe = Prepared;
 
 // ---- Start -------------------------------------------------------------------------------------
 
@@ -204,8 +166,8 @@ TEST_F(Pppoe, OtherFamiliesListenOnTheOtherSocket) {
     EXPECT_FALSE(HasListener(kSocket));
     EXPECT_EQ(Config().Body(11), daemon_.Requests(kStart)[1].body);
     EXPECT_TRUE(Notify(kSocket6, 2, {}));
-    ASSERT_EQ(2u, Events().size());
-    EXPECT_EQ(ThreadOf("VimbraPppoeCBThread6"), Events()[1].thread);
+    ASSERT_EQ(2u, g_events.Count());
+    EXPECT_EQ(ThreadOf("VimbraPppoeCBThread6"), g_events.Events()[1].thread);
     EXPECT_EQ(0, Stop(11));
 }
 
@@ -357,7 +319,7 @@ TEST_F(Pppoe, SecondStartIsRefusedAndTheLinkGoesOn) {
         log_.Has(Kind::kError, "VimbraPppoeStart", "the wSinFamily 2 ppppe has been started!"));
     EXPECT_EQ(1u, daemon_.Requests().size());
     EXPECT_TRUE(Notify(kSocket, 3, {}));
-    EXPECT_THAT(Kinds(), ElementsAre(3u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(3u));
     EXPECT_EQ(0, Stop(2));
 }
 
@@ -416,7 +378,7 @@ TEST_F(Pppoe, ListenerThatCannotBindEndsAndTheStartSucceeds) {
     EXPECT_EQ(1, log_.Count(Kind::kPerror, kThread, "accept error"));
     EXPECT_EQ(0, Stop(2));
     EXPECT_TRUE(log_.Has(Kind::kPerror, "VimbraPppoeStop", "pthread_cancel error"));
-    EXPECT_THAT(Kinds(), ElementsAre(5u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(5u));
 }
 
 // ---- Stop --------------------------------------------------------------------------------------
@@ -429,9 +391,9 @@ TEST_F(Pppoe, StopAsksTheDaemonAndTellsTheCallback) {
     EXPECT_EQ(0, VimbraPppoeStop("whatever", 2));
     ASSERT_EQ(2u, daemon_.Requests().size());
     EXPECT_EQ(Message(kStop, Pack().U16(2)), daemon_.Requests()[1].raw);
-    ASSERT_THAT(Kinds(), ElementsAre(5u));
-    EXPECT_FALSE(Events()[0].hasData);
-    EXPECT_EQ("stopper", Events()[0].thread);
+    ASSERT_THAT(g_events.Kinds(), ElementsAre(5u));
+    EXPECT_FALSE(g_events.Events()[0].hasData);
+    EXPECT_EQ("stopper", g_events.Events()[0].thread);
     EXPECT_TRUE(log_.HasNoTrouble());
     EXPECT_FALSE(HasListener(kSocket));
     EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
@@ -439,7 +401,7 @@ TEST_F(Pppoe, StopAsksTheDaemonAndTellsTheCallback) {
     EXPECT_EQ(0, Stop(2));
     EXPECT_TRUE(log_.Has(Kind::kPrint, "VimbraPppoeStop", "pppoe already stopped!"));
     EXPECT_EQ(2u, daemon_.Requests().size());
-    EXPECT_EQ(1u, Events().size());
+    EXPECT_EQ(1u, g_events.Count());
 }
 
 TEST_F(Pppoe, RefusedStopChangesNothing) {
@@ -450,9 +412,9 @@ TEST_F(Pppoe, RefusedStopChangesNothing) {
     EXPECT_TRUE(log_.Has(Kind::kError, "VimbraPppoeStop", "ApicPppoeStop error!"));
     EXPECT_THAT(Started(), ElementsAre("2=0", "10=1", "11=0"));
     EXPECT_TRUE(Notify(kSocket6, 4, {}));
-    EXPECT_THAT(Kinds(), ElementsAre(4u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(4u));
     EXPECT_EQ(0, Stop(10));
-    EXPECT_THAT(Kinds(), ElementsAre(4u, 5u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(4u, 5u));
 }
 
 TEST_F(Pppoe, StopWithBadReplyIsMinusOne) {
@@ -465,11 +427,11 @@ TEST_F(Pppoe, StopWithBadReplyIsMinusOne) {
 
 TEST_F(Pppoe, StopWaitsForARunningCallback) {
     const Gate gate;
-    g_inCallback = [&](u32 event) {
-        if (event == 1) {
+    g_events.InCallback([&](const Event& event) {
+        if (event.event == 1) {
             gate.Pass();
         }
-    };
+    });
     EXPECT_EQ(0, Start(2));
     EXPECT_TRUE(Notify(kSocket, 1, Addresses(), {.size = {}, .flag = 0, .wait = false}));
     ASSERT_TRUE(gate.WaitArrived());
@@ -480,28 +442,28 @@ TEST_F(Pppoe, StopWaitsForARunningCallback) {
     });
     EXPECT_TRUE(WaitForNoListener(kSocket));
     EXPECT_FALSE(stopped);
-    EXPECT_THAT(Kinds(), ElementsAre(1u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(1u));
     // Meanwhile it is neither started again nor stopped twice.
     EXPECT_EQ(-1, Start(2, Never));
     EXPECT_EQ(0, Stop(2));
     gate.Open();
     stopper.join();
-    EXPECT_THAT(Kinds(), ElementsAre(1u, 5u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(1u, 5u));
     EXPECT_EQ(1u, daemon_.Requests(kStop).size());
 }
 
 TEST_F(Pppoe, CallbackMayStopItsLink) {
     const size_t threads = Threads();
     const auto descriptors = OpenDescriptors();
-    g_inCallback = [&](u32 event) {
-        if (event == 3) {
+    g_events.InCallback([&](const Event& event) {
+        if (event.event == 3) {
             EXPECT_EQ(0, Stop(2));
         }
-    };
+    });
     EXPECT_EQ(0, Start(2));
     EXPECT_TRUE(Notify(kSocket, 3, {}));
     EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
-    EXPECT_THAT(Kinds(), ElementsAre(3u, 5u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(3u, 5u));
     EXPECT_EQ(descriptors, OpenDescriptors());
     EXPECT_EQ(0, Start(2));
     EXPECT_EQ(0, Stop(2));
@@ -509,12 +471,12 @@ TEST_F(Pppoe, CallbackMayStopItsLink) {
 
 TEST_F(Pppoe, CallbackMayStopItsLinkWhileItIsStopped) {
     const Gate gate;
-    g_inCallback = [&](u32 event) {
-        if (event == 3) {
+    g_events.InCallback([&](const Event& event) {
+        if (event.event == 3) {
             gate.Pass();
             EXPECT_EQ(0, Stop(2));
         }
-    };
+    });
     EXPECT_EQ(0, Start(2));
     EXPECT_TRUE(Notify(kSocket, 3, {}, {.size = {}, .flag = 0, .wait = false}));
     ASSERT_TRUE(gate.WaitArrived());
@@ -522,22 +484,22 @@ TEST_F(Pppoe, CallbackMayStopItsLinkWhileItIsStopped) {
     EXPECT_TRUE(WaitForNoListener(kSocket));
     gate.Open();
     stopper.join();
-    EXPECT_THAT(Kinds(), ElementsAre(3u, 5u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(3u, 5u));
 }
 
 TEST_F(Pppoe, CallbackMayStartAgainWhenItIsStopped) {
     std::atomic<int> starts = 0;
-    g_inCallback = [&](u32 event) {
-        if (event == 5 && starts++ == 0) {
+    g_events.InCallback([&](const Event& event) {
+        if (event.event == 5 && starts++ == 0) {
             EXPECT_EQ(0, Start(2));
         }
-    };
+    });
     EXPECT_EQ(0, Start(2));
     EXPECT_EQ(0, Stop(2));
     EXPECT_THAT(Started(), ElementsAre("2=1", "10=0", "11=0"));
     EXPECT_TRUE(Notify(kSocket, 4, {}));
     EXPECT_EQ(0, Stop(2));
-    EXPECT_THAT(Kinds(), ElementsAre(5u, 4u, 5u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(5u, 4u, 5u));
 }
 
 TEST_F(Pppoe, StopCutsAListenerThatReads) {
@@ -568,7 +530,7 @@ TEST_F(Pppoe, BothTogetherMarkAllThree) {
     EXPECT_EQ(0, Stop(11));
     EXPECT_EQ(Message(kStop, Pack().U16(11)), daemon_.Requests()[1].raw);
     EXPECT_THAT(Started(), ElementsAre("2=0", "10=0", "11=0"));
-    EXPECT_THAT(Kinds(), ElementsAre(5u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(5u));
 }
 
 TEST_F(Pppoe, BothTogetherStartTheHalfThatDoesNotRun) {
@@ -580,7 +542,7 @@ TEST_F(Pppoe, BothTogetherStartTheHalfThatDoesNotRun) {
     EXPECT_EQ(0, Stop(11));
     EXPECT_TRUE(log_.Has(Kind::kPrint, "VimbraPppoeStop", "pppoe already stopped!"));
     EXPECT_EQ(0u, daemon_.Requests(kStop).size());
-    EXPECT_THAT(Kinds(), IsEmpty());
+    EXPECT_THAT(g_events.Kinds(), IsEmpty());
     // With one half left it does.
     EXPECT_EQ(0, Stop(2));
     EXPECT_EQ(0, Stop(11));
@@ -609,7 +571,7 @@ TEST_F(Pppoe, BothTogetherMayBeStartedOverBothHalves) {
     EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
     EXPECT_FALSE(HasListener(kSocket));
     EXPECT_FALSE(HasListener(kSocket6));
-    EXPECT_THAT(Kinds(), ElementsAre(5u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(5u));
     EXPECT_EQ(0, Stop(2));
     EXPECT_EQ(1u, daemon_.Requests(kStop).size());
     for (const u16 family : {2, 10}) {
@@ -637,7 +599,7 @@ TEST_F(Pppoe, HalfOfBothHasNoThreadToStop) {
         EXPECT_EQ(Pack().U16(11), daemon_.Requests().at(3).body);
         EXPECT_THAT(Started(), ElementsAre("2=0", "10=0", "11=0"));
     }
-    EXPECT_THAT(Kinds(), ElementsAre(2u, 5u, 2u, 5u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(2u, 5u, 2u, 5u));
 }
 
 // ---- Calls that cross --------------------------------------------------------------------------
@@ -686,7 +648,7 @@ TEST_F(Pppoe, StopOfBothLeavesAHalfThatIsBeingStarted) {
     EXPECT_EQ(0, Start(10));
     EXPECT_TRUE(Notify(kSocket6, 4, {}));
     EXPECT_EQ(0, Stop(10));
-    EXPECT_THAT(Kinds(), ElementsAre(5u, 4u, 5u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(5u, 4u, 5u));
 }
 
 // It waits for a callback of the one half while the start of the other one comes to its end.
@@ -704,7 +666,7 @@ TEST_F(Pppoe, StopOfBothLeavesAHalfWhoseStartEndsMeanwhile) {
     EXPECT_EQ(0, Start(10));
     startingBoth.Open();
     both.join();
-    g_inCallback = [&](u32) { calling.Pass(); };
+    g_events.InCallback([&] { calling.Pass(); });
     EXPECT_TRUE(Notify(kSocket6, 4, {}, {.size = {}, .flag = 0, .wait = false}));
     ASSERT_TRUE(calling.WaitArrived());
     std::thread stopper([] { EXPECT_EQ(0, Stop(11)); });
@@ -713,7 +675,7 @@ TEST_F(Pppoe, StopOfBothLeavesAHalfWhoseStartEndsMeanwhile) {
     half.join();
     calling.Open();
     stopper.join();
-    g_inCallback = nullptr;
+    g_events.InCallback(nullptr);
     EXPECT_THAT(Started(), ElementsAre("2=1", "10=0", "11=0"));
     EXPECT_EQ(0, Stop(2));
     EXPECT_TRUE(WaitForNoListener(kSocket));
@@ -732,7 +694,7 @@ TEST_F(Pppoe, LateStopLeavesALinkThatWasStartedSinceAlone) {
     EXPECT_THAT(Started(), ElementsAre("2=1", "10=0", "11=0"));
     EXPECT_TRUE(Notify(kSocket, 4, {}));
     EXPECT_EQ(0, Stop(2));
-    EXPECT_THAT(Kinds(), ElementsAre(5u, 4u, 5u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(5u, 4u, 5u));
 }
 
 // ---- Events ------------------------------------------------------------------------------------
@@ -745,11 +707,11 @@ TEST_F(Pppoe, EventsReachTheCallback) {
             EXPECT_TRUE(Notify(socket, type, {}));
         }
     }
-    EXPECT_THAT(Kinds(), ElementsAre(1u, 2u, 3u, 4u, 5u, 1u, 2u, 3u, 4u, 5u));
-    EXPECT_EQ(Addresses(), Events()[0].data);
-    EXPECT_FALSE(Events()[1].hasData);
-    EXPECT_EQ(Addresses(), Events()[5].data);
-    EXPECT_EQ(ThreadOf("VimbraPppoeCBThread"), Events()[0].thread);
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(1u, 2u, 3u, 4u, 5u, 1u, 2u, 3u, 4u, 5u));
+    EXPECT_EQ(Addresses(), g_events.Events()[0].data);
+    EXPECT_FALSE(g_events.Events()[1].hasData);
+    EXPECT_EQ(Addresses(), g_events.Events()[5].data);
+    EXPECT_EQ(ThreadOf("VimbraPppoeCBThread"), g_events.Events()[0].thread);
     EXPECT_TRUE(log_.HasNoTrouble());
     // The daemon's stop event does not stop anything here.
     EXPECT_THAT(Started(), ElementsAre("2=1", "10=1", "11=0"));
@@ -770,9 +732,9 @@ TEST_F(Pppoe, SizeOfAnEventIsNotChecked) {
         connection.EndSending();
         EXPECT_TRUE(connection.WaitPeerClosed());
     }
-    ASSERT_THAT(Kinds(), ElementsAre(1u, 1u, 2u, 3u));
-    EXPECT_EQ(Pack().Address(2, "192.0.2.1").FillTo(80), Events()[0].data);
-    EXPECT_EQ(Addresses(), Events()[1].data);
+    ASSERT_THAT(g_events.Kinds(), ElementsAre(1u, 1u, 2u, 3u));
+    EXPECT_EQ(Pack().Address(2, "192.0.2.1").FillTo(80), g_events.Events()[0].data);
+    EXPECT_EQ(Addresses(), g_events.Events()[1].data);
     EXPECT_TRUE(log_.HasNoTrouble());
     EXPECT_EQ(0, Stop(2));
 }
@@ -784,7 +746,7 @@ TEST_F(Pppoe, UnknownTypeIsLogged) {
     EXPECT_TRUE(Notify(kSocket6, 0xABCD, {}));
     EXPECT_TRUE(log_.Has(Kind::kError, kThread, "the unkonwn type = 0x6"));
     EXPECT_TRUE(log_.Has(Kind::kError, kThread6, "the unkonwn type = 0xabcd"));
-    EXPECT_THAT(Kinds(), IsEmpty());
+    EXPECT_THAT(g_events.Kinds(), IsEmpty());
     EXPECT_EQ(0, Stop(2));
     EXPECT_EQ(0, Stop(10));
 }
@@ -803,7 +765,7 @@ TEST_F(Pppoe, PeerThatSaysNothing) {
     EXPECT_EQ(2, log_.Count(Kind::kError));
     EXPECT_TRUE(Notify(kSocket, 2, {}));
     EXPECT_TRUE(Notify(kSocket6, 2, {}));
-    EXPECT_THAT(Kinds(), ElementsAre(2u, 2u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(2u, 2u));
     EXPECT_EQ(0, Stop(2));
     EXPECT_EQ(0, Stop(10));
 }
@@ -824,7 +786,7 @@ TEST_F(Pppoe, ManyStartsAndStopsLeaveNothing) {
             EXPECT_EQ(0, Stop(family));
         }
     }
-    EXPECT_EQ(90u, Events().size());
+    EXPECT_EQ(90u, g_events.Count());
     EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
     EXPECT_EQ(descriptors, OpenDescriptors());
 }
@@ -837,9 +799,9 @@ TEST_F(Pppoe, FailedAcceptGoesOn) {
     EXPECT_TRUE(daemon_.WaitIdle());
     EXPECT_EQ(0, Stop(2));
     EXPECT_TRUE(daemon_.WaitIdle());
-    g_events.clear();
+    g_events.Clear();
     const Gate gate;
-    g_inCallback = [&](u32) { gate.Pass(); };
+    g_events.InCallback([&] { gate.Pass(); });
     EXPECT_EQ(0, Start(2));
     EXPECT_TRUE(Notify(kSocket, 1, Addresses(), {.size = {}, .flag = 0, .wait = false}));
     ASSERT_TRUE(gate.WaitArrived());
@@ -856,7 +818,7 @@ TEST_F(Pppoe, FailedAcceptGoesOn) {
     EXPECT_LE(std::chrono::milliseconds(300), std::chrono::steady_clock::now() - begin);
     ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
     EXPECT_TRUE(waiting.WaitPeerClosed());
-    EXPECT_THAT(Kinds(), ElementsAre(1u, 2u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(1u, 2u));
     EXPECT_EQ(0, Stop(2));
 }
 
@@ -915,7 +877,7 @@ TEST_F(NetPppoe, StartIsConverted) {
     EXPECT_EQ(Message(kStop, Pack().U16(2)), daemon_.Requests()[1].raw);
     EXPECT_TRUE(log_.HasNoTrouble());
     // Not told of its own stop.
-    EXPECT_THAT(Kinds(), IsEmpty());
+    EXPECT_THAT(g_events.Kinds(), IsEmpty());
 }
 
 TEST_F(NetPppoe, EventsAreConverted) {
@@ -925,19 +887,19 @@ TEST_F(NetPppoe, EventsAreConverted) {
     for (const u32 type : {2u, 3u, 4u, 5u, 6u}) {
         EXPECT_TRUE(Notify(kSocket, type, {}));
     }
-    ASSERT_THAT(Kinds(), ElementsAre(9003u, 9006u, 9002u, 9001u, 9004u));
+    ASSERT_THAT(g_events.Kinds(), ElementsAre(9003u, 9006u, 9002u, 9001u, 9004u));
     EXPECT_EQ(Pack().In4("192.0.2.1").In4("192.0.2.2").In4("192.0.2.53").In4("192.0.2.54"),
-              Events()[0].data);
-    EXPECT_FALSE(Events()[1].hasData);
+              g_events.Events()[0].data);
+    EXPECT_FALSE(g_events.Events()[1].hasData);
     EXPECT_EQ(0, NetPppoeStop());
-    EXPECT_EQ(5u, Events().size());
+    EXPECT_EQ(5u, g_events.Count());
 }
 
 TEST_F(NetPppoe, StoppedByTheCurrentCallTheLegacyCallbackHearsIt) {
     TPppoeInitParam param = InitParam();
     EXPECT_EQ(0, NetPppoeStart(&param, Take));
     EXPECT_EQ(0, Stop(2));
-    EXPECT_THAT(Kinds(), ElementsAre(9004u));
+    EXPECT_THAT(g_events.Kinds(), ElementsAre(9004u));
 }
 
 TEST_F(NetPppoe, NullCallbackIsNobody) {

@@ -20,6 +20,8 @@
 #include <vector>
 #include <vimbra/bed.hpp>
 
+#include "../ground/prepared.hpp"
+
 namespace vimbra::tests {
 
 using namespace bed;
@@ -364,8 +366,7 @@ std::vector<std::string> OtherThreads() {
 void Stress(seconds duration) {
     g_seed = std::random_device()();
     std::cout << "seed " << g_seed << std::endl;
-    VimbraDebugLevelSet(VIMBRA_LEVEL_NONE);
-    ASSERT_EQ(0, VimbraInit());
+    PrepareSilently();
     ScriptedDaemon daemon;
     daemon.Default(Answer::By(Choose));
     Ration ration;

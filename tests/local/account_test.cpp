@@ -11,8 +11,8 @@
 #include <utility>
 #include <vimbra/bed.hpp>
 
+#include "../ground/processes.hpp"
 #include "files.hpp"
-#include "processes.hpp"
 
 namespace vimbra::tests {
 

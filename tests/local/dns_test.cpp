@@ -9,6 +9,7 @@
 #include <vector>
 #include <vimbra/bed.hpp>
 
+#include "../ground/address.hpp"
 #include "files.hpp"
 
 namespace vimbra::tests {
@@ -19,17 +20,6 @@ using namespace bed;
 namespace {
 
 constexpr char kConf[] = "/etc/resolv.conf";
-
-TVimbraAddr Address(const std::string& text) {
-    TVimbraAddr address = {};
-    if (inet_pton(AF_INET, text.c_str(), &address.tV4Addr) == 1) {
-        address.wSinFamily = 2;
-    } else {
-        EXPECT_EQ(1, inet_pton(AF_INET6, text.c_str(), &address.tV6Addr)) << text;
-        address.wSinFamily = 10;
-    }
-    return address;
-}
 
 std::vector<TVimbraAddr> Addresses(const std::vector<std::string>& texts) {
     std::vector<TVimbraAddr> addresses;

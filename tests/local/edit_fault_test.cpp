@@ -19,9 +19,9 @@
 #include <vector>
 #include <vimbra/bed.hpp>
 
+#include "../ground/injector.hpp"
+#include "../ground/processes.hpp"
 #include "files.hpp"
-#include "injector.hpp"
-#include "processes.hpp"
 
 namespace vimbra::tests {
 

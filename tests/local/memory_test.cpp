@@ -14,21 +14,15 @@
 #include <vector>
 #include <vimbra/bed.hpp>
 
+#include "../ground/memory.hpp"
+#include "../ground/processes.hpp"
 #include "api/api_1x/api_dhcps/inotify_utils.hpp"
-#include "processes.hpp"
 
 namespace vimbra::tests {
 
 using namespace bed;
 
 namespace {
-
-// Which allocation of this thread is to fail, counted from 0; -1 for none.
-thread_local int g_failing = -1;
-
-bool Fails() {
-    return g_failing >= 0 && g_failing-- == 0;
-}
 
 constexpr char kPasswd[] = "root:x:0:0:::\nadmin:x:0:0:::\nguest:x:5:5:::\n";
 constexpr char kInetd[] = "telnet stream tcp nowait root /sbin/telnetd x\na b c d e /f g\n";
@@ -51,10 +45,10 @@ class Memory : public testing::Test {
             WriteFile("/etc/inetd.conf", kInetd);
             WriteFile("/etc/resolv.conf", kResolv);
             Capture log;
-            g_failing = rounds;
+            t_failAt = rounds + 1;
             const s32 result = operation.call();
-            const bool failed = g_failing < 0;
-            g_failing = -1;
+            const bool failed = t_failAt == 0;
+            t_failAt = 0;
             for (const LogLine& line : log.Syslog()) {
                 if (line.kind == Kind::kError || line.kind == Kind::kPerror) {
                     seen.push_back(line.text);
@@ -143,15 +137,15 @@ TEST_F(Memory, ServiceStop) {
     WriteFile("/etc/inetd.conf", kInetd);
     for (const int failing : {0, 1, 2}) {
         Capture log;
-        g_failing = failing;
+        t_failAt = failing + 1;
         EXPECT_EQ(0, VimbraServiceStop(name));
-        g_failing = -1;
+        t_failAt = 0;
         EXPECT_TRUE(log.Has(Kind::kError, "VimbraServiceStop", "ReadFromInetdFile error"));
         EXPECT_EQ(kInetd, ReadFile("/etc/inetd.conf"));
     }
-    g_failing = 3;
+    t_failAt = 4;
     EXPECT_EQ(-1, VimbraServiceStop(name));
-    g_failing = -1;
+    t_failAt = 0;
     EXPECT_EQ(kInetd, ReadFile("/etc/inetd.conf"));
 }
 
@@ -166,19 +160,19 @@ TEST_F(Memory, Bond) {
         "BondParam.pchActiveIface malloc error"};
     for (int i = 0; i < 5; i++) {
         Capture log;
-        g_failing = i;
+        t_failAt = i + 1;
         EXPECT_EQ(-1, NetBondStart(0, &legacy));
-        g_failing = -1;
+        t_failAt = 0;
         EXPECT_TRUE(log.Has(Kind::kError, "NetBondStart", kWords[i]));
     }
     Capture log;
-    g_failing = 5;
+    t_failAt = 6;
     EXPECT_EQ(1109, NetBondStart(0, &legacy));
-    g_failing = -1;
+    t_failAt = 0;
     EXPECT_TRUE(log.Has(Kind::kPerror, "ApicBondStart", "XMALLOC error:"));
-    g_failing = 0;
+    t_failAt = 1;
     EXPECT_EQ(-1, VimbraBondStop());
-    g_failing = -1;
+    t_failAt = 0;
     EXPECT_EQ(0u, daemon.Requests().size());
     EXPECT_EQ(0, NetBondStart(0, &legacy));
 }
@@ -197,9 +191,9 @@ TEST_F(Memory, RequestsWithoutBody) {
     };
     for (const auto& one : cases) {
         Capture log;
-        g_failing = 0;
+        t_failAt = 1;
         EXPECT_EQ(-1, one.call());
-        g_failing = -1;
+        t_failAt = 0;
         EXPECT_TRUE(log.Has(Kind::kPerror, "IpcApiSendAndRecv", "XMALLOC error"));
         EXPECT_TRUE(log.Has(Kind::kError, one.function, one.text));
     }
@@ -219,9 +213,9 @@ TEST_F(Memory, Requests) {
     Run({[&] { return VimbraDhcpsStop(name, 2); }, -1, {"XMALLOC error"}});
     Run({[&] { return VimbraDhcpsGetState(name, 2, &state); }, -1, {"XMALLOC error"}});
     Run({[] { return NetDhcpsStop(); }, -1, {"XMALLOC error"}});
-    g_failing = 2;  // two for the question after the addresses
+    t_failAt = 3;  // two for the question after the addresses
     EXPECT_EQ(1109, VimbraDhcpsStart(name, 2, &pool));
-    g_failing = -1;
+    t_failAt = 0;
     EXPECT_EQ(0, VimbraDhcpsStart(name, 2, &pool));
 }
 
@@ -229,11 +223,11 @@ TEST_F(Memory, Requests) {
 TEST_F(Memory, LegacyDhcpServerStartsWithoutAWatcher) {
     Capture log;
     TDhcpServerConfInfo conf = {};
-    g_failing = 0;
+    t_failAt = 1;
     EXPECT_EQ(1105, NetDhcpsStart(&conf, nullptr))
         << "the configuration's fault, not the watcher's";
-    EXPECT_GT(0, g_failing);
-    g_failing = -1;
+    EXPECT_EQ(0, t_failAt);
+    t_failAt = 0;
     EXPECT_TRUE(log.Has(Kind::kPerror, "ThreadSpawn", "THREAD: spawn() malloc error"));
     EXPECT_EQ(0, log.Count(Kind::kError, "NetDhcpsStart"));
     EXPECT_TRUE(log.Has(Kind::kError, "VimbraDhcpsStart", "CheckDhcpsParam error!"));
@@ -242,7 +236,7 @@ TEST_F(Memory, LegacyDhcpServerStartsWithoutAWatcher) {
 TEST(MemoryOfQueues, WithoutMemoryTheProcessEnds) {
     EXPECT_EXIT(
         {
-            g_failing = 0;
+            t_failAt = 1;
             queue_create();
         },
         testing::ExitedWithCode(255), "");
@@ -258,7 +252,7 @@ TEST_F(Memory, LeaseWatcherEndsWithoutMemory) {
         ThreadSpawn(
             name,
             [](void* rounds) {
-                g_failing = static_cast<int>(reinterpret_cast<intptr_t>(rounds));
+                t_failAt = 1 + static_cast<int>(reinterpret_cast<intptr_t>(rounds));
                 VimbraDhcpsCBThread(nullptr);
             },
             reinterpret_cast<void*>(static_cast<intptr_t>(failing)), 0x200000, 0, 5);
@@ -285,12 +279,12 @@ TEST_F(Memory, LeaseWatcherEndsWithoutMemory) {
 
 // Nodes come from blocks, whose number of nodes nobody knows.
 TEST_F(Memory, ListsStayAsTheyWere) {
-    g_failing = 0;
+    t_failAt = 1;
     EXPECT_EQ(nullptr, vimbra_g_list_append(nullptr, nullptr));
-    EXPECT_EQ(-1, g_failing);
+    EXPECT_EQ(0, t_failAt);
     GList* list = nullptr;
     size_t count = 0;
-    for (g_failing = 1; g_failing >= 0; count++) {
+    for (t_failAt = 2; t_failAt > 0; count++) {
         list = vimbra_g_list_append(list, &count);
         ASSERT_EQ(list, vimbra_g_list_first(list));
     }
@@ -307,18 +301,5 @@ TEST_F(Memory, ListsStayAsTheyWere) {
 }
 
 }  // namespace
-
-extern "C" {
-
-void* __real_calloc(size_t count, size_t size);
-void* __wrap_calloc(size_t count, size_t size) {
-    return Fails() ? nullptr : __real_calloc(count, size);
-}
-
-char* __real_strndup(const char* text, size_t size);
-char* __wrap_strndup(const char* text, size_t size) {
-    return Fails() ? nullptr : __real_strndup(text, size);
-}
-}
 
 }  // namespace vimbra::tests

@@ -12,8 +12,8 @@
 #include <vector>
 #include <vimbra/bed.hpp>
 
+#include "../ground/processes.hpp"
 #include "files.hpp"
-#include "processes.hpp"
 
 namespace vimbra::tests {
 

@@ -1,5 +1,4 @@
 // fork(2): a child has a library in which nothing runs, the parent notices nothing.
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -20,6 +19,8 @@
 #include <system_error>
 #include <vector>
 
+#include "../ground/address.hpp"
+#include "../ground/prepared.hpp"
 #include "services.hpp"
 
 namespace vimbra::tests {
@@ -63,10 +64,7 @@ int InAChild(const Child& body) {
 }
 
 TVimbraAddr Host() {
-    TVimbraAddr address = {};
-    address.wSinFamily = 2;
-    inet_pton(AF_INET, "192.0.2.1", &address.tV4Addr);
-    return address;
+    return Address("192.0.2.1");
 }
 
 TVimbraPppoeParam Account() {
@@ -130,10 +128,7 @@ std::vector<Operation> Operations() {
 
 class Fork : public testing::Test {
  protected:
-    Fork() {
-        VimbraDebugLevelSet(0);
-        EXPECT_EQ(0, VimbraInit());
-    }
+    Fork() { PrepareSilently(); }
     ScriptedDaemon daemon_;
 };
 

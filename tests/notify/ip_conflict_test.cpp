@@ -7,13 +7,13 @@
 
 #include <atomic>
 #include <cstring>
-#include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 #include <vimbra/bed.hpp>
+
+#include "../ground/recorder.hpp"
 
 namespace vimbra::tests {
 
@@ -33,20 +33,10 @@ struct Seen {
     Bytes address;
 };
 
-std::mutex g_mutex;
-std::vector<Seen> g_seen;
-std::function<void()> g_inCallback;
+Recorder<Seen> g_seen;
 
 void TakeConflict(EVimbraConflictType type, TVimbraIfaceMac* mac, TVimbraAddr* address) {
-    std::function<void()> hook;
-    {
-        const std::lock_guard lock(g_mutex);
-        g_seen.push_back({type, AsBytes(*mac), AsBytes(*address)});
-        hook = g_inCallback;
-    }
-    if (hook) {
-        hook();
-    }
+    g_seen.Add({type, AsBytes(*mac), AsBytes(*address)});
 }
 
 void NoConflict(EVimbraConflictType, TVimbraIfaceMac*, TVimbraAddr*) {
@@ -58,28 +48,20 @@ struct Plain {
     Bytes mac;
     u32 address;
 };
-std::vector<Plain> g_plain;
+Recorder<Plain> g_plain;
 
 void TakePlain(u32 type, u8* mac, u32 address) {
-    const std::lock_guard lock(g_mutex);
-    g_plain.push_back({type, Bytes(std::vector<u8>(mac, mac + 6)), address});
+    g_plain.Add({type, Bytes(std::vector<u8>(mac, mac + 6)), address});
 }
 
 struct Extended {
     u32 type;
     TNetConflictInfo info;
 };
-std::vector<Extended> g_extended;
+Recorder<Extended> g_extended;
 
 void TakeExtended(u32 type, TNetConflictInfo* info) {
-    const std::lock_guard lock(g_mutex);
-    g_extended.push_back({type, *info});
-}
-
-template <typename T>
-std::vector<T> Copy(const std::vector<T>& list) {
-    const std::lock_guard lock(g_mutex);
-    return list;
+    g_extended.Add({type, *info});
 }
 
 const Bytes kMac = {2, 0, 0, 0xaa, 0xbb, 0xcc};
@@ -102,11 +84,11 @@ class Conflicts : public testing::TestWithParam<int> {
 
     // Whatever came before: the family can be used.
     void ExpectStartsAndStops() const {
-        g_seen.clear();
+        g_seen.Clear();
         EXPECT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict));
         EXPECT_EQ(1u, Info()->bIsStarted);
         EXPECT_TRUE(Notify(Socket(), 1, Conflict()));
-        EXPECT_EQ(1u, Copy(g_seen).size());
+        EXPECT_EQ(1u, g_seen.Count());
         EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
         EXPECT_TRUE(WaitForNoListener(Socket()));
     }
@@ -146,7 +128,7 @@ TEST_P(Conflicts, BothKindsReachTheCallback) {
     const Bytes body = GetParam() == 0 ? Conflict() : Conflict("eth1", 10, "2001:db8::7");
     EXPECT_TRUE(Notify(Socket(), 1, body));
     EXPECT_TRUE(Notify(Socket(), 2, body));
-    const auto seen = Copy(g_seen);
+    const auto seen = g_seen.Events();
     ASSERT_EQ(2u, seen.size());
     for (u32 type = 1; type <= 2; type++) {
         EXPECT_EQ(type, seen[type - 1].type);
@@ -168,9 +150,9 @@ TEST_P(Conflicts, OtherTypesAreNamedAndDropped) {
     EXPECT_TRUE(log.Has(Kind::kError, Function(), "the unkonwn type = 0x3"));
     EXPECT_TRUE(log.Has(Kind::kError, Function(), "the unkonwn type = 0x101"));
     EXPECT_TRUE(log.Has(Kind::kError, Function(), "the unkonwn type = 0xffffffff"));
-    EXPECT_EQ(0u, Copy(g_seen).size());
+    EXPECT_EQ(0u, g_seen.Count());
     EXPECT_TRUE(Notify(Socket(), 1, Conflict()));
-    EXPECT_EQ(1u, Copy(g_seen).size());
+    EXPECT_EQ(1u, g_seen.Count());
     EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
 }
 
@@ -179,12 +161,12 @@ TEST_P(Conflicts, WrongSizeIsDroppedAndTheListenerGoesOn) {
     for (const u32 size : {41u, 43u, 0u, 54u, 0xffffffffu}) {
         Capture log;
         ASSERT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict));
-        g_seen.clear();
+        g_seen.Clear();
         EXPECT_TRUE(Notify(Socket(), 1, Conflict(), {.size = size}));
         EXPECT_TRUE(log.Has(Kind::kError, Function(), "the sended data is too long!"));
-        EXPECT_EQ(0u, Copy(g_seen).size());
+        EXPECT_EQ(0u, g_seen.Count());
         EXPECT_TRUE(Notify(Socket(), 1, Conflict()));
-        EXPECT_EQ(1u, Copy(g_seen).size());
+        EXPECT_EQ(1u, g_seen.Count());
         EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
     }
 }
@@ -203,7 +185,7 @@ TEST_P(Conflicts, ShortMessageIsDroppedAndTheListenerGoesOn) {
         EXPECT_EQ(++dropped, log.Count(Kind::kPerror, Function(), "read message error"));
     }
     EXPECT_TRUE(Notify(Socket(), 1, Conflict()));
-    EXPECT_EQ(1u, Copy(g_seen).size());
+    EXPECT_EQ(1u, g_seen.Count());
     EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
 }
 
@@ -216,7 +198,7 @@ TEST_P(Conflicts, SecondStartIsRefusedAndKeepsTheFirstCallback) {
                         "the wSimFamily " + Number() + " ip conflict has been started!"));
     EXPECT_EQ(1u, daemon.Requests().size());
     EXPECT_TRUE(Notify(Socket(), 1, Conflict()));
-    EXPECT_EQ(1u, Copy(g_seen).size());
+    EXPECT_EQ(1u, g_seen.Count());
     EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
 }
 
@@ -239,7 +221,7 @@ TEST_P(Conflicts, RefusedStartIs0AndNotStarted) {
     EXPECT_EQ(descriptors, OpenDescriptors());
     EXPECT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict));
     EXPECT_TRUE(Notify(Socket(), 1, Conflict()));
-    EXPECT_EQ(1u, Copy(g_seen).size());
+    EXPECT_EQ(1u, g_seen.Count());
     EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
 }
 
@@ -274,7 +256,7 @@ TEST_P(Conflicts, RefusedStopGoesOn) {
                         "ApicConflictCheckStop wSinFamily " + Number() + " error!"));
     EXPECT_EQ(1u, Info()->bIsStarted);
     EXPECT_TRUE(Notify(Socket(), 1, Conflict()));
-    EXPECT_EQ(1u, Copy(g_seen).size());
+    EXPECT_EQ(1u, g_seen.Count());
     EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
 }
 
@@ -322,14 +304,14 @@ TEST_P(Conflicts, CallbackMayStopAndRestartTheWatch) {
     ScriptedDaemon daemon;
     const size_t threads = Threads();
     const auto descriptors = OpenDescriptors();
-    g_inCallback = [&] {
+    g_seen.InCallback([&] {
         EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
         EXPECT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict));
-    };
+    });
     ASSERT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict));
     for (size_t i = 1; i <= 20; i++) {
         EXPECT_TRUE(Notify(Socket(), 1, Conflict()));
-        EXPECT_EQ(i, Copy(g_seen).size());
+        EXPECT_EQ(i, g_seen.Count());
     }
     EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
     EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
@@ -356,11 +338,11 @@ TEST_P(Conflicts, StopBeforeTheStartHasItsReplyLeavesTheFamilyStopped) {
 
 TEST_P(Conflicts, CallbackMayStopBeforeTheStartHasItsReply) {
     ScriptedDaemon daemon;
-    g_inCallback = [&] { EXPECT_EQ(0, VimbraIpConflictCheckStop(Family())); };
+    g_seen.InCallback([&] { EXPECT_EQ(0, VimbraIpConflictCheckStop(Family())); });
     daemon.Next(kStart, Answer::Code(0).After(
                             [&](const Request&) { EXPECT_TRUE(Notify(Socket(), 1, Conflict())); }));
     EXPECT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict));
-    g_inCallback = nullptr;
+    g_seen.InCallback(nullptr);
     EXPECT_EQ(0u, Info()->bIsStarted);
     EXPECT_TRUE(WaitForNoListener(Socket()));
     ExpectStartsAndStops();
@@ -370,22 +352,22 @@ TEST_P(Conflicts, RefusedStartLeavesAWatchThatWasStartedSinceAlone) {
     Capture log;
     ScriptedDaemon daemon;
     bool first = true;
-    g_inCallback = [&] {
+    g_seen.InCallback([&] {
         if (!std::exchange(first, false)) {
             return;
         }
         EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
         EXPECT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict));
-    };
+    });
     daemon.Next(kStart, Answer::Code(9).After(
                             [&](const Request&) { EXPECT_TRUE(Notify(Socket(), 1, Conflict())); }));
     EXPECT_EQ(-1, VimbraIpConflictCheckStart(Family(), TakeConflict));
     EXPECT_TRUE(log.Has(Kind::kError, "VimbraIpConflictCheckStart", "ThreadKill error!"));
     EXPECT_EQ(1u, Info()->bIsStarted);
     EXPECT_TRUE(Notify(Socket(), 1, Conflict()));
-    EXPECT_EQ(2u, Copy(g_seen).size());
+    EXPECT_EQ(2u, g_seen.Count());
     EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
-    g_inCallback = nullptr;
+    g_seen.InCallback(nullptr);
     ExpectStartsAndStops();
 }
 
@@ -404,7 +386,7 @@ TEST_P(Conflicts, LateStopLeavesAWatchThatWasStartedSinceAlone) {
     EXPECT_TRUE(log.Has(Kind::kError, "VimbraIpConflictCheckStop", "ThreadKill error!"));
     EXPECT_EQ(1u, Info()->bIsStarted);
     EXPECT_TRUE(Notify(Socket(), 1, Conflict()));
-    EXPECT_EQ(1u, Copy(g_seen).size());
+    EXPECT_EQ(1u, g_seen.Count());
     EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
     ExpectStartsAndStops();
 }
@@ -416,7 +398,7 @@ TEST_P(Conflicts, TwoStartsOfWhichOneIsRefusedLeaveTheOther) {
         const Gate second;
         daemon.Next(kStart, Answer::Code(firstIsRefused ? 3 : 0).Behind(first));
         daemon.Next(kStart, Answer::Code(firstIsRefused ? 0 : 3).Behind(second));
-        g_seen.clear();
+        g_seen.Clear();
         std::thread one([&] { EXPECT_EQ(0, VimbraIpConflictCheckStart(Family(), TakeConflict)); });
         ASSERT_TRUE(first.WaitArrived());
         std::thread other(
@@ -430,7 +412,7 @@ TEST_P(Conflicts, TwoStartsOfWhichOneIsRefusedLeaveTheOther) {
         (firstIsRefused ? other : one).join();
         EXPECT_EQ(1u, Info()->bIsStarted);
         EXPECT_TRUE(Notify(Socket(), 1, Conflict()));
-        EXPECT_EQ(1u, Copy(g_seen).size());
+        EXPECT_EQ(1u, g_seen.Count());
         EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
         ExpectStartsAndStops();
     }
@@ -467,7 +449,7 @@ TEST_P(Conflicts, TwoAcceptedStartsAreOneWatchOfTheFirst) {
     EXPECT_TRUE(log.Has(Kind::kError, "VimbraIpConflictCheckStart",
                         "the wSimFamily " + Number() + " ip conflict has been started!"));
     EXPECT_TRUE(Notify(Socket(), 1, Conflict()));
-    EXPECT_EQ(1u, Copy(g_seen).size());
+    EXPECT_EQ(1u, g_seen.Count());
     EXPECT_EQ(0, VimbraIpConflictCheckStop(Family()));
     ExpectStartsAndStops();
 }
@@ -531,7 +513,7 @@ TEST(Conflict, FamiliesAreIndependent) {
     ASSERT_EQ(0, VimbraIpConflictCheckStart(10, TakeConflict));
     EXPECT_EQ(0, VimbraIpConflictCheckStop(2));
     EXPECT_TRUE(Notify(kSockets[1], 1, Conflict("eth0", 10, "2001:db8::1")));
-    EXPECT_EQ(1u, Copy(g_seen).size());
+    EXPECT_EQ(1u, g_seen.Count());
     EXPECT_EQ(0, VimbraIpConflictCheckStop(10));
 }
 
@@ -567,7 +549,7 @@ TEST(Conflict, LookupGoesThroughTheHeadAndItsSuccessorOnly) {
     EXPECT_NE(0u, foreign.info.tThreadId);
     EXPECT_EQ(0u, ownIpv6->bIsStarted);
     EXPECT_TRUE(Notify(kSockets[1], 1, Conflict("eth0", 10, "2001:db8::1")));
-    EXPECT_EQ(1u, Copy(g_seen).size());
+    EXPECT_EQ(1u, g_seen.Count());
     EXPECT_EQ(0, VimbraIpConflictCheckStop(10));
     EXPECT_EQ(0u, foreign.info.bIsStarted);
     EXPECT_EQ(0u, foreign.info.tThreadId);
@@ -587,7 +569,7 @@ TEST_F(Legacy, PlainCallbackGetsTypeMacAndAddress) {
     EXPECT_EQ(Message(kStart, Pack().U16(2)), daemon_.Requests()[0].raw);
     EXPECT_TRUE(Notify(kSockets[0], 1, Conflict()));
     EXPECT_TRUE(Notify(kSockets[0], 2, Conflict()));
-    const auto plain = Copy(g_plain);
+    const auto plain = g_plain.Events();
     ASSERT_EQ(2u, plain.size());
     for (u32 type = 1; type <= 2; type++) {
         EXPECT_EQ(type, plain[type - 1].type);
@@ -602,7 +584,7 @@ TEST_F(Legacy, ExtendedCallbackGoesFirstAndAlwaysSaysIpConflict) {
     EXPECT_EQ(0, NetIpConflictCallBackRegEx(TakeExtended));
     EXPECT_TRUE(Notify(kSockets[0], 1, Conflict("eth2")));
     EXPECT_TRUE(Notify(kSockets[0], 2, Conflict("eth2")));
-    const auto extended = Copy(g_extended);
+    const auto extended = g_extended.Events();
     ASSERT_EQ(2u, extended.size());
     for (const Extended& one : extended) {
         EXPECT_EQ(1u, one.type);
@@ -619,7 +601,7 @@ TEST_F(Legacy, ExtendedCallbackTakesTheEventsOfACurrentWatchToo) {
     EXPECT_EQ(0, VimbraIpConflictCheckStart(2, NoConflict));
     EXPECT_EQ(-1, NetIpConflictCallBackRegEx(TakeExtended));
     EXPECT_TRUE(Notify(kSockets[0], 1, Conflict()));
-    EXPECT_EQ(1u, Copy(g_extended).size());
+    EXPECT_EQ(1u, g_extended.Count());
     EXPECT_EQ(0, VimbraIpConflictCheckStop(2));
 }
 
@@ -627,8 +609,8 @@ TEST_F(Legacy, ExtendedCallbackHasNoPartInIpv6) {
     EXPECT_EQ(0, NetIpConflictCallBackRegEx(TakeExtended));
     EXPECT_EQ(0, VimbraIpConflictCheckStart(10, TakeConflict));
     EXPECT_TRUE(Notify(kSockets[1], 1, Conflict("eth0", 10, "2001:db8::1")));
-    EXPECT_EQ(0u, Copy(g_extended).size());
-    EXPECT_EQ(1u, Copy(g_seen).size());
+    EXPECT_EQ(0u, g_extended.Count());
+    EXPECT_EQ(1u, g_seen.Count());
     EXPECT_EQ(0, VimbraIpConflictCheckStop(2));
     EXPECT_EQ(0, VimbraIpConflictCheckStop(10));
 }
@@ -654,8 +636,8 @@ TEST_F(Legacy, InterfaceNumberIsReadFromTheName) {
     size_t count = 0;
     for (const auto& [name, number] : names) {
         EXPECT_TRUE(Notify(kSockets[0], 1, Conflict(name)));
-        ASSERT_EQ(++count, Copy(g_extended).size());
-        EXPECT_EQ(number, Copy(g_extended).back().info.byEthId) << name;
+        ASSERT_EQ(++count, g_extended.Count());
+        EXPECT_EQ(number, g_extended.Events().back().info.byEthId) << name;
     }
     EXPECT_EQ(0, VimbraIpConflictCheckStop(2));
 }
@@ -664,13 +646,13 @@ TEST_F(Legacy, SecondRegistrationFailsButItsCallbackCounts) {
     EXPECT_EQ(0, NetIpConflictCallBackReg([](u32, u8*, u32) { ADD_FAILURE() << "replaced"; }));
     EXPECT_EQ(-1, NetIpConflictCallBackReg(TakePlain));
     EXPECT_TRUE(Notify(kSockets[0], 1, Conflict()));
-    EXPECT_EQ(1u, Copy(g_plain).size());
+    EXPECT_EQ(1u, g_plain.Count());
     EXPECT_EQ(-1, NetIpConflictCallBackRegEx(TakeExtended));
     EXPECT_TRUE(Notify(kSockets[0], 1, Conflict()));
-    EXPECT_EQ(1u, Copy(g_extended).size());
+    EXPECT_EQ(1u, g_extended.Count());
     EXPECT_EQ(-1, NetIpConflictCallBackRegEx(nullptr));
     EXPECT_TRUE(Notify(kSockets[0], 1, Conflict()));
-    EXPECT_EQ(2u, Copy(g_plain).size());
+    EXPECT_EQ(2u, g_plain.Count());
     EXPECT_EQ(0, VimbraIpConflictCheckStop(2));
 }
 
@@ -684,7 +666,7 @@ TEST_F(Legacy, NullCallbackIsSilent) {
 TEST_F(Legacy, OnceConflictedIsAlwaysFalse) {
     EXPECT_EQ(0, NetIpConflictCallBackReg(TakePlain));
     EXPECT_TRUE(Notify(kSockets[0], 1, Conflict()));
-    EXPECT_EQ(1u, Copy(g_plain).size());
+    EXPECT_EQ(1u, g_plain.Count());
     EXPECT_EQ(0u, NetIpOnceConflicted());
     EXPECT_EQ(0, VimbraIpConflictCheckStop(2));
 }

@@ -1,15 +1,14 @@
-// A process that holds more descriptors than a select(2) set has bits. Linked with -Wl,--wrap=calloc,
-// so that there may be no memory for larger sets.
+// A process that holds more descriptors than a select(2) set has bits; there may be no memory for
+// larger sets.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <vimbra/log.h>
 
 #include <algorithm>
-#include <atomic>
-#include <cerrno>
 #include <vector>
 
+#include "../ground/memory.hpp"
 #include "api/api_1x/api_dhcps/inotify_utils.hpp"
 #include "services.hpp"
 
@@ -21,20 +20,6 @@ namespace {
 
 // Sets for descriptors from 1088 to 1151 have this size; nothing else has.
 constexpr size_t kSetSize = 144;
-std::atomic<bool> g_noSets = false;
-
-}  // namespace
-
-extern "C" void* __real_calloc(size_t count, size_t size);
-extern "C" void* __wrap_calloc(size_t count, size_t size) {
-    if (g_noSets && count * size == kSetSize) {
-        errno = ENOMEM;
-        return nullptr;
-    }
-    return __real_calloc(count, size);
-}
-
-namespace {
 
 // Takes all descriptors up to 1100, for as long as it lives.
 class Taken {
@@ -81,13 +66,13 @@ TEST(LargeDescriptors, WithoutMemoryForTheirSetsTheListenerEnds) {
     for (const NotifyService& service : kServices) {
         // Nobody gives a small one back meanwhile.
         ASSERT_TRUE(daemon.WaitIdle());
-        g_noSets = true;
+        g_failSize = kSetSize;
         {
             const Taken taken;
             service.start();  // It fails as well, or is what taking it back gives.
             EXPECT_TRUE(WaitForNoListener(service.socket));
         }
-        g_noSets = false;
+        g_failSize = 0;
         EXPECT_TRUE(WaitFor([=] { return Threads() == threads; }));
         const int before = g_calls;
         ASSERT_EQ(0, service.start());
@@ -106,11 +91,11 @@ TEST(LargeDescriptors, WithoutMemoryForTheirSetsAMessageIsNotWaitedFor) {
     ASSERT_TRUE(daemon.WaitIdle());
     {
         const Taken taken;
-        g_noSets = true;
+        g_failSize = kSetSize;
         Connection connection(service.socket);
         ASSERT_TRUE(connection.Connected());
         EXPECT_TRUE(connection.WaitPeerClosed());
-        g_noSets = false;
+        g_failSize = 0;
     }
     EXPECT_EQ(0, g_calls);
     service.stop();
@@ -127,9 +112,9 @@ TEST(LargeDescriptors, WithoutMemoryForTheirSetsNoLeaseIsWaitedFor) {
     const Taken taken;
     Watcher watcher;
     ASSERT_TRUE(open_inotify_fd(watcher));
-    g_noSets = true;
+    g_failSize = kSetSize;
     EXPECT_EQ(-1, event_check(watcher));
-    g_noSets = false;
+    g_failSize = 0;
     EXPECT_TRUE(log.Has(Kind::kPerror, "event_check", "XMALLOC error"));
 }
 

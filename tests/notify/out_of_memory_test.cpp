@@ -1,38 +1,19 @@
-// Memory runs out: what is logged, and what goes on. Linked with -Wl,--wrap=calloc.
+// Memory runs out: what is logged, and what goes on.
 #include <gtest/gtest.h>
 #include <vimbra/common.h>
 #include <vimbra/ip_conflict.h>
 #include <vimbra/router_advertise.h>
 #include <vimbra/stat.h>
 
-#include <atomic>
 #include <functional>
 #include <string>
 
+#include "../ground/memory.hpp"
 #include "services.hpp"
 
 namespace vimbra::tests {
 
 using namespace bed;
-
-namespace {
-
-// Which allocation fails: one of so many bytes, on any thread; or the Nth of this thread.
-std::atomic<size_t> g_failSize = 0;
-thread_local int t_failAt = 0;
-
-}  // namespace
-
-extern "C" void* __real_calloc(size_t count, size_t size);
-extern "C" void* __wrap_calloc(size_t count, size_t size) {
-    if (count * size == g_failSize && g_failSize != 0) {
-        return nullptr;
-    }
-    if (t_failAt > 0 && --t_failAt == 0) {
-        return nullptr;
-    }
-    return __real_calloc(count, size);
-}
 
 namespace {
 

@@ -5,14 +5,15 @@
 #include <vimbra/router_advertise.h>
 
 #include <atomic>
-#include <functional>
 #include <list>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 #include <vimbra/bed.hpp>
+
+#include "../ground/prepared.hpp"
+#include "../ground/recorder.hpp"
 
 namespace vimbra::tests {
 
@@ -25,29 +26,14 @@ constexpr u32 kStop = 280;
 constexpr char kSocket[] = "ipc_router_notify";
 constexpr char kFunction[] = "RouterNotifyCBThread";
 
-std::mutex g_mutex;
-std::vector<Bytes> g_seen;
-std::function<void()> g_inCallback;
+Recorder<Bytes> g_changes;
 
 void TakeChange(TVimbraRouterAdCb* change) {
-    std::function<void()> hook;
-    {
-        const std::lock_guard lock(g_mutex);
-        g_seen.push_back(AsBytes(*change));
-        hook = g_inCallback;
-    }
-    if (hook) {
-        hook();
-    }
+    g_changes.Add(AsBytes(*change));
 }
 
 void OtherChange(TVimbraRouterAdCb*) {
     ADD_FAILURE() << "the wrong callback";
-}
-
-size_t Seen() {
-    const std::lock_guard lock(g_mutex);
-    return g_seen.size();
 }
 
 Bytes Change(const char* name = "eth0") {
@@ -62,9 +48,9 @@ bool Post(std::list<Connection>& kept, u32 type, const Bytes& body) {
 
 // One notification as the daemon sends it, waiting until the callback has run.
 bool Notified(const char* name = "eth0") {
-    const size_t before = Seen();
+    const size_t before = g_changes.Count();
     return Notify(kSocket, 0, Change(name), {.size = {}, .wait = false}) &&
-           WaitFor([=] { return Seen() == before + 1; });
+           WaitFor([=] { return g_changes.Count() == before + 1; });
 }
 
 s32 Start(const char* name, TVimbraRouterAdvertiseCallBack callback = TakeChange) {
@@ -75,24 +61,12 @@ s32 Stop(const char* name) {
     return VimbraRouterAdvertiseStop(const_cast<char*>(name));
 }
 
-class RouterAdvertise : public testing::Test {
+class RouterAdvertise : public Prepared {
  protected:
-    RouterAdvertise() {
-        EXPECT_EQ(0, VimbraInit());
-        log_.Clear();
-        threads_ = Threads();
-        descriptors_ = OpenDescriptors();
-    }
     // Nothing is left of what ran.
-    void ExpectLevel() const {
-        EXPECT_TRUE(WaitFor([this] { return Threads() == threads_; }));
-        EXPECT_EQ(descriptors_, OpenDescriptors());
-    }
+    void ExpectLevel() const { level_.ExpectBack(); }
 
-    Capture log_;
-    ScriptedDaemon daemon_;
-    size_t threads_;
-    std::map<int, std::string> descriptors_;
+    const Level level_;
 };
 
 TEST_F(RouterAdvertise, InitBuildsFourSlotsOnce) {
@@ -148,7 +122,7 @@ TEST_F(RouterAdvertise, PrintsItsSteps) {
 TEST_F(RouterAdvertise, NotificationReachesTheCallbackWhole) {
     ASSERT_EQ(0, Start("eth0"));
     ASSERT_TRUE(Notified());
-    EXPECT_EQ(Change(), g_seen[0]);
+    EXPECT_EQ(Change(), g_changes.Events()[0]);
     EXPECT_EQ(0, Stop("eth0"));
 }
 
@@ -157,7 +131,7 @@ TEST_F(RouterAdvertise, ConnectionsAreLeftOpenForTheDaemonToClose) {
     std::list<Connection> kept;
     for (size_t i = 1; i <= 5; i++) {
         ASSERT_TRUE(Post(kept, 0, Change()));
-        ASSERT_TRUE(WaitFor([=] { return Seen() == i; }));
+        ASSERT_TRUE(WaitFor([=] { return g_changes.Count() == i; }));
     }
     for (Connection& connection : kept) {
         EXPECT_FALSE(connection.WaitPeerClosed(std::chrono::milliseconds(20)));
@@ -182,7 +156,7 @@ TEST_F(RouterAdvertise, DescriptorsDoNotRunOut) {
     std::list<Connection> kept;
     for (size_t i = 1; i <= 100; i++) {
         ASSERT_TRUE(Post(kept, 0, Change()));
-        ASSERT_TRUE(WaitFor([=] { return Seen() == 300 + i; }));
+        ASSERT_TRUE(WaitFor([=] { return g_changes.Count() == 300 + i; }));
     }
     EXPECT_LE(OpenDescriptors().size(), before + 20);
     EXPECT_EQ(0, Stop("eth0"));
@@ -324,7 +298,7 @@ TEST_F(RouterAdvertise, AnyOtherTypeEndsTheListener) {
         ASSERT_EQ(0, Start("eth0"));
         EXPECT_TRUE(Notify(kSocket, type, Change()));
         EXPECT_TRUE(WaitForNoListener(kSocket));
-        EXPECT_EQ(0u, Seen());
+        EXPECT_EQ(0u, g_changes.Count());
         EXPECT_EQ(-1, Stop("eth0"));
         ExpectLevel();
     }
@@ -337,7 +311,7 @@ TEST_F(RouterAdvertise, WrongSizeEndsTheListenerAndFreesItsSlot) {
         EXPECT_TRUE(Notify(kSocket, 0, Change(), {.size = size}));
         EXPECT_TRUE(log_.WaitFor(Kind::kPerror, kFunction, "read message error"));
         EXPECT_TRUE(WaitForNoListener(kSocket));
-        EXPECT_EQ(0u, Seen());
+        EXPECT_EQ(0u, g_changes.Count());
         // The slot is free, and no thread waits to be joined.
         EXPECT_EQ(-1, Stop("eth0"));
         EXPECT_EQ(0u, g_ptApiRouterNotifyInfo->bIsStarted);
@@ -412,10 +386,10 @@ TEST_F(RouterAdvertise, StopWaitsForARunningCallback) {
     ASSERT_EQ(0, Start("eth0"));
     Gate gate;
     std::atomic<bool> through = false;
-    g_inCallback = [&] {
+    g_changes.InCallback([&] {
         gate.Pass();
         through = true;
-    };
+    });
     std::list<Connection> kept;
     ASSERT_TRUE(Post(kept, 0, Change()));
     ASSERT_TRUE(gate.WaitArrived());
@@ -434,10 +408,10 @@ TEST_F(RouterAdvertise, StopWaitsForARunningCallback) {
 TEST_F(RouterAdvertise, CallbackMayStopItsWatchWhenItsBacklogIsFull) {
     const Gate gate;
     std::atomic<int> result = 12345;
-    g_inCallback = [&] {
+    g_changes.InCallback([&] {
         gate.Pass();
         result = Stop("eth0");
-    };
+    });
     ASSERT_EQ(0, Start("eth0"));
     std::list<Connection> kept;
     ASSERT_TRUE(Post(kept, 0, Change()));
@@ -456,7 +430,7 @@ TEST_F(RouterAdvertise, CallbackMayStopItsWatchWhenItsBacklogIsFull) {
 // The stop waits for the callback, as always, but the daemon hears of it at once.
 TEST_F(RouterAdvertise, StopFromElsewhereDoesNotWaitForAPlaceInTheBacklog) {
     const Gate gate;
-    g_inCallback = [&] { gate.Pass(); };
+    g_changes.InCallback([&] { gate.Pass(); });
     ASSERT_EQ(0, Start("eth0"));
     std::list<Connection> kept;
     ASSERT_TRUE(Post(kept, 0, Change()));
@@ -467,7 +441,7 @@ TEST_F(RouterAdvertise, StopFromElsewhereDoesNotWaitForAPlaceInTheBacklog) {
     gate.Open();
     stopper.join();
     kept.clear();
-    EXPECT_TRUE(WaitFor([this] { return Threads() == threads_; }));
+    level_.ExpectThreadsBack();
 }
 
 TEST_F(RouterAdvertise, StopDoesNotWaitForAStrangerOnItsSocket) {
@@ -483,12 +457,12 @@ TEST_F(RouterAdvertise, StopDoesNotWaitForAStrangerOnItsSocket) {
 
 TEST_F(RouterAdvertise, CallbackMayStopItsOwnWatchAndStartAnother) {
     std::atomic<int> rounds = 0;
-    g_inCallback = [&] {
+    g_changes.InCallback([&] {
         const bool even = rounds % 2 == 0;
         EXPECT_EQ(0, Stop(even ? "eth0" : "eth1"));
         EXPECT_EQ(0, Start(even ? "eth1" : "eth0"));
         rounds++;
-    };
+    });
     ASSERT_EQ(0, Start("eth0"));
     for (int i = 1; i <= 20; i++) {
         ASSERT_TRUE(Notified());

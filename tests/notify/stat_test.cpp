@@ -5,9 +5,10 @@
 #include <vimbra/stat.h>
 
 #include <atomic>
-#include <mutex>
 #include <thread>
 #include <vimbra/bed.hpp>
+
+#include "../ground/recorder.hpp"
 
 namespace vimbra::tests {
 
@@ -22,29 +23,14 @@ constexpr char kFunction[] = "StatCBThread";
 
 using Report = std::vector<TNetDevStat>;
 
-std::mutex g_mutex;
-std::vector<Report> g_reports;
-std::function<void()> g_inCallback;
+Recorder<Report> g_reports;
 
 void TakeStat(TNetDevStat* stats, u32 count) {
-    std::function<void()> hook;
-    {
-        const std::lock_guard lock(g_mutex);
-        g_reports.emplace_back(stats, stats + count);
-        hook = g_inCallback;
-    }
-    if (hook) {
-        hook();
-    }
+    g_reports.Add(Report(stats, stats + count));
 }
 
 void NoStat(TNetDevStat*, u32) {
     ADD_FAILURE() << "the wrong callback";
-}
-
-std::vector<Report> Reports() {
-    const std::lock_guard lock(g_mutex);
-    return g_reports;
 }
 
 Pack Stat(u64 sent, u64 received, u32 valid) {
@@ -81,8 +67,8 @@ TEST(Stat, ReportsTheValidInterfacesInOrder) {
     ASSERT_EQ(0, VimbraStatNotifyCallbackReg(1, TakeStat));
     EXPECT_TRUE(Notify(
         kSocket, 0, Body(Stat(UINT64_MAX, 1ULL << 40, 1), Stat(9, 9, 0), Stat(5, 6, 0x80000000))));
-    ASSERT_EQ(1u, Reports().size());
-    const Report report = Reports()[0];
+    ASSERT_EQ(1u, g_reports.Events().size());
+    const Report report = g_reports.Events()[0];
     ASSERT_EQ(2u, report.size());
     EXPECT_EQ(0u, report[0].byEthId);
     EXPECT_EQ(UINT64_MAX, report[0].dwBandSended);
@@ -97,9 +83,9 @@ TEST(Stat, OnlyTheThirdValidIsOneRecordOfInterface2) {
     ScriptedDaemon daemon;
     ASSERT_EQ(0, VimbraStatNotifyCallbackReg(1, TakeStat));
     EXPECT_TRUE(Notify(kSocket, 0, Body(Stat(1, 2, 0), Stat(3, 4, 0), Stat(5, 6, 1))));
-    ASSERT_EQ(1u, Reports().size());
-    ASSERT_EQ(1u, Reports()[0].size());
-    EXPECT_EQ(2u, Reports()[0][0].byEthId);
+    ASSERT_EQ(1u, g_reports.Events().size());
+    ASSERT_EQ(1u, g_reports.Events()[0].size());
+    EXPECT_EQ(2u, g_reports.Events()[0][0].byEthId);
     EXPECT_EQ(0, VimbraStatStop());
 }
 
@@ -107,9 +93,9 @@ TEST(Stat, NoValidInterfaceMakesNoCall) {
     ScriptedDaemon daemon;
     ASSERT_EQ(0, VimbraStatNotifyCallbackReg(1, TakeStat));
     EXPECT_TRUE(Notify(kSocket, 0, Body(Stat(1, 2, 0), Stat(3, 4, 0), Stat(5, 6, 0))));
-    EXPECT_EQ(0u, Reports().size());
+    EXPECT_EQ(0u, g_reports.Events().size());
     EXPECT_TRUE(Notify(kSocket, 0, GoodBody()));
-    EXPECT_EQ(1u, Reports().size());
+    EXPECT_EQ(1u, g_reports.Events().size());
     EXPECT_EQ(0, VimbraStatStop());
 }
 
@@ -117,7 +103,7 @@ TEST(Stat, AnyTypeAndFlagIsAReport) {
     ScriptedDaemon daemon;
     ASSERT_EQ(0, VimbraStatNotifyCallbackReg(1, TakeStat));
     EXPECT_TRUE(Notify(kSocket, 0xffffffff, GoodBody(), {.size = {}, .flag = -1}));
-    EXPECT_EQ(1u, Reports().size());
+    EXPECT_EQ(1u, g_reports.Events().size());
     EXPECT_EQ(0, VimbraStatStop());
 }
 
@@ -132,7 +118,7 @@ TEST(Stat, SecondStartKeepsTheFirstCallback) {
                            "vimbra stat is already started"));
     EXPECT_EQ(1u, daemon.Requests().size());
     EXPECT_TRUE(Notify(kSocket, 0, GoodBody()));
-    EXPECT_EQ(1u, Reports().size());
+    EXPECT_EQ(1u, g_reports.Events().size());
     EXPECT_EQ(0, VimbraStatStop());
 }
 
@@ -181,7 +167,7 @@ TEST(Stat, RefusedStartEndsTheListener) {
     EXPECT_EQ(1u, daemon.Requests().size());
     EXPECT_EQ(0, VimbraStatNotifyCallbackReg(1, TakeStat));
     EXPECT_TRUE(Notify(kSocket, 0, GoodBody()));
-    EXPECT_EQ(1u, Reports().size());
+    EXPECT_EQ(1u, g_reports.Events().size());
     EXPECT_EQ(0, VimbraStatStop());
 }
 
@@ -204,7 +190,7 @@ TEST(Stat, FailedStopStaysStarted) {
         EXPECT_TRUE(log.Has(Kind::kError, "VimbraStatStop", "send and recv msg error:5!"));
         EXPECT_TRUE(log.Has(Kind::kError, "VimbraStatStop", "stat stop error!"));
         EXPECT_TRUE(Notify(kSocket, 0, GoodBody()));
-        EXPECT_EQ(1u, Reports().size());
+        EXPECT_EQ(1u, g_reports.Events().size());
     }
     EXPECT_EQ(-1, VimbraStatStop());
     EXPECT_TRUE(log.Has(Kind::kError, "VimbraStatStop", "send and recv msg error:-1!"));
@@ -219,12 +205,12 @@ TEST(Stat, WrongSizeIsDroppedAndTheListenerGoesOn) {
         Capture log;
         ScriptedDaemon daemon;
         ASSERT_EQ(0, VimbraStatNotifyCallbackReg(1, TakeStat));
-        g_reports.clear();
+        g_reports.Clear();
         EXPECT_TRUE(Notify(kSocket, 0, GoodBody(), {.size = size}));
         EXPECT_TRUE(log.Has(Kind::kError, kFunction, "the sended data is too long!"));
-        EXPECT_EQ(0u, Reports().size());
+        EXPECT_EQ(0u, g_reports.Events().size());
         EXPECT_TRUE(Notify(kSocket, 0, GoodBody()));
-        EXPECT_EQ(1u, Reports().size());
+        EXPECT_EQ(1u, g_reports.Events().size());
         EXPECT_EQ(0, VimbraStatStop());
     }
 }
@@ -242,9 +228,9 @@ TEST(Stat, ShortMessagesAreDroppedAndTheListenerGoesOn) {
         EXPECT_TRUE(daemonSide.WaitPeerClosed());
         EXPECT_EQ(++dropped, log.Count(Kind::kPerror, kFunction, "read message error"));
     }
-    EXPECT_EQ(0u, Reports().size());
+    EXPECT_EQ(0u, g_reports.Events().size());
     EXPECT_TRUE(Notify(kSocket, 0, GoodBody()));
-    EXPECT_EQ(1u, Reports().size());
+    EXPECT_EQ(1u, g_reports.Events().size());
     EXPECT_EQ(0, VimbraStatStop());
 }
 
@@ -256,7 +242,7 @@ TEST(Stat, MessageInPiecesIsShort) {
     daemonSide.SendInPieces(Message(0, GoodBody()), {12});
     EXPECT_TRUE(daemonSide.WaitPeerClosed());
     EXPECT_EQ(1, log.Count(Kind::kPerror, kFunction, "read message error"));
-    EXPECT_EQ(0u, Reports().size());
+    EXPECT_EQ(0u, g_reports.Events().size());
     EXPECT_EQ(0, VimbraStatStop());
 }
 
@@ -268,7 +254,7 @@ TEST(Stat, WhatComesBehindAReportIsNotLookedAt) {
     much.resize(2000, 0xee);
     ASSERT_TRUE(daemonSide.Send(much));
     EXPECT_TRUE(daemonSide.WaitPeerClosed());
-    EXPECT_EQ(1u, Reports().size());
+    EXPECT_EQ(1u, g_reports.Events().size());
     EXPECT_EQ(0, VimbraStatStop());
 }
 
@@ -277,7 +263,7 @@ TEST(Stat, StaleSocketFileIsReplaced) {
     ScriptedDaemon daemon;
     ASSERT_EQ(0, VimbraStatNotifyCallbackReg(1, TakeStat));
     EXPECT_TRUE(Notify(kSocket, 0, GoodBody()));
-    EXPECT_EQ(1u, Reports().size());
+    EXPECT_EQ(1u, g_reports.Events().size());
     EXPECT_EQ(0, VimbraStatStop());
 }
 
@@ -303,7 +289,7 @@ TEST(Stat, CallbackMayStopTheService) {
     const size_t threads = Threads();
     const auto descriptors = OpenDescriptors();
     std::atomic<int> result = 99;
-    g_inCallback = [&] { result = VimbraStatStop(); };
+    g_reports.InCallback([&] { result = VimbraStatStop(); });
     ASSERT_EQ(0, VimbraStatNotifyCallbackReg(1, TakeStat));
     EXPECT_TRUE(Notify(kSocket, 0, GoodBody()));
     EXPECT_EQ(0, result);
@@ -314,14 +300,14 @@ TEST(Stat, CallbackMayStopTheService) {
 TEST(Stat, CallbackMayRestartTheService) {
     ScriptedDaemon daemon;
     const size_t threads = Threads();
-    g_inCallback = [] {
+    g_reports.InCallback([] {
         EXPECT_EQ(0, VimbraStatStop());
         EXPECT_EQ(0, VimbraStatNotifyCallbackReg(1, TakeStat));
-    };
+    });
     ASSERT_EQ(0, VimbraStatNotifyCallbackReg(1, TakeStat));
     for (size_t i = 1; i <= 20; i++) {
         EXPECT_TRUE(Notify(kSocket, 0, GoodBody()));
-        EXPECT_EQ(i, Reports().size());
+        EXPECT_EQ(i, g_reports.Events().size());
     }
     EXPECT_EQ(0, VimbraStatStop());
     EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
@@ -334,12 +320,12 @@ TEST(Stat, StopDoesNotWaitForARunningCallbackNorCutIt) {
     const auto descriptors = OpenDescriptors();
     Gate gate;
     std::atomic<bool> through = false;
-    g_inCallback = [&] {
+    g_reports.InCallback([&] {
         gate.Pass();
         // Where a cancellation would act.
         pthread_testcancel();
         through = true;
-    };
+    });
     ASSERT_EQ(0, VimbraStatNotifyCallbackReg(1, TakeStat));
     EXPECT_TRUE(Notify(kSocket, 0, GoodBody(), {.size = {}, .wait = false}));
     ASSERT_TRUE(gate.WaitArrived());
@@ -369,10 +355,10 @@ TEST(Stat, StopCutsAListenerThatReads) {
 // ---- Calls that cross --------------------------------------------------------------------------
 
 void ExpectStartsAndStops() {
-    g_reports.clear();
+    g_reports.Clear();
     EXPECT_EQ(0, VimbraStatNotifyCallbackReg(1, TakeStat));
     EXPECT_TRUE(Notify(kSocket, 0, GoodBody()));
-    EXPECT_EQ(1u, Reports().size());
+    EXPECT_EQ(1u, g_reports.Events().size());
     EXPECT_EQ(0, VimbraStatStop());
     EXPECT_TRUE(WaitForNoListener(kSocket));
 }
@@ -382,7 +368,7 @@ TEST(Stat, TwoRegistrationsOfWhichOneIsRefusedLeaveTheOther) {
         ScriptedDaemon daemon;
         const Gate gates[2];
         const int refused = firstIsRefused ? 0 : 1;
-        g_reports.clear();
+        g_reports.Clear();
         std::thread calls[2];
         for (int i = 0; i < 2; i++) {
             daemon.Next(kStart, Answer::Code(i == refused ? 17 : 0).Behind(gates[i]));
@@ -398,7 +384,7 @@ TEST(Stat, TwoRegistrationsOfWhichOneIsRefusedLeaveTheOther) {
         gates[1 - refused].Open();
         calls[1 - refused].join();
         EXPECT_TRUE(Notify(kSocket, 0, GoodBody()));
-        EXPECT_EQ(1u, Reports().size());
+        EXPECT_EQ(1u, g_reports.Events().size());
         daemon.Forget();
         EXPECT_EQ(0, VimbraStatStop());
         EXPECT_EQ(1u, daemon.Requests(kStop).size());
@@ -416,7 +402,7 @@ TEST(Stat, RefusalAfterTheOtherWasAcceptedLeavesItRunning) {
     gate.Open();
     refused.join();
     EXPECT_TRUE(Notify(kSocket, 0, GoodBody()));
-    EXPECT_EQ(1u, Reports().size());
+    EXPECT_EQ(1u, g_reports.Events().size());
     EXPECT_EQ(0, VimbraStatStop());
     ExpectStartsAndStops();
 }
@@ -434,7 +420,7 @@ TEST(Stat, TwoAcceptedRegistrationsAreOneOfTheFirst) {
     EXPECT_EQ(1, log.Count(Kind::kPrint, "VimbraStatNotifyCallbackReg",
                            "vimbra stat is already started"));
     EXPECT_TRUE(Notify(kSocket, 0, GoodBody()));
-    EXPECT_EQ(1u, Reports().size());
+    EXPECT_EQ(1u, g_reports.Events().size());
     EXPECT_EQ(0, VimbraStatStop());
     ExpectStartsAndStops();
 }
@@ -469,7 +455,7 @@ TEST(Stat, LateStopLeavesARegistrationThatCameSinceAlone) {
     stopper.join();
     EXPECT_TRUE(log.Has(Kind::kError, "VimbraStatStop", "stat thread_kill error!"));
     EXPECT_TRUE(Notify(kSocket, 0, GoodBody()));
-    EXPECT_EQ(1u, Reports().size());
+    EXPECT_EQ(1u, g_reports.Events().size());
     EXPECT_EQ(0, VimbraStatStop());
     ExpectStartsAndStops();
 }
@@ -477,15 +463,15 @@ TEST(Stat, LateStopLeavesARegistrationThatCameSinceAlone) {
 TEST(Stat, StopFromTheCallbackBeforeTheStartHasItsReplyFindsNothingStarted) {
     Capture log;
     ScriptedDaemon daemon;
-    g_inCallback = [] { EXPECT_EQ(0, VimbraStatStop()); };
+    g_reports.InCallback([] { EXPECT_EQ(0, VimbraStatStop()); });
     daemon.Next(kStart, Answer::Code(0).After(
                             [](const Request&) { EXPECT_TRUE(Notify(kSocket, 0, GoodBody())); }));
     EXPECT_EQ(0, VimbraStatNotifyCallbackReg(1, TakeStat));
     EXPECT_TRUE(log.Has(Kind::kPrint, "VimbraStatStop", "vimbra stat is already stoped"));
     EXPECT_EQ(0u, daemon.Requests(kStop).size());
-    g_inCallback = nullptr;
+    g_reports.InCallback(nullptr);
     EXPECT_TRUE(Notify(kSocket, 0, GoodBody()));
-    EXPECT_EQ(2u, Reports().size());
+    EXPECT_EQ(2u, g_reports.Events().size());
     EXPECT_EQ(0, VimbraStatStop());
     ExpectStartsAndStops();
 }
@@ -506,7 +492,7 @@ TEST(Stat, LegacyNamesForward) {
     ASSERT_EQ(1u, daemon.Requests().size());
     EXPECT_EQ(Message(kStart, Pack().S32(9)), daemon.Requests()[0].raw);
     EXPECT_TRUE(Notify(kSocket, 0, GoodBody()));
-    EXPECT_EQ(1u, Reports().size());
+    EXPECT_EQ(1u, g_reports.Events().size());
     EXPECT_EQ(0, NetStatStop());
     EXPECT_EQ(0, NetStatStop());
     EXPECT_TRUE(log.Has(Kind::kPrint, "VimbraStatStop", "vimbra stat is already stoped"));

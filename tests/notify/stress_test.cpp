@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "../ground/prepared.hpp"
 #include "services.hpp"
 
 namespace vimbra::tests {
@@ -89,10 +90,7 @@ void ExpectLevel(const Level& before) {
 
 class Stress : public testing::TestWithParam<NotifyService> {
  protected:
-    Stress() {
-        VimbraDebugLevelSet(0);
-        EXPECT_EQ(0, VimbraInit());
-    }
+    Stress() { PrepareSilently(); }
     ForkedDaemon daemon_;
 };
 
@@ -154,8 +152,7 @@ TEST_P(Stress, Notifications) {
 
 // Everything at once, from several threads, good messages and bad.
 TEST(Chaos, StartsStopsAndMessagesOfAllServices) {
-    VimbraDebugLevelSet(0);
-    ASSERT_EQ(0, VimbraInit());
+    PrepareSilently();
     const ForkedDaemon daemon;
     const Level before;
     std::atomic<bool> over = false;

@@ -1,5 +1,4 @@
 // Legacy addresses and MTU.
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <vimbra/net_ip.h>
@@ -9,6 +8,8 @@
 #include <vector>
 #include <vimbra/bed.hpp>
 
+#include "../ground/address.hpp"
+#include "../ground/prepared.hpp"
 #include "said.hpp"
 
 namespace vimbra::tests {
@@ -21,10 +22,6 @@ constexpr char kMacText[] = "00:11:22:aa:BB:ff";
 const Bytes kMac = {0x00, 0x11, 0x22, 0xaa, 0xbb, 0xff};
 constexpr char kNoAddressText[] =
     "converts  the  character string src into a network address error";
-
-u32 Word(const char* dotted) {
-    return inet_addr(dotted);
-}
 
 struct Entry {
     std::string address;
@@ -45,25 +42,15 @@ Bytes Param(const char* address, const char* mask, const Bytes& mac = kMac) {
     return Pack().In4(address).In4(mask).Add(mac).FillTo(16);
 }
 
-class NetIp : public testing::Test {
+class NetIp : public AtDaemon {
  protected:
     NetIp() {
         memset(&one_, 0xa5, sizeof(one_));
         memset(&all_, 0xa5, sizeof(all_));
     }
 
-    void ExpectSent(u32 type, const Bytes& body) {
-        const std::vector<Request> requests = daemon_.Requests();
-        ASSERT_EQ(1u, requests.size()) << log_.Describe();
-        EXPECT_EQ(type, requests[0].type);
-        EXPECT_EQ(body, requests[0].body);
-        daemon_.Forget();
-    }
-
     void Tell(const Bytes& report) { daemon_.Default(Answer::Body(report)); }
 
-    Capture log_;
-    ScriptedDaemon daemon_;
     TNetEthParam one_;
     TNetEthParamAll all_;
 };

@@ -1,5 +1,4 @@
 // Legacy routes and gateways.
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <vimbra/net_route.h>
 
@@ -7,15 +6,14 @@
 #include <string>
 #include <vimbra/bed.hpp>
 
+#include "../ground/address.hpp"
+#include "../ground/prepared.hpp"
+
 namespace vimbra::tests {
 
 using namespace bed;
 
 namespace {
-
-u32 Word(const char* dotted) {
-    return inet_addr(dotted);
-}
 
 TNetIpRouteParam Route() {
     TNetIpRouteParam route = {};
@@ -31,19 +29,7 @@ Bytes RouteBytes(const char* name) {
     return Pack().Text(name, 16).Address(2, "10.1.0.0").Address(2, "192.168.1.1").U32(16).U32(99);
 }
 
-class NetRoute : public testing::Test {
- protected:
-    void ExpectSent(u32 type, const Bytes& body) {
-        const std::vector<Request> requests = daemon_.Requests();
-        ASSERT_EQ(1u, requests.size());
-        EXPECT_EQ(type, requests[0].type);
-        EXPECT_EQ(body, requests[0].body);
-        daemon_.Forget();
-    }
-
-    Capture log_;
-    ScriptedDaemon daemon_;
-};
+using NetRoute = AtDaemon;
 
 TEST_F(NetRoute, GatewaySet) {
     for (u32 number : {0u, 1u, 2u}) {

@@ -1,5 +1,4 @@
 // Routes, tables, rules, gateways and the network priority.
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <vimbra/log.h>
 #include <vimbra/route.h>
@@ -10,6 +9,8 @@
 #include <vector>
 #include <vimbra/bed.hpp>
 
+#include "../ground/address.hpp"
+#include "../ground/prepared.hpp"
 #include "said.hpp"
 
 namespace vimbra::tests {
@@ -21,25 +22,11 @@ namespace {
 constexpr char kName16[] = "abcdefghijklmnop";
 constexpr char kName17[] = "abcdefghijklmnopq";
 
-TVimbraAddr Ipv4(const char* text) {
-    TVimbraAddr addr = {};
-    addr.wSinFamily = 2;
-    inet_pton(AF_INET, text, &addr.tV4Addr);
-    return addr;
-}
-
-TVimbraAddr Ipv6(const char* text) {
-    TVimbraAddr addr = {};
-    addr.wSinFamily = 10;
-    inet_pton(AF_INET6, text, &addr.tV6Addr);
-    return addr;
-}
-
 TVimbraIpRouteParam Route() {
     TVimbraIpRouteParam route = {};
     strcpy(route.achIfaceName, "eth0");
-    route.tDestIpNet = Ipv4("10.1.0.0");
-    route.tDestGateWay = Ipv4("192.168.1.1");
+    route.tDestIpNet = Address("10.1.0.0");
+    route.tDestGateWay = Address("192.168.1.1");
     route.dwPrefix = 16;
     route.dwRoutePri = 100;
     return route;
@@ -48,8 +35,8 @@ TVimbraIpRouteParam Route() {
 TVimbraIpRouteParam Route6() {
     TVimbraIpRouteParam route = {};
     strcpy(route.achIfaceName, "eth1");
-    route.tDestIpNet = Ipv6("2001:db8::");
-    route.tDestGateWay = Ipv6("fe80::1");
+    route.tDestIpNet = Address("2001:db8::");
+    route.tDestGateWay = Address("fe80::1");
     route.dwPrefix = 64;
     route.dwRoutePri = 7;
     return route;
@@ -70,7 +57,7 @@ Bytes RouteBytes6() {
 
 TVimbraIpRuleParam Rule() {
     TVimbraIpRuleParam rule = {};
-    rule.tFromIpNet = Ipv4("172.16.0.0");
+    rule.tFromIpNet = Address("172.16.0.0");
     rule.dwPrefix = 12;
     rule.dwPref = 500;
     rule.dwTableId = 100;
@@ -88,25 +75,8 @@ struct Name {
     char bytes[32] = {};
 };
 
-class RouteTest : public testing::Test {
+class RouteTest : public AtDaemon {
  protected:
-    // The one request so far; forgets it.
-    Request Only() {
-        const std::vector<Request> requests = daemon_.Requests();
-        EXPECT_EQ(1u, requests.size());
-        daemon_.Forget();
-        return requests.empty() ? Request() : requests[0];
-    }
-
-    void ExpectSent(u32 type, const Bytes& body) {
-        const Request request = Only();
-        EXPECT_EQ(type, request.type);
-        EXPECT_EQ(body.size(), request.size);
-        EXPECT_EQ(0, request.flag);
-        EXPECT_EQ(1u, request.reads);
-        EXPECT_EQ(body, request.body);
-    }
-
     void ExpectNothingSent() { EXPECT_EQ(0u, daemon_.Connections()); }
 
     // Exactly these errors, in this order.
@@ -130,9 +100,6 @@ class RouteTest : public testing::Test {
         }
         log_.Clear();
     }
-
-    Capture log_;
-    ScriptedDaemon daemon_;
 };
 
 // ---- What every call has in common -------------------------------------------------------------
@@ -179,14 +146,14 @@ std::vector<Call> PassingOn() {
 }
 
 std::vector<Call> MinusOne() {
-    static TVimbraAddr gateway = Ipv4("10.0.0.1");
+    static TVimbraAddr gateway = Address("10.0.0.1");
     static Name name("eth0");
     static TVimbraNetworkPrioInfo priorities;
     return {
         {"VimbraSetDefGateway", 271, "ApicGateWaySet", "ApicGateWaySet",
-         [] { return VimbraSetDefGateway(name.bytes, Ipv4("10.0.0.1")); }},
+         [] { return VimbraSetDefGateway(name.bytes, Address("10.0.0.1")); }},
         {"VimbraSetDefGatewayToTable", 271, "ApicGateWaySetToTable", "ApicGateWaySet",
-         [] { return VimbraSetDefGatewayToTable(name.bytes, Ipv4("10.0.0.1"), 9); }},
+         [] { return VimbraSetDefGatewayToTable(name.bytes, Address("10.0.0.1"), 9); }},
         {"VimbraGetDefGateway", 272, "ApicGateWayGet", "ApicGateWayGet",
          [] { return VimbraGetDefGateway(name.bytes, 2, &gateway); }},
         {"VimbraGetDefGatewayFromTable", 272, "ApicGateWayGetFromTable", "ApicGateWayGet",
@@ -365,7 +332,7 @@ TEST_F(RouteTest, WhatFollowsTheNameStaysOutOfTheNameField) {
 TEST_F(RouteTest, TheNameIsNotExaminedAndAZeroGatewayIsAllowed) {
     TVimbraIpRouteParam route = Route();
     memset(route.achIfaceName, 0, sizeof(route.achIfaceName));
-    route.tDestGateWay = Ipv4("0.0.0.0");
+    route.tDestGateWay = Address("0.0.0.0");
     EXPECT_EQ(0, VimbraAddOneIpRoute(&route));
     EXPECT_EQ(Bytes(16, 0), Only().body.Slice(0, 16));
 }
@@ -407,7 +374,7 @@ INSTANTIATE_TEST_SUITE_P(Calls, RouteCheck, testing::ValuesIn(kRouteCalls),
 
 TEST_P(RouteCheck, FamiliesThatDifferComeFirst) {
     TVimbraIpRouteParam route = Route();
-    route.tDestGateWay = Ipv6("fe80::1");
+    route.tDestGateWay = Address("fe80::1");
     ExpectRefused(route, "tDestIpNet and tDestGateWay sinFamily is differ");
     // Everything else wrong as well.
     route.tDestIpNet.wSinFamily = 99;
@@ -544,26 +511,26 @@ TEST_F(RouteTest, ListingChecksTheRecordThenTheFamily) {
 
 TEST_F(RouteTest, GatewaySet) {
     Name name("eth0");
-    EXPECT_EQ(0, VimbraSetDefGateway(name.bytes, Ipv4("192.168.1.1")));
+    EXPECT_EQ(0, VimbraSetDefGateway(name.bytes, Address("192.168.1.1")));
     ExpectSent(271, Pack().Text("eth0", 16).Address(2, "192.168.1.1"));
-    EXPECT_EQ(0, VimbraSetDefGateway(name.bytes, Ipv6("fe80::1")));
+    EXPECT_EQ(0, VimbraSetDefGateway(name.bytes, Address("fe80::1")));
     ExpectSent(271, Pack().Text("eth0", 16).Address(10, "fe80::1"));
     EXPECT_TRUE(Said(log_, kDebugPriority, "VimbraSetDefGateway", "the pchIfaceName is eth0"));
 }
 
 TEST_F(RouteTest, GatewaySetWithoutName) {
-    EXPECT_EQ(0, VimbraSetDefGateway(nullptr, Ipv4("192.168.1.1")));
+    EXPECT_EQ(0, VimbraSetDefGateway(nullptr, Address("192.168.1.1")));
     ExpectSent(271, Pack().Zeros(16).Address(2, "192.168.1.1"));
     EXPECT_TRUE(Said(log_, kDebugPriority, "VimbraSetDefGateway", "the pchIfaceName is NULL!"));
     EXPECT_TRUE(log_.HasNoTrouble());
-    EXPECT_EQ(0, VimbraSetDefGatewayToTable(nullptr, Ipv4("192.168.1.1"), 8));
+    EXPECT_EQ(0, VimbraSetDefGatewayToTable(nullptr, Address("192.168.1.1"), 8));
     ExpectSent(271, Pack().Zeros(16).Address(2, "192.168.1.1").U32(8));
 }
 
 TEST_F(RouteTest, GatewaySetToTable) {
     Name name("eth0");
     for (u32 table : {1u, 254u}) {
-        EXPECT_EQ(0, VimbraSetDefGatewayToTable(name.bytes, Ipv4("192.168.1.1"), table));
+        EXPECT_EQ(0, VimbraSetDefGatewayToTable(name.bytes, Address("192.168.1.1"), table));
         ExpectSent(271, Pack().Text("eth0", 16).Address(2, "192.168.1.1").U32(table));
     }
 }
@@ -571,7 +538,7 @@ TEST_F(RouteTest, GatewaySetToTable) {
 TEST_F(RouteTest, GatewaySetTakesItsNameUpToTheTerminator) {
     Name name("eth0");
     memset(name.bytes + 5, 'x', 11);
-    EXPECT_EQ(0, VimbraSetDefGateway(name.bytes, Ipv4("192.168.1.1")));
+    EXPECT_EQ(0, VimbraSetDefGateway(name.bytes, Address("192.168.1.1")));
     ExpectSent(271, Pack().Text("eth0", 16).Address(2, "192.168.1.1"));
 }
 
@@ -645,7 +612,7 @@ void PrintTo(const GatewayCall& call, std::ostream* out) {
 }
 
 TVimbraAddr WithFamily(u16 family) {
-    TVimbraAddr addr = Ipv4("10.0.0.1");
+    TVimbraAddr addr = Address("10.0.0.1");
     addr.wSinFamily = family;
     return addr;
 }
@@ -804,7 +771,7 @@ INSTANTIATE_TEST_SUITE_P(Calls, RuleCheck, testing::ValuesIn(kRuleCalls),
 
 TEST_P(RuleCheck, TableThenFamilyThenPriority) {
     TVimbraIpRuleParam rule = Rule();
-    rule.tFromIpNet = Ipv6("2001:db8::");
+    rule.tFromIpNet = Address("2001:db8::");
     rule.dwPref = 32766;
     rule.dwTableId = 256;
     ExpectRefused(rule, "tDestIpNet and tDestGateWay sinFamily is differ");
@@ -814,7 +781,7 @@ TEST_P(RuleCheck, TableThenFamilyThenPriority) {
     ExpectRefused(rule, "sinFamily10 is not support ");
     rule.tFromIpNet.wSinFamily = 11;
     ExpectRefused(rule, "sinFamily11 is not support ");
-    rule.tFromIpNet = Ipv4("10.0.0.0");
+    rule.tFromIpNet = Address("10.0.0.0");
     ExpectRefused(rule, "pref 32766 is not support ");
     rule.dwPref = 0x80000000;
     ExpectRefused(rule, "pref -2147483648 is not support ");

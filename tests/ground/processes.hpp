@@ -1,6 +1,6 @@
 // Processes of a given name, to be found through /proc and signalled.
-#ifndef VIMBRA_TESTS_LOCAL_PROCESSES_HPP
-#define VIMBRA_TESTS_LOCAL_PROCESSES_HPP
+#ifndef VIMBRA_TESTS_GROUND_PROCESSES_HPP
+#define VIMBRA_TESTS_GROUND_PROCESSES_HPP
 
 #include <gtest/gtest.h>
 #include <signal.h>

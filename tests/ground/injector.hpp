@@ -1,8 +1,8 @@
 // Watches the allocations and system calls of the thread at hand and makes them fail. A test that
 // includes this links the library's archive and is linked with -Wl,--wrap= for each of the calls
-// (vimbra_wrap_calls in CMakeLists.txt).
-#ifndef VIMBRA_TESTS_CORE_INJECTOR_HPP
-#define VIMBRA_TESTS_CORE_INJECTOR_HPP
+// (vimbra_inject in tests/CMakeLists.txt).
+#ifndef VIMBRA_TESTS_GROUND_INJECTOR_HPP
+#define VIMBRA_TESTS_GROUND_INJECTOR_HPP
 
 #include <sys/select.h>
 #include <sys/socket.h>
