@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks names and braces of the tree's C++ with clang-tidy; the rules are in .clang-tidy.
+"""Checks names, braces and lengths of the tree's C++ with clang-tidy; the rules are in .clang-tidy.
 
     script/lib/tidy.py [FILE...]    these files, or all
 
