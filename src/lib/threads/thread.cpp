@@ -7,10 +7,8 @@
 #include <unistd.h>
 #include <vimbra/thread.h>
 
-#include <csignal>
 #include <cstdint>
 #include <ctime>
-#include <initializer_list>
 
 #include "lib/base/lock.hpp"
 #include "lib/base/memory.hpp"
@@ -303,15 +301,6 @@ void* JoinForeign(pthread_t handle) {
     return t_value;
 }
 
-void ChangeMask(int how, std::initializer_list<int> signals) {
-    sigset_t set;
-    sigemptyset(&set);
-    for (const int signum : signals) {
-        sigaddset(&set, signum);
-    }
-    pthread_sigmask(how, &set, nullptr);
-}
-
 }  // namespace
 
 void vimbra::HoldThreads() {
@@ -343,10 +332,6 @@ pthread_t ThreadSpawn(char* name, void (*proc)(void*), void* param, int stacksiz
 pthread_t ThreadSpawnDeatched(char* name, void (*proc)(void*), void* param, int stacksize,
                               int policy, int priority) {
     return Spawn(VIMBRA_HERE, {name, proc, param, policy, priority}, stacksize, true);
-}
-
-void ThreadYield() {
-    sched_yield();
 }
 
 void* ThreadWait(pthread_t thread_id) {
@@ -389,18 +374,6 @@ int ThreadDetach(pthread_t thread_id) {
     return 0;
 }
 
-void ThreadExit() {
-    pthread_exit(nullptr);
-}
-
-void ThreadDelay(int sec) {
-    usleep(static_cast<useconds_t>(sec));
-}
-
-int ThreadGetId() {
-    return static_cast<int>(pthread_self());
-}
-
 int ThreadGetPriority(pthread_t thread_id) {
     const Lock lock(g_tThreadMutex);
     if (pthread_equal(thread_id, pthread_self()) == 0 &&
@@ -412,31 +385,4 @@ int ThreadGetPriority(pthread_t thread_id) {
     param.sched_priority = -1;  // What is returned if the system knows none.
     pthread_getschedparam(thread_id, &policy, &param);
     return param.sched_priority;
-}
-
-int ThreadSuspend(pthread_t) {
-    return -1;
-}
-
-int ThreadResume(pthread_t) {
-    return -1;
-}
-
-int ThreadAdjustPriority(pthread_t, int) {
-    return -1;
-}
-
-void ThreadSetCleanup(pthread_t, void (*)(void*), void*) {}
-
-void ThreadSigBlock(int signum) {
-    ChangeMask(SIG_BLOCK, {signum});
-}
-
-void ThreadSigUnblock(int signum) {
-    ChangeMask(SIG_UNBLOCK, {signum});
-}
-
-void ThreadSigBlockall() {
-    ChangeMask(SIG_BLOCK, {SIGHUP, SIGINT, SIGQUIT, SIGILL, SIGTRAP, SIGABRT, SIGKILL, SIGTERM,
-                           SIGPIPE, SIGUSR1, SIGUSR2, SIGCONT, SIGTSTP, SIGTTIN, SIGTTOU, SIGALRM});
 }
