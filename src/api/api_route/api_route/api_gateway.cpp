@@ -112,6 +112,15 @@ bool CheckGatewayDel(CallSite site, const char* name, u16 family) {
     return CheckGatewayName(site, name) && CheckGatewayFamily(site, family);
 }
 
+// A call whose arguments were looked at; `request` is the name under which its failure is logged.
+template <typename Send>
+s32 SendIf(bool isRight, CallSite site, const char* request, Send send) {
+    if (!isRight) {
+        return RefuseArgument(site.function, VIMBRA_ERR_PARAM);
+    }
+    return LogResult(site, request, send());
+}
+
 }  // namespace
 
 s32 ApicGateWaySet(const char* pchIfaceName, const TVimbraAddr& tGateWay) {
@@ -140,51 +149,42 @@ s32 ApicGateWayDelFromTable(const char* pchIfaceName, u16 wSinFamily, u32 dwTabl
 }
 
 s32 VimbraSetDefGateway(char* pchIfaceName, TVimbraAddr tGateWay) {
-    if (!CheckGatewaySet(VIMBRA_HERE, pchIfaceName, tGateWay)) {
-        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
-    }
-    return LogResult(VIMBRA_HERE, "ApicGateWaySet", ApicGateWaySet(pchIfaceName, tGateWay));
+    const bool isRight = CheckGatewaySet(VIMBRA_HERE, pchIfaceName, tGateWay);
+    return SendIf(isRight, VIMBRA_HERE, "ApicGateWaySet",
+                  [&] { return ApicGateWaySet(pchIfaceName, tGateWay); });
 }
 
 s32 VimbraSetDefGatewayToTable(char* pchIfaceName, TVimbraAddr tGateWay, u32 dwTableId) {
-    if (!CheckGatewaySet(VIMBRA_HERE, pchIfaceName, tGateWay) ||
-        !CheckGatewayTable(VIMBRA_HERE, dwTableId)) {
-        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
-    }
-    return LogResult(VIMBRA_HERE, "ApicGateWaySet",
-                     ApicGateWaySetToTable(pchIfaceName, tGateWay, dwTableId));
+    const bool isRight = CheckGatewaySet(VIMBRA_HERE, pchIfaceName, tGateWay) &&
+                         CheckGatewayTable(VIMBRA_HERE, dwTableId);
+    return SendIf(isRight, VIMBRA_HERE, "ApicGateWaySet",
+                  [&] { return ApicGateWaySetToTable(pchIfaceName, tGateWay, dwTableId); });
 }
 
 s32 VimbraGetDefGateway(char* pchIfaceName, u16 wSinFamily, TVimbraAddr* ptGateWay) {
-    if (!CheckGatewayGet(VIMBRA_HERE, pchIfaceName, wSinFamily, ptGateWay)) {
-        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
-    }
-    return LogResult(VIMBRA_HERE, "ApicGateWayGet",
-                     ApicGateWayGet(pchIfaceName, wSinFamily, ptGateWay));
+    const bool isRight = CheckGatewayGet(VIMBRA_HERE, pchIfaceName, wSinFamily, ptGateWay);
+    return SendIf(isRight, VIMBRA_HERE, "ApicGateWayGet",
+                  [&] { return ApicGateWayGet(pchIfaceName, wSinFamily, ptGateWay); });
 }
 
 s32 VimbraGetDefGatewayFromTable(char* pchIfaceName, u16 wSinFamily, TVimbraAddr* ptGateWay,
                                  u32 dwTableId) {
-    if (!CheckGatewayGet(VIMBRA_HERE, pchIfaceName, wSinFamily, ptGateWay) ||
-        !CheckGatewayTable(VIMBRA_HERE, dwTableId)) {
-        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
-    }
-    return LogResult(VIMBRA_HERE, "ApicGateWayGet",
-                     ApicGateWayGetFromTable(pchIfaceName, wSinFamily, ptGateWay, dwTableId));
+    const bool isRight = CheckGatewayGet(VIMBRA_HERE, pchIfaceName, wSinFamily, ptGateWay) &&
+                         CheckGatewayTable(VIMBRA_HERE, dwTableId);
+    return SendIf(isRight, VIMBRA_HERE, "ApicGateWayGet", [&] {
+        return ApicGateWayGetFromTable(pchIfaceName, wSinFamily, ptGateWay, dwTableId);
+    });
 }
 
 s32 VimbraDelDefGateway(char* pchIfaceName, u16 wSinFamily) {
-    if (!CheckGatewayDel(VIMBRA_HERE, pchIfaceName, wSinFamily)) {
-        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
-    }
-    return LogResult(VIMBRA_HERE, "ApicGateWayDel", ApicGateWayDel(pchIfaceName, wSinFamily));
+    const bool isRight = CheckGatewayDel(VIMBRA_HERE, pchIfaceName, wSinFamily);
+    return SendIf(isRight, VIMBRA_HERE, "ApicGateWayDel",
+                  [&] { return ApicGateWayDel(pchIfaceName, wSinFamily); });
 }
 
 s32 VimbraDelDefGatewayFromTable(char* pchIfaceName, u16 wSinFamily, u32 dwTableId) {
-    if (!CheckGatewayDel(VIMBRA_HERE, pchIfaceName, wSinFamily) ||
-        !CheckGatewayTable(VIMBRA_HERE, dwTableId)) {
-        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
-    }
-    return LogResult(VIMBRA_HERE, "ApicGateWayDel",
-                     ApicGateWayDelFromTable(pchIfaceName, wSinFamily, dwTableId));
+    const bool isRight = CheckGatewayDel(VIMBRA_HERE, pchIfaceName, wSinFamily) &&
+                         CheckGatewayTable(VIMBRA_HERE, dwTableId);
+    return SendIf(isRight, VIMBRA_HERE, "ApicGateWayDel",
+                  [&] { return ApicGateWayDelFromTable(pchIfaceName, wSinFamily, dwTableId); });
 }
