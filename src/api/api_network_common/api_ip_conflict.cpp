@@ -203,6 +203,20 @@ s32 Confirm(CallSite site, WatchSlot& slot, u32 generation, TVimbraConflictCallB
     return AlreadyStarted(site, info.wSinFamily);
 }
 
+// The family's record, of which there is none before VimbraInit.
+s32 FindInfo(CallSite site, u16 family, TIpConflictInfo*& info) {
+    if (!IsOneFamily(family)) {
+        VLOG_ERROR_AT(site, "wSinFamily %d is invalid!", family);
+        return RefuseArgument(site.function, VIMBRA_ERR_PARAM);
+    }
+    info = FamilyMapIpConfictInfo(family);
+    if (info == nullptr) {
+        VLOG_ERROR_AT(site, "FamilyMapIpConfictInfo error!");
+        return VIMBRA_ERR_GENERAL;
+    }
+    return VIMBRA_OK;
+}
+
 }  // namespace
 
 void vimbra::SetConflictFilter(ConflictFilter filter) {
@@ -241,14 +255,9 @@ s32 VimbraIpConflictCheckStart(u16 wSinFamily, TVimbraConflictCallBack ptFunc) {
         VLOG_ERROR("the callback function is null!");
         return RefuseArgument(__func__, VIMBRA_ERR_CALLBACK);
     }
-    if (!IsOneFamily(wSinFamily)) {
-        VLOG_ERROR("wSinFamily %d is invalid!", wSinFamily);
-        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
-    }
-    TIpConflictInfo* const info = FamilyMapIpConfictInfo(wSinFamily);
-    if (info == nullptr) {
-        VLOG_ERROR("FamilyMapIpConfictInfo error!");
-        return VIMBRA_ERR_GENERAL;
+    TIpConflictInfo* info = nullptr;
+    if (const s32 result = FindInfo(VIMBRA_HERE, wSinFamily, info); result != VIMBRA_OK) {
+        return result;
     }
     WatchSlot& slot = WatchOf(wSinFamily);
     Lock lock(g_tConflictMutex);
@@ -272,14 +281,9 @@ s32 VimbraIpConflictCheckStart(u16 wSinFamily, TVimbraConflictCallBack ptFunc) {
 }
 
 s32 VimbraIpConflictCheckStop(u16 wSinFamily) {
-    if (!IsOneFamily(wSinFamily)) {
-        VLOG_ERROR("wSinFamily %d is invalid!", wSinFamily);
-        return RefuseArgument(__func__, VIMBRA_ERR_PARAM);
-    }
-    TIpConflictInfo* const info = FamilyMapIpConfictInfo(wSinFamily);
-    if (info == nullptr) {
-        VLOG_ERROR("FamilyMapIpConfictInfo error!");
-        return VIMBRA_ERR_GENERAL;
+    TIpConflictInfo* info = nullptr;
+    if (const s32 result = FindInfo(VIMBRA_HERE, wSinFamily, info); result != VIMBRA_OK) {
+        return result;
     }
     WatchSlot& slot = WatchOf(wSinFamily);
     Lock lock(g_tConflictMutex);
