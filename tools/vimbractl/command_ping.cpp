@@ -165,9 +165,7 @@ void Run(Tool& tool, const Arguments& arguments) {
         tool.Try([id] { return VimbraPingStop(id); });
     }
     summary.Show(tool, host);
-    if (shown.woken == Woken::kTimeout) {
-        throw CommandFailed(ExitStatus::kUnreachable, "the network daemon tells no more");
-    }
+    ExpectMore(shown.woken);
     if (summary.Answers() == 0) {
         throw CommandFailed(ExitStatus::kNotSo, host + ": no answer");
     }

@@ -161,9 +161,7 @@ void Run(Tool& tool, const Arguments& arguments) {
         tool.Call([id] { return VimbraTracerouteStop(id); });
     }
     Summarise(tool, host, last);
-    if (woken == Woken::kTimeout) {
-        throw CommandFailed(ExitStatus::kUnreachable, "the network daemon tells no more");
-    }
+    ExpectMore(woken);
     if (last.event != kArrived) {
         throw CommandFailed(ExitStatus::kNotSo, host + ": not reached");
     }

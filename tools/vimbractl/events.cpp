@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <system_error>
 
+#include "tool.hpp"
+
 namespace ctl {
 
 namespace {
@@ -64,6 +66,12 @@ Woken Bell::Wait(const EndWish& wish, std::optional<std::chrono::milliseconds> p
     eventfd_t count;
     const bool wished = awaited[0].revents != 0 || (awaited[1].revents & (POLLERR | POLLHUP)) != 0;
     return found < 0 || wished || eventfd_read(counter_, &count) != 0 ? Woken::kEnd : Woken::kEvent;
+}
+
+void ExpectMore(Woken woken) {
+    if (woken == Woken::kTimeout) {
+        throw CommandFailed(ExitStatus::kUnreachable, "the network daemon tells no more");
+    }
 }
 
 }  // namespace ctl

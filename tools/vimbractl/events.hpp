@@ -92,6 +92,9 @@ class EventQueue {
     Bell bell_;
 };
 
+// Throws CommandFailed when the wait was ended by its time: the daemon has gone, or forgotten us.
+void ExpectMore(Woken woken);
+
 // How a row of events ended: after so many, and by what the last wait was ended.
 struct Shown {
     u32 count;

@@ -19,8 +19,9 @@ std::string DaemonCodeText(s32 code) {
     return text;
 }
 
-// A daemon that closes without an answer makes a call succeed with an empty reply: no failure is
-// noted then, and only the log tells.
+// A daemon that closes without an answer has done what it was asked, as daemons in the field do it:
+// the call succeeds and notes nothing, since an application that asks after its next failure would
+// be told of this silence. Who typed a command wants to know of it all the same; only the log says it.
 bool WasSilent(const std::vector<std::string>& errors) {
     return std::ranges::any_of(errors, [](const std::string& error) {
         return error.starts_with("fail to receive message!") ||
