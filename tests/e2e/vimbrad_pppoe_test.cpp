@@ -379,6 +379,34 @@ TEST_F(VimbradPppoe, InterfaceIsBroughtUp) {
     EXPECT_THAT(Ip("link show dev eth0").at(0).at("flags"), testing::Contains("UP"));
 }
 
+// The options that Start has been called with there.
+void ExpectUnderstood(const std::string& seen, u16 family, bool flag) {
+    const bool with4 = family != 10;
+    const bool with6 = family != 2;
+    // It prints quotation marks and backslashes behind a backslash.
+    EXPECT_THAT(seen, HasSubstr("\nuser a \\\"b\\\" 'c' \\\\d #e %s $HOME `f` ü\t"));
+    EXPECT_THAT(seen, HasSubstr("\npassword ??????\t"));
+    EXPECT_THAT(seen, HasSubstr("\neth0\t"));
+    EXPECT_THAT(seen, HasSubstr("\nnodetach\t"));
+    EXPECT_THAT(seen, HasSubstr("\nnopersist\t"));
+    EXPECT_THAT(seen, HasSubstr("\nnoauth\t"));
+    EXPECT_THAT(seen, HasSubstr("\nlogfd 1\t"));
+    EXPECT_THAT(seen, HasSubstr("\nip-up-script /run/vimbrad/pppd-hook"));
+    EXPECT_THAT(seen, HasSubstr("\nlcp-echo-interval 20\t"));
+    EXPECT_THAT(seen, HasSubstr("\nlcp-echo-failure 3\t"));
+    const auto has = [&seen](const char* option) {
+        return seen.find(std::string("\n") + option + "\t") != std::string::npos;
+    };
+    EXPECT_EQ(with4, has("usepeerdns")) << seen;
+    EXPECT_EQ(with4, has("noipdefault")) << seen;
+    EXPECT_EQ(!with4, has("noip")) << seen;
+    EXPECT_EQ(with6, has("+ipv6")) << seen;
+    EXPECT_EQ(!with6, has("noipv6")) << seen;
+    EXPECT_EQ(with4 && flag, has("defaultroute")) << seen;
+    EXPECT_EQ(with6 && flag, has("defaultroute6")) << seen;
+    EXPECT_EQ(flag, has("debug")) << seen;
+}
+
 // pppd itself reads the options, and prints what it has understood.
 TEST_F(VimbradPppoe, TheRealProgramUnderstandsEveryOption) {
     Pppd::Plan("/usr/sbin/pppd dryrun \"$@\" >/tmp/pppd/$run/output 2>&1; exit $?");
@@ -405,30 +433,7 @@ TEST_F(VimbradPppoe, TheRealProgramUnderstandsEveryOption) {
                 return count == static_cast<size_t>(dial);
             })) << Pppd::Output(dial);
             const std::string seen = Pppd::Output(dial);
-            const bool with4 = family != 10;
-            const bool with6 = family != 2;
-            // It prints quotation marks and backslashes behind a backslash.
-            EXPECT_THAT(seen, HasSubstr("\nuser a \\\"b\\\" 'c' \\\\d #e %s $HOME `f` ü\t"));
-            EXPECT_THAT(seen, HasSubstr("\npassword ??????\t"));
-            EXPECT_THAT(seen, HasSubstr("\neth0\t"));
-            EXPECT_THAT(seen, HasSubstr("\nnodetach\t"));
-            EXPECT_THAT(seen, HasSubstr("\nnopersist\t"));
-            EXPECT_THAT(seen, HasSubstr("\nnoauth\t"));
-            EXPECT_THAT(seen, HasSubstr("\nlogfd 1\t"));
-            EXPECT_THAT(seen, HasSubstr("\nip-up-script /run/vimbrad/pppd-hook"));
-            EXPECT_THAT(seen, HasSubstr("\nlcp-echo-interval 20\t"));
-            EXPECT_THAT(seen, HasSubstr("\nlcp-echo-failure 3\t"));
-            const auto has = [&seen](const char* option) {
-                return seen.find(std::string("\n") + option + "\t") != std::string::npos;
-            };
-            EXPECT_EQ(with4, has("usepeerdns")) << seen;
-            EXPECT_EQ(with4, has("noipdefault")) << seen;
-            EXPECT_EQ(!with4, has("noip")) << seen;
-            EXPECT_EQ(with6, has("+ipv6")) << seen;
-            EXPECT_EQ(!with6, has("noipv6")) << seen;
-            EXPECT_EQ(with4 && flag != 0, has("defaultroute")) << seen;
-            EXPECT_EQ(with6 && flag != 0, has("defaultroute6")) << seen;
-            EXPECT_EQ(flag != 0, has("debug")) << seen;
+            ExpectUnderstood(seen, family, flag != 0);
         }
     }
     // What a run without a peer does not show.

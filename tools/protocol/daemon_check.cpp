@@ -193,11 +193,33 @@ struct Step {
     Json holds = nullptr;
 };
 
-// Every change with what takes it back, and between them what shows it.
-std::vector<Step> StepsOn(const std::string& interface) {
+// Steps come with what takes them back, and between the two with what shows them.
+
+Json Address() {
+    return {{"eScopeType", 4}, {"tIpAddr", "192.0.2.77"}, {"dwPrefix", 24}};
+}
+
+std::vector<Step> AddressSteps(const std::string& interface) {
     const Json both = {{"wSinFamily", 2}, {"achIfaceName", interface}};
     const Json name = {{"achIfaceName", interface}};
-    const Json ip = {{"eScopeType", 4}, {"tIpAddr", "192.0.2.77"}, {"dwPrefix", 24}};
+    const Json all = {{"wSinFamily", 2},
+                      {"achIfaceName", interface},
+                      {"tIfaceAllIp", {{"atNetIfaceIp", Json::array({Address()})}}}};
+    return {
+        {"address-add", {{"achIfaceName", interface}, {"tIfaceIp", Address()}}},
+        {"address-get", both, "192.0.2.77"},
+        {"interface-report", name, "192.0.2.77"},
+        {"address-set", all},
+        {"mtu-set", {{"achIfaceName", interface}, {"dwMtu", 1400}}},
+        {"mtu-get", name, 1400},
+        {"mac-get", name},
+        {"mac-set", {{"achIfaceName", interface}, {"tIfaceMac", "02:00:5e:00:53:01"}}},
+        {"mac-get", name, "02:00:5e:00:53:01"},
+    };
+}
+
+std::vector<Step> RouteSteps(const std::string& interface) {
+    const Json both = {{"wSinFamily", 2}, {"achIfaceName", interface}};
     const Json route = {{"achIfaceName", interface},
                         {"tDestIpNet", "198.51.100.0"},
                         {"tDestGateWay", "192.0.2.78"},
@@ -207,7 +229,6 @@ std::vector<Step> StepsOn(const std::string& interface) {
     const Json gateway = {{"achIfaceName", interface}, {"tGateWay", "192.0.2.78"}};
     const Json rule = {
         {"tFromIpNet", "203.0.113.0"}, {"dwPrefix", 24}, {"dwPref", 7700}, {"dwTableId", 77}};
-    const Json server = {{"achIfaceName", interface}, {"wSinFamily", 2}};
     const auto inTable = [](Json values) {
         values["dwTableId"] = 77;
         return values;
@@ -215,18 +236,6 @@ std::vector<Step> StepsOn(const std::string& interface) {
     Json metric = route;
     metric["dwRoutePri"] = 6;
     return {
-        {"address-add", {{"achIfaceName", interface}, {"tIfaceIp", ip}}},
-        {"address-get", both, "192.0.2.77"},
-        {"interface-report", name, "192.0.2.77"},
-        {"address-set",
-         {{"wSinFamily", 2},
-          {"achIfaceName", interface},
-          {"tIfaceAllIp", {{"atNetIfaceIp", {ip}}}}}},
-        {"mtu-set", {{"achIfaceName", interface}, {"dwMtu", 1400}}},
-        {"mtu-get", name, 1400},
-        {"mac-get", name},
-        {"mac-set", {{"achIfaceName", interface}, {"tIfaceMac", "02:00:5e:00:53:01"}}},
-        {"mac-get", name, "02:00:5e:00:53:01"},
         {"route-add", bare},
         {"route-list", {{"wSinFamily", 2}}, "198.51.100.0"},
         {"route-metric", metric},
@@ -246,8 +255,13 @@ std::vector<Step> StepsOn(const std::string& interface) {
         {"priority-get", Json::object(), interface},
         {"priority-set", Json::object()},
         {"gateway-delete", both},
+    };
+}
+
+std::vector<Step> WatchSteps(const std::string& interface) {
+    return {
         {"advertisement-start", {{"achIfaceName", interface}, {"nUserId", 1}}},
-        {"advertisement-stop", name},
+        {"advertisement-stop", {{"achIfaceName", interface}}},
         {"conflict-start", {{"wSinFamily", 2}}},
         {"conflict-stop", {{"wSinFamily", 2}}},
         {"statistics-start", {{"nInterval", 60}}},
@@ -257,6 +271,13 @@ std::vector<Step> StepsOn(const std::string& interface) {
         {"ping-stop", {{"nUserID", 7777}}},
         {"traceroute-start", {{"tDestIp", "127.0.0.1"}, {"dwTtl", 3}, {"nUserID", 7777}}},
         {"traceroute-stop", {{"nUserID", 7777}}},
+    };
+}
+
+std::vector<Step> ServiceSteps(const std::string& interface) {
+    const Json both = {{"wSinFamily", 2}, {"achIfaceName", interface}};
+    const Json server = {{"achIfaceName", interface}, {"wSinFamily", 2}};
+    return {
         {"dhcp-client-start", both},
         {"dhcp-client-renew", both},
         {"dhcp-client-stop", both},
@@ -283,9 +304,18 @@ std::vector<Step> StepsOn(const std::string& interface) {
         {"web-start", {{"port", 8077}}},
         {"web-stop", Json::object()},
         {"log-level", {{"dwSwitch", 4}}},
-        {"address-delete", {{"achIfaceName", interface}, {"tIfaceIp", ip}}},
-        {"address-flush", both},
     };
+}
+
+std::vector<Step> StepsOn(const std::string& interface) {
+    std::vector<Step> all;
+    for (const auto& steps : {AddressSteps(interface), RouteSteps(interface), WatchSteps(interface),
+                              ServiceSteps(interface)}) {
+        all.insert(all.end(), steps.begin(), steps.end());
+    }
+    all.push_back({"address-delete", {{"achIfaceName", interface}, {"tIfaceIp", Address()}}});
+    all.push_back({"address-flush", {{"wSinFamily", 2}, {"achIfaceName", interface}}});
+    return all;
 }
 
 // Whether the value stands anywhere in the reply.
