@@ -8,8 +8,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vimbra/common.h>
-#include <vimbra/net_ntpc.h>
 #include <vimbra/log.h>
+#include <vimbra/net_ntpc.h>
 #include <vimbra/ntpc.h>
 
 #include <algorithm>
