@@ -6,8 +6,8 @@ source "$(dirname "$0")/common.sh"
 
 readelf -d "$1" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' >"$work/needed"
 cat "$work/needed"
-grep -qx 'libc\.so\.[0-9]*' "$work/needed" || fail "the C library is missing"
-if grep -vxE 'libc\.so\.[0-9]+|libcrypt\.so\.[0-9]+|ld-linux[-a-z0-9_]*\.so\.[0-9]+' \
+grep -qxE 'libc\.so(\.[0-9]+)?' "$work/needed" || fail "the C library is missing"
+if grep -vxE 'libc\.so(\.[0-9]+)?|libcrypt\.so\.[0-9]+|ld-linux[-a-z0-9_]*\.so\.[0-9]+' \
     "$work/needed"; then
     fail "needs more than the system has"
 fi
