@@ -10,6 +10,7 @@
 
 static void drive_programs(void) {
     char* yes[] = {(char*)"true", NULL};
+    char* no[] = {(char*)"false", NULL};
     char* echo[] = {(char*)"echo", (char*)"hello", NULL};
     char command[64] = "echo hello";
     char output[64] = "";
@@ -18,7 +19,7 @@ static void drive_programs(void) {
 
     GIVES(0, VimbraExecShellProcess("true", yes, &child));
     HOLDS(child > 0);
-    GIVES(1, VimbraExecShellProcess("false", yes, NULL));
+    GIVES(1, VimbraExecShellProcess("false", no, NULL));
     GIVES(255, VimbraExecShellProcess("/none", yes, NULL));
     GIVES(-1, VimbraExecShellProcess(NULL, yes, NULL));
     GIVES(0, VimbraExecShellPrcPipe("echo", echo, output, sizeof(output), &length));
