@@ -21,21 +21,35 @@ board_development=(libcrypt-dev libnl-3-dev libnl-route-3-dev libuv1-dev)
 board_modules=(rng-core bcm2835-rng slhc crc-ccitt ppp_generic pppox pppoe ppp_async veth dummy tls
                bonding)
 
+# board_download NAME...: into the present directory, with the kernel that is the present one. As root apt
+# wants to fetch as somebody else, who may have no right here; that is only a warning.
+board_download() {
+    local kernel
+    kernel=$(apt-cache depends "$board_kernel:armel" 2>/dev/null |
+        sed -n 's/ *Depends: *\(linux-image-[^:]*\).*/\1/p')
+    rm -f ./*.deb
+    [ -n "$kernel" ] && apt-get download -q "${@/%/:armel}" "$kernel:armel"
+}
+
 # What goes into $board/sysroot, as one tree: Debian's lib, bin and sbin are links there.
 board_fetch() {
-    local tree=$board/sysroot packages=$board/packages kernel package
+    local tree=$board/sysroot packages=$board/packages log=$board/fetch.log package as_root=()
     local names=("${board_programs[@]}" "${board_libraries[@]}" "${board_development[@]}")
     if [ "$(cat "$tree/names" 2>/dev/null)" = "${names[*]}" ]; then
         return
     fi
-    kernel=$(apt-cache depends "$board_kernel:armel" | sed -n 's/ *Depends: *\(linux-image-[^:]*\).*/\1/p')
-    rm -rf "$tree"
+    [ "$(id -u)" -eq 0 ] || as_root=(sudo)
+    rm -rf "$tree" "$packages"
     mkdir -p "$packages" "$tree"/usr/{bin,sbin,lib}
     ln -s usr/bin usr/sbin usr/lib "$tree"
-    # As root apt wants to fetch as somebody else, who may have no right here; that is only a warning.
-    (cd "$packages" && rm -f ./*.deb &&
-        apt-get download -q "${names[@]/%/:armel}" "${kernel:?apt knows no $board_kernel:armel}:armel") \
-        >"$board/fetch.log" 2>&1 || { cat "$board/fetch.log" >&2; return 1; }
+    # What apt knows may be old or nothing.
+    if ! (cd "$packages" && board_download "${names[@]}") >"$log" 2>&1 &&
+        ! { "${as_root[@]}" apt-get update &&
+            (cd "$packages" && board_download "${names[@]}"); } >>"$log" 2>&1; then
+        cat "$log" >&2
+        echo "the board's packages cannot be fetched" >&2
+        return 1
+    fi
     for package in "$packages"/*.deb; do
         dpkg --fsys-tarfile "$package" |
             tar -x -C "$tree" --keep-directory-symlink --exclude='./usr/share/*'
