@@ -35,7 +35,7 @@ constexpr s64 kSecond = 1000000000;
 // Longer waits of a run in which something has failed are cut to this.
 constexpr s64 kLongestWait = kSecond / 20;
 constexpr s64 kPause = kSecond / 1000;
-constexpr s64 kSlice = kSecond / 100;
+constexpr s64 kSlice = kSecond / 1000;
 
 // What a failing call returns for "nothing" or "a short count" of so many bytes.
 ssize_t Count(int outcome, size_t size) {
