@@ -74,7 +74,8 @@ VIMBRA_API s32 VimbraIpConflictCheckStart(u16 wSinFamily, TVimbraConflictCallBac
  * @param wSinFamily  VIMBRA_FAMILY_IPV4 or VIMBRA_FAMILY_IPV6.
  * @retval 0          stopped.
  * @retval -1         the daemon was not reached, did not answer or refused, or memory ran out (the
- *                    watch goes on); before VimbraInit(); or there was no listening thread to end.
+ *                    watch goes on); before VimbraInit(); or there was no listening thread to end:
+ *                    A WATCH WHOSE THREAD ENDED BEFORE ITS TIME STAYS STARTED.
  * @retval 1105       another family.
  */
 VIMBRA_API s32 VimbraIpConflictCheckStop(u16 wSinFamily);

@@ -73,7 +73,8 @@ typedef struct TNetDhcpsState {
  * modified, inotify(7), and tells the callback; it writes what it sees to standard output. Every
  * call starts one more, so that a second call doubles every callback, and none is ended by a stop:
  * a watch ends when the file is removed or replaced, or is not there at the start. It is started
- * before the daemon is asked, and stays when the daemon refuses.
+ * before the daemon is asked, and stays when the daemon refuses; where it cannot be made the call
+ * goes on without one, and the log tells.
  *
  * @param ptDhcpServerConfInfo  the configuration.
  * @param pfCallBack            told the leases, in place of the one before; null keeps that one.

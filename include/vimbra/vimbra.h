@@ -30,7 +30,9 @@
  * ThreadSigBlockall(). Records that a callback gets are the library's and valid during the call
  * only. A callback that takes long makes the next reports wait in the backlog of the socket. WHEN A
  * STOP RETURNS A CALLBACK MAY STILL RUN, OR JUST BE BEGINNING, unless the stop says that it waits:
- * what a callback uses has to outlive it.
+ * what a callback uses has to outlive it. A thread that cannot take its socket, since descriptors
+ * or memory are out or /tmp cannot be written to, ends with a log line: THE START MAY RETURN 0 ALL
+ * THE SAME, and no report comes.
  *
  * PROCESSES. The names of the sockets, the System V semaphores, and the user ids of ping and
  * traceroute are shared by all processes of the machine, for the daemon knows no other. Two
