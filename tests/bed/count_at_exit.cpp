@@ -5,6 +5,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <initializer_list>
+
 extern "C" {
 void __gcov_dump();
 void __gcov_reset();
