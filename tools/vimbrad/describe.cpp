@@ -110,7 +110,8 @@ std::string Describe(const wire::LogSwitchBody& body) {
 }
 
 std::string Describe(const wire::NtpcStartBody& body) {
-    return TextOf(body.tServerIp) + With("interval", body.dwSyncTimeInterval);
+    const TVimbraAddr server = body.tServerIp;
+    return TextOf(server) + With("interval", body.dwSyncTimeInterval);
 }
 
 std::string Describe(const wire::NtpcStopBody& body) {

@@ -321,8 +321,9 @@ class AddressService : public Service {
 
     wire::PlainResult Add(const wire::IfaceIpBody& body) {
         const std::string name = NameOf(body.achIfaceName);
-        Iface(name).Add(body.tIfaceIp);
-        ours_.Note(OwnOf(name, body.tIfaceIp));
+        const TVimbraIfaceIp wanted = body.tIfaceIp;
+        Iface(name).Add(wanted);
+        ours_.Note(OwnOf(name, wanted));
         return {0};
     }
 
@@ -349,7 +350,9 @@ class AddressService : public Service {
 
     // What was there already and stays is whose it was.
     wire::PlainResult Set(const wire::IfaceAllIpBody& body) {
-        const std::vector<TVimbraIfaceIp> wanted = WantedOf(body.tIfaceAllIp, body.wSinFamily);
+        // Of a packed record: what is referred to has to lie where its type wants it.
+        const TVimbraIfaceAllIp list = body.tIfaceAllIp;
+        const std::vector<TVimbraIfaceIp> wanted = WantedOf(list, body.wSinFamily);
         const std::string name = NameOf(body.achIfaceName);
         Iface iface(name);
         Replacement replacement(iface, body.wSinFamily);
