@@ -33,6 +33,16 @@ std::string SocketOf(const std::string& name, u16 family) {
     return std::string(socket) + "_" + name;
 }
 
+// As no report could have been, it is none of ours.
+TVimbraDhcpcAddrInfo LeaseOf(const std::string& text, u16 family) {
+    const auto lease = RecordFromText<TVimbraDhcpcAddrInfo>(text);
+    if (lease.tIpAddrs.wSinFamily != family || lease.tGateWay.wSinFamily != family ||
+        lease.dwDnsNum > VIMBRA_DHCPC_DNS_MAX) {
+        throw Refusal(EINVAL, "no lease");
+    }
+    return lease;
+}
+
 }  // namespace
 
 LeaseClient::LeaseClient(const Context& context, std::string name, u16 family,
@@ -69,7 +79,7 @@ void LeaseClient::Restore(const Json& state) {
         Restart();
         return;
     }
-    lease_ = RecordFromText<TVimbraDhcpcAddrInfo>(state.at("lease").get<std::string>());
+    lease_ = LeaseOf(state.at("lease").get<std::string>(), family_);
     leaseEnd_ = state.at("lease_end").get<u64>();
     hasLease_ = true;
     takenUp_ = true;

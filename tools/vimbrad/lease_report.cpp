@@ -23,15 +23,19 @@ u32 PrefixOfClass(const TVimbraAddr& address) {
 
 }  // namespace
 
+void LeaseReport::Clear() {
+    lease_ = {};
+    lease_.tGateWay.wSinFamily = family_;
+    iface_.copy(lease_.achDevName, sizeof(lease_.achDevName));
+}
+
 bool LeaseReport::Take(std::string_view line) {
     const size_t space = std::min(line.find(' '), line.size());
     const std::string_view key = line.substr(1, space - 1);
     const std::string_view value = line.substr(std::min(space + 1, line.size()));
     if (key == "event") {
         event_ = value;
-        lease_ = {};
-        lease_.tGateWay.wSinFamily = family_;
-        iface_.copy(lease_.achDevName, sizeof(lease_.achDevName));
+        Clear();
     } else if (key == "ip") {
         lease_.tIpAddrs = AddressOf(family_, value);
     } else if (key == "mask") {

@@ -12,7 +12,9 @@ namespace vimbrad {
 
 class LeaseReport {
  public:
-    LeaseReport(std::string iface, u16 family) : iface_(std::move(iface)), family_(family) {}
+    LeaseReport(std::string iface, u16 family) : iface_(std::move(iface)), family_(family) {
+        Clear();
+    }
 
     // Without the mark a line is the program's own.
     static bool Speaks(std::string_view line) { return line.starts_with('@'); }
@@ -24,6 +26,8 @@ class LeaseReport {
     const TVimbraDhcpcAddrInfo& Lease() const { return lease_; }
 
  private:
+    void Clear();
+
     std::string iface_;
     u16 family_;
     std::string event_;

@@ -112,11 +112,19 @@ void LeaseSettings::Restore(const Json& state) {
         address_ = RecordFromText<TVimbraIfaceIp>(state.at("address").get<std::string>());
     }
     if (state.contains("gateway")) {
-        gateway_ = RecordFromText<TVimbraAddr>(state.at("gateway").get<std::string>());
+        gateway_ = AddressFrom(state.at("gateway"));
     }
     for (const Json& each : state.at("servers")) {
-        servers_.push_back(RecordFromText<TVimbraAddr>(each.get<std::string>()));
+        servers_.push_back(AddressFrom(each));
     }
+}
+
+TVimbraAddr LeaseSettings::AddressFrom(const Json& state) const {
+    const auto address = RecordFromText<TVimbraAddr>(state.get<std::string>());
+    if (address.wSinFamily != family_) {
+        throw Refusal(EINVAL, "an address of another family");
+    }
+    return address;
 }
 
 template <class Body>

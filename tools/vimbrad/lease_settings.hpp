@@ -39,6 +39,7 @@ class LeaseSettings {
     void RemoveGateway();
     void SetServers(const std::vector<TVimbraAddr>& servers);
     void RemoveServers();
+    TVimbraAddr AddressFrom(const Json& state) const;
     void TakeServersOut(const std::vector<TVimbraAddr>& servers);
 
     const Context& context_;

@@ -59,7 +59,8 @@ Link Netlink::FindLink(const std::string& name) {
         throw Refusal(ENODEV, "no interface " + name);
     }
     rtnl_link* raw = nullptr;
-    if (rtnl_link_get_kernel(socket_.get(), 0, name.c_str(), &raw) < 0) {
+    // No error and no interface is what an answer that tells of neither becomes.
+    if (rtnl_link_get_kernel(socket_.get(), 0, name.c_str(), &raw) < 0 || raw == nullptr) {
         throw Refusal(ENODEV, "no interface " + name);
     }
     return Link(raw);

@@ -20,6 +20,9 @@ namespace {
 constexpr int kAnswer = 5;
 // A chronyd that still runs then never ends.
 constexpr u64 kHangMs = 10'000;
+// A hundred years: whoever says more, or that it is no number, knows no time.
+constexpr double kSecondsMax = 100 * 365.0 * 86'400;
+
 }  // namespace
 
 int NtpWayError(const TVimbraAddr& server) {
@@ -72,7 +75,8 @@ void NtpQuestion::TakeLine(std::string_view line) {
     if (const size_t at = line.find(kWrongBy); at != line.npos) {
         double seconds = 0;
         const char* number = line.data() + at + kWrongBy.size();
-        if (std::from_chars(number, line.data() + line.size(), seconds).ec == std::errc()) {
+        if (std::from_chars(number, line.data() + line.size(), seconds).ec == std::errc() &&
+            std::abs(seconds) <= kSecondsMax) {
             offset_ = std::llround(seconds * kMicroseconds);
         }
     }

@@ -8,6 +8,7 @@
 
 #include "log.hpp"
 #include "monitor.hpp"
+#include "plain_json.hpp"
 
 namespace vimbrad {
 namespace {
@@ -21,7 +22,7 @@ constexpr u64 kSilentMs = 30'000;
 constexpr size_t kUntoldMax = 1024;
 
 bool IsWishToLookOn(const std::string& line) {
-    const Json question = Json::parse(line, nullptr, false);
+    const Json question = ParsePlainJson(line);
     return question.is_object() && question.value("ask", Json()) == "monitor";
 }
 
@@ -201,7 +202,7 @@ Operators::~Operators() = default;
 
 std::string Operators::AnswerTo(std::string_view line) const {
     try {
-        const Json question = Json::parse(line, nullptr, false);
+        const Json question = ParsePlainJson(line);
         if (!question.is_object()) {
             throw Refusal(EINVAL, "no question");
         }

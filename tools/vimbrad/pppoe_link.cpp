@@ -81,6 +81,15 @@ wire::PppoeStartBody StartOf(const Json& saved) {
     return RecordFromText<wire::PppoeStartBody>(saved.at("start").get<std::string>());
 }
 
+TVimbraPppoeAddr AddressesFrom(const Json& saved) {
+    const auto addresses = RecordFromText<TVimbraPppoeAddr>(saved.get<std::string>());
+    for (const TVimbraAddr& each : {addresses.tOurIpaddr, addresses.tPeerIpAddr,
+                                    addresses.tDnsServer1, addresses.tDnsServer2}) {
+        CheckOneFamily(each.wSinFamily);
+    }
+    return addresses;
+}
+
 const char* SocketOf(u16 family) {
     return family == VIMBRA_FAMILY_IPV4 ? wire::kPppoeSocketIpv4 : wire::kPppoeSocketIpv6;
 }
@@ -110,9 +119,10 @@ PppoeLink::PppoeLink(const Context& context, const Json& saved)
       files_(context.runDir, saved.at("directory").get<std::string>()),
       notifier_(context.loop, SocketOf(family_), [] {}),
       timer_(MakeTimer(context.loop, this)) {
+    CheckFamily(family_);
     pppd_ = std::make_unique<KeptProgram>(context, files_, saved.at("pid").get<pid_t>(), Events());
     for (const Json& each : saved.at("addresses")) {
-        TakeAddresses(RecordFromText<TVimbraPppoeAddr>(each.get<std::string>()));
+        TakeAddresses(AddressesFrom(each));
     }
 }
 

@@ -15,14 +15,26 @@
 
 namespace vimbrad {
 
-PrivateDir::PrivateDir(const RunDirectory& parent) : path_(parent.PathOf("files.XXXXXX")) {
+namespace {
+
+constexpr char kPrefix[] = "files.";
+
+}  // namespace
+
+PrivateDir::PrivateDir(const RunDirectory& parent)
+    : path_(parent.PathOf(std::string(kPrefix) + "XXXXXX")) {
     if (mkdtemp(path_.data()) == nullptr) {
         throw Refusal(errno, path_ + ": " + std::strerror(errno));
     }
 }
 
 PrivateDir::PrivateDir(const RunDirectory& parent, const std::string& name)
-    : path_(parent.PathOf(name)) {}
+    : path_(parent.PathOf(name)) {
+    // It is going to be removed with all that it holds.
+    if (!name.starts_with(kPrefix) || name.find('/') != name.npos) {
+        throw Refusal(EINVAL, name + " is no directory of ours");
+    }
+}
 
 PrivateDir::~PrivateDir() {
     if (!left_) {

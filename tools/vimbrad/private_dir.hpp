@@ -17,7 +17,7 @@ class PrivateDir {
  public:
     // Throws Refusal.
     explicit PrivateDir(const RunDirectory& parent);
-    // One that an earlier life left.
+    // One that an earlier life left. Throws Refusal for a name that it could not have given.
     PrivateDir(const RunDirectory& parent, const std::string& name);
     ~PrivateDir();
     PrivateDir(const PrivateDir&) = delete;

@@ -8,6 +8,7 @@
 
 #include "child.hpp"
 #include "log.hpp"
+#include "plain_json.hpp"
 
 namespace vimbrad {
 namespace {
@@ -80,7 +81,7 @@ Json ReadChecked(const RunDirectory& runDir) {
     if (text.empty()) {
         return nullptr;
     }
-    Json state = Json::parse(text, nullptr, false);
+    Json state = ParsePlainJson(text);
     if (!state.is_object() || state.value("format", 0) != kFormat) {
         LogWarning("the state of an earlier life cannot be read: forgotten");
         return nullptr;

@@ -52,7 +52,7 @@ class DhcpClientService : public Service {
     }
     void Restore(const Json& state) override {
         for (const Json& each : state.value("dhcp_clients", Json::array())) {
-            Revive(each).Restore(each);
+            Revive(each);
         }
     }
     void Forget(const Json& state) override {
@@ -116,14 +116,16 @@ class DhcpClientService : public Service {
         });
     }
 
-    // The client of an earlier life, made anew.
-    LeaseClient& Revive(const Json& state) {
+    // The client of an earlier life, made anew. One that cannot know its lease is none.
+    void Revive(const Json& state) {
         if (!files_) {
             files_.emplace(context_.runDir);
         }
         const Key key{state.at("interface").get<std::string>(), state.at("family").get<u16>()};
         CheckOneFamily(key.second);
-        return *(clients_[key] = MakeClient(key));
+        auto client = MakeClient(key);
+        client->Restore(state);
+        clients_[key] = std::move(client);
     }
 
     void RenewIfItRuns(const Key& key) {

@@ -249,7 +249,7 @@ class DhcpServerService : public Service {
         for (const Json& each : state.value("dhcp_servers", Json::array())) {
             const auto body = RecordFromText<wire::DhcpsStartBody>(each.get<std::string>());
             try {
-                Run(NameOf(body.achIfaceName), body.tDhcpsInfo, std::nullopt);
+                Run(NameOf(body.achIfaceName), PoolOf(body), std::nullopt);
             } catch (const Refusal& refusal) {
                 LogWarning("DHCP server on %s: not taken up: %s", NameOf(body.achIfaceName).c_str(),
                            refusal.what());
@@ -276,13 +276,18 @@ class DhcpServerService : public Service {
         }
     }
 
-    // A server that runs makes room for one with the new pool.
-    void Start(const wire::DhcpsStartBody& body, const Answer<wire::PlainResult>& answer) {
+    static TVimbraDhcpsInfo PoolOf(const wire::DhcpsStartBody& body) {
         CheckIsIpv4(body.wSinFamily);
         const TVimbraDhcpsInfo pool = body.tDhcpsInfo;
         CheckPool(pool);
+        Netlink().FindLink(NameOf(body.achIfaceName));
+        return pool;
+    }
+
+    // A server that runs makes room for one with the new pool.
+    void Start(const wire::DhcpsStartBody& body, const Answer<wire::PlainResult>& answer) {
+        const TVimbraDhcpsInfo pool = PoolOf(body);
         const std::string name = NameOf(body.achIfaceName);
-        Netlink().FindLink(name);
         StopThen([&name](const std::string& each) { return each == name; },
                  [this, name, pool, answer] {
                      try {

@@ -107,8 +107,10 @@ class GatewayService : public Service {
     void Restore(const Json& state) override {
         ours_.Restore(state.value("gateways", Json::array()));
         if (state.contains("priority")) {
-            priority_ =
+            const auto priority =
                 RecordFromText<TVimbraNetworkPrioInfo>(state.at("priority").get<std::string>());
+            CheckPriority(priority);
+            priority_ = priority;
         }
     }
     void TakeBack() override { ours_.TakeBack(DeleteOwn); }

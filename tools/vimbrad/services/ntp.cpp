@@ -233,13 +233,14 @@ class NtpService : public Service {
     // A client that runs makes room for the new one, unless that cannot be had.
     PlainResult Start(const wire::NtpcStartBody& body) {
         Family& family = families_.Of(body.wSinFamily);
-        const TVimbraAddr server = ServerOf(body.tServerIp);
+        const TVimbraAddr named = body.tServerIp;
+        const TVimbraAddr server = ServerOf(named);
         if (server.wSinFamily != body.wSinFamily) {
             throw Refusal(EINVAL, "a server of another family");
         }
         family.notifier.Clear();
-        family.client =
-            std::make_unique<Client>(context_, server, body.dwSyncTimeInterval, family.notifier);
+        family.client = std::make_unique<Client>(context_, server, u32{body.dwSyncTimeInterval},
+                                                 family.notifier);
         family.wish = body;
         return {0};
     }

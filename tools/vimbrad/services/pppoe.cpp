@@ -129,18 +129,20 @@ class PppoeService : public Service {
     void DialLost(const Json& saved) {
         const auto body =
             RecordFromText<wire::PppoeStartBody>(saved.at("start").get<std::string>());
-        if (links_.contains(body.wSinFamily)) {
+        const u16 family = body.wSinFamily;
+        CheckFamily(family);
+        if (std::ranges::any_of(
+                links_, [family](const auto& each) { return Overlap(each.first, family); })) {
             return;
         }
         try {
-            Run(body.wSinFamily, body.tConfig);
+            Run(family, body.tConfig);
         } catch (const Refusal& refusal) {
-            LogWarning("PPPoE link for %s: not taken up: %s", FamilyTitle(body.wSinFamily),
-                       refusal.what());
+            LogWarning("PPPoE link for %s: not taken up: %s", FamilyTitle(family), refusal.what());
             return;
         }
         if (saved.value("up", false)) {
-            links_.at(body.wSinFamily)->TellLost();
+            links_.at(family)->TellLost();
         }
     }
 
