@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """Gives every header the include guard that its path says; with --check only tells which have another.
 
-src/lib/fd.hpp is guarded by VIMBRA_LIB_FD_HPP, what is included as <vimbra/log.h> by VIMBRA_LOG_H. Words
-that a name takes over from its folder stand once: src/api/api_web/web_wire.hpp is guarded by
-VIMBRA_API_WEB_WIRE_HPP.
+src/lib/fd.hpp is guarded by VIMBRA_LIB_FD_HPP, what is included as <vimbra/log.h> by VIMBRA_LOG_H, and as
+<vimbra-test/fake.h> by VIMBRA_TEST_FAKE_H. Words that a name takes over from its folder stand once:
+src/api/api_web/web_wire.hpp is guarded by VIMBRA_API_WEB_WIRE_HPP.
 """
 import pathlib
 import re
@@ -17,6 +17,7 @@ END = re.compile(r"\n#endif[^\n]*\n*\Z")
 
 def guard_of(name):
     path = name.removeprefix("src/").replace("include/vimbra/", "")
+    path = re.sub(r".*include/vimbra-", "", path)
     words = []
     for part in path.upper().split("/"):
         added = re.split(r"\W|_", part)
