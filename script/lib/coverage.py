@@ -83,9 +83,10 @@ class Comparison:
         for key, entry in self.entries.items():
             if key not in self.untaken:
                 self.findings.append(f"{entry}: listed, but not in the source")
-            elif self.untaken[key] != [entry.untaken, entry.branches]:
+            elif self.untaken[key][0] != entry.untaken:
+                missed, branches = self.untaken[key]
                 self.findings.append(f"{entry}: listed with {entry.untaken} of {entry.branches}, "
-                                     "found {} of {} not taken".format(*self.untaken[key]))
+                                     f"found {missed} of {branches} not taken")
 
 
 def main():
