@@ -229,6 +229,110 @@ std::vector<Operation> Interfaces() {
     };
 }
 
+std::vector<Operation> Threads() {
+    return {
+        {.name = "ThreadSpawn",
+         .call = [] { return Begin(ThreadSpawn); },
+         .undo = Join,
+         .others = {1}},
+        {.name = "ThreadSpawnDeatched",
+         .call = [] { return Begin(ThreadSpawnDeatched); },
+         .others = {1}},
+        {"ThreadYield", Done(ThreadYield)},
+        {"ThreadWait",
+         [] {
+             const long result = ThreadWait(g_thread) == nullptr ? 0 : 1;
+             g_thread = 0;
+             return result;
+         },
+         SpawnShort, Join},
+        {"ThreadKill", [] { return ThreadKill(g_thread); }, Spawn, EndAndJoin},
+        {"ThreadDetach", [] { return ThreadDetach(g_thread); }, Spawn, EndAndDetach},
+        {"ThreadDelay", Done([] { ThreadDelay(1); })},
+        {"ThreadGetId", [] { return ThreadGetId() != 0 ? 0 : 1; }},
+        {.name = "ThreadGetPriority",
+         .call = [] { return ThreadGetPriority(g_thread); },
+         .prepare = Spawn,
+         .undo = EndAndJoin,
+         .others = {-1}},
+        {.name = "ThreadSuspend", .call = [] { return ThreadSuspend(pthread_self()); }, .good = -1},
+        {.name = "ThreadResume", .call = [] { return ThreadResume(pthread_self()); }, .good = -1},
+        {.name = "ThreadAdjustPriority",
+         .call = [] { return ThreadAdjustPriority(pthread_self(), 1); },
+         .good = -1},
+        {"ThreadSetCleanup", Done([] { ThreadSetCleanup(pthread_self(), nullptr, nullptr); })},
+        {"ThreadSigBlock", Done([] { ThreadSigBlock(SIGUSR2); })},
+        {"ThreadSigUnblock", Done([] { ThreadSigUnblock(SIGUSR2); })},
+        {"ThreadSigBlockall", Done([] { ThreadSigBlockall(); })},
+    };
+}
+
+std::vector<Operation> Semaphores() {
+    return {
+        {"set_semvalue", [] { return set_semvalue(g_semaphore); }, MakeSemaphore, RemoveSemaphore},
+        {"del_semvalue", [] { return del_semvalue(g_semaphore); }, MakeSemaphore, RemoveSemaphore},
+        {"semaphore_p", [] { return semaphore_p(g_semaphore); }, MakeSemaphore, RemoveSemaphore},
+        {"semaphore_v", [] { return semaphore_v(g_semaphore); }, Taken, RemoveSemaphore},
+        {.name = "CreateMsgQueue", .call = [] { return CreateMsgQueue(1, 0); }, .good = -1},
+        {.name = "DestroyMsgQueue", .call = [] { return DestroyMsgQueue(1); }, .good = 0},
+        {.name = "RecvFromQueue",
+         .call = [] { return RecvFromQueue(1, 1, g_text, 1, 0); },
+         .good = 0},
+        {.name = "SendtoQueue", .call = [] { return SendtoQueue(1, 1, g_text, 1, 0); }, .good = 0},
+        {.name = "IpcSendMsgToQueue",
+         .call = [] { return IpcSendMsgToQueue(1, 1, 1, g_text, 1, 0); },
+         .good = -1},
+    };
+}
+
+std::vector<Operation> Queues() {
+    std::vector<Operation> all = {
+        {.name = "queue_create",
+         .call =
+             [] {
+                 g_queue = nullptr;
+                 g_queue = queue_create();
+                 return g_queue != nullptr ? 0 : 1;
+             },
+         .undo = DestroyQueue,
+         .lenient = "without memory the process ends"},
+        {"queue_empty", [] { return queue_empty(g_queue) - 1; }, MakeQueue, DestroyQueue},
+        {"queue_enqueue", Done([] { queue_enqueue(Entry(), g_queue); }), MakeQueue, DestroyQueue},
+        {"queue_dequeue",
+         [] {
+             queue_entry_t entry = queue_dequeue(g_queue);
+             free(entry);
+             return entry != nullptr ? 0 : 1;
+         },
+         [] {
+             MakeQueue();
+             queue_enqueue(Entry(), g_queue);
+         },
+         DestroyQueue},
+        {"queue_destroy", Done([] { queue_destroy(g_queue); }), MakeQueue},
+        {.name = "vimbra_g_list_append",
+         .call =
+             [] {
+                 GList* const list = vimbra_g_list_append(g_list, &g_data);
+                 const bool isThere = list != nullptr;
+                 g_list = list;
+                 return isThere ? 0 : 1;
+             },
+         .others = {1}},
+        {"vimbra_g_list_remove",
+         [] {
+             g_list = vimbra_g_list_remove(g_list, &g_data);
+             return 0;
+         },
+         [] { g_list = vimbra_g_list_append(g_list, &g_data); }},
+        {"vimbra_g_list_first", [] { return vimbra_g_list_first(nullptr) == nullptr ? 0 : 1; }},
+    };
+    for (const Operation& operation : Semaphores()) {
+        all.push_back(operation);
+    }
+    return all;
+}
+
 }  // namespace
 
 std::vector<Operation> CoreOperations() {
@@ -284,93 +388,11 @@ std::vector<Operation> IpcOperations() {
 }
 
 std::vector<Operation> ThreadOperations() {
-    return {
-        {.name = "ThreadSpawn",
-         .call = [] { return Begin(ThreadSpawn); },
-         .undo = Join,
-         .others = {1}},
-        {.name = "ThreadSpawnDeatched",
-         .call = [] { return Begin(ThreadSpawnDeatched); },
-         .others = {1}},
-        {"ThreadYield", Done(ThreadYield)},
-        {"ThreadWait",
-         [] {
-             const long result = ThreadWait(g_thread) == nullptr ? 0 : 1;
-             g_thread = 0;
-             return result;
-         },
-         SpawnShort, Join},
-        {"ThreadKill", [] { return ThreadKill(g_thread); }, Spawn, EndAndJoin},
-        {"ThreadDetach", [] { return ThreadDetach(g_thread); }, Spawn, EndAndDetach},
-        {"ThreadDelay", Done([] { ThreadDelay(1); })},
-        {"ThreadGetId", [] { return ThreadGetId() != 0 ? 0 : 1; }},
-        {.name = "ThreadGetPriority",
-         .call = [] { return ThreadGetPriority(g_thread); },
-         .prepare = Spawn,
-         .undo = EndAndJoin,
-         .others = {-1}},
-        {.name = "ThreadSuspend", .call = [] { return ThreadSuspend(pthread_self()); }, .good = -1},
-        {.name = "ThreadResume", .call = [] { return ThreadResume(pthread_self()); }, .good = -1},
-        {.name = "ThreadAdjustPriority",
-         .call = [] { return ThreadAdjustPriority(pthread_self(), 1); },
-         .good = -1},
-        {"ThreadSetCleanup", Done([] { ThreadSetCleanup(pthread_self(), nullptr, nullptr); })},
-        {"ThreadSigBlock", Done([] { ThreadSigBlock(SIGUSR2); })},
-        {"ThreadSigUnblock", Done([] { ThreadSigUnblock(SIGUSR2); })},
-        {"ThreadSigBlockall", Done([] { ThreadSigBlockall(); })},
-        {.name = "queue_create",
-         .call =
-             [] {
-                 g_queue = nullptr;
-                 g_queue = queue_create();
-                 return g_queue != nullptr ? 0 : 1;
-             },
-         .undo = DestroyQueue,
-         .lenient = "without memory the process ends"},
-        {"queue_empty", [] { return queue_empty(g_queue) - 1; }, MakeQueue, DestroyQueue},
-        {"queue_enqueue", Done([] { queue_enqueue(Entry(), g_queue); }), MakeQueue, DestroyQueue},
-        {"queue_dequeue",
-         [] {
-             queue_entry_t entry = queue_dequeue(g_queue);
-             free(entry);
-             return entry != nullptr ? 0 : 1;
-         },
-         [] {
-             MakeQueue();
-             queue_enqueue(Entry(), g_queue);
-         },
-         DestroyQueue},
-        {"queue_destroy", Done([] { queue_destroy(g_queue); }), MakeQueue},
-        {.name = "vimbra_g_list_append",
-         .call =
-             [] {
-                 GList* const list = vimbra_g_list_append(g_list, &g_data);
-                 const bool isThere = list != nullptr;
-                 g_list = list;
-                 return isThere ? 0 : 1;
-             },
-         .others = {1}},
-        {"vimbra_g_list_remove",
-         [] {
-             g_list = vimbra_g_list_remove(g_list, &g_data);
-             return 0;
-         },
-         [] { g_list = vimbra_g_list_append(g_list, &g_data); }},
-        {"vimbra_g_list_first", [] { return vimbra_g_list_first(nullptr) == nullptr ? 0 : 1; }},
-        {"set_semvalue", [] { return set_semvalue(g_semaphore); }, MakeSemaphore, RemoveSemaphore},
-        {"del_semvalue", [] { return del_semvalue(g_semaphore); }, MakeSemaphore, RemoveSemaphore},
-        {"semaphore_p", [] { return semaphore_p(g_semaphore); }, MakeSemaphore, RemoveSemaphore},
-        {"semaphore_v", [] { return semaphore_v(g_semaphore); }, Taken, RemoveSemaphore},
-        {.name = "CreateMsgQueue", .call = [] { return CreateMsgQueue(1, 0); }, .good = -1},
-        {.name = "DestroyMsgQueue", .call = [] { return DestroyMsgQueue(1); }, .good = 0},
-        {.name = "RecvFromQueue",
-         .call = [] { return RecvFromQueue(1, 1, g_text, 1, 0); },
-         .good = 0},
-        {.name = "SendtoQueue", .call = [] { return SendtoQueue(1, 1, g_text, 1, 0); }, .good = 0},
-        {.name = "IpcSendMsgToQueue",
-         .call = [] { return IpcSendMsgToQueue(1, 1, 1, g_text, 1, 0); },
-         .good = -1},
-    };
+    std::vector<Operation> all = Threads();
+    for (const Operation& operation : Queues()) {
+        all.push_back(operation);
+    }
+    return all;
 }
 
 }  // namespace vimbra::tests::torture

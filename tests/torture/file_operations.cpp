@@ -97,9 +97,41 @@ long Close(FILE* stream) {
 
 }  // namespace
 
+namespace {
+
+std::vector<Operation> AccountHelpers() {
+    return {
+        {"crypt_make_pw_salt", [] { return crypt_make_pw_salt(g_salt, "md5") != nullptr ? 0 : 1; }},
+        {"crypt_make_salt", [] { return crypt_make_salt(g_salt, 4) != 0 ? 0 : 1; }},
+        {"i64c", [] { return i64c(0) - '.'; }},
+        {"monotonic_us", [] { return monotonic_us() > 0 ? 0 : 1; }},
+        {.name = "open_config_file",
+         .call = [] { return Close(open_config_file("r")); },
+         .prepare = Files,
+         .others = {1}},
+        {.name = "OpenConfigFile",
+         .call = [] { return Close(OpenConfigFile("r")); },
+         .prepare = Files,
+         .others = {1}},
+        {.name = "GetRootUser",
+         .call =
+             [] {
+                 char* name = GetRootUser();
+                 const bool isRoot = name != nullptr && strcmp(name, "root") == 0;
+                 Injector::GiveBack(name);
+                 free(name);
+                 return isRoot ? 0 : 1;
+             },
+         .prepare = Files,
+         .others = {1}},
+    };
+}
+
+}  // namespace
+
 std::vector<Operation> AccountOperations() {
     constexpr char kFiller[] = "a login that is not there and one that cannot be read are the same";
-    return {
+    std::vector<Operation> all = {
         {"VimbraAddNetUser", [] { return VimbraAddNetUser(g_new, g_password); }, Files},
         {"NetAddNetUser", [] { return NetAddNetUser(g_new, g_password); }, Files},
         {"NetAddNetCommonUser", [] { return NetAddNetCommonUser(g_new, g_password); }, Files},
@@ -127,30 +159,11 @@ std::vector<Operation> AccountOperations() {
          .call = [] { return ChangeNetServiceOwner(g_guest); },
          .prepare = FilesElsewhere,
          .elsewhere = {{kInetdElsewhere, "a b c d guest /f g\n\n"}}},
-        {"crypt_make_pw_salt", [] { return crypt_make_pw_salt(g_salt, "md5") != nullptr ? 0 : 1; }},
-        {"crypt_make_salt", [] { return crypt_make_salt(g_salt, 4) != 0 ? 0 : 1; }},
-        {"i64c", [] { return i64c(0) - '.'; }},
-        {"monotonic_us", [] { return monotonic_us() > 0 ? 0 : 1; }},
-        {.name = "open_config_file",
-         .call = [] { return Close(open_config_file("r")); },
-         .prepare = Files,
-         .others = {1}},
-        {.name = "OpenConfigFile",
-         .call = [] { return Close(OpenConfigFile("r")); },
-         .prepare = Files,
-         .others = {1}},
-        {.name = "GetRootUser",
-         .call =
-             [] {
-                 char* name = GetRootUser();
-                 const bool isRoot = name != nullptr && strcmp(name, "root") == 0;
-                 Injector::GiveBack(name);
-                 free(name);
-                 return isRoot ? 0 : 1;
-             },
-         .prepare = Files,
-         .others = {1}},
     };
+    for (const Operation& operation : AccountHelpers()) {
+        all.push_back(operation);
+    }
+    return all;
 }
 
 std::vector<Operation> DnsOperations() {

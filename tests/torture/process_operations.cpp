@@ -33,8 +33,32 @@ void Processes() {
 
 }  // namespace
 
-std::vector<Operation> ProcessOperations() {
+namespace {
+
+std::vector<Operation> Searches() {
     return {
+        {.name = "GetServicePid",
+         .call = [] { return GetServicePid(g_proc, g_daemon); },
+         .prepare = Processes,
+         .good = kNumber},
+        {.name = "GetServicePidFromCmdline",
+         .call = [] { return GetServicePidFromCmdline(g_proc, g_daemon, g_word); },
+         .prepare = Processes,
+         .good = kNumber},
+        {.name = "GetServicePidFromCmdline2",
+         .call = [] { return GetServicePidFromCmdline2(g_proc, g_daemon, g_word, g_except); },
+         .prepare = Processes,
+         .good = kNumber},
+        {.name = "CheckCmdByPid",
+         .call = [] { return CheckCmdByPid(getpid(), "torture"); },
+         .good = 1},
+    };
+}
+
+}  // namespace
+
+std::vector<Operation> ProcessOperations() {
+    std::vector<Operation> all = {
         {"VimbraExecShellProcess", [] { return VimbraExecShellProcess("true", g_argv, nullptr); }},
         {"VimbraExecShellPrcPipe",
          [] {
@@ -82,22 +106,11 @@ std::vector<Operation> ProcessOperations() {
              g_mask = Word("255.255.255.0");
              return MaskConvertIpv4(&g_mask, &g_bits, 0);
          }},
-        {.name = "GetServicePid",
-         .call = [] { return GetServicePid(g_proc, g_daemon); },
-         .prepare = Processes,
-         .good = kNumber},
-        {.name = "GetServicePidFromCmdline",
-         .call = [] { return GetServicePidFromCmdline(g_proc, g_daemon, g_word); },
-         .prepare = Processes,
-         .good = kNumber},
-        {.name = "GetServicePidFromCmdline2",
-         .call = [] { return GetServicePidFromCmdline2(g_proc, g_daemon, g_word, g_except); },
-         .prepare = Processes,
-         .good = kNumber},
-        {.name = "CheckCmdByPid",
-         .call = [] { return CheckCmdByPid(getpid(), "torture"); },
-         .good = 1},
     };
+    for (const Operation& operation : Searches()) {
+        all.push_back(operation);
+    }
+    return all;
 }
 
 }  // namespace vimbra::tests::torture
