@@ -19,6 +19,15 @@ import programs
 import roff
 from document import Page, first_sentence
 
+# The smaller programs: what they do, and where the rest is told.
+HELPERS = {
+    "vimbra-daemon-check": ("does a network daemon serve everything, and rightly",
+                            "vimbra-protocol(1), vimbrad(8)"),
+    "vimbra-fake": ("a network daemon by a script, for tests", "vimbra-sandbox(1), vimbra(7)"),
+    "vimbra-protocol": ("the protocol as Markdown, JSON or a dissector", "vimbra(7)"),
+    "vimbra-sandbox": ("runs a test in a machine of its own", "vimbra-fake(1)"),
+}
+
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 
 
@@ -66,6 +75,8 @@ def main():
     parser.add_argument("--date", default="")
     parser.add_argument("--vimbractl")
     parser.add_argument("--vimbrad")
+    for name in HELPERS:
+        parser.add_argument(f"--{name}")
     options = parser.parse_args()
 
     pages = [headers.read(path, options.version)
@@ -78,6 +89,10 @@ def main():
     if options.vimbrad:
         everything.append(programs.vimbrad(shlex.split(options.vimbrad),
                                            ROOT / "tools/vimbrad/README.md"))
+
+    for name, (summary, also) in HELPERS.items():
+        if program := getattr(options, name.replace("-", "_")):
+            everything.append(programs.helper(shlex.split(program), name, summary, also))
 
     reference = browser.Writer(everything, options.version)
     (options.out / "html").mkdir(parents=True, exist_ok=True)

@@ -96,6 +96,17 @@ def vimbrad(program, readme):
     return Page("vimbrad", 8, "network daemon that serves applications of libvimbra", blocks)
 
 
+def helper(program, name, summary, also):
+    """A program whose help text is its whole manual."""
+    text = subprocess.run([*program, "--help"], check=False, capture_output=True, text=True,
+                          env={"NO_COLOR": "1", "LC_ALL": "C"})
+    told = (text.stdout or text.stderr).strip().replace(program[-1], name)
+    blocks = [("heading", 1, "SYNOPSIS"), ("code", f"{name} --help"),
+              ("heading", 1, "DESCRIPTION"), ("code", told),
+              ("heading", 1, "SEE ALSO"), ("text", also)]
+    return Page(name, 1, summary, blocks)
+
+
 def about_lines(text):
     """The option lines of a help text without headings."""
     return [line for line in text.split("\n") if re.match(r"  \s*(-\w|\S)|\s{10,}", line)]
