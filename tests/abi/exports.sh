@@ -48,3 +48,8 @@ awk '{
     fail "declared without VIMBRA_API"
 
 echo "$(wc -l <"$work/exported") symbols"
+
+# Debian's packages promise the same names.
+sed -n 's/^ \([A-Za-z_0-9]*\)@VIMBRA_2\.0 .*/\1/p' "$SOURCE/debian/libvimbra2.symbols" |
+    { grep -v '^VIMBRA_2$' || true; } | sort >"$work/promised"
+same "exported symbols and debian/libvimbra2.symbols" "$work/exported" "$work/promised"
