@@ -1,11 +1,24 @@
 #include "fake.hpp"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
 
 namespace testkit {
 namespace {
 
 using vimbra::bed::Answer;
+
+constexpr char kName[] = "api_daemon";
+constexpr char kHiddenName[] = "api_daemon.fake";
+
+std::string PathOf(const char* name) {
+    return std::string("/tmp/") + name;
+}
 
 vimbra::bed::Bytes BytesOf(const protocol::Bytes& bytes) {
     const auto* const begin = reinterpret_cast<const u8*>(bytes.data());
@@ -120,12 +133,20 @@ Reaction Script::Next(const protocol::Request& request) {
 }
 
 Fake::Fake(Script script, Seen seen) : script_(std::move(script)), seen_(std::move(seen)) {
-    daemon_.emplace();
+    if (vimbra::bed::HasListener(kName)) {
+        throw std::runtime_error(PathOf(kName) + " is served by somebody else");
+    }
+    // It knows its answers before anybody finds it.
+    daemon_.emplace(kHiddenName);
     daemon_->Default(Answer::By([this](const auto& request) { return React(request); }));
+    if (rename(PathOf(kHiddenName).c_str(), PathOf(kName).c_str()) != 0) {
+        throw std::runtime_error(PathOf(kName) + ": " + std::strerror(errno));
+    }
 }
 
 Fake::~Fake() {
     over_ = true;
+    unlink(PathOf(kName).c_str());
     daemon_.reset();  // nobody follows from now on
     for (std::thread& each : followers_) {
         each.join();
