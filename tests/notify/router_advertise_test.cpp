@@ -66,7 +66,7 @@ class RouterAdvertise : public Prepared {
     // Nothing is left of what ran.
     void ExpectLevel() const { level_.ExpectBack(); }
 
-    const Level level_;
+    const Level level_{};
 };
 
 TEST_F(RouterAdvertise, InitBuildsFourSlotsOnce) {

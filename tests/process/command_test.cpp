@@ -463,18 +463,18 @@ TEST(ExecShellPrcPipe, OutputIsCollectedWithoutStandardDescriptors) {
 // or for both.
 TEST(ExecShellPrcPipe, APipeNeedsOtherPlacesThanTheStandardOnes) {
     for (const int places : {0, 1}) {
-        static int s_places;
-        s_places = places;
+        static int chosen;
+        chosen = places;
         EXPECT_EQ(0, InChild([] {
-                      const int end = LowestFree() + s_places;
-                      LeaveDescriptors(s_places == 0 ? STDERR_FILENO + 1 : end);
+                      const int end = LowestFree() + chosen;
+                      LeaveDescriptors(chosen == 0 ? STDERR_FILENO + 1 : end);
                       if (Collect("exit 5").code != -1) {
                           return 1;
                       }
                       // Nothing is left of it.
                       return fcntl(STDIN_FILENO, F_GETFD) < 0 &&
                                      fcntl(STDOUT_FILENO, F_GETFD) < 0 &&
-                                     (s_places == 0 || fcntl(end - 1, F_GETFD) < 0)
+                                     (chosen == 0 || fcntl(end - 1, F_GETFD) < 0)
                                  ? 0
                                  : 2;
                   }))

@@ -58,8 +58,8 @@ constexpr Kind KindOf(std::string_view name) {
 template <class T>
 constexpr Field FieldOf(const char* name, const char* meaning, size_t offset) {
     using Element = std::remove_all_extents_t<T>;
-    constexpr Kind kind = KindOf<T>("");
-    const bool isWhole = kind == Kind::kText || kind == Kind::kBytes;
+    constexpr Kind kKind = KindOf<T>("");
+    const bool isWhole = kKind == Kind::kText || kKind == Kind::kBytes;
     Field field{name,
                 meaning,
                 KindOf<T>(name),
@@ -67,7 +67,7 @@ constexpr Field FieldOf(const char* name, const char* meaning, size_t offset) {
                 isWhole ? sizeof(T) : sizeof(Element),
                 isWhole ? 1 : sizeof(T) / sizeof(Element),
                 nullptr};
-    if constexpr (kind == Kind::kRecord) {
+    if constexpr (kKind == Kind::kRecord) {
         field.record = &RecordOf<Element>;
     }
     return field;
