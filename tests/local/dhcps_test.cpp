@@ -534,9 +534,17 @@ TEST_F(DhcpsWatch, TwoStartsTellTwice) {
     EXPECT_EQ(2u, g_told.Count());
 }
 
-TEST_F(DhcpsWatch, ANewCallbackReplacesTheOldForAll) {
+TEST_F(DhcpsWatch, WithoutACallbackNobodyIsTold) {
     Watch(nullptr);
     Write(LeaseFile(44));
+    EXPECT_TRUE(log_.WaitFor(Kind::kPrint, "deal_func_for_dhcps", "ip_total: 1"));
+    Remove(kLeases);
+    EXPECT_TRUE(WaitEnded());
+    EXPECT_TRUE(log_.HasNoTrouble());
+}
+
+TEST_F(DhcpsWatch, ANewCallbackReplacesTheOldForAll) {
+    Watch(nullptr);
     Watch(OnLeases);
     Watch(nullptr);
     Write(LeaseFile(44), 3);
