@@ -1,8 +1,9 @@
-// The editor of line files.
+// The editor of line files. Linked with -Wl,--wrap=pread.
 #include "lib/files/line_file.hpp"
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <vector>
 #include <vimbra/bed.hpp>
 
@@ -17,6 +18,24 @@ using bed::WriteFile;
 namespace {
 
 constexpr char kFile[] = "/tmp/file";
+
+// How long the file is from its next read on.
+std::optional<off_t> g_shrinksTo;
+
+}  // namespace
+
+extern "C" {
+ssize_t __real_pread(int fd, void* data, size_t size, off_t offset);
+ssize_t __wrap_pread(int fd, void* data, size_t size, off_t offset) {
+    if (g_shrinksTo) {
+        EXPECT_EQ(0, truncate(kFile, *g_shrinksTo));
+        g_shrinksTo.reset();
+    }
+    return __real_pread(fd, data, size, offset);
+}
+}
+
+namespace {
 
 std::vector<std::string> Lines(std::string_view content, size_t most = LineReader::kWhole) {
     LineReader reader;
@@ -79,6 +98,20 @@ TEST(LineFile, OnlyFilesOfASensibleSizeAreRead) {
     EXPECT_EQ(EINVAL, errno);
     EXPECT_FALSE(Loads("/tmp/missing"));
     EXPECT_EQ(ENOENT, errno);
+}
+
+TEST(LineFile, AFileThatShrinksMeanwhileIsReadToItsNewEnd) {
+    WriteFile(kFile, "one\ntwo\n");
+    for (const off_t length : {4, 0}) {
+        g_shrinksTo = length;
+        LineReader reader;
+        ASSERT_TRUE(reader.Load(OpenLines(kFile, Open::kRead)));
+        Texts lines;
+        for (std::string_view line; reader.Next(line);) {
+            lines.emplace_back(line);
+        }
+        EXPECT_EQ(length > 0 ? Texts{"one\n"} : Texts{}, lines);
+    }
 }
 
 bool Rewrites(const char* path, const LineNode* first, Filler filler = Filler::kComment) {

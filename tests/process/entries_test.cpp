@@ -24,7 +24,7 @@ dirent* __wrap_readdir(DIR* directory) {
         entry->d_type = DT_UNKNOWN;
         // One that goes before it is looked at.
         if (std::string_view(entry->d_name) == "7") {
-            unlink("/tmp/proc/7/cmdline");
+            unlink("/tmp/proc/7/status");
             rmdir("/tmp/proc/7");
         }
     }
@@ -37,13 +37,13 @@ namespace {
 TEST(UnknownEntries, AreLookedAtOneByOne) {
     char path[] = "/tmp/proc/";
     char service[] = "udhcpc";
-    bed::WriteFile("/tmp/proc/7/cmdline", "udhcpc");
-    EXPECT_EQ(7, GetServicePidFromCmdline(path, service, nullptr));
+    bed::WriteFile("/tmp/proc/7/status", "Name:\tudhcpc\n");
+    EXPECT_EQ(7, GetServicePid(path, service));
     g_isUnknown = true;
-    EXPECT_EQ(0, GetServicePidFromCmdline(path, service, nullptr));
+    EXPECT_EQ(0, GetServicePid(path, service));
     bed::WriteFile("/tmp/proc/8", "udhcpc");  // no directory
-    bed::WriteFile("/tmp/proc/9/cmdline", "udhcpc");
-    EXPECT_EQ(9, GetServicePidFromCmdline(path, service, nullptr));
+    bed::WriteFile("/tmp/proc/9/status", "Name:\tudhcpc\n");
+    EXPECT_EQ(9, GetServicePid(path, service));
 }
 
 }  // namespace
