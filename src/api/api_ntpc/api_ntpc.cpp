@@ -51,6 +51,7 @@ pthread_cond_t g_tEnded = PTHREAD_COND_INITIALIZER;
 
 constexpr key_t kSemaphoreKey = 7783;
 int ntpc_sem_id = -1;
+StartSemaphore g_tSemaphore(ntpc_sem_id);
 
 // With the lock held.
 Client* FamilyMapNtpcInfo(u16 wSinFamily) {
@@ -75,7 +76,7 @@ Client* AwaitClient(u16 family) {
 
 // From here the starter may go on.
 void BoundTo(Listener&, Bound) {
-    semaphore_v(ntpc_sem_id);
+    g_tSemaphore.Give();
 }
 
 Next TakeReport(Listener& listener, Message& message) {
@@ -174,6 +175,7 @@ void NtpcInit() {
 void vimbra::ForgetNtpClients() {
     g_tNtpcMutex = PTHREAD_MUTEX_INITIALIZER;
     g_tEnded = PTHREAD_COND_INITIALIZER;
+    g_tSemaphore.Forget();
     if (g_ptClients != nullptr) {
         ForgetFamilies(*g_ptClients);
     }
@@ -200,15 +202,16 @@ s32 VimbraNtpcStart(TVimbraAddr tServerIp, u32 dwSyncTimeInterval,
         return VIMBRA_ERR_GENERAL;
     }
     __atomic_store_n(&client->info.pfNtpcNotifyCallBack, ptCallBack, __ATOMIC_RELEASE);
-    TakeSemaphore(ntpc_sem_id);
+    g_tSemaphore.Take();
     if (!StartListener(IsIpv4(client->info) ? kIpv4 : kIpv6, client->listener,
                        {.argument = client, .handle = &client->info.tNtpcThreadID})) {
         // Kept: the semaphore stays taken; the test is Ntpc.SemaphoreStaysTakenWithoutThread.
+        g_tSemaphore.Forget();
         VLOG_ERROR("create ntpc callback thread failed!");
         return VIMBRA_ERR_GENERAL;
     }
-    TakeSemaphore(ntpc_sem_id);
-    semaphore_v(ntpc_sem_id);
+    g_tSemaphore.Take();
+    g_tSemaphore.Give();
     if (ApicNtpcStart(tServerIp, dwSyncTimeInterval) != VIMBRA_OK) {
         VLOG_ERROR("ntpc client start error!");
         EndListener(VIMBRA_HERE, *client);

@@ -26,6 +26,7 @@ constexpr key_t kQueueKey = 3328;
 
 pthread_mutex_t g_tTraceRtMutex = PTHREAD_MUTEX_INITIALIZER;
 int tracert_sem_id = -1;
+StartSemaphore g_tSemaphore(tracert_sem_id);
 
 using TraceSlot = Slot<TTraceRtInfo>;
 using Traces = Runs<TTraceRtInfo, g_tTraceRtMutex, ClearTraceRtInfo>;
@@ -41,7 +42,7 @@ constexpr RequestRule kRule = {
 
 // The starter, which waits for it, may go on: the socket is served, or never will be.
 void ReleaseStarter(Listener&, Bound) {
-    semaphore_v(tracert_sem_id);
+    g_tSemaphore.Give();
 }
 
 // Null when the trace was stopped. Records of other traces are taken too: all traces share one
@@ -97,16 +98,16 @@ TraceSlot* FindBusy(s32 nUserID) {
 // Starts the listener and waits until it serves its socket; one start at a time on the whole
 // machine. With the registry locked.
 bool StartBound(TraceSlot& slot) {
-    TakeSemaphore(tracert_sem_id);
+    g_tSemaphore.Take();
     if (!StartListener(kService, slot.listener,
                        {.argument = &slot, .handle = &slot.info.tThreadId})) {
         VLOG_ERROR_AT((CallSite{"VimbraTracerouteStart", __LINE__}),
                       "create traceroute callback thread failed!");
-        semaphore_v(tracert_sem_id);
+        g_tSemaphore.Give();
         return false;
     }
-    TakeSemaphore(tracert_sem_id);
-    semaphore_v(tracert_sem_id);
+    g_tSemaphore.Take();
+    g_tSemaphore.Give();
     return true;
 }
 
@@ -132,6 +133,7 @@ void ClearTraceRtInfo(TTraceRtInfo* ptTraceRtInfo) {
 
 void vimbra::ForgetTraces() {
     g_tTraceRtMutex = PTHREAD_MUTEX_INITIALIZER;
+    g_tSemaphore.Forget();
     ForgetSlots(g_ptApiTracerouteInfo, ClearUserRun<TTraceRtInfo>);
 }
 

@@ -54,7 +54,17 @@ int semaphore_v(int sem_id) {
     return Check(VIMBRA_HERE, Operate(sem_id, 1), "semaphore_v error", sem_id);
 }
 
-void vimbra::TakeSemaphore(int id) {
-    while (semaphore_p(id) != 0 && errno == EINTR) {
+void StartSemaphore::Take() {
+    while (!isHeld_) {
+        isHeld_ = semaphore_p(id_) == 0;
+        if (!isHeld_ && errno != EINTR) {
+            return;
+        }
+    }
+}
+
+void StartSemaphore::Give() {
+    if (isHeld_) {
+        isHeld_ = semaphore_v(id_) != 0;
     }
 }
