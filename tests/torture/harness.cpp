@@ -5,6 +5,7 @@
 #include <setjmp.h>
 #include <signal.h>
 #include <sys/mman.h>
+#include <sys/sem.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -141,6 +142,18 @@ std::string Uncut(const std::string& path, const std::string& before, const std:
         filler.front() = '\n';
     }
     return after + filler;
+}
+
+// Those that keep starts apart are free when none is under way: taken, the next start would wait for
+// ever, above one, two would pass at a time.
+std::string WrongSemaphore() {
+    for (const key_t key : {7783, 7784}) {
+        const int value = semctl(semget(key, 1, 0), 0, GETVAL);
+        if (value >= 0 && value != 1) {
+            return "semaphore " + std::to_string(key) + " is at " + std::to_string(value);
+        }
+    }
+    return "";
 }
 
 // Of a process; nothing for a good end.
@@ -424,6 +437,10 @@ class Bench {
         Expect(Call(), operation_.good, "the next call");
         Prove();
         Undo();
+        const std::string wrong = WrongSemaphore();
+        if (!wrong.empty()) {
+            Complain(shared_, wrong);
+        }
     }
 
     void Kill(const Injection& injection) const {

@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/sem.h>
 #include <unistd.h>
 #include <vimbra/ipc.h>
 
@@ -20,6 +21,7 @@ int torture_open(const char* path, int flags, ...);
 int torture_close(int fd);
 ssize_t torture_write(int fd, const void* data, size_t size);
 int torture_access(const char* path, int mode);
+int torture_semop(int id, sembuf* operations, size_t count);
 int torture_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
                            void* (*body)(void*), void* argument);
 }
@@ -116,6 +118,21 @@ long LeavesAThread() {
     return 0;
 }
 
+void MakeSemaphore() {
+    if (semget(7783, 1, 0) < 0) {
+        semctl(semget(7783, 1, IPC_CREAT | 0600), 0, SETVAL, 1);
+    }
+}
+
+long GivesBackWhatItHasNot() {
+    const int id = semget(7783, 1, 0);
+    sembuf take = {0, -1, 0};
+    sembuf give = {0, 1, 0};
+    torture_semop(id, &take, 1);
+    torture_semop(id, &give, 1);
+    return 0;
+}
+
 void MakeFile() {
     bed::WriteFile(kPath, "old\n");
 }
@@ -135,6 +152,8 @@ std::vector<Fault> Faults() {
         {{.name = "ever after", .call = FailsEverAfter, .others = {-1}}, "the next call gives -1"},
         {{.name = "cut first", .call = CutsFirst, .prepare = MakeFile, .others = {-1}},
          "has neither content"},
+        {{.name = "a semaphore", .call = GivesBackWhatItHasNot, .prepare = MakeSemaphore},
+         "semaphore 7783 is at 2"},
         {{.name = "a thread", .call = LeavesAThread, .others = {-1}}, "a thread"},
     };
 }
