@@ -1,4 +1,5 @@
-// A thread that ends while its handle is looked at. Linked with -Wl,--wrap=syscall.
+// Threads that end while their handles are looked at, or given away while they are waited for.
+// Linked with -Wl,--wrap=syscall and -Wl,--wrap=pthread_join.
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/syscall.h>
@@ -18,6 +19,8 @@ namespace {
 
 // Before the library asks the kernel whether a thread lives.
 std::function<void()>& g_onLook = *new std::function<void()>;
+// When the library has waited for a thread and has not taken note of it yet.
+std::function<void()>& g_onJoined = *new std::function<void()>;
 
 }  // namespace
 
@@ -34,6 +37,15 @@ long __wrap_syscall(long number, ...) {
         g_onLook();
     }
     return __real_syscall(number, first, second, third);
+}
+
+int __real_pthread_join(pthread_t thread, void** result);
+int __wrap_pthread_join(pthread_t thread, void** result) {
+    const int error = __real_pthread_join(thread, result);
+    if (g_onJoined) {
+        g_onJoined();
+    }
+    return error;
 }
 }
 
@@ -88,6 +100,37 @@ TEST(ThreadEnding, WhoEndsWhileHeIsLookedAtIsNobody) {
     EXPECT_EQ(1, looks);
     g_onLook = nullptr;
     pthread_join(next, nullptr);
+}
+
+TEST(ThreadEnding, HandleThatIsGivenAwayBeforeItsWaiterKnowsIsTheNextThreads) {
+    const pthread_t gone = ThreadSpawn(
+        g_name, [](void*) {}, nullptr, kStack, 0, 5);
+    Held held;
+    pthread_t next = 0;
+    g_onJoined = [&] {
+        next = ThreadSpawn(
+            g_name, [](void* param) { Held::Run(param); }, &held, kStack, 0, 5);
+    };
+    EXPECT_EQ(nullptr, ThreadWait(gone));
+    g_onJoined = nullptr;
+    ASSERT_TRUE(pthread_equal(gone, next)) << "the C library takes another stack";
+    held.gate.Open();
+    EXPECT_EQ(nullptr, ThreadWait(next));
+    EXPECT_EQ(-1, ThreadKill(next));
+}
+
+// What an application has bound to a thread ends after all that was started for it here.
+TEST(ThreadEnding, WhoOnlyReturnsIsNoMoreAskedAndStillWaitedFor) {
+    static pthread_key_t key;
+    ASSERT_EQ(0, pthread_key_create(&key, [](void* held) { Held::Run(held); }));
+    Held held;
+    const pthread_t thread = ThreadSpawn(
+        g_name, [](void* param) { pthread_setspecific(key, param); }, &held, kStack, 0, 5);
+    ASSERT_TRUE(WaitFor([&] { return held.tid != 0; }));
+    EXPECT_EQ(-1, ThreadKill(thread));
+    held.gate.Open();
+    EXPECT_EQ(nullptr, ThreadWait(thread));
+    EXPECT_EQ(-1, ThreadDetach(thread));
 }
 
 }  // namespace

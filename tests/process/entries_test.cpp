@@ -40,8 +40,8 @@ TEST(UnknownEntries, AreLookedAtOneByOne) {
     bed::WriteFile("/tmp/proc/7/status", "Name:\tudhcpc\n");
     EXPECT_EQ(7, GetServicePid(path, service));
     g_isUnknown = true;
-    EXPECT_EQ(0, GetServicePid(path, service));
     bed::WriteFile("/tmp/proc/8", "udhcpc");  // no directory
+    EXPECT_EQ(0, GetServicePid(path, service));
     bed::WriteFile("/tmp/proc/9/status", "Name:\tudhcpc\n");
     EXPECT_EQ(9, GetServicePid(path, service));
 }
