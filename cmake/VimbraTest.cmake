@@ -1,12 +1,12 @@
 # Tests that run each in a machine of its own.
 #
 #     vimbra_add_test(NAME SOURCES FILE... [LIBS TARGET...] [LABELS LABEL] [TIMEOUT SECONDS]
-#                     [STATIC | BED_ONLY])
+#                     [STATIC | BED_ONLY] [JSON])
 #
 # builds a GoogleTest executable and makes every TEST of it a test of ctest, started by
 # vimbra-sandbox in private namespaces with throw-away /tmp, /etc and /dev/log. It links the bed and
 # the shared library; with STATIC the archive instead, whose internal headers it may include; with
-# BED_ONLY neither. TIMEOUT is 60 seconds unless given. A suite with "Slow" in its name is labelled
+# BED_ONLY neither; JSON is for tests that read or write it. TIMEOUT is 60 seconds unless given. A suite with "Slow" in its name is labelled
 # `slow` and has 300 seconds.
 include_guard()
 include(GoogleTest)
@@ -28,24 +28,36 @@ endif()
 add_library(vimbra_test_options OBJECT ${PROJECT_SOURCE_DIR}/tests/bed/sanitizers.cpp)
 
 # What nearly every test includes, compiled once. It has no macros of its own, since those would have
-# to be everybody's; it is a program, since those are compiled otherwise than libraries.
+# to be everybody's; it is a program, since those are compiled otherwise than libraries. Whoever uses
+# it pays for every template that its headers leave to be made: what few need is apart.
 if(NOT VIMBRA_COVERAGE_OF)
-    add_executable(vimbra_test_headers ${PROJECT_SOURCE_DIR}/tests/bed/headers.cpp)
-    target_link_libraries(vimbra_test_headers PRIVATE GTest::gmock GTest::gtest_main)
-    target_include_directories(vimbra_test_headers PRIVATE ${PROJECT_SOURCE_DIR}/tests/bed/include)
-    target_precompile_headers(vimbra_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h> <functional>
-                              <mutex> <string> <thread> <vector> <vimbra/bed.hpp>)
+    set(headers <gmock/gmock.h> <gtest/gtest.h> <functional> <mutex> <string> <thread> <vector>
+                <vimbra/bed.hpp>)
+    function(vimbra_test_headers name)
+        add_executable(${name} ${PROJECT_SOURCE_DIR}/tests/bed/headers.cpp)
+        target_link_libraries(${name} PRIVATE GTest::gmock GTest::gtest_main)
+        target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/bed/include)
+        target_precompile_headers(${name} PRIVATE ${ARGN})
+    endfunction()
+    vimbra_test_headers(vimbra_test_headers ${headers})
     if(VIMBRA_TOOLS AND NOT CMAKE_CROSSCOMPILING)
-        target_precompile_headers(vimbra_test_headers PRIVATE <nlohmann/json.hpp>)
+        vimbra_test_headers(vimbra_json_test_headers ${headers} <nlohmann/json.hpp>)
+        target_link_libraries(vimbra_json_test_headers PRIVATE nlohmann_json::nlohmann_json)
     endif()
 endif()
 
-# vimbra_add_test_program(name source...): compiles the sources; where a build tree is named whose
-# tests are to be counted, links what that one compiled.
+# vimbra_add_test_program(name [JSON] source...): compiles the sources; where a build tree is named
+# whose tests are to be counted, links what that one compiled.
 function(vimbra_add_test_program name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "JSON" "" "")
+    set(ARGN ${arg_UNPARSED_ARGUMENTS})
     if(NOT VIMBRA_COVERAGE_OF)
+        set(headers vimbra_test_headers)
+        if(arg_JSON)
+            set(headers vimbra_json_test_headers)
+        endif()
         add_executable(${name} ${ARGN})
-        target_precompile_headers(${name} REUSE_FROM vimbra_test_headers)
+        target_precompile_headers(${name} REUSE_FROM ${headers})
         return()
     endif()
     file(RELATIVE_PATH directory ${PROJECT_BINARY_DIR} ${CMAKE_CURRENT_BINARY_DIR})
@@ -58,7 +70,7 @@ function(vimbra_add_test_program name)
 endfunction()
 
 function(vimbra_add_test name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "STATIC;BED_ONLY" "TIMEOUT;LABELS"
+    cmake_parse_arguments(PARSE_ARGV 1 arg "STATIC;BED_ONLY;JSON" "TIMEOUT;LABELS"
                           "SOURCES;LIBS")
     if(arg_UNPARSED_ARGUMENTS OR NOT arg_SOURCES)
         message(FATAL_ERROR "vimbra_add_test(${name}): SOURCES missing, or unknown: "
@@ -68,7 +80,12 @@ function(vimbra_add_test name)
         set(arg_TIMEOUT 60)
     endif()
 
-    vimbra_add_test_program(${name} ${arg_SOURCES})
+    set(json)
+    if(arg_JSON)
+        set(json JSON)
+        list(APPEND arg_LIBS nlohmann_json::nlohmann_json)
+    endif()
+    vimbra_add_test_program(${name} ${json} ${arg_SOURCES})
     target_sources(${name} PRIVATE $<TARGET_OBJECTS:vimbra_test_options>)
     target_link_libraries(${name} PRIVATE vimbra_bed GTest::gmock GTest::gtest_main ${arg_LIBS})
     if(arg_STATIC)
