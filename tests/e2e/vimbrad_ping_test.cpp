@@ -1,11 +1,11 @@
-// Echo tests and traces: two hosts and a router between them.
+// Echo tests.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <map>
 
+#include "diag.hpp"
 #include "e2e.hpp"
 #include "messages.hpp"
 
@@ -14,46 +14,6 @@ namespace vimbra::tests {
 using namespace bed;
 
 namespace {
-
-constexpr u32 kPingStart = 3073;
-constexpr u32 kPingStop = 3074;
-constexpr u32 kTraceStart = 3329;
-constexpr u32 kTraceStop = 3330;
-constexpr char kPingSocket[] = "ipc_ping";
-constexpr char kTraceSocket[] = "ipc_traceroute";
-
-u16 FamilyOf(const std::string& address) {
-    return address.find(':') == std::string::npos ? 2 : 10;
-}
-
-Bytes Address(const std::string& text) {
-    return Pack().Address(FamilyOf(text), text.c_str());
-}
-
-struct Options {
-    s32 size = 0;
-    s32 timeout = 30000;  // longer than any machine is busy
-    s32 ttl = 0;
-    s32 count = 0;
-};
-
-s32 Ping(s32 id, const std::string& host, const Options& options) {
-    return Ask(kPingStart, Pack()
-                               .Add(Address(host))
-                               .S32(options.size)
-                               .S32(options.timeout)
-                               .S32(options.ttl)
-                               .S32(options.count)
-                               .S32(id));
-}
-
-s32 PingStop(s32 id) {
-    return Ask(kPingStop, Pack().S32(id));
-}
-
-s32 Trace(s32 id, const std::string& host, u32 hops = 0) {
-    return Ask(kTraceStart, Pack().Add(Address(host)).U32(hops).S32(id));
-}
 
 // One record of an echo test.
 struct Probe {
@@ -78,52 +38,6 @@ std::vector<Brief> BriefOf(const std::vector<Told>& messages) {
     }
     return briefs;
 }
-
-// This host 10.1.0.1 -- 10.1.0.254 router 10.2.0.254 -- 10.2.0.1 another host, and the same with
-// fd01:: and fd02::.
-class VimbradDiag : public testing::Test {
- protected:
-    void SetUp() override {
-        // Addresses are there at once.
-        const std::string noDetection =
-            "echo 0 > /proc/sys/net/ipv6/conf/default/accept_dad;"
-            "echo 0 > /proc/sys/net/ipv6/conf/default/dad_transmits";
-        Shell(noDetection);
-        router_.Shell(noDetection);
-        far_.Shell(noDetection);
-        Connect("eth0", router_);
-        Shell("ip link add left type veth peer name right && ip link set left netns " +
-              std::to_string(router_.Pid()) + " name eth1 && ip link set right netns " +
-              std::to_string(far_.Pid()) + " name eth0");
-        router_.Shell("ip link set eth1 up");
-        far_.Shell("ip link set eth0 up");
-        router_.Shell(
-            "echo 1 > /proc/sys/net/ipv4/ip_forward;"
-            "echo 1 > /proc/sys/net/ipv6/conf/all/forwarding");
-        Address("10.1.0.1/24", "10.1.0.254/24", "10.2.0.254/24", "10.2.0.1/24");
-        Address("fd01::1/64", "fd01::fe/64", "fd02::fe/64", "fd02::1/64");
-        Shell("ip route add 10.2.0.0/24 via 10.1.0.254 && ip route add fd02::/64 via fd01::fe");
-        far_.Shell(
-            "ip route add 10.1.0.0/24 via 10.2.0.254 && ip route add fd01::/64 via fd02::fe");
-        // The first packet of a path waits for its neighbours, on a busy machine for too long.
-        for (const char* host : {"10.2.0.1", "fd02::1"}) {
-            Shell(std::string("for i in 1 2 3 4 5 6 7 8; do ping -c 1 -W 2 ") + host +
-                  " >/dev/null && exit 0; done; exit 1");
-        }
-    }
-
-    void Address(const std::string& ours, const std::string& near, const std::string& off,
-                 const std::string& theirs) {
-        const std::string nodad = ours.find(':') == std::string::npos ? "" : " nodad";
-        Shell("ip address add " + ours + " dev eth0" + nodad);
-        router_.Shell("ip address add " + near + " dev eth0" + nodad);
-        router_.Shell("ip address add " + off + " dev eth1" + nodad);
-        far_.Shell("ip address add " + theirs + " dev eth0" + nodad);
-    }
-
-    Host router_;
-    Host far_;
-};
 
 class VimbradPing : public VimbradDiag {
  protected:
@@ -318,130 +232,6 @@ TEST_F(VimbradPing, ManyStartsAndStopsLeaveNothingBehind) {
         ASSERT_EQ(0, PingStop(i % 7 + 1));
     }
     EXPECT_TRUE(WaitFor([&] { return open() == before; })) << open() << " was " << before;
-}
-
-struct Hop {
-    u32 event;
-    std::string address;
-    u32 ttl;
-    s32 type, code, over;
-    bool operator==(const Hop&) const = default;
-};
-void PrintTo(const Hop& hop, std::ostream* out) {
-    *out << hop.ttl << " " << hop.address << " event " << hop.event << " " << hop.type << "/"
-         << hop.code << (hop.over != 0 ? " over" : "");
-}
-
-Hop HopOf(const Told& message) {
-    EXPECT_EQ(48u, message.size);
-    EXPECT_EQ(48u, message.body.size());
-    EXPECT_EQ(0u, message.body.U32(32)) << "the room of a pointer";
-    std::string address;
-    const u16 family = message.body.U16(0);
-    for (const char* known :
-         {"0.0.0.0", "10.1.0.1", "10.1.0.254", "10.2.0.1", "::", "fd01::fe", "fd02::1"}) {
-        if (FamilyOf(known) == family &&
-            message.body.Slice(0, 20) == Pack().Address(family, known)) {
-            address = known;
-        }
-    }
-    return {message.type,         address,
-            message.body.U32(20), message.body.S32(36),
-            message.body.S32(40), message.body.S32(44)};
-}
-
-std::vector<Hop> HopsOf(const std::vector<Told>& messages) {
-    std::vector<Hop> hops;
-    for (const Told& each : messages) {
-        hops.push_back(HopOf(each));
-    }
-    return hops;
-}
-
-class VimbradTraceroute : public VimbradDiag {
- protected:
-    // The hops of a trace up to its last.
-    std::vector<Hop> HopsTo(const std::string& host, u32 hops = 0) {
-        const Listener listener(kTraceSocket);
-        EXPECT_EQ(0, Trace(5, host, hops));
-        EXPECT_TRUE(WaitFor([&] {
-            const auto messages = listener.Messages();
-            return !messages.empty() && HopOf(messages.back()).over != 0;
-        }));
-        for (const Told& each : listener.Messages()) {
-            EXPECT_EQ(5, each.body.S32(24));
-            EXPECT_EQ(HopOf(each).address == "0.0.0.0", each.body.S32(28) == 0) << "time";
-        }
-        return HopsOf(listener.Messages());
-    }
-
-    Daemon daemon_;
-};
-
-TEST_F(VimbradTraceroute, HopsAreTheRealOnes) {
-    EXPECT_THAT(HopsTo("10.2.0.1"), testing::ElementsAre(Hop{101, "10.1.0.254", 1, 11, 0, 0},
-                                                         Hop{102, "10.2.0.1", 2, 0, 0, 1}));
-    EXPECT_THAT(HopsTo("10.1.0.254"), testing::ElementsAre(Hop{102, "10.1.0.254", 1, 0, 0, 1}));
-    EXPECT_THAT(HopsTo("fd02::1"), testing::ElementsAre(Hop{101, "fd01::fe", 1, 3, 0, 0},
-                                                        Hop{102, "fd02::1", 2, 0, 0, 1}));
-}
-
-TEST_F(VimbradTraceroute, HighestHopBeforeTheHostIsTold) {
-    EXPECT_THAT(HopsTo("10.2.0.1", 1), testing::ElementsAre(Hop{105, "10.1.0.254", 1, 11, 0, 1}));
-    EXPECT_THAT(HopsTo("10.2.0.1", 2), testing::ElementsAre(Hop{101, "10.1.0.254", 1, 11, 0, 0},
-                                                            Hop{102, "10.2.0.1", 2, 0, 0, 1}));
-}
-
-TEST_F(VimbradTraceroute, HostThatIsDownIsSilent) {
-    far_.Shell("echo 1 > /proc/sys/net/ipv4/icmp_echo_ignore_all");
-    EXPECT_THAT(HopsTo("10.2.0.1", 3), testing::ElementsAre(Hop{101, "10.1.0.254", 1, 11, 0, 0},
-                                                            Hop{103, "0.0.0.0", 2, 0, 0, 0},
-                                                            Hop{103, "0.0.0.0", 3, 0, 0, 1}));
-}
-
-TEST_F(VimbradTraceroute, RouterThatKnowsNoFurtherEndsIt) {
-    Shell("ip route add 10.9.0.0/24 via 10.1.0.254");
-    EXPECT_THAT(HopsTo("10.9.0.1"), testing::ElementsAre(Hop{104, "10.1.0.254", 1, 3, 0, 1}));
-}
-
-TEST_F(VimbradTraceroute, MissingRouteOfOurOwnEndsIt) {
-    EXPECT_THAT(HopsTo("10.9.0.1"),
-                testing::ElementsAre(Hop{106, "0.0.0.0", 1, 0, ENETUNREACH, 1}));
-}
-
-TEST_F(VimbradTraceroute, SeveralAtOnceAreToldApart) {
-    Listener listener(kTraceSocket);
-    for (s32 id = 1; id <= 10; ++id) {
-        ASSERT_EQ(0, Trace(id, id % 2 == 0 ? "10.2.0.1" : "10.1.0.254"));
-    }
-    std::map<s32, std::vector<Hop>> traces;
-    for (const Told& each : listener.Wait(15)) {
-        traces[each.body.S32(24)].push_back(HopOf(each));
-    }
-    ASSERT_EQ(10u, traces.size());
-    for (const auto& [id, hops] : traces) {
-        EXPECT_EQ(id % 2 == 0 ? 2u : 1u, hops.size());
-        EXPECT_EQ(102u, hops.back().event);
-        EXPECT_EQ(1, hops.back().over);
-    }
-}
-
-TEST_F(VimbradTraceroute, StopEndsItAndMayBeRepeated) {
-    far_.Shell("echo 1 > /proc/sys/net/ipv4/icmp_echo_ignore_all");
-    Listener listener(kTraceSocket);
-    EXPECT_EQ(0, Ask(kTraceStop, Pack().S32(1)));
-    ASSERT_EQ(0, Trace(1, "10.2.0.1"));
-    listener.Wait(1);
-    EXPECT_EQ(0, Ask(kTraceStop, Pack().S32(1)));
-    EXPECT_EQ(0, Ask(kTraceStop, Pack().S32(1)));
-    listener.Forget();
-    ASSERT_EQ(0, Trace(2, "10.1.0.254"));
-    EXPECT_EQ(2, listener.Wait(1)[0].body.S32(24));
-}
-
-TEST_F(VimbradTraceroute, ImpossibleRequestsAreRefused) {
-    EXPECT_EQ(EINVAL, Trace(1, "10.2.0.1", 256));
-    EXPECT_EQ(EINVAL, Ask(kTraceStart, Pack().U16(11).Zeros(18).U32(0).S32(1)));
 }
 
 }  // namespace
