@@ -13,8 +13,6 @@ namespace vimbra::tests {
 using namespace bed;
 using testing::HasSubstr;
 
-using Expected = nlohmann::json;
-
 namespace {
 
 constexpr u32 kAdd = 257;

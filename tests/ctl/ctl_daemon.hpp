@@ -13,6 +13,12 @@
 
 namespace vimbra::tests {
 
+inline constexpr u32 kMacSet = 262;
+inline constexpr u32 kMacGet = 263;
+inline constexpr u32 kMtuSet = 273;
+inline constexpr u32 kMtuGet = 274;
+inline constexpr u32 kLogSwitch = 0x0702;
+
 class CtlAtDaemon : public testing::Test {
  protected:
     // Runs a command that succeeds, says nothing and sends one request, which this is.

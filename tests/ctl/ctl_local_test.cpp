@@ -18,8 +18,6 @@ using namespace bed;
 using testing::HasSubstr;
 using testing::Not;
 
-using Expected = nlohmann::json;
-
 namespace {
 
 constexpr char kResolv[] = "/etc/resolv.conf";

@@ -9,6 +9,8 @@
 
 namespace vimbra::tests {
 
+using Expected = nlohmann::json;
+
 struct Outcome {
     int status = -1;  // exit status; 128 and the signal if one ended it
     std::string out;

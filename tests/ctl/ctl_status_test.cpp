@@ -18,8 +18,6 @@ using namespace bed;
 using testing::EndsWith;
 using testing::HasSubstr;
 
-using Expected = nlohmann::json;
-
 namespace {
 
 constexpr char kRunDir[] = " --run-dir /tmp/run";
