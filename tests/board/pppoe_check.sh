@@ -58,6 +58,9 @@ hang_up() {
 no_pppd() {
     [ -z "$(our_links)" ]
 }
+told_are() {
+    same "$1" "$(events)"
+}
 events() {
     sed -n 's/.*"event": *"\([^"]*\)".*/\1/p' /tmp/events | tr '\n' ' '
 }
@@ -149,6 +152,77 @@ check 'the gateway stays the default' says '^default via 192.0.2.1 dev eth0' /bi
 hang_up
 check 'and is there afterwards' says '^default via 192.0.2.1 dev eth0' /bin/ip route
 vimbractl gateway del eth0
+
+# With --keep a link outlives an end of its daemon, in the kernel as it was: the same pppd, which the next
+# daemon takes up. One that is killed has not said so, and takes its links along.
+link() {
+    our_links
+    /bin/ip -o addr show dev ppp0 | awk '{ print $3, $4, $6 }'
+    /bin/ip route show dev ppp0
+}
+lives_on() {
+    same "$before" "$(link)" && reaches 10.64.0.1
+}
+keepers() {
+    grep -l link-keeper /proc/[0-9]*/comm
+}
+files_of_links() {
+    find /run/vimbrad -name 'files.*'
+}
+kill_daemon() {
+    kill -KILL "$daemon"
+    wait "$daemon" 2>/dev/null
+}
+stop_daemon
+start_daemon --keep
+dial --default-route --auto-dial 2
+check 'kept: a link' told 20 '"connected"'
+before=$(link)
+check 'kept: it has an address' says '^inet 10.64' link
+check 'kept: a default route' says '^default' link
+check 'kept: and a keeper' keepers
+check 'kept: an end of the daemon' stop_daemon
+sleep 10
+check 'kept: leaves the link' lives_on
+check 'kept: and tells its listener nothing' told_are 'connected '
+start_daemon
+check 'kept: the next life tells it anew' within 20 told_are 'connected connected '
+check 'kept: and knows it' says '10.64.0.1' vimbractl status
+check 'kept: without a dial' lives_on
+kill_daemon
+check 'kept: a killed daemon takes it along' within 10 no_pppd
+check 'kept: with its keeper' not keepers
+check 'kept: and its route' silent default /bin/ip route
+start_daemon
+check 'kept: the next life tells of the loss, dials and tells it' within 30 \
+    told_are 'connected connected lost connected '
+before=$(link)
+stop_daemon
+start_daemon
+check 'kept: a link of a second life lives on too' within 20 \
+    told_are 'connected connected lost connected connected '
+check 'kept: without a dial too' lives_on
+kill $(server_links)
+check 'kept: one that was taken up is dialled when the server hangs up' within 30 \
+    told_are 'connected connected lost connected connected lost connected '
+hang_up
+check 'kept: a stop ends pppd' within 10 no_pppd
+check 'kept: no keeper is left' within 5 not keepers
+check 'kept: no interface' silent ppp /bin/ip link
+check 'kept: no route' silent default /bin/ip route
+check 'kept: and no file' silent . files_of_links
+
+dial
+told 20 '"connected"' >/dev/null
+stop_daemon
+check 'a kept link without a daemon' reaches 10.64.0.1
+start_daemon --keep --forget
+check 'ends with one that is to forget' within 10 no_pppd
+check 'and its keeper too' within 5 not keepers
+hang_up
+stop_daemon
+daemon_options=
+start_daemon
 end_server
 
 serve require-chap +ipv6
