@@ -6,16 +6,17 @@ board=build/board
 
 # The kernel's package has its version in its name; this one depends on the present one.
 board_kernel=linux-image-rpi
-board_programs=(busybox-static chrony iproute2 iputils-ping isc-dhcp-client openbsd-inetd ppp pppoe
-                radvd)
-board_libraries=(libatomic1 libaudit1 libbpf1 libbsd0 libc6 libcap-ng0 libcap2 libcom-err2 libcrypt1
-                 libdb5.3 libdbus-1-3 libedit2 libelf1 libevent-2.1-7 libffi8 libgcc-s1 libgcrypt20
-                 libgmp10 libgnutls30 libgpg-error0 libgssapi-krb5-2 libhogweed6 libidn2-0
-                 libk5crypto3 libkeyutils1 libkrb5-3 libkrb5support0 liblz4-1 liblzma5 libmd0 libmnl0
-                 libnettle8 libnl-3-200 libnl-route-3-200 libnsl2 libp11-kit0 libpam-modules libpam0g
-                 libpcap0.8 libpcre2-8-0 libseccomp2 libselinux1 libssl3 libstdc++6 libsystemd0
-                 libtasn1-6 libtinfo6 libtirpc3 libunistring2 libuv1 libwrap0 libxtables12 libzstd1
-                 zlib1g)
+board_programs=(busybox-static chrony dnsmasq-base iproute2 iputils-ping isc-dhcp-client openbsd-inetd ppp
+                pppoe radvd)
+board_libraries=(libatomic1 libaudit1 libbpf1 libbsd0 libc6 libcap-ng0 libcap2 libcom-err2
+                 libcrypt1 libdb5.3 libdbus-1-3 libedit2 libelf1 libevent-2.1-7 libffi8 libgcc-s1
+                 libgcrypt20 libgmp10 libgnutls30 libgpg-error0 libgssapi-krb5-2 libhogweed6
+                 libidn2-0 libjansson4 libk5crypto3 libkeyutils1 libkrb5-3 libkrb5support0 liblz4-1
+                 liblzma5 libmd0 libmnl0 libnetfilter-conntrack3 libnettle8 libnfnetlink0
+                 libnftables1 libnftnl11 libnl-3-200 libnl-route-3-200 libnsl2 libp11-kit0
+                 libpam-modules libpam0g libpcap0.8 libpcre2-8-0 libseccomp2 libselinux1 libssl3
+                 libstdc++6 libsystemd0 libtasn1-6 libtinfo6 libtirpc3 libunistring2 libuv1
+                 libwrap0 libxtables12 libzstd1 zlib1g)
 board_development=(libcrypt-dev libnl-3-dev libnl-route-3-dev libuv1-dev)
 # In the order in which they are loaded. Without the first two random numbers block.
 board_modules=(rng-core bcm2835-rng slhc crc-ccitt ppp_generic pppox pppoe ppp_async veth dummy tls

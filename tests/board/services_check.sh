@@ -1,5 +1,5 @@
 # DHCP both ways, DNS, NTP, accounts, inetd's services and the web server, each against another
-# program: udhcpd, udhcpc, chronyd, busybox's login, telnetd and wget.
+# program: udhcpd, dnsmasq, udhcpc, nslookup, chronyd, busybox's login, telnetd and wget.
 subject=services
 . /board/lib.sh
 
@@ -40,6 +40,45 @@ kill "$server"
 check 'the address is gone' silent 192.0.2.50 /bin/ip addr show eth0
 check 'and the gateway' silent default /bin/ip route
 
+# ---- DHCP client by IPv6: the advertisements send whoever wants an address to the server.
+other ip addr add 2001:db8::1/64 dev far0
+/bin/ip netns exec other dnsmasq --no-daemon --conf-file=/dev/null --port=0 --user=root --pid-file= \
+    --dhcp-leasefile=/tmp/far6.leases --log-dhcp --interface=far0 --enable-ra \
+    --dhcp-range=2001:db8::100,2001:db8::100,64,120 \
+    --dhcp-option=option6:dns-server,[2001:db8::53] >/tmp/dnsmasq.log 2>&1 &
+server=$!
+: >/tmp/lease
+watch /tmp/lease vimbractl --json dhcp start eth0 -6 --watch
+check 'IPv6: a lease is told' within 30 says '2001:db8::100' cat /tmp/lease
+check "IPv6: the address is the kernel's" says 'inet6 2001:db8::100/' /bin/ip addr show eth0
+check "IPv6: and in the server's list" says ' 2001:db8::100 ' cat /tmp/far6.leases
+check 'IPv6: the DNS server too' says '^nameserver 2001:db8::53' cat /etc/resolv.conf
+check 'IPv6: the server answers' reaches 2001:db8::1
+check 'IPv6: the router that advertised is the gateway' within 10 \
+    says '^default via fe80:.* dev eth0 proto ra' /bin/ip -6 route
+check 'IPv6: and told' says 'fe80:' vimbractl gateway show eth0 -6
+check 'IPv6: the lease as the daemon knows it' says '2001:db8::100' vimbractl dhcp lease eth0 -6
+asked() {
+    grep -cE 'DHCP(REQUEST|RENEW|CONFIRM|REBIND)\(far0\)' /tmp/dnsmasq.log
+}
+asked_more() {
+    [ "$(asked)" -gt "$before" ]
+}
+before=$(asked)
+check 'IPv6: a renewal' vimbractl dhcp renew eth0 -6
+check 'IPv6: asks the server' within 20 asked_more
+check 'IPv6: and leaves the address' says 'inet6 2001:db8::100/' /bin/ip addr show eth0
+restart_daemon
+check 'IPv6: a killed daemon leaves the address' says 'inet6 2001:db8::100/' /bin/ip addr show eth0
+: >/tmp/lease
+check 'IPv6: its next life confirms the lease' within 30 says '2001:db8::100' cat /tmp/lease
+watched
+check 'IPv6: the client stops' vimbractl dhcp stop eth0 -6
+check 'IPv6: the address is gone' within 15 silent '2001:db8::100' /bin/ip addr show eth0
+check 'IPv6: and the server has it back' within 10 silent '2001:db8::100' cat /tmp/far6.leases
+check 'IPv6: and the DNS server' silent '2001:db8::53' cat /etc/resolv.conf
+kill "$server"
+
 # ---- DHCP server
 vimbractl addr set eth0 192.0.2.10/24
 other ip addr flush dev far0
@@ -70,12 +109,34 @@ check 'told' says '192.0.2.54' vimbractl dns show
 check 'taken away' vimbractl dns set eth0
 check 'gone' silent '192.0.2.53' cat /etc/resolv.conf
 
+other ip addr add 2001:db8::1/64 dev far0
+vimbractl addr add eth0 2001:db8::10/64
+/bin/ip netns exec other dnsmasq --no-daemon --conf-file=/dev/null --no-resolv --no-hosts --user=root --pid-file= \
+    --address=/board.example/192.0.2.99 >/tmp/dnsmasq.log 2>&1 &
+server=$!
+check 'IPv6 servers set' vimbractl dns set eth0 2001:db8::1 2001:db8::54
+check 'IPv6 servers in the resolver configuration' same \
+    "$(printf 'nameserver 2001:db8::1\nnameserver 2001:db8::54')" "$(grep ^nameserver /etc/resolv.conf)"
+check 'IPv6 servers told' says '2001:db8::54' vimbractl dns show
+check 'a name is asked of the first' says '192.0.2.99' nslookup -type=a board.example
+check 'IPv4 ones leave them' vimbractl dns set eth0 192.0.2.53
+check 'both in the resolver configuration' same \
+    "$(printf 'nameserver 192.0.2.53\nnameserver 2001:db8::1\nnameserver 2001:db8::54')" \
+    "$(grep ^nameserver /etc/resolv.conf)"
+restart_daemon
+check 'a killed daemon leaves both' says '2001:db8::54' cat /etc/resolv.conf
+check 'its next life takes the IPv4 one away' vimbractl dns set eth0
+check 'and leaves the others' same "$(printf 'nameserver 2001:db8::1\nnameserver 2001:db8::54')" \
+    "$(grep ^nameserver /etc/resolv.conf)"
+kill "$server"
+
 # ---- NTP
 printf 'local stratum 3\nallow all\ncmdport 0\npidfile /tmp/chronyd.pid\n' >/tmp/chrony.conf
 /bin/ip netns exec other chronyd -d -x -U -u root -f /tmp/chrony.conf >/tmp/chronyd.log 2>&1 &
 server=$!
 other ip addr flush dev far0
 other ip addr add 192.0.2.1/24 dev far0
+other ip addr add 2001:db8::1/64 dev far0
 sleep 5
 check 'a time server answers' vimbractl ntp check 192.0.2.1
 check 'one that is none does not' refused 4 vimbractl ntp check 192.0.2.99
@@ -85,6 +146,13 @@ check 'the offset is told' within 30 says offset cat /tmp/ntp
 restart_daemon
 : >/tmp/ntp
 check "a killed daemon's next life asks on" within 60 says offset cat /tmp/ntp
+watched
+check 'a time server answers by IPv6' vimbractl ntp check 2001:db8::1
+check 'one that is none does not by IPv6' refused 4 vimbractl ntp check 2001:db8::99
+: >/tmp/ntp
+watch /tmp/ntp vimbractl --json ntp start 2001:db8::1 --interval 16 --watch
+check 'the offset is told by IPv6' within 30 says offset cat /tmp/ntp
+check 'as an IPv6 client of the daemon' says '2001:db8::1' vimbractl status
 watched
 kill "$server"
 

@@ -21,9 +21,14 @@ other ip link set far2 up
 /bin/ip netns exec third /bin/ip addr add 203.0.113.2/24 dev third0
 /bin/ip netns exec third /bin/ip link set third0 up
 /bin/ip netns exec third /bin/ip route add default via 203.0.113.1
+other ip addr add 2001:db8:3::1/64 dev far2 nodad
+/bin/ip netns exec third /bin/ip addr add 2001:db8:3::2/64 dev third0 nodad
+/bin/ip netns exec third /bin/ip route add default via 2001:db8:3::1
+other sh -c 'echo 1 >/proc/sys/net/ipv6/conf/all/forwarding'
 vimbractl link up eth0
 vimbractl addr set eth0 192.0.2.10/24 2001:db8::10/64
 vimbractl gateway set eth0 192.0.2.1
+vimbractl gateway set eth0 2001:db8::1
 sleep 1
 
 check 'ping' says '3 transmitted, 3 received|3 packets transmitted, 3 received' vimbractl ping 192.0.2.1 --count 3
@@ -34,8 +39,18 @@ echoes() {
 count=$(echoes)
 vimbractl ping 192.0.2.1 --count 4 >/dev/null
 check 'as many as the other host counts' same 4 "$(($(echoes) - count))"
+echoes6() {
+    other cat /proc/net/snmp6 | awk '$1 == "Icmp6InEchos" { print $2 }'
+}
+count=$(echoes6)
+vimbractl ping 2001:db8::1 --count 4 >/dev/null
+check 'by IPv6 too' same 4 "$(($(echoes6) - count))"
 check 'nobody there' tells '"received":0' vimbractl ping 192.0.2.77 --count 2 --json
 check 'a time to live that is too short' tells 'time to live exceeded' vimbractl ping 203.0.113.2 --count 1 --ttl 1
+check 'a hop limit that is too short' tells 'time to live exceeded' vimbractl ping 2001:db8:3::2 --count 1 --ttl 1
+check 'one that is not' says '1 received' vimbractl ping 2001:db8:3::2 --count 1 --ttl 2
+check 'nobody there by IPv6' tells '"received":0' vimbractl ping 2001:db8::77 --count 2 --json
+check 'no trace by IPv6: the library has none' refused 2 vimbractl traceroute 2001:db8:3::2
 check 'trace' says '203.0.113.2' vimbractl traceroute 203.0.113.2
 vimbractl traceroute 203.0.113.2 >/tmp/trace 2>&1
 check 'the router comes before it' same '192.0.2.1 203.0.113.2' \
@@ -75,7 +90,6 @@ interface far0 {
     prefix 2001:db8:77::/64 { AdvOnLink on; AdvAutonomous on; };
 };
 END
-other sh -c 'echo 1 >/proc/sys/net/ipv6/conf/all/forwarding'
 watch /tmp/advertised vimbractl ra watch eth0 --json
 sleep 1
 other radvd -n -C /tmp/radvd.conf -p /tmp/radvd.pid -m stderr >/tmp/radvd.log 2>&1 &
