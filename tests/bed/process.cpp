@@ -29,9 +29,11 @@ namespace {
 // The name of each of the bed's threads, by which ThreadNames knows them.
 constexpr const char* kThreadName = "vimbra-bed";
 
-// What belongs to the bed. Threads are started, and descriptors taken, under the lock, so that who
-// counts never meets one that has not been entered yet.
+// What belongs to the bed. Threads are started, and descriptors taken, under a lock, so that who
+// counts never meets one that has not been entered yet. A start lasts until the thread has run: threads
+// that close a descriptor do not wait for it, or they would pile up on a slow machine.
 struct Registry {
+    std::mutex startLock;
     std::mutex lock;
     std::set<int> descriptors;
 };
@@ -114,7 +116,7 @@ std::map<int, std::string> OpenDescriptors() {
 
 std::vector<std::string> ThreadNames() {
     WakeHelperThreads();
-    const std::lock_guard guard(TheRegistry().lock);
+    const std::lock_guard guard(TheRegistry().startLock);
     std::vector<std::string> names;
     for (const std::string& task : Tasks()) {
         std::string name = ReadFile("/proc/self/task/" + task + "/comm");
@@ -192,7 +194,7 @@ StopPipe::StopPipe() {
 }
 
 std::thread StartThread(std::function<void()> body) {
-    const std::lock_guard guard(TheRegistry().lock);
+    const std::lock_guard guard(TheRegistry().startLock);
     std::mutex lock;
     std::condition_variable told;
     bool named = false;
