@@ -101,4 +101,8 @@ while at < len(data):
     at += 16 + length
 assert seen == [(0, 274, 29), (1, 274, 21), (0, 273, 33)], seen
 END
+"$BUILD/tools/protocol/vimbra-protocol" --lua >vimbra.lua
+tshark -X lua_script:vimbra.lua -r messages -V >told 2>errors || { cat errors; fail "the capture is not read"; }
+grep -q '^Vimbra request: mtu-set$' told && grep -q '^    achIfaceName: eth0$' told &&
+    grep -q '^    dwMtu: 1234$' told || { cat told; fail "what the analyser shows of the capture"; }
 kill $daemon

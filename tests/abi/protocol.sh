@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# What is told of the protocol is what the headers have today, and the dissector is a program.
+# What is told of the protocol is what the headers have today, and with the dissector the packet
+# analyser shows every message.
 #
 #     protocol.sh VIMBRA-PROTOCOL
 source "$(dirname "$0")/common.sh"
@@ -31,6 +32,6 @@ names = {request["name"] for request in told["requests"]}
 assert all(each["request"] in names for each in told["notifications"])
 END
 "$1" --lua >"$work/vimbra.lua" || fail "vimbra-protocol --lua"
-lua5.4 -e "assert(loadfile('$work/vimbra.lua'))" || fail "the dissector is not Lua"
+"$SOURCE/tests/abi/dissector.py" "$work/protocol.json" "$work/vimbra.lua" || fail "the dissector"
 "$1" --nonsense >"$work/log" 2>&1 && fail "nonsense is no usage error"
 grep -q '^usage: ' "$work/log" || fail "no usage line"
