@@ -24,6 +24,12 @@ grep -q "Left out: daemon and command line, for want of CLI11" "$work/log" ||
 has bed_test || fail "more than the tools is gone"
 ! has vimbractl || fail "there is a command line without CLI11"
 
+# Whoever has a daemon of his own needs nothing of what this one is made of.
+configure -DVIMBRA_DAEMON=OFF -DCMAKE_DISABLE_FIND_PACKAGE_PkgConfig=ON -DVIMBRA_REQUIRE_ALL=ON ||
+    fail "configuring without the daemon"
+has vimbractl || fail "the command line is gone with the daemon"
+! has vimbrad || fail "there is a daemon"
+
 if configure -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON -DVIMBRA_REQUIRE_ALL=ON; then
     fail "a missing package is an error where all is required"
 fi
