@@ -1,0 +1,1 @@
+include $(sort $(wildcard $(BR2_EXTERNAL_VIMBRA_PATH)/package/*/*.mk))
