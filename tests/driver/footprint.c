@@ -46,25 +46,41 @@ static long now(void) {
     return time.tv_sec * 1000000L + time.tv_nsec / 1000;
 }
 
-/* Pages that are this process's own, in kilobytes: what each one with the library costs the machine.
- * Those of files that it shares are not, even where they lie in memory alone. */
-static long private_kilobytes(void) {
+/* Whose they are. */
+enum { kLibrary, kHeap, kOthers, kOwners };
+
+/* Pages that are this process's own, in kilobytes by owner: what each one with the library costs the
+ * machine. Those of files that it shares are not, even where they lie in memory alone. */
+static void private_pages(long kilobytes[kOwners]) {
     static char text[65536];
     FILE* maps = fopen("/proc/self/smaps", "r");
-    long sum = 0;
+    int owner = kOthers;
 
     if (maps == NULL) {
         fail("smaps");
     }
+    memset(kilobytes, 0, kOwners * sizeof(*kilobytes));
     setvbuf(maps, NULL, _IONBF, 0);
     while (fgets(text, sizeof(text), maps) != NULL) {
-        long value = 0;
-        if (sscanf(text, "Anonymous: %ld kB", &value) == 1) {
-            sum += value;
+        unsigned long first;
+        unsigned long end;
+        long value;
+        if (sscanf(text, "%lx-%lx ", &first, &end) == 2) {
+            owner = strstr(text, "/libvimbra.so") != NULL ? kLibrary
+                    : strstr(text, "[heap]") != NULL      ? kHeap
+                                                          : kOthers;
+        } else if (sscanf(text, "Anonymous: %ld kB", &value) == 1) {
+            kilobytes[owner] += value;
         }
     }
     fclose(maps);
-    return sum;
+}
+
+static long private_kilobytes(void) {
+    long kilobytes[kOwners];
+
+    private_pages(kilobytes);
+    return kilobytes[kLibrary] + kilobytes[kHeap] + kilobytes[kOthers];
 }
 
 /* The daemon: says yes to whatever it is asked. */
@@ -147,6 +163,30 @@ static void* load(const char* path, const char* microseconds) {
     return library;
 }
 
+/* The heap has the records that VimbraInit makes and the loader's list of libraries. */
+static void* load_measured(const char* path, const char* microseconds, const char* kilobytes) {
+    static const char* const kNames[kOwners] = {"  the library's pages", "  on the heap",
+                                                "  pages of others"};
+    long before[kOwners];
+    long after[kOwners];
+    long sum = 0;
+    void* library;
+    int i;
+
+    private_pages(before);
+    private_pages(before);
+    library = load(path, microseconds);
+    private_pages(after);
+    for (i = 0; i < kOwners; i++) {
+        sum += after[i] - before[i];
+    }
+    measured("private memory of a process", sum, "kB", kilobytes);
+    for (i = 0; i < kOwners; i++) {
+        measured(kNames[i], after[i] - before[i], "kB", "-");
+    }
+    return library;
+}
+
 int main(int argc, char** argv) {
     start_call dhcpc_start;
     void* library;
@@ -162,11 +202,7 @@ int main(int argc, char** argv) {
     /* What the C library needs for this program goes first. */
     setvbuf(stdout, NULL, _IOLBF, BUFSIZ);
     printf("footprint of %s\n", argv[1]);
-    (void)private_kilobytes();
-    before = private_kilobytes();
-    library = load(argv[1], argv[2]);
-    after = private_kilobytes();
-    measured("private memory of a process", after - before, "kB", argv[3]);
+    library = load_measured(argv[1], argv[2], argv[3]);
     dhcpc_start = (start_call)symbol(library, "VimbraDhcpcStart");
     ((s32(*)(u32))symbol(library, "VimbraDebugLevelSet"))(0);
     /* The first one brings what is there once. */
