@@ -1,216 +1,30 @@
-// The listener engine itself, where its services do not show it.
+// The listener engine itself, where its services do not show it: starts, ends, names, locks.
 #include "lib/ipc/listener.hpp"
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
-#include <sys/un.h>
 #include <unistd.h>
 #include <vimbra/thread.h>
 
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
-#include <functional>
-#include <list>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 #include <vimbra/bed.hpp>
 
+#include "engine.hpp"
+
 namespace vimbra::tests {
 
 using namespace bed;
 
 namespace {
-
-// What the system is to say to the engine; 0: what it says by itself.
-std::atomic<int> g_acceptError = 0;
-std::atomic<int> g_socketError = 0;
-std::atomic<int> g_accepts = 0;
-// Where threads that this one makes wait before they run; null: nowhere.
-thread_local const Gate* t_heldThreads = nullptr;
-
-struct HeldThread {
-    const Gate* gate;
-    void* (*run)(void*);
-    void* argument;
-};
-
-void* PassAndRun(void* argument) {
-    const HeldThread held = *static_cast<HeldThread*>(argument);
-    delete static_cast<HeldThread*>(argument);
-    held.gate->Pass();
-    return held.run(held.argument);
-}
-
-}  // namespace
-
-// The engine is linked to these.
-extern "C" int accept4(int fd, sockaddr* address, socklen_t* length, int flags) {
-    g_accepts++;
-    if (const int error = g_acceptError; error != 0) {
-        errno = error;
-        return -1;
-    }
-    return static_cast<int>(syscall(SYS_accept4, fd, address, length, flags));
-}
-
-extern "C" __attribute__((visibility("default"))) int pthread_create(
-    pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*),
-    void* argument) noexcept {
-    using Create = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
-    static const auto create = reinterpret_cast<Create>(dlsym(RTLD_NEXT, "pthread_create"));
-    if (t_heldThreads == nullptr) {
-        return create(thread, attributes, run, argument);
-    }
-    return create(thread, attributes, PassAndRun, new HeldThread{t_heldThreads, run, argument});
-}
-
-extern "C" int socket(int domain, int type, int protocol) noexcept {
-    if (const int error = g_socketError; error != 0 && (type & SOCK_NONBLOCK) != 0) {
-        errno = error;
-        return -1;
-    }
-    return static_cast<int>(syscall(SYS_socket, domain, type, protocol));
-}
-
-namespace {
-
-constexpr char kSocket[] = "ipc_test";
-constexpr char kFunction[] = "TestCBThread";
-
-// What the hooks saw and what they are to do.
-struct Probe {
-    std::mutex mutex;
-    std::vector<Bytes> bodies;
-    std::vector<u32> types;
-    std::vector<size_t> counts;
-    std::vector<Bound> bounds;
-    std::vector<Ended> ends;
-    std::atomic<int> ticks = 0;
-    std::atomic<bool> released = false;
-    std::atomic<Next> onMessage = Next::kGoOn;
-    std::atomic<Next> onTick = Next::kGoOn;
-    std::atomic<Next> onBegin = Next::kGoOn;
-    std::function<void(Listener&)> inMessage;
-    std::function<void()> inBegin;
-
-    size_t Messages() {
-        const std::lock_guard lock(mutex);
-        return bodies.size();
-    }
-    bool HasEnded(size_t times = 1) {
-        return WaitFor([=, this] {
-            const std::lock_guard lock(mutex);
-            return ends.size() == times;
-        });
-    }
-};
-
-Probe& ProbeOf(Listener& listener) {
-    return *static_cast<Probe*>(listener.Argument());
-}
-
-Next Begin(Listener& listener) {
-    if (ProbeOf(listener).inBegin) {
-        ProbeOf(listener).inBegin();
-    }
-    return ProbeOf(listener).onBegin;
-}
-
-void SayBound(Listener& listener, Bound bound) {
-    Probe& probe = ProbeOf(listener);
-    const std::lock_guard lock(probe.mutex);
-    probe.bounds.push_back(bound);
-}
-
-Next Take(Listener& listener, vimbra::Message& message) {
-    Probe& probe = ProbeOf(listener);
-    if (probe.inMessage) {
-        probe.inMessage(listener);
-    }
-    const std::lock_guard lock(probe.mutex);
-    probe.bodies.emplace_back(std::vector<u8>(message.body, message.body + message.bodySize));
-    probe.types.push_back(message.head.type);
-    probe.counts.push_back(message.count);
-    return probe.onMessage;
-}
-
-Next Tick(Listener& listener) {
-    ProbeOf(listener).ticks++;
-    return ProbeOf(listener).onTick;
-}
-
-void SayEnded(Listener& listener, Ended why) {
-    Probe& probe = ProbeOf(listener);
-    probe.released = listener.Release();
-    const std::lock_guard lock(probe.mutex);
-    probe.ends.push_back(why);
-}
-
-char g_threadName[] = "VimbraTestCBThread";
-
-ListenerService Service() {
-    return {
-        .function = kFunction,
-        .threadName = g_threadName,
-        .socketName = kSocket,
-        .bodySize = 8,
-        .shortBody = {"short body", FailureRule::kPlain, Next::kEnd},
-        .bodyTooLong = {"body too long", FailureRule::kPlain, Next::kGoOn},
-        .begin = Begin,
-        .bound = SayBound,
-        .message = Take,
-        .tick = Tick,
-        .ended = SayEnded,
-    };
-}
-
-class Engine : public testing::Test {
- protected:
-    Engine() {
-        threads_ = Threads();
-        descriptors_ = OpenDescriptors();
-    }
-    ~Engine() override {
-        WaitListener(KillListener(slot_));
-        EXPECT_TRUE(probe_.HasEnded(starts_));
-        ExpectLevel();
-    }
-    bool Start() {
-        starts_++;
-        return StartListener(Lasting(), slot_, {.argument = &probe_, .handle = &handle_});
-    }
-    // A thread may look at its service a moment longer than a test can see it.
-    const ListenerService& Lasting() const {
-        static auto& services = *new std::list<ListenerService>;
-        return services.emplace_back(service_);
-    }
-    void ExpectLevel() const {
-        EXPECT_TRUE(WaitFor([this] { return Threads() == threads_; }));
-        EXPECT_EQ(descriptors_, OpenDescriptors());
-    }
-
-    Capture log_;
-    size_t threads_;
-    std::map<int, std::string> descriptors_;
-    Probe probe_;
-    ListenerService service_ = Service();
-    ListenerSlot slot_ = {};
-    pthread_t handle_ = 0;
-    size_t starts_ = 0;
-};
-
-const Bytes kBody = {1, 2, 3, 4, 5, 6, 7, 8};
 
 // A standard output that nobody reads, for as long as it lives.
 class BlockedStdout {
@@ -392,94 +206,6 @@ TEST_F(Engine, FailedBindLeavesTheNumberAlone) {
     EXPECT_EQ(0u, handle_);
 }
 
-TEST_F(Engine, SocketThatCannotBeMadeEndsIt) {
-    g_socketError = EMFILE;
-    Start();
-    g_socketError = 0;
-    EXPECT_TRUE(probe_.HasEnded());
-    EXPECT_TRUE(log_.Has(Kind::kPerror, kFunction, "socket error"));
-    EXPECT_EQ(Bound::kSocketFailed, probe_.bounds[0]);
-    EXPECT_EQ(Ended::kNotBound, probe_.ends[0]);
-    EXPECT_EQ(0u, handle_);
-}
-
-TEST_F(Engine, FailedAcceptEnds) {
-    size_t times = 0;
-    for (const int error : {EMFILE, ECONNABORTED, ENOMEM, EBADF, EINVAL}) {
-        log_.Clear();
-        Start();
-        g_acceptError = error;
-        Connection connection(kSocket);
-        EXPECT_TRUE(probe_.HasEnded(++times));
-        g_acceptError = 0;
-        EXPECT_TRUE(log_.Has(Kind::kPerror, kFunction, "accept error"));
-        EXPECT_EQ(Ended::kAcceptFailed, probe_.ends.back());
-        EXPECT_TRUE(connection.WaitPeerClosed());
-    }
-}
-
-TEST_F(Engine, FailureOfAcceptThatPassesIsWaitedOut) {
-    service_.acceptFailure = AcceptFailure::kMayBePassing;
-    Start();
-    size_t messages = 0;
-    for (const int error : {EMFILE, ENFILE, ECONNABORTED, ENOMEM, ENOBUFS, EPROTO, EPERM}) {
-        log_.Clear();
-        const int before = g_accepts;
-        g_acceptError = error;
-        Connection connection(kSocket);
-        ASSERT_TRUE(connection.Send(bed::Message(1, kBody)));
-        // It tries again, but not all the time.
-        const auto begin = std::chrono::steady_clock::now();
-        EXPECT_TRUE(WaitFor([=] { return g_accepts >= before + 3; }));
-        EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(300));
-        g_acceptError = 0;
-        EXPECT_TRUE(connection.WaitPeerClosed());
-        EXPECT_EQ(++messages, probe_.Messages());
-        EXPECT_GE(log_.Count(Kind::kPerror, kFunction, "accept error"), 3);
-    }
-}
-
-TEST_F(Engine, DeadSocketEndsAlsoWhoWouldWaitOut) {
-    service_.acceptFailure = AcceptFailure::kMayBePassing;
-    size_t times = 0;
-    for (const int error : {EBADF, EINVAL, ENOTSOCK}) {
-        Start();
-        g_acceptError = error;
-        Connection connection(kSocket);
-        EXPECT_TRUE(probe_.HasEnded(++times));
-        g_acceptError = 0;
-        EXPECT_EQ(Ended::kAcceptFailed, probe_.ends.back());
-    }
-}
-
-TEST_F(Engine, KillCutsThePause) {
-    service_.acceptFailure = AcceptFailure::kMayBePassing;
-    Start();
-    const int before = g_accepts;
-    g_acceptError = EMFILE;
-    Connection connection(kSocket);
-    EXPECT_TRUE(WaitFor([=] { return g_accepts > before; }));
-    EXPECT_EQ(0, KillListener(slot_).result);
-    EXPECT_TRUE(probe_.HasEnded());
-    g_acceptError = 0;
-    EXPECT_EQ(Ended::kKilled, probe_.ends[0]);
-}
-
-TEST_F(Engine, ConnectionThatIsGoneAgainIsNoFailure) {
-    Start();
-    g_acceptError = EAGAIN;
-    const int before = g_accepts;
-    Connection connection(kSocket);
-    ASSERT_TRUE(connection.Send(bed::Message(1, kBody)));
-    EXPECT_TRUE(WaitFor([=] { return g_accepts > before; }));
-    g_acceptError = EINTR;
-    EXPECT_TRUE(WaitFor([=] { return g_accepts > before + 10; }));
-    g_acceptError = 0;
-    EXPECT_TRUE(connection.WaitPeerClosed());
-    EXPECT_EQ(1u, probe_.Messages());
-    EXPECT_TRUE(log_.IsSilent());
-}
-
 TEST_F(Engine, TickComesWhenNothingElseDoes) {
     service_.tickSeconds = 1;
     probe_.onTick = Next::kEnd;
@@ -546,94 +272,6 @@ TEST_F(Engine, CallbackThatTurnsCancellationOnLosesNothing) {
     EXPECT_TRUE(Notify(kSocket, 1, kBody));
     EXPECT_TRUE(Notify(kSocket, 1, kBody));
     EXPECT_EQ(2u, probe_.Messages());
-}
-
-TEST_F(Engine, UpToTakesWhatComes) {
-    service_.reading = Reading::kUpTo;
-    Start();
-    const Bytes whole = bed::Message(7, kBody, 0);
-    for (const size_t length : {0, 4, 12, 15, 20}) {
-        Connection connection(kSocket);
-        ASSERT_TRUE(connection.Send(whole.Slice(0, length)));
-        connection.EndSending();
-        EXPECT_TRUE(connection.WaitPeerClosed());
-    }
-    ASSERT_EQ(5u, probe_.Messages());
-    EXPECT_EQ((std::vector<size_t>{0, 4, 12, 15, 20}), probe_.counts);
-    EXPECT_EQ((std::vector<u32>{0, 7, 7, 7, 7}), probe_.types);
-    EXPECT_EQ(Bytes(), probe_.bodies[2]);
-    EXPECT_EQ(kBody.Slice(0, 3), probe_.bodies[3]);
-    EXPECT_EQ(kBody, probe_.bodies[4]);
-    EXPECT_TRUE(log_.IsSilent());
-}
-
-TEST_F(Engine, HeadThenBodyTakesWhatTheHeadSays) {
-    service_.reading = Reading::kHeadThenBody;
-    service_.bodySize = 4096;
-    Start();
-    EXPECT_TRUE(Notify(kSocket, 1, {}));
-    EXPECT_TRUE(Notify(kSocket, 2, kBody));
-    EXPECT_TRUE(Notify(kSocket, 3, Pack().Zeros(4096)));
-    // The two may come apart.
-    Connection connection(kSocket);
-    ASSERT_TRUE(connection.SendInPieces(bed::Message(4, kBody), {12}));
-    EXPECT_TRUE(connection.WaitPeerClosed());
-    ASSERT_EQ(4u, probe_.Messages());
-    EXPECT_EQ((std::vector<u32>{1, 2, 3, 4}), probe_.types);
-    EXPECT_EQ(Bytes(), probe_.bodies[0]);
-    EXPECT_EQ(kBody, probe_.bodies[1]);
-    EXPECT_EQ(4096u, probe_.bodies[2].size());
-    EXPECT_EQ(kBody, probe_.bodies[3]);
-}
-
-TEST_F(Engine, HeadThenBodyBoundsTheBody) {
-    service_.reading = Reading::kHeadThenBody;
-    service_.bodySize = 4096;
-    Start();
-    int refused = 0;
-    for (const u32 size : {4097u, 0x7fffffffu, 0x80000000u, 0xffffffffu}) {
-        EXPECT_TRUE(Notify(kSocket, 1, kBody, {.size = size}));
-        EXPECT_EQ(++refused, log_.Count(Kind::kError, kFunction, "body too long"));
-    }
-    EXPECT_EQ(0u, probe_.Messages());
-    EXPECT_TRUE(Notify(kSocket, 1, kBody));
-    EXPECT_EQ(1u, probe_.Messages());
-}
-
-TEST_F(Engine, HeadThenBodyEndsOnAShortBody) {
-    service_.reading = Reading::kHeadThenBody;
-    Start();
-    Connection connection(kSocket);
-    ASSERT_TRUE(connection.Send(bed::Message(1, kBody).Slice(0, 19)));
-    connection.EndSending();
-    EXPECT_TRUE(connection.WaitPeerClosed());
-    EXPECT_TRUE(probe_.HasEnded());
-    EXPECT_EQ(Ended::kBadMessage, probe_.ends[0]);
-    EXPECT_TRUE(log_.Has(Kind::kError, kFunction, "short body"));
-}
-
-TEST_F(Engine, PeerThatSaysNothingKeepsNobodyWaitingForGood) {
-    Start();
-    Connection silent(kSocket);
-    ASSERT_TRUE(silent.Connected());
-    const auto begin = std::chrono::steady_clock::now();
-    EXPECT_TRUE(Notify(kSocket, 1, kBody));
-    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(4500));
-    EXPECT_TRUE(silent.WaitPeerClosed());
-    EXPECT_EQ(1u, probe_.Messages());
-    EXPECT_TRUE(log_.Has(Kind::kPerror, kFunction, "read message error"));
-}
-
-// The time is the whole message's, not each piece's.
-TEST_F(Engine, PeerThatStopsInTheMiddleIsAShortReadInTime) {
-    service_.reading = Reading::kHeadThenBody;
-    Start();
-    Connection half(kSocket);
-    ASSERT_TRUE(half.Send(bed::Message(1, kBody).Slice(0, 12)));
-    EXPECT_TRUE(half.WaitPeerClosed());
-    EXPECT_TRUE(probe_.HasEnded());
-    EXPECT_EQ(Ended::kBadMessage, probe_.ends[0]);
-    EXPECT_TRUE(log_.Has(Kind::kError, kFunction, "short body"));
 }
 
 // How many threads of a name are waiting for something. The capture cannot be asked: it looks at
