@@ -2,7 +2,6 @@
 #ifndef VIMBRA_TESTS_E2E_NTP_CLIENT_HPP
 #define VIMBRA_TESTS_E2E_NTP_CLIENT_HPP
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <vimbra/ntpc_report.h>
@@ -12,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "../ground/address.hpp"
 #include "e2e.hpp"
 #include "messages.hpp"
 #include "ntp_server.hpp"
@@ -38,13 +38,6 @@ inline constexpr s64 kNear = 1'000'000;
 inline bed::Bytes Server(const char* text) {
     const bool v6 = std::string(text).find(':') != std::string::npos;
     return bed::Pack().Address(v6 ? 10 : 2, text);
-}
-
-inline TVimbraAddr Addr(const char* text) {
-    TVimbraAddr address{};
-    const bed::Bytes bytes = Server(text);
-    memcpy(&address, bytes.data(), sizeof(address));
-    return address;
 }
 
 inline bed::Bytes StartBody(const char* server, u32 interval = 60) {
@@ -104,12 +97,6 @@ inline Event WaitEvent(size_t number = 0) {
     std::vector<Event> events = Events();
     events.resize(std::max(events.size(), number + 1));
     return events[number];
-}
-
-inline std::string TextOf(const TVimbraAddr& address) {
-    char text[INET6_ADDRSTRLEN] = "";
-    inet_ntop(address.wSinFamily, &address.tV6Addr, text, sizeof(text));
-    return text;
 }
 
 // How many clients are asking at this moment.

@@ -2,12 +2,12 @@
 #ifndef VIMBRA_TESTS_E2E_ROUTES_HPP
 #define VIMBRA_TESTS_E2E_ROUTES_HPP
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <vimbra/route.h>
 
 #include <cstring>
 
+#include "../ground/address.hpp"
 #include "e2e.hpp"
 
 namespace vimbra::tests {
@@ -17,26 +17,12 @@ inline char g_eth0[16] = "eth0";
 inline char g_eth1[16] = "eth1";
 inline char g_nowhere[16] = "nowhere0";
 
-inline TVimbraAddr Addr(const char* text) {
-    TVimbraAddr made{};
-    const bool v6 = std::strchr(text, ':') != nullptr;
-    made.wSinFamily = v6 ? VIMBRA_FAMILY_IPV6 : VIMBRA_FAMILY_IPV4;
-    EXPECT_EQ(1, inet_pton(made.wSinFamily, text, &made.tV6Addr)) << text;
-    return made;
-}
-
-inline std::string TextOf(const TVimbraAddr& address) {
-    char text[INET6_ADDRSTRLEN] = "";
-    inet_ntop(address.wSinFamily, &address.tV6Addr, text, sizeof(text));
-    return text;
-}
-
 inline TVimbraIpRouteParam Route(const char* iface, const char* destination, u32 prefix,
                                  const char* gateway, u32 metric = 0) {
     TVimbraIpRouteParam route{};
     std::memcpy(route.achIfaceName, iface, std::strlen(iface));
-    route.tDestIpNet = Addr(destination);
-    route.tDestGateWay = Addr(gateway);
+    route.tDestIpNet = Address(destination);
+    route.tDestGateWay = Address(gateway);
     route.dwPrefix = prefix;
     route.dwRoutePri = metric;
     return route;
@@ -63,7 +49,7 @@ inline s32 Modify(TVimbraIpRouteParam route) {
 }
 
 inline TVimbraIpRuleParam Rule(const char* source, u32 prefix, u32 pref, u32 table, u32 mark = 0) {
-    return {Addr(source), prefix, pref, table, mark};
+    return {Address(source), prefix, pref, table, mark};
 }
 
 inline s32 AddRule(TVimbraIpRuleParam rule) {

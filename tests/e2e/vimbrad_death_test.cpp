@@ -1,5 +1,4 @@
 // A daemon that is killed takes its programs with it, at whatever stage they are.
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/mount.h>
@@ -12,6 +11,7 @@
 #include <sstream>
 #include <vimbra/bed.hpp>
 
+#include "../ground/address.hpp"
 #include "dhcp_server.hpp"
 #include "e2e.hpp"
 #include "messages.hpp"
@@ -162,21 +162,14 @@ TEST(VimbradDeath, PppdAtTheMomentOfItsStart) {
     }
 }
 
-TVimbraAddr AddressOf(const char* text) {
-    TVimbraAddr address{};
-    address.wSinFamily = VIMBRA_FAMILY_IPV4;
-    inet_pton(AF_INET, text, &address.tV4Addr);
-    return address;
-}
-
 TEST(VimbradDeath, DhcpServer) {
     MakeIface("eth0");
     Shell("ip address add 10.1.0.1/24 dev eth0");
     Mortal daemon;
     TVimbraDhcpsInfo pool{};
-    pool.tIpPoolStart = AddressOf("10.1.0.100");
-    pool.tIpPoolEnd = AddressOf("10.1.0.200");
-    pool.tRoutes = AddressOf("10.1.0.1");
+    pool.tIpPoolStart = Address("10.1.0.100");
+    pool.tIpPoolEnd = Address("10.1.0.200");
+    pool.tRoutes = Address("10.1.0.1");
     pool.dwIpPoolPrefix = 24;
     char eth0[] = "eth0";
     ASSERT_EQ(0, VimbraDhcpsStart(eth0, 2, &pool));

@@ -17,6 +17,7 @@
 #include <map>
 #include <mutex>
 
+#include "../ground/address.hpp"
 #include "dhcp_server.hpp"
 #include "e2e.hpp"
 #include "messages.hpp"
@@ -43,14 +44,8 @@ Bytes Body(const std::string& iface, u16 family = 2) {
     return Pack().U16(family).Text(iface, 16);
 }
 
-std::string TextOf(const TVimbraAddr& address) {
-    char text[INET6_ADDRSTRLEN] = "";
-    inet_ntop(address.wSinFamily, &address.tV6Addr, text, sizeof(text));
-    return text;
-}
-
 // What the application was told, in words.
-std::string TextOf(u32 event, const TVimbraDhcpcAddrInfo& info) {
+std::string InWords(u32 event, const TVimbraDhcpcAddrInfo& info) {
     std::string text = std::to_string(event) + " " + std::string(info.achDevName);
     if (info.tIpAddrs.wSinFamily != 0) {
         text += " " + TextOf(info.tIpAddrs) + "/" + std::to_string(info.dwIpPrefix) + " via " +
@@ -69,7 +64,7 @@ std::vector<std::string>& g_reported = *new std::vector<std::string>;
 
 int Take(u32 event, TVimbraDhcpcAddrInfo* info) {
     const std::lock_guard lock(g_mutex);
-    g_reported.push_back(TextOf(event, *info));
+    g_reported.push_back(InWords(event, *info));
     return 0;
 }
 
@@ -148,7 +143,7 @@ TEST_F(VimbradDhcpClient, ApplicationIsToldWhatTheServerHandsOut) {
 
     TVimbraDhcpcAddrInfo lease{};
     ASSERT_EQ(0, VimbraDhcpcGetLeaseInfo("eth0", 2, &lease));
-    EXPECT_EQ(kTold, TextOf(VIMBRA_DHCPC_EVENT_LEASE, lease));
+    EXPECT_EQ(kTold, InWords(VIMBRA_DHCPC_EVENT_LEASE, lease));
 
     // Once by a signal to the process, once by the daemon, once by starting what runs.
     ASSERT_EQ(0, VimbraDhcpcRenew("eth0", 2));

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "../ground/address.hpp"
 #include "e2e.hpp"
 #include "messages.hpp"
 
@@ -26,13 +27,6 @@ namespace {
 constexpr u32 kStart = 0x801;
 constexpr u32 kStop = 0x802;
 constexpr char kLeases[] = "/usr/etc/udhcpd.leases";
-
-TVimbraAddr Address(const char* text) {
-    TVimbraAddr address{};
-    address.wSinFamily = VIMBRA_FAMILY_IPV4;
-    EXPECT_EQ(1, inet_pton(AF_INET, text, &address.tV4Addr));
-    return address;
-}
 
 TVimbraDhcpsInfo Pool(const char* start, const char* end, const char* router = "0.0.0.0",
                       const std::vector<const char*>& dns = {}) {

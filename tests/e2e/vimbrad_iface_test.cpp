@@ -1,5 +1,4 @@
 // Addresses, MAC address, MTU and log level: what the library asks for is what the kernel has.
-#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <vimbra/common.h>
@@ -11,6 +10,7 @@
 #include <cstring>
 #include <vimbra/bed.hpp>
 
+#include "../ground/address.hpp"
 #include "e2e.hpp"
 
 namespace vimbra::tests {
@@ -28,9 +28,7 @@ TVimbraIfaceIp Entry(const char* text, u32 prefix, EVimbraScopeType scope = VIMB
     TVimbraIfaceIp entry{};
     entry.eScopeType = scope;
     entry.dwPrefix = prefix;
-    const bool v6 = std::strchr(text, ':') != nullptr;
-    entry.tIpAddr.wSinFamily = v6 ? VIMBRA_FAMILY_IPV6 : VIMBRA_FAMILY_IPV4;
-    EXPECT_EQ(1, inet_pton(entry.tIpAddr.wSinFamily, text, &entry.tIpAddr.tV6Addr)) << text;
+    entry.tIpAddr = Address(text);
     return entry;
 }
 
@@ -42,11 +40,9 @@ TVimbraIfaceAllIp List(std::initializer_list<TVimbraIfaceIp> entries) {
     return list;
 }
 
-std::string TextOf(const TVimbraIfaceIp& entry) {
-    char text[INET6_ADDRSTRLEN] = "";
-    inet_ntop(entry.tIpAddr.wSinFamily, &entry.tIpAddr.tV6Addr, text, sizeof(text));
+std::string InWords(const TVimbraIfaceIp& entry) {
     static const char* const kScopes[] = {"default", "host", "link", "site", "global"};
-    return std::string(text) + "/" + std::to_string(entry.dwPrefix) + " " +
+    return TextOf(entry.tIpAddr) + "/" + std::to_string(entry.dwPrefix) + " " +
            kScopes[entry.eScopeType];
 }
 
@@ -56,7 +52,7 @@ std::vector<std::string> Told(u16 family) {
     EXPECT_EQ(0, VimbraIfaceGetIp(g_eth0, family, &list));
     std::vector<std::string> told;
     for (u32 i = 0; i < list.dwIpNum; ++i) {
-        told.push_back(TextOf(list.atNetIfaceIp[i]));
+        told.push_back(InWords(list.atNetIfaceIp[i]));
     }
     return told;
 }
@@ -403,8 +399,8 @@ TEST_F(VimbradIface, LoopbacksHostScopeIsTold) {
     char lo[] = "lo";
     EXPECT_EQ(0, VimbraIfaceGetIp(lo, 11, &list));
     ASSERT_EQ(2u, list.dwIpNum);
-    EXPECT_EQ("127.0.0.1/8 host", TextOf(list.atNetIfaceIp[0]));
-    EXPECT_EQ("::1/128 host", TextOf(list.atNetIfaceIp[1]));
+    EXPECT_EQ("127.0.0.1/8 host", InWords(list.atNetIfaceIp[0]));
+    EXPECT_EQ("::1/128 host", InWords(list.atNetIfaceIp[1]));
 }
 
 TEST_F(VimbradIface, MacIsSetAndTold) {

@@ -1,5 +1,4 @@
 // The first generation's view of interfaces and routes equals the current one.
-#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <vimbra/iface.h>
@@ -10,6 +9,7 @@
 #include <cstring>
 #include <vimbra/bed.hpp>
 
+#include "../ground/address.hpp"
 #include "e2e.hpp"
 
 namespace vimbra::tests {
@@ -21,16 +21,6 @@ using testing::IsEmpty;
 namespace {
 
 char g_eth0[] = "eth0";
-
-u32 Word(const char* text) {
-    return inet_addr(text);
-}
-
-std::string TextOf(u32 word) {
-    char text[INET_ADDRSTRLEN] = "";
-    inet_ntop(AF_INET, &word, text, sizeof(text));
-    return text;
-}
 
 TNetIpRouteParam Route(const char* destination, u32 prefix, const char* gateway, u32 metric) {
     return {0, Word(destination), prefix, Word(gateway), metric};
@@ -52,8 +42,8 @@ TEST_F(VimbradLegacy, FirstAddressMaskAndMac) {
         "ip address add fd00::1/64 dev eth0");
     TNetEthParam param{};
     EXPECT_EQ(0, NetGetEthParam(0, &param));
-    EXPECT_EQ("10.1.2.3", TextOf(param.dwIpAdrs));
-    EXPECT_EQ("255.255.240.0", TextOf(param.dwIpMask));
+    EXPECT_EQ(Word("10.1.2.3"), param.dwIpAdrs);
+    EXPECT_EQ(Word("255.255.240.0"), param.dwIpMask);
     const u8 mac[] = {0x02, 0x11, 0x22, 0x33, 0x44, 0x55};
     EXPECT_EQ(0, std::memcmp(mac, param.byMacAdrs, sizeof(mac)));
 }
@@ -62,8 +52,8 @@ TEST_F(VimbradLegacy, InterfaceWithoutIpv4Address) {
     Shell("ip address add fd00::1/64 dev eth0");
     TNetEthParam param{};
     EXPECT_EQ(0, NetGetEthParam(0, &param));
-    EXPECT_EQ("0.0.0.0", TextOf(param.dwIpAdrs));
-    EXPECT_EQ("0.0.0.0", TextOf(param.dwIpMask));
+    EXPECT_EQ(Word("0.0.0.0"), param.dwIpAdrs);
+    EXPECT_EQ(Word("0.0.0.0"), param.dwIpMask);
     EXPECT_EQ(0x55, param.byMacAdrs[5]);
     TNetEthParamAll all{};
     EXPECT_EQ(0, NetGetEthParamAll(0, &all));
@@ -143,7 +133,7 @@ TEST_F(VimbradLegacy, RoutesAndGateway) {
     EXPECT_EQ(0, NetSetDefGateway(0, Word("10.0.0.2")));
     u32 gateway = 0;
     EXPECT_EQ(0, NetGetDefGateway(0, &gateway));
-    EXPECT_EQ("10.0.0.2", TextOf(gateway));
+    EXPECT_EQ(Word("10.0.0.2"), gateway);
     TNetIpRouteParam route = Route("172.16.0.0", 12, "10.0.0.2", 5);
     EXPECT_EQ(0, NetAddOneIpRoute(0, &route));
     route.dwRoutePri = 6;

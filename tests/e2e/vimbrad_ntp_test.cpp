@@ -37,7 +37,7 @@ TEST_F(VimbradNtp, ApplicationIsToldTheOffset) {
     ASSERT_EQ(0, VimbraInit());
     for (const char* server : {kServer, kServer6}) {
         const size_t number = Events().size();
-        ASSERT_EQ(0, VimbraNtpcStart(Addr(server), 60, Take)) << daemon_.Log();
+        ASSERT_EQ(0, VimbraNtpcStart(Address(server), 60, Take)) << daemon_.Log();
         const Event told = WaitEvent(number);
         EXPECT_EQ(30001u, told.event);
         EXPECT_EQ(server, TextOf(told.report.tServerIp));
@@ -61,7 +61,7 @@ TEST_F(VimbradNtp, LegacyApplicationIsToldTheOffset) {
 
 TEST_F(VimbradNtp, ApplicationIsToldThatTheServerDoesNotAnswer) {
     ASSERT_EQ(0, VimbraInit());
-    ASSERT_EQ(0, VimbraNtpcStart(Addr(kNobody), 60, Take));
+    ASSERT_EQ(0, VimbraNtpcStart(Address(kNobody), 60, Take));
     const Event told = WaitEvent();
     EXPECT_EQ(30002u, told.event);
     EXPECT_EQ(kNobody, TextOf(told.report.tServerIp));
@@ -195,9 +195,9 @@ TEST_F(VimbradNtp, Refusals) {
 // ---- Checks ------------------------------------------------------------------------------------
 
 TEST_F(VimbradNtp, Check) {
-    EXPECT_EQ(0, VimbraNtpcSerCheck(Addr(kServer)));
-    EXPECT_EQ(0, VimbraNtpcSerCheck(Addr(kServer6)));
-    EXPECT_EQ(-1, VimbraNtpcSerCheck(Addr("198.51.100.1")));
+    EXPECT_EQ(0, VimbraNtpcSerCheck(Address(kServer)));
+    EXPECT_EQ(0, VimbraNtpcSerCheck(Address(kServer6)));
+    EXPECT_EQ(-1, VimbraNtpcSerCheck(Address("198.51.100.1")));
     EXPECT_EQ(0, Ask(kCheck, Server(kServer)));
     EXPECT_EQ(ENETUNREACH, Ask(kCheck, Server("198.51.100.1")));
     EXPECT_EQ(ENETUNREACH, Ask(kCheck, Server("2001:db8::1")));

@@ -1,6 +1,5 @@
 // A daemon that is killed, ended or exchanged, under applications that go on: what a later life
 // takes up, and what is left when there is to be none.
-#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -11,6 +10,7 @@
 #include <memory>
 #include <vimbra/bed.hpp>
 
+#include "../ground/address.hpp"
 #include "address_watch.hpp"
 #include "dhcp_server.hpp"
 #include "e2e.hpp"
@@ -41,13 +41,6 @@ constexpr u32 kConflictStart = 281;
 constexpr char kState[] = "/run/vimbrad/state.json";
 
 char g_eth1[] = "eth1";
-
-TVimbraAddr Addr(const char* text) {
-    TVimbraAddr made{};
-    made.wSinFamily = VIMBRA_FAMILY_IPV4;
-    inet_pton(AF_INET, text, &made.tV4Addr);
-    return made;
-}
 
 Bytes Dhcp(const char* iface = "eth0") {
     return Pack().U16(2).Text(iface, 16);
@@ -195,12 +188,12 @@ TEST_F(VimbradRestart, ForgettingTakesTheLeaseBackAndLeavesTheRest) {
 TEST_F(VimbradRestart, AddressesRoutesRulesAndGatewaysAreOursStill) {
     Shell("ip address add 10.9.0.1/24 dev eth1");
     Lives daemon;
-    TVimbraIfaceIp address{VIMBRA_SCOPE_TYPE_DEF, Addr("10.1.0.1"), 24};
+    TVimbraIfaceIp address{VIMBRA_SCOPE_TYPE_DEF, Address("10.1.0.1"), 24};
     ASSERT_EQ(0, VimbraIfaceAddIp(g_eth1, &address));
-    ASSERT_EQ(0, VimbraSetDefGateway(g_eth1, Addr("10.1.0.2")));
-    TVimbraIpRouteParam route{"eth1", Addr("198.51.100.0"), Addr("10.1.0.2"), 24, 7};
+    ASSERT_EQ(0, VimbraSetDefGateway(g_eth1, Address("10.1.0.2")));
+    TVimbraIpRouteParam route{"eth1", Address("198.51.100.0"), Address("10.1.0.2"), 24, 7};
     ASSERT_EQ(0, VimbraAddOneIpRoute(&route));
-    TVimbraIpRuleParam rule{Addr("203.0.113.0"), 24, 77, 100, 0};
+    TVimbraIpRuleParam rule{Address("203.0.113.0"), 24, 77, 100, 0};
     ASSERT_EQ(0, VimbraAddIpRule(&rule));
     daemon.KillAndBegin();
     EXPECT_THAT(KernelAddresses("eth1", 2),
@@ -238,10 +231,10 @@ TEST_F(VimbradRestart, DhcpServerServesOn) {
     Shell("ip address add 10.1.0.1/24 dev eth1");
     Lives daemon;
     TVimbraDhcpsInfo pool{};
-    pool.tIpPoolStart = Addr("10.1.0.100");
-    pool.tIpPoolEnd = Addr("10.1.0.200");
+    pool.tIpPoolStart = Address("10.1.0.100");
+    pool.tIpPoolEnd = Address("10.1.0.200");
     pool.dwIpPoolPrefix = 24;
-    pool.tRoutes = Addr("10.1.0.1");
+    pool.tRoutes = Address("10.1.0.1");
     ASSERT_EQ(0, VimbraDhcpsStart(g_eth1, 2, &pool));
     const Json before = Shown("dhcp_servers").at(0);
     daemon.KillAndBegin();

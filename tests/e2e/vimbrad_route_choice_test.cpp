@@ -82,11 +82,11 @@ TEST_F(VimbradRoute, PriorityOrdersTheDefaultRoutes) {
     MakeIface("eth2");
     Shell("ip address add 10.2.0.1/24 dev eth2");
     char eth2[16] = "eth2";
-    EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Addr("10.0.0.2")));
-    EXPECT_EQ(0, VimbraSetDefGateway(g_eth1, Addr("10.1.0.2")));
-    EXPECT_EQ(0, VimbraSetDefGateway(eth2, Addr("10.2.0.2")));
-    EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Addr("fd00::2")));
-    EXPECT_EQ(0, VimbraSetDefGateway(g_eth1, Addr("fd01::2")));
+    EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Address("10.0.0.2")));
+    EXPECT_EQ(0, VimbraSetDefGateway(g_eth1, Address("10.1.0.2")));
+    EXPECT_EQ(0, VimbraSetDefGateway(eth2, Address("10.2.0.2")));
+    EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Address("fd00::2")));
+    EXPECT_EQ(0, VimbraSetDefGateway(g_eth1, Address("fd01::2")));
     const auto order = [] {
         std::vector<std::string> names;
         for (const int family : {4, 6}) {
@@ -114,9 +114,9 @@ TEST_F(VimbradRoute, PriorityOrdersTheDefaultRoutes) {
     EXPECT_EQ(0, SetPriority({{"eth2", 4}, {"eth0", 4}, {"eth1", 4}}));
     EXPECT_THAT(order(), ElementsAre("eth2", "eth0", "eth1", "eth0", "eth1"));
     // A gateway that is set later takes its interface's place.
-    EXPECT_EQ(0, VimbraSetDefGateway(eth2, Addr("10.2.0.3")));
+    EXPECT_EQ(0, VimbraSetDefGateway(eth2, Address("10.2.0.3")));
     EXPECT_EQ(0, VimbraDelDefGateway(g_eth0, 2));
-    EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Addr("10.0.0.3")));
+    EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Address("10.0.0.3")));
     EXPECT_THAT(order(), ElementsAre("eth2", "eth0", "eth1", "eth0", "eth1"));
     EXPECT_EQ("10.2.0.3", Gateway(nullptr, 2));
     // First come, first served: eth0 got its gateway of IPv4 last.
@@ -191,8 +191,8 @@ TEST_F(VimbradRoutePacket, TakesTheRouteOfTheTableThatARuleSelects) {
 }
 
 TEST_F(VimbradRoutePacket, TakesTheGatewayOfTheTableThatARuleSelects) {
-    EXPECT_EQ(0, VimbraSetDefGateway(g_eth1, Addr("10.1.0.2")));
-    EXPECT_EQ(0, VimbraSetDefGatewayToTable(g_eth0, Addr("10.0.0.2"), 50));
+    EXPECT_EQ(0, VimbraSetDefGateway(g_eth1, Address("10.1.0.2")));
+    EXPECT_EQ(0, VimbraSetDefGatewayToTable(g_eth0, Address("10.0.0.2"), 50));
     EXPECT_EQ(2, Reached("-I 192.0.2.1"));
     EXPECT_EQ(0, AddRule(Rule("192.0.2.0", 24, 10, 50)));
     EXPECT_EQ(1, Reached("-I 192.0.2.1"));
@@ -209,8 +209,8 @@ TEST_F(VimbradRoutePacket, GoesByTheMetric) {
 }
 
 TEST_F(VimbradRoutePacket, GoesByTheNetworkPriority) {
-    EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Addr("10.0.0.2")));
-    EXPECT_EQ(0, VimbraSetDefGateway(g_eth1, Addr("10.1.0.2")));
+    EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Address("10.0.0.2")));
+    EXPECT_EQ(0, VimbraSetDefGateway(g_eth1, Address("10.1.0.2")));
     EXPECT_EQ(1, Reached("-I 192.0.2.1"));
     EXPECT_EQ(0, SetPriority({{"eth1", 1}, {"eth0", 2}}));
     EXPECT_EQ(2, Reached("-I 192.0.2.1"));

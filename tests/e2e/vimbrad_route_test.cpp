@@ -123,7 +123,7 @@ TEST_F(VimbradRoute, MetricChanges) {
 // The kernel shows the routes of a link without carrier with a state that it does not take back.
 TEST_F(VimbradRoute, MetricAndPriorityChangeWithoutACable) {
     EXPECT_EQ(0, Add(Route("eth0", "172.16.0.0", 12, "10.0.0.2", 5)));
-    EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Addr("10.0.0.2")));
+    EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Address("10.0.0.2")));
     Shell("ip link set peer-eth0 down");
     ASSERT_TRUE(WaitFor(
         [] { return Shell("ip route show dev eth0").find("linkdown") != std::string::npos; }));
@@ -205,16 +205,16 @@ TEST_F(VimbradRoute, WhatWasToldCanBeDeleted) {
 
 TEST_F(VimbradRoute, GatewayOfAnInterface) {
     EXPECT_EQ("none", Gateway(g_eth0, 2));
-    EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Addr("10.0.0.2")));
-    EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Addr("fd00::2")));
+    EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Address("10.0.0.2")));
+    EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Address("fd00::2")));
     EXPECT_THAT(KernelRoutes(2), ElementsAre("default via 10.0.0.2 dev eth0"));
     EXPECT_THAT(KernelRoutes(10),
                 ElementsAre("default via fd00::2 dev eth0 metric 1024 pref medium"));
     EXPECT_EQ("10.0.0.2", Gateway(g_eth0, 2));
     EXPECT_EQ("fd00::2", Gateway(g_eth0, 10));
     EXPECT_EQ("none", Gateway(g_eth1, 2));
-    EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Addr("10.0.0.3")));
-    EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Addr("10.0.0.3")));
+    EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Address("10.0.0.3")));
+    EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Address("10.0.0.3")));
     EXPECT_THAT(KernelRoutes(2), ElementsAre("default via 10.0.0.3 dev eth0"));
     EXPECT_EQ(0, VimbraDelDefGateway(g_eth0, 2));
     EXPECT_THAT(KernelRoutes(2), IsEmpty());
@@ -225,10 +225,10 @@ TEST_F(VimbradRoute, GatewayOfAnInterface) {
 }
 
 TEST_F(VimbradRoute, EachInterfaceHasItsOwnGateway) {
-    EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Addr("10.0.0.2")));
-    EXPECT_EQ(0, VimbraSetDefGateway(g_eth1, Addr("10.1.0.2")));
-    EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Addr("fd00::2")));
-    EXPECT_EQ(0, VimbraSetDefGateway(g_eth1, Addr("fd01::2")));
+    EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Address("10.0.0.2")));
+    EXPECT_EQ(0, VimbraSetDefGateway(g_eth1, Address("10.1.0.2")));
+    EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Address("fd00::2")));
+    EXPECT_EQ(0, VimbraSetDefGateway(g_eth1, Address("fd01::2")));
     EXPECT_THAT(KernelRoutes(2), ElementsAre("default via 10.0.0.2 dev eth0",
                                              "default via 10.1.0.2 dev eth1 metric 1"));
     EXPECT_THAT(KernelRoutes(10),
@@ -243,45 +243,45 @@ TEST_F(VimbradRoute, EachInterfaceHasItsOwnGateway) {
 }
 
 TEST_F(VimbradRoute, GatewayWithoutAnInterfaceFindsItsOwn) {
-    EXPECT_EQ(0, VimbraSetDefGateway(nullptr, Addr("10.1.0.2")));
+    EXPECT_EQ(0, VimbraSetDefGateway(nullptr, Address("10.1.0.2")));
     EXPECT_THAT(KernelRoutes(2), ElementsAre("default via 10.1.0.2 dev eth1"));
-    EXPECT_EQ(0, VimbraSetDefGateway(nullptr, Addr("10.0.0.2")));
-    EXPECT_EQ(0, VimbraSetDefGateway(nullptr, Addr("10.1.0.3")));
+    EXPECT_EQ(0, VimbraSetDefGateway(nullptr, Address("10.0.0.2")));
+    EXPECT_EQ(0, VimbraSetDefGateway(nullptr, Address("10.1.0.3")));
     EXPECT_THAT(KernelRoutes(2), ElementsAre("default via 10.1.0.3 dev eth1",
                                              "default via 10.0.0.2 dev eth0 metric 1"));
-    EXPECT_EQ(-1, VimbraSetDefGateway(nullptr, Addr("0.0.0.0")));
+    EXPECT_EQ(-1, VimbraSetDefGateway(nullptr, Address("0.0.0.0")));
     EXPECT_EQ(0, VimbraDelDefGateway(nullptr, 2));
     EXPECT_THAT(KernelRoutes(2), IsEmpty());
 }
 
 TEST_F(VimbradRoute, InterfaceItselfMayBeTheWayOut) {
-    EXPECT_EQ(0, VimbraSetDefGateway(g_eth1, Addr("0.0.0.0")));
+    EXPECT_EQ(0, VimbraSetDefGateway(g_eth1, Address("0.0.0.0")));
     EXPECT_THAT(KernelRoutes(2), ElementsAre("default dev eth1 scope link"));
     EXPECT_EQ("0.0.0.0", Gateway(g_eth1, 2));
-    EXPECT_EQ(0, VimbraSetDefGateway(g_eth1, Addr("10.1.0.2")));
+    EXPECT_EQ(0, VimbraSetDefGateway(g_eth1, Address("10.1.0.2")));
     EXPECT_THAT(KernelRoutes(2), ElementsAre("default via 10.1.0.2 dev eth1"));
 }
 
 TEST_F(VimbradRoute, RefusedGatewayChangesNothing) {
-    EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Addr("10.0.0.2")));
+    EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Address("10.0.0.2")));
     const Capture log;
-    EXPECT_EQ(-1, VimbraSetDefGateway(g_eth0, Addr("10.9.0.2")));
+    EXPECT_EQ(-1, VimbraSetDefGateway(g_eth0, Address("10.9.0.2")));
     EXPECT_TRUE(log.Has(Kind::kError, "ApicGateWaySet", "send and recv msg error num : 101!"));
-    EXPECT_EQ(-1, VimbraSetDefGateway(g_nowhere, Addr("10.0.0.2")));
+    EXPECT_EQ(-1, VimbraSetDefGateway(g_nowhere, Address("10.0.0.2")));
     EXPECT_TRUE(log.Has(Kind::kError, "ApicGateWaySet", "send and recv msg error num : 19!"));
     EXPECT_THAT(KernelRoutes(2), ElementsAre("default via 10.0.0.2 dev eth0"));
 }
 
 // The kernel tells of every route that goes: none may go before another has come.
 TEST_F(VimbradRoute, GatewayIsReplacedWithoutAGap) {
-    EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Addr("10.0.0.2")));
+    EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Address("10.0.0.2")));
     Program monitor({"ip", "-o", "monitor", "route"}, "/tmp/monitor");
     ASSERT_TRUE(WaitFor([&monitor] {
         // A route that is there already is not told again.
         ShellStatus("ip route add 198.51.100.1 dev eth0; ip route del 198.51.100.1 dev eth0");
         return monitor.Output().find("198.51.100.1") != std::string::npos;
     }));
-    EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Addr("10.0.0.3")));
+    EXPECT_EQ(0, VimbraSetDefGateway(g_eth0, Address("10.0.0.3")));
     EXPECT_TRUE(monitor.WaitOutput("default via 10.0.0.3"));
     Shell("ip route add 198.51.100.2 dev eth0");
     EXPECT_TRUE(monitor.WaitOutput("198.51.100.2"));
@@ -289,9 +289,9 @@ TEST_F(VimbradRoute, GatewayIsReplacedWithoutAGap) {
 }
 
 TEST_F(VimbradRoute, GatewaysOfNumberedTables) {
-    EXPECT_EQ(0, VimbraSetDefGatewayToTable(g_eth0, Addr("10.0.0.2"), 100));
-    EXPECT_EQ(0, VimbraSetDefGatewayToTable(g_eth1, Addr("fd01::2"), 100));
-    EXPECT_EQ(0, VimbraSetDefGatewayToTable(g_eth1, Addr("10.1.0.2"), 254));
+    EXPECT_EQ(0, VimbraSetDefGatewayToTable(g_eth0, Address("10.0.0.2"), 100));
+    EXPECT_EQ(0, VimbraSetDefGatewayToTable(g_eth1, Address("fd01::2"), 100));
+    EXPECT_EQ(0, VimbraSetDefGatewayToTable(g_eth1, Address("10.1.0.2"), 254));
     EXPECT_THAT(KernelRoutes(2, "100"), ElementsAre("default via 10.0.0.2 dev eth0"));
     EXPECT_THAT(KernelRoutes(10, "100"),
                 ElementsAre("default via fd01::2 dev eth1 metric 1024 pref medium"));

@@ -8,6 +8,7 @@
 #include <string>
 #include <vimbra/bed.hpp>
 
+#include "../ground/address.hpp"
 #include "files.hpp"
 
 namespace vimbra::tests {
@@ -19,34 +20,28 @@ inline constexpr u32 kState = 0x804;
 inline constexpr u32 kStopAll = 0x805;
 inline constexpr char kLeases[] = "/usr/etc/udhcpd.leases";
 
-inline TVimbraAddr Address(u16 family, const char* text) {
-    TVimbraAddr address = {};
-    memcpy(&address, bed::Pack().Address(family, text).Get().data(), sizeof(address));
-    return address;
-}
-
 inline TVimbraDhcpsInfo Pool() {
     TVimbraDhcpsInfo pool = {};
-    pool.tIpPoolStart = Address(2, "192.168.1.10");
-    pool.tIpPoolEnd = Address(2, "192.168.1.99");
+    pool.tIpPoolStart = Address("192.168.1.10");
+    pool.tIpPoolEnd = Address("192.168.1.99");
     pool.dwIpPoolPrefix = 24;
-    pool.tRoutes = Address(2, "192.168.1.1");
-    pool.tIfaceIp = Address(2, "192.168.1.2");
+    pool.tRoutes = Address("192.168.1.1");
+    pool.tIfaceIp = Address("192.168.1.2");
     pool.dwIfacePrefix = 23;
     pool.tDnsServerInfo.dwDnsNum = 64;
     for (u32 i = 0; i < 64; i++) {
-        pool.tDnsServerInfo.tDnsIp[i] = Address(2, ("10.0.0." + std::to_string(i + 1)).c_str());
+        pool.tDnsServerInfo.tDnsIp[i] = Address("10.0.0." + std::to_string(i + 1));
     }
     return pool;
 }
 
 inline TVimbraDhcpsInfo Pool6() {
     TVimbraDhcpsInfo pool = {};
-    pool.tIpPoolStart = Address(10, "2001:db8::10");
-    pool.tIpPoolEnd = Address(10, "2001:db8::99");
+    pool.tIpPoolStart = Address("2001:db8::10");
+    pool.tIpPoolEnd = Address("2001:db8::99");
     pool.dwIpPoolPrefix = 64;
-    pool.tRoutes = Address(10, "2001:db8::1");
-    pool.tIfaceIp = Address(10, "2001:db8::2");
+    pool.tRoutes = Address("2001:db8::1");
+    pool.tIfaceIp = Address("2001:db8::2");
     pool.dwIfacePrefix = 64;
     return pool;
 }

@@ -74,7 +74,7 @@ TEST_F(Dhcps, FamilyMayBeThatOfAnyAddress) {
     for (const auto& one : kCases) {
         log_.Clear();
         TVimbraDhcpsInfo pool = Pool();
-        pool.*one.address = Address(10, "2001:db8::5");
+        pool.*one.address = Address("2001:db8::5");
         EXPECT_EQ(one.text != nullptr ? 1105 : 0, Start("eth0", 10, pool));
         EXPECT_EQ(one.text != nullptr ? 1 : 0, log_.Count(Kind::kError, "CheckDhcpsParam"));
         EXPECT_TRUE(one.text == nullptr || log_.Has(Kind::kError, "CheckDhcpsParam", one.text));
@@ -88,19 +88,19 @@ TEST_F(Dhcps, FamilyMustBeThatOfOneAddress) {
                             "the wSinFamily is differern TVimbraDhcpsInfo wSinFamily!"));
     EXPECT_EQ(0u, daemon_.Connections());
     TVimbraDhcpsInfo pool = Pool();
-    pool.tIfaceIp = Address(10, "::1");
+    pool.tIfaceIp = Address("::1");
     EXPECT_EQ(0, Start("eth0", 10, pool)) << "one is enough";
 }
 
 TEST_F(Dhcps, EndAndRouterLieInThePoolsNetwork) {
     TVimbraDhcpsInfo pool = Pool();
-    pool.tIpPoolEnd = Address(2, "192.168.2.10");
-    pool.tRoutes = Address(2, "192.168.2.1");
+    pool.tIpPoolEnd = Address("192.168.2.10");
+    pool.tRoutes = Address("192.168.2.1");
     EXPECT_EQ(1105, Start("eth0", 2, pool));
     EXPECT_TRUE(log_.Has(Kind::kError, "CheckDhcpsParam",
                          "the pool start and the pool end ip not the same net!"));
     pool = Pool();
-    pool.tRoutes = Address(2, "192.168.2.1");
+    pool.tRoutes = Address("192.168.2.1");
     EXPECT_EQ(1105, Start("eth0", 2, pool));
     EXPECT_TRUE(log_.Has(Kind::kError, "CheckDhcpsParam",
                          "the pool start and the route ip not the same net!"));
@@ -117,7 +117,7 @@ TEST_F(Dhcps, EndAndRouterLieInThePoolsNetwork) {
 
 TEST_F(Dhcps, ZeroStandsForNoRouter) {
     TVimbraDhcpsInfo pool = Pool();
-    pool.tRoutes = Address(2, "0.0.0.0");
+    pool.tRoutes = Address("0.0.0.0");
     EXPECT_EQ(0, Start("eth0", 2, pool));
     pool.tRoutes.wSinFamily = 0;
     EXPECT_EQ(1105, Start("eth0", 2, pool)) << "but it has to be an IPv4 one";

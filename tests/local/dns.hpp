@@ -2,7 +2,6 @@
 #ifndef VIMBRA_TESTS_LOCAL_DNS_HPP
 #define VIMBRA_TESTS_LOCAL_DNS_HPP
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <vimbra/dns.h>
 
@@ -53,10 +52,7 @@ inline std::vector<std::string> Get() {
     EXPECT_EQ(0, VimbraDNSGet(info.get()));
     std::vector<std::string> servers;
     for (u32 i = 0; i < info->dwDnsNum && i < VIMBRA_DNS_MAX; i++) {
-        const TVimbraAddr& server = info->atDnsServer[i];
-        char text[INET6_ADDRSTRLEN] = {};
-        inet_ntop(server.wSinFamily, &server.tV6Addr, text, sizeof(text));
-        servers.push_back(text);
+        servers.push_back(TextOf(info->atDnsServer[i]));
     }
     return servers;
 }

@@ -168,13 +168,13 @@ std::vector<Operation> NtpOperations() {
     std::vector<Operation> all;
     AddService(
         all, {"VimbraNtpcStart", "VimbraNtpcStop",
-              [] { return VimbraNtpcStart(Ipv4("192.0.2.3"), 60, Report); },
+              [] { return VimbraNtpcStart(Address("192.0.2.3"), 60, Report); },
               [] { return VimbraNtpcStop(2); }, "ipc_ntp", 1, Bytes(40), nullptr, kKept, IsTaken});
     AddService(all,
                {"VimBraNtpcStart", "VimBraNtpcStop",
                 [] { return VimBraNtpcStart(Word("192.0.2.3"), 60, Report); },
                 [] { return VimBraNtpcStop(); }, "ipc_ntp", 1, Bytes(40), nullptr, kKept, IsTaken});
-    all.push_back({"VimbraNtpcSerCheck", [] { return VimbraNtpcSerCheck(Ipv4("192.0.2.3")); }});
+    all.push_back({"VimbraNtpcSerCheck", [] { return VimbraNtpcSerCheck(Address("192.0.2.3")); }});
     all.push_back({"NetCheckNtpcServer", [] { return NetCheckNtpcServer(Word("192.0.2.3")); }});
     return all;
 }

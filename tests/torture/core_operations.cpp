@@ -197,7 +197,7 @@ std::vector<Operation> Interfaces() {
         {"VimbraSetDscp", [] { return VimbraSetDscp(2, g_socket, 10); },
          [] { g_socket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0); }, CloseSocket},
         {"VimbraCheckIsSameNet",
-         [] { return VimbraCheckIsSameNet(Ipv4("192.0.2.1"), 24, Ipv4("192.0.2.2")); }},
+         [] { return VimbraCheckIsSameNet(Address("192.0.2.1"), 24, Address("192.0.2.2")); }},
         {"NetCheckTheSameNet",
          [] { return NetCheckTheSameNet(Word("192.0.2.1"), 24, Word("192.0.2.2")); }},
         {"check_mask", [] { return check_mask(Word("255.255.255.0")); }},

@@ -45,13 +45,13 @@ std::vector<Operation> DiagOperations() {
     g_legacyTrace = {Word("192.0.2.1"), 30};
     std::vector<Operation> all;
     AddService(all, {"VimbraPingStart", "VimbraPingStop",
-                     [] { return VimbraPingStart(Ipv4("192.0.2.1"), &g_options, 7, Probe); },
+                     [] { return VimbraPingStart(Address("192.0.2.1"), &g_options, 7, Probe); },
                      [] { return VimbraPingStop(7); }, "ipc_ping", 0, ProbeBody()});
     AddService(all, {"NetPingStart", "NetPingStop",
                      [] { return NetPingStart(Word("192.0.2.1"), &g_options, 7, LegacyProbe); },
                      [] { return NetPingStop(7); }, "ipc_ping", 0, ProbeBody()});
     AddService(all, {"VimbraTracerouteStart", "VimbraTracerouteStop",
-                     [] { return VimbraTracerouteStart(Ipv4("192.0.2.1"), &g_trace, 7, Hop); },
+                     [] { return VimbraTracerouteStart(Address("192.0.2.1"), &g_trace, 7, Hop); },
                      [] { return VimbraTracerouteStop(7); }, "ipc_traceroute", 101, HopBody()});
     AddService(all, {"NetTracerouteStart", "NetTracerouteStop",
                      [] { return NetTracerouteStart(&g_legacyTrace, 7, LegacyHop); },

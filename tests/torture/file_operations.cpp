@@ -45,8 +45,8 @@ void Files() {
     bed::WriteFile(kResolv, kServers);
     unlink(kInetdElsewhere);
     rmdir("/usr/config/system");
-    g_server[0] = Ipv4("192.0.2.53");
-    g_server[1] = Ipv4("192.0.2.54");
+    g_server[0] = Address("192.0.2.53");
+    g_server[1] = Address("192.0.2.54");
     g_words[0] = g_server[0].tV4Addr.s_addr;
 }
 

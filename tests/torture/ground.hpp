@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vimbra/bed.hpp>
 
+#include "../ground/address.hpp"
 #include "injector.hpp"
 #include "operation.hpp"
 
@@ -18,22 +19,6 @@ namespace vimbra::tests::torture {
 
 inline char g_eth0[] = "eth0";
 inline char g_lo[] = "lo";
-
-inline TVimbraAddr Ipv4(const char* text) {
-    TVimbraAddr address;
-    memcpy(&address, bed::Pack().Address(2, text).Get().data(), sizeof(address));
-    return address;
-}
-
-inline TVimbraAddr Ipv6(const char* text) {
-    TVimbraAddr address;
-    memcpy(&address, bed::Pack().Address(10, text).Get().data(), sizeof(address));
-    return address;
-}
-
-inline u32 Word(const char* text) {
-    return Ipv4(text).tV4Addr.s_addr;
-}
 
 // How often the library has called back.
 inline std::atomic<long> g_events = 0;

@@ -6,9 +6,9 @@ namespace vimbra::tests::torture {
 
 namespace {
 
-TVimbraIfaceIp Address() {
+TVimbraIfaceIp Entry() {
     TVimbraIfaceIp ip = {};
-    ip.tIpAddr = Ipv4("192.0.2.7");
+    ip.tIpAddr = Address("192.0.2.7");
     ip.dwPrefix = 24;
     return ip;
 }
@@ -16,7 +16,7 @@ TVimbraIfaceIp Address() {
 TVimbraIfaceAllIp All() {
     TVimbraIfaceAllIp all = {};
     all.dwIpNum = 1;
-    all.atNetIfaceIp[0] = Address();
+    all.atNetIfaceIp[0] = Entry();
     return all;
 }
 
@@ -27,7 +27,7 @@ TNetEthParam Param() {
     return param;
 }
 
-TVimbraIfaceIp g_address = Address();
+TVimbraIfaceIp g_address = Entry();
 TVimbraIfaceAllIp g_all = All();
 TVimbraIfaceMac g_mac;
 TNetEthParam g_param = Param();

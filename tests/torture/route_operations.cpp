@@ -9,8 +9,8 @@ namespace {
 TVimbraIpRouteParam Route() {
     TVimbraIpRouteParam route = {};
     strcpy(route.achIfaceName, "eth0");
-    route.tDestIpNet = Ipv4("198.51.100.0");
-    route.tDestGateWay = Ipv4("192.0.2.1");
+    route.tDestIpNet = Address("198.51.100.0");
+    route.tDestGateWay = Address("192.0.2.1");
     route.dwPrefix = 24;
     return route;
 }
@@ -25,7 +25,7 @@ TNetIpRouteParam LegacyRoute() {
 
 TVimbraIpRuleParam Rule() {
     TVimbraIpRuleParam rule = {};
-    rule.tFromIpNet = Ipv4("192.0.2.0");
+    rule.tFromIpNet = Address("192.0.2.0");
     rule.dwPrefix = 24;
     rule.dwPref = 100;
     rule.dwTableId = 100;
@@ -52,9 +52,9 @@ std::vector<Operation> RouteOperations() {
          [] { return VimbraDelOneIpRouteFromTable(&g_route, 100); }},
         {"VimbraModifyIpRouteMetric", [] { return VimbraModifyIpRouteMetric(&g_route); }},
         {"VimbraGetAllIpRoute", [] { return VimbraGetAllIpRoute(2, &g_routes); }},
-        {"VimbraSetDefGateway", [] { return VimbraSetDefGateway(g_eth0, Ipv4("192.0.2.1")); }},
+        {"VimbraSetDefGateway", [] { return VimbraSetDefGateway(g_eth0, Address("192.0.2.1")); }},
         {"VimbraSetDefGatewayToTable",
-         [] { return VimbraSetDefGatewayToTable(g_eth0, Ipv4("192.0.2.1"), 100); }},
+         [] { return VimbraSetDefGatewayToTable(g_eth0, Address("192.0.2.1"), 100); }},
         {"VimbraGetDefGateway", [] { return VimbraGetDefGateway(g_eth0, 2, &g_gateway); }},
         {"VimbraGetDefGatewayFromTable",
          [] { return VimbraGetDefGatewayFromTable(g_eth0, 2, &g_gateway, 100); }},

@@ -27,11 +27,11 @@ int Leases(u32, TNetDhcpsNotify*) {
 
 void Pool() {
     g_pool = {};
-    g_pool.tIpPoolStart = Ipv4("192.0.2.10");
-    g_pool.tIpPoolEnd = Ipv4("192.0.2.20");
+    g_pool.tIpPoolStart = Address("192.0.2.10");
+    g_pool.tIpPoolEnd = Address("192.0.2.20");
     g_pool.dwIpPoolPrefix = 24;
-    g_pool.tRoutes = Ipv4("192.0.2.1");
-    g_pool.tIfaceIp = Ipv4("192.0.2.1");
+    g_pool.tRoutes = Address("192.0.2.1");
+    g_pool.tIfaceIp = Address("192.0.2.1");
     g_pool.dwIfacePrefix = 24;
 }
 
