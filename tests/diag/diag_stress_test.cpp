@@ -11,6 +11,7 @@
 #include <thread>
 #include <vimbra/bed.hpp>
 
+#include "../ground/level.hpp"
 #include "../ground/prepared.hpp"
 
 namespace vimbra::tests {
@@ -74,29 +75,20 @@ class DiagStress : public testing::Test {
     TVimbraTracerouteOpt trace_ = {1};
 };
 
-testing::AssertionResult IsBackAt(size_t threads, size_t descriptors) {
-    if (WaitFor([=] { return Threads() <= threads && OpenDescriptors().size() <= descriptors; })) {
-        return testing::AssertionSuccess();
-    }
-    return testing::AssertionFailure()
-           << Threads() << " threads, " << OpenDescriptors().size() << " descriptors";
-}
-
 template <typename Round>
-void ExpectLevel(Round round) {
+void ExpectNothingLeft(Round round) {
     for (int i = 0; i < 20; i++) {
         round();
     }
-    const size_t threads = Threads();
-    const size_t descriptors = OpenDescriptors().size();
+    const Level before;
     for (int i = 0; i < kRounds; i++) {
         round();
     }
-    EXPECT_TRUE(IsBackAt(threads, descriptors));
+    before.ExpectNoMore();
 }
 
 TEST_F(DiagStress, PingRoundsLeaveNothing) {
-    ExpectLevel([this] {
+    ExpectNothingLeft([this] {
         ASSERT_EQ(0, StartPing(1));
         ASSERT_EQ(0, VimbraPingStop(1));
         daemon_.Forget();
@@ -104,7 +96,7 @@ TEST_F(DiagStress, PingRoundsLeaveNothing) {
 }
 
 TEST_F(DiagStress, TraceRoundsLeaveNothing) {
-    ExpectLevel([this] {
+    ExpectNothingLeft([this] {
         ASSERT_EQ(0, StartTrace(1));
         ASSERT_EQ(0, VimbraTracerouteStop(1));
         daemon_.Forget();
@@ -130,8 +122,7 @@ void SendReports(const std::atomic<bool>& isOver) {
 }
 
 TEST_F(DiagStress, SeveralThreadsAtOnce) {
-    const size_t threads = Threads();
-    const size_t descriptors = OpenDescriptors().size();
+    const Level before;
     // One request in eight is refused.
     std::atomic<u32> count = 0;
     daemon_.Default(Answer::By([&](const Request&) { return Answer::Code(++count % 8 ? 0 : 5); }));
@@ -151,7 +142,7 @@ TEST_F(DiagStress, SeveralThreadsAtOnce) {
         VimbraPingStop(user);
         VimbraTracerouteStop(user);
     }
-    EXPECT_TRUE(IsBackAt(threads, descriptors));
+    before.ExpectNoMore();
     // And all works as before.
     EXPECT_EQ(0, StartPing(1));
     EXPECT_EQ(0, VimbraPingStop(1));

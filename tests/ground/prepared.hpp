@@ -6,10 +6,11 @@
 #include <vimbra/common.h>
 #include <vimbra/log.h>
 
-#include <map>
 #include <string>
 #include <vector>
 #include <vimbra/bed.hpp>
+
+#include "level.hpp"
 
 namespace vimbra::tests {
 
@@ -36,23 +37,6 @@ class AtDaemon : public testing::Test {
 
     bed::Capture log_;
     bed::ScriptedDaemon daemon_;
-};
-
-// What the process holds when this is made.
-class Level {
- public:
-    // Waits until it holds the same again.
-    void ExpectBack() const {
-        ExpectThreadsBack();
-        EXPECT_TRUE(bed::WaitFor([this] { return bed::OpenDescriptors() == descriptors_; }));
-    }
-    void ExpectThreadsBack() const {
-        EXPECT_TRUE(bed::WaitFor([this] { return bed::Threads() == threads_; }));
-    }
-
- private:
-    const size_t threads_ = bed::Threads();
-    const std::map<int, std::string> descriptors_ = bed::OpenDescriptors();
 };
 
 class Prepared : public AtDaemon {

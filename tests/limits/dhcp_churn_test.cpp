@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "../ground/prepared.hpp"
 #include "answerer.hpp"
 #include "reporting.hpp"
 
@@ -82,9 +83,8 @@ s32 Start(const char* name) {
 }
 
 TEST(DhcpChurnSlow, ClientsComeAndGoBeyondThe1024thDescriptor) {
-    VimbraDebugLevelSet(0);
     const bench::Answerer daemon;
-    ASSERT_EQ(0, VimbraInit());
+    PrepareSilently();
     const Level before;
     {
         std::mt19937 random(1);
@@ -107,7 +107,7 @@ TEST(DhcpChurnSlow, ClientsComeAndGoBeyondThe1024thDescriptor) {
             EXPECT_EQ(0, VimbraDhcpcStop(name, 2));
         }
     }
-    EXPECT_TRUE(IsLevel(before));
+    before.ExpectNoMore();
 }
 
 }  // namespace

@@ -19,6 +19,8 @@
 #include <tuple>
 #include <vimbra/bed.hpp>
 
+#include "../ground/prepared.hpp"
+
 namespace vimbra::tests {
 namespace {
 
@@ -168,9 +170,8 @@ void Behind(Obstacle obstacle, const char* path, const std::function<void()>& bo
 class EditLimit : public testing::TestWithParam<std::tuple<Edit, Obstacle>> {
  protected:
     void SetUp() override {
-        VimbraDebugLevelSet(0);
         ASSERT_EQ(0, mount("limit", "/etc", "tmpfs", 0, "size=64k,mode=0755"));
-        ASSERT_EQ(0, VimbraInit());
+        PrepareSilently();
         WriteFile("/etc/services", "telnet 23/tcp\n");
         const std::string accounts = "root:x:0:0:::\nadmin:x:0:0:A:/a:/s\n";
         WriteFile(kPasswd, accounts);

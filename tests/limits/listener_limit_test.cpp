@@ -13,6 +13,7 @@
 #include <set>
 #include <thread>
 
+#include "../ground/prepared.hpp"
 #include "answerer.hpp"
 #include "exhausted.hpp"
 #include "reporting.hpp"
@@ -52,10 +53,7 @@ const std::map<std::string, Promise> kPromises = {
 
 class ListenerLimit : public testing::TestWithParam<Reporting> {
  protected:
-    void SetUp() override {
-        VimbraDebugLevelSet(0);
-        ASSERT_EQ(0, VimbraInit());
-    }
+    void SetUp() override { PrepareSilently(); }
 
     [[nodiscard]] static const Promise& Promised() {
         const auto own = kPromises.find(GetParam().name);
@@ -92,7 +90,7 @@ TEST_P(ListenerLimit, WithoutDescriptorsCallsFailAndWorkLater) {
     ExpectCallback([] { EXPECT_TRUE(Report(GetParam())); });
     EXPECT_EQ(0, GetParam().stop());
     ExpectWorks();
-    EXPECT_TRUE(IsLevel(before));
+    before.ExpectNoMore();
 }
 
 // A socket from the time when there still was a descriptor for one.
@@ -142,7 +140,7 @@ TEST_P(ListenerLimit, WithoutADescriptorAtAccept) {
     if (Promised().stopAfterFailedAccept == 0) {
         ExpectWorks();
     }
-    EXPECT_TRUE(IsLevel(before));
+    before.ExpectNoMore();
 }
 
 TEST_P(ListenerLimit, WithoutRoomForAThread) {
@@ -160,7 +158,7 @@ TEST_P(ListenerLimit, WithoutRoomForAThread) {
     if (Promised().startWithoutThread != 0) {
         ExpectWorks();
     }
-    EXPECT_TRUE(IsLevel(before));
+    before.ExpectNoMore();
 }
 
 // Everybody waits for one callback: the peers in the backlog, which is full, and whoever stops.
@@ -184,7 +182,7 @@ TEST_P(ListenerLimit, FullBacklog) {
     }
     EXPECT_TRUE(EndCallbacks());
     ExpectWorks();
-    EXPECT_TRUE(IsLevel(before));
+    before.ExpectNoMore();
 }
 
 // One that says nothing and one that stops half-way have five seconds each.
@@ -206,7 +204,7 @@ TEST_P(ListenerLimit, SilentPeers) {
         EXPECT_EQ(Promised().stopAfterSilence, GetParam().stop());
     }
     ExpectWorks();
-    EXPECT_TRUE(IsLevel(before));
+    before.ExpectNoMore();
 }
 
 const auto kName = [](const auto& which) { return std::string(which.param.name); };

@@ -19,6 +19,7 @@
 #include <set>
 #include <string>
 
+#include "../ground/prepared.hpp"
 #include "answerer.hpp"
 #include "reporting.hpp"
 
@@ -52,10 +53,7 @@ class Timer {
 
 class SignalEvery300Microseconds : public testing::Test {
  protected:
-    void SetUp() override {
-        VimbraDebugLevelSet(0);
-        ASSERT_EQ(0, VimbraInit());
-    }
+    void SetUp() override { PrepareSilently(); }
 
     // Under the timer until a signal has come; then without it.
     static void Expect(const std::set<s32>& results, const std::function<s32()>& call) {
@@ -152,12 +150,12 @@ TEST_P(ReportsEvery300Microseconds, StartsReportsAndStops) {
         }));
     }
     Settle({service});
-    EXPECT_TRUE(IsLevel(before));
+    before.ExpectNoMore();
     const unsigned long calls = g_callbacks;
     EXPECT_EQ(0, service.start());
     EXPECT_TRUE(bed::WaitFor([&] { return Report(service) && g_callbacks > calls; }));
     EXPECT_EQ(0, service.stop());
-    EXPECT_TRUE(IsLevel(before));
+    before.ExpectNoMore();
 }
 
 std::vector<Reporting> WithSockets() {

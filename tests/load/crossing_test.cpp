@@ -8,6 +8,7 @@
 #include <random>
 #include <thread>
 
+#include "../ground/prepared.hpp"
 #include "reporting.hpp"
 
 namespace vimbra::tests {
@@ -40,8 +41,7 @@ unsigned long Below(unsigned long bound) {
 class Crossing : public testing::TestWithParam<std::string> {
  protected:
     void SetUp() override {
-        VimbraDebugLevelSet(0);
-        ASSERT_EQ(0, VimbraInit());
+        PrepareSilently();
         ways_ = ReportingOf(GetParam());
         asked_ = 0;
         started_ = 0;
@@ -136,8 +136,7 @@ TEST_P(Crossing, LeavesTheServiceWhole) {
     daemon.On(kGetAddresses, NoAddresses());
     Settle(ways_);
     EXPECT_TRUE(daemon.WaitIdle());
-    EXPECT_TRUE(IsLevel(before)) << testing::PrintToString(bed::ThreadNames())
-                                 << testing::PrintToString(bed::OpenDescriptors());
+    before.ExpectNoMore();
     for (const Reporting& reporting : ways_) {
         SCOPED_TRACE(reporting.name);
         const unsigned long calls = g_callbacks;
@@ -146,8 +145,7 @@ TEST_P(Crossing, LeavesTheServiceWhole) {
         EXPECT_TRUE(bed::WaitFor([&] { return g_callbacks > calls; }));
         EXPECT_EQ(0, reporting.stop());
     }
-    EXPECT_TRUE(IsLevel(before)) << testing::PrintToString(bed::ThreadNames())
-                                 << testing::PrintToString(bed::OpenDescriptors());
+    before.ExpectNoMore();
 }
 
 std::vector<std::string> Services(bool lingering) {

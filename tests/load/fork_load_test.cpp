@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "../ground/prepared.hpp"
 #include "answerer.hpp"
 #include "reporting.hpp"
 
@@ -97,9 +98,8 @@ class Quiet {
 };
 
 TEST(ForkUnderLoad, ChildrenBeginAnewAndTheParentGoesOn) {
-    VimbraDebugLevelSet(0);
     const bench::Answerer daemon;
-    ASSERT_EQ(0, VimbraInit());
+    PrepareSilently();
     const Level before;
     const std::vector<Reporting> parents = Named(kParents);
     const std::vector<Reporting> children = Named(kChilds);
@@ -135,7 +135,7 @@ TEST(ForkUnderLoad, ChildrenBeginAnewAndTheParentGoesOn) {
     EXPECT_EQ(0, bad);
     EXPECT_EQ(0, failures);
     Settle(parents);
-    EXPECT_TRUE(IsLevel(before));
+    before.ExpectNoMore();
 }
 
 }  // namespace

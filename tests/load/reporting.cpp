@@ -19,6 +19,8 @@
 #include <cstring>
 #include <ostream>
 
+#include "../ground/address.hpp"
+
 namespace vimbra::tests {
 
 using bed::Bytes;
@@ -46,14 +48,7 @@ int Called() {
 }
 
 TVimbraAddr Host(u16 family) {
-    TVimbraAddr address = {};
-    address.wSinFamily = family;
-    if (family == kIpv4) {
-        inet_pton(AF_INET, "192.0.2.1", &address.tV4Addr);
-    } else {
-        inet_pton(AF_INET6, "2001:db8::1", &address.tV6Addr);
-    }
-    return address;
+    return Address(family == kIpv4 ? "192.0.2.1" : "2001:db8::1");
 }
 
 template <int kInterface>
@@ -308,13 +303,6 @@ void Settle(const std::vector<Reporting>& all) {
         reporting.start();
         reporting.stop();
     }
-}
-
-bool IsLevel(const Level& before) {
-    return bed::WaitFor([&] {
-        return bed::Threads() <= before.threads &&
-               bed::OpenDescriptors().size() <= before.descriptors;
-    });
 }
 
 bed::Answer NoAddresses() {

@@ -54,14 +54,6 @@ bool Report(const Reporting& reporting, size_t length = SIZE_MAX);
 // Ends whatever runs of these, those included that no stop finds any more; the daemon must answer.
 void Settle(const std::vector<Reporting>& all);
 
-// What a process holds.
-struct Level {
-    size_t threads = bed::Threads();
-    size_t descriptors = bed::OpenDescriptors().size();
-};
-// Waits until no more is held than before.
-[[nodiscard]] bool IsLevel(const Level& before);
-
 // The request that asks for an interface's addresses, and an answer that names none: the DHCP
 // server's start begins with it.
 inline constexpr u32 kGetAddresses = 277;

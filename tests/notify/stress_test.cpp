@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "../ground/level.hpp"
 #include "../ground/prepared.hpp"
 #include "services.hpp"
 
@@ -73,19 +74,22 @@ size_t CountMaps() {
     return static_cast<size_t>(std::count(std::istreambuf_iterator<char>(maps), {}, '\n'));
 }
 
-struct Level {
-    size_t threads = Threads();
-    std::map<int, std::string> descriptors = OpenDescriptors();
+// Threads and descriptors, and memory.
+struct Footprint {
+    Level level;
     size_t maps = CountMaps();
     size_t heap = mallinfo2().uordblks;
 };
 
-void ExpectLevel(const Level& before) {
-    EXPECT_TRUE(WaitFor([&] { return Threads() == before.threads; }));
-    EXPECT_EQ(before.descriptors, OpenDescriptors());
+void ExpectMemoryBack(const Footprint& before) {
     // Arenas and stacks that the C library keeps for later; a leaking round would leave far more.
     EXPECT_LE(CountMaps(), before.maps + kMapsSlack);
     EXPECT_LE(mallinfo2().uordblks, before.heap + 64 * 1024);
+}
+
+void ExpectBack(const Footprint& before) {
+    before.level.ExpectBack();
+    ExpectMemoryBack(before);
 }
 
 class Stress : public testing::TestWithParam<NotifyService> {
@@ -107,17 +111,17 @@ TEST_P(Stress, StartAndStop) {
         round();
     }
     ASSERT_TRUE(WaitForNoListener(service.socket));
-    const Level before;
+    const Footprint before;
     for (int i = 0; i < Scaled(10000) && !HasFatalFailure(); i++) {
         round();
     }
-    ExpectLevel(before);
+    ExpectBack(before);
 }
 
 TEST_P(Stress, StartNotifyAndStop) {
     const NotifyService& service = GetParam();
     const Bytes message = GoodMessage(service);
-    const Level before;
+    const Footprint before;
     for (int i = 0; i < Scaled(2000); i++) {
         ASSERT_EQ(0, service.start());
         for (int k = 0; k < i % 4; k++) {
@@ -126,7 +130,7 @@ TEST_P(Stress, StartNotifyAndStop) {
         // Whatever is still on its way.
         ASSERT_EQ(0, service.stop());
     }
-    ExpectLevel(before);
+    ExpectBack(before);
 }
 
 TEST_P(Stress, Notifications) {
@@ -141,12 +145,11 @@ TEST_P(Stress, Notifications) {
         EXPECT_TRUE(WaitFor([=] { return g_calls == goal; }));
     };
     post(100);
-    const Level before;
+    const Footprint before;
     post(Scaled(100000));
     EXPECT_TRUE(
-        WaitFor([&] { return OpenDescriptors().size() <= before.descriptors.size() + 16; }));
-    EXPECT_LE(CountMaps(), before.maps + kMapsSlack);
-    EXPECT_LE(mallinfo2().uordblks, before.heap + 64 * 1024);
+        WaitFor([&] { return OpenDescriptors().size() <= before.level.Descriptors() + 16; }));
+    ExpectMemoryBack(before);
     EXPECT_EQ(0, service.stop());
 }
 
@@ -154,7 +157,7 @@ TEST_P(Stress, Notifications) {
 TEST(Chaos, StartsStopsAndMessagesOfAllServices) {
     PrepareSilently();
     const ForkedDaemon daemon;
-    const Level before;
+    const Footprint before;
     std::atomic<bool> over = false;
     std::vector<std::thread> threads;
     for (unsigned seed = 1; seed <= 3; seed++) {
@@ -186,7 +189,7 @@ TEST(Chaos, StartsStopsAndMessagesOfAllServices) {
     for (const NotifyService& service : kServices) {
         service.stop();
     }
-    ExpectLevel(before);
+    ExpectBack(before);
 }
 
 }  // namespace
