@@ -12,6 +12,7 @@
 #include "../ground/address.hpp"
 #include "../ground/prepared.hpp"
 #include "../ground/recorder.hpp"
+#include "slots.hpp"
 
 namespace vimbra::tests {
 
@@ -51,11 +52,7 @@ inline bed::Bytes Record(u32 user, u32 ttl, u32 time, s32 seq, s32 over) {
 }
 
 inline u32 BusySlots() {
-    u32 count = 0;
-    for (const TPingInfo* slot = g_ptApiPingInfo; slot != nullptr; slot = slot->ptNext) {
-        count += __atomic_load_n(&slot->bIsStarted, __ATOMIC_ACQUIRE) != 0 ? 1 : 0;
-    }
-    return count;
+    return CountBusy(g_ptApiPingInfo);
 }
 
 class PingBeforeInit : public AtDaemon {
@@ -67,25 +64,7 @@ class PingBeforeInit : public AtDaemon {
     TVimbraPingOpt option_ = {56, 1000, 64, 4};
 };
 
-class Ping : public PingBeforeInit {
- protected:
-    void SetUp() override {
-        ASSERT_EQ(0, VimbraInit());
-        threads_ = bed::Threads();
-        descriptors_ = bed::OpenDescriptors().size();
-    }
-
-    // Nothing of any test is left.
-    bool AllGone() const {
-        return bed::WaitFor([&] {
-            return bed::Threads() == threads_ && bed::OpenDescriptors().size() == descriptors_ &&
-                   BusySlots() == 0;
-        });
-    }
-
-    size_t threads_ = 0;
-    size_t descriptors_ = 0;
-};
+using Ping = AfterInit<PingBeforeInit, BusySlots>;
 
 }  // namespace vimbra::tests
 

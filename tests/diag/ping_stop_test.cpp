@@ -64,7 +64,7 @@ TEST_F(Ping, AStoppedThreadEndsWhenItsOrderWentToANewerOne) {
     EXPECT_EQ(0, Start(1));
     EXPECT_EQ(0, Start(2));
     EXPECT_EQ(0, VimbraPingStop(1));
-    EXPECT_TRUE(WaitFor([&] { return Threads() == threads_ + 1; }));
+    EXPECT_TRUE(WaitRunning(1));
     EXPECT_TRUE(Notify(kSocket, 0, Record(2, 64, 1, 1, 0)));
     EXPECT_TRUE(g_reports.WaitCount(1));
     EXPECT_EQ(0, VimbraPingStop(2));
@@ -95,7 +95,7 @@ TEST_F(Ping, AStopDoesNotCutACallbackAndStopsWhatFollows) {
     EXPECT_EQ(0, Start(8));
     g_gate.Open();
     EXPECT_TRUE(g_reports.WaitCount(1));
-    EXPECT_TRUE(WaitFor([&] { return Threads() == threads_ + 1; }));
+    EXPECT_TRUE(WaitRunning(1));
     EXPECT_EQ(1u, BusySlots());
     EXPECT_EQ(0, VimbraPingStop(8));
     EXPECT_TRUE(AllGone());
@@ -139,7 +139,7 @@ TEST_F(Ping, AStopFromElsewhereDoesNotWaitForAPlaceInTheBacklog) {
     EXPECT_TRUE(g_reports.Events().empty()) << "the stop waited for the callback";
     g_gate.Open();
     EXPECT_TRUE(g_reports.WaitCount(1));
-    EXPECT_TRUE(WaitFor([&] { return Threads() == threads_; }));
+    EXPECT_TRUE(WaitRunning(0));
 }
 
 TEST_F(Ping, AStopDoesNotWaitForAStrangerOnItsSocket) {

@@ -239,7 +239,7 @@ TEST_F(Ping, AListenerThatCannotBindLeavesTheTestToItsOwner) {
     EXPECT_EQ(0, Start(1));
     EXPECT_TRUE(log_.WaitFor(Kind::kPerror, "MakeAddrServer", "bind error"));
     EXPECT_TRUE(log_.WaitFor(Kind::kPerror, "PingCBThread", "accept error"));
-    EXPECT_TRUE(WaitFor([&] { return Threads() == threads_; }));
+    EXPECT_TRUE(WaitRunning(0));
     EXPECT_EQ(1u, BusySlots());
     EXPECT_EQ(0, VimbraPingStop(1));
     EXPECT_TRUE(AllGone());
@@ -256,7 +256,7 @@ int RestartingCallback(s32, TVimbraPingCBInfo* ptInfo) {
 TEST_F(Ping, ATestMayBeRestartedFromItsCallback) {
     EXPECT_EQ(0, Start(8, RestartingCallback));
     EXPECT_TRUE(Notify(kSocket, 0, Record(8, 64, 1, 1, 1)));
-    EXPECT_TRUE(WaitFor([&] { return Threads() == threads_ + 1; }));
+    EXPECT_TRUE(WaitRunning(1));
     // The old thread, whose record was its last, has not taken the new test's place away.
     EXPECT_EQ(1u, BusySlots());
     EXPECT_TRUE(Notify(kSocket, 0, Record(8, 64, 1, 2, 0)));

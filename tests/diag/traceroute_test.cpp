@@ -13,6 +13,7 @@
 #include "../ground/address.hpp"
 #include "../ground/prepared.hpp"
 #include "../ground/recorder.hpp"
+#include "slots.hpp"
 
 namespace vimbra::tests {
 
@@ -71,11 +72,7 @@ Bytes Hop(s32 user, bool isOver = false, u32 ttl = 3) {
 }
 
 u32 BusySlots() {
-    u32 count = 0;
-    for (const TTraceRtInfo* slot = g_ptApiTracerouteInfo; slot != nullptr; slot = slot->ptNext) {
-        count += __atomic_load_n(&slot->bIsStarted, __ATOMIC_ACQUIRE) != 0 ? 1 : 0;
-    }
-    return count;
+    return CountBusy(g_ptApiTracerouteInfo);
 }
 
 class TracerouteBeforeInit : public AtDaemon {
@@ -87,21 +84,8 @@ class TracerouteBeforeInit : public AtDaemon {
     TVimbraTracerouteOpt option_ = {30};
 };
 
-class Traceroute : public TracerouteBeforeInit {
+class Traceroute : public AfterInit<TracerouteBeforeInit, BusySlots> {
  protected:
-    void SetUp() override {
-        ASSERT_EQ(0, VimbraInit());
-        threads_ = Threads();
-        descriptors_ = OpenDescriptors().size();
-    }
-
-    bool AllGone() const {
-        return WaitFor([&] {
-            return Threads() == threads_ && OpenDescriptors().size() == descriptors_ &&
-                   BusySlots() == 0;
-        });
-    }
-
     // A listener keeps the connection until the daemon closes it.
     static bool Send(u32 event, const Bytes& hop, const NotifyOptions& options = {}) {
         Connection connection(kSocket);
@@ -111,9 +95,6 @@ class Traceroute : public TracerouteBeforeInit {
         }
         return connection.Send(message) && connection.WaitRead();
     }
-
-    size_t threads_ = 0;
-    size_t descriptors_ = 0;
 };
 
 TEST_F(Traceroute, InitBuildsTenSlotsAndASemaphore) {
@@ -385,7 +366,7 @@ TEST_F(Traceroute, AListenerThatCannotBindDoesNotHoldTheStarterUp) {
     ASSERT_EQ(0, mkdir("/tmp/ipc_traceroute", 0700));
     EXPECT_EQ(0, Start(1));
     EXPECT_TRUE(log_.WaitFor(Kind::kPerror, "TraceRtCBThread", "accept error"));
-    EXPECT_TRUE(WaitFor([&] { return Threads() == threads_; }));
+    EXPECT_TRUE(WaitRunning(0));
     EXPECT_EQ(1u, BusySlots());
     EXPECT_EQ(0, VimbraTracerouteStop(1));
     EXPECT_TRUE(AllGone());
@@ -406,7 +387,7 @@ TEST_F(Traceroute, ATraceThatIsEndedInItsCallbackLeavesTheNextAlone) {
     EXPECT_EQ(0, Start(8));
     g_gate.Open();
     EXPECT_TRUE(g_reports.WaitCount(1));
-    EXPECT_TRUE(WaitFor([&] { return Threads() == threads_ + 1; }));
+    EXPECT_TRUE(WaitRunning(1));
     EXPECT_EQ(1u, BusySlots());
     EXPECT_EQ(0, VimbraTracerouteStop(8));
     EXPECT_TRUE(AllGone());
