@@ -278,6 +278,12 @@ const Notification* FindNotification(std::string_view name) {
     return found == list.end() ? nullptr : &*found;
 }
 
+bool IsListener(std::string_view socket) {
+    return std::ranges::any_of(Notifications(), [socket](const Notification& each) {
+        return IsSocket(each.socket, socket);
+    });
+}
+
 bool IsCount(const Field& field) {
     const std::string_view name = field.name;
     return field.kind == Kind::kUnsigned && field.size == 4 && field.count == 1 &&

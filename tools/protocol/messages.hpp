@@ -56,6 +56,8 @@ const Request* FindRequest(u32 type, size_t size);
 const Request* FindRequest(std::string_view name);
 const Notification* FindNotification(std::string_view socket, u32 type);
 const Notification* FindNotification(std::string_view name);
+// Whether notifications go to sockets of this name below /tmp.
+bool IsListener(std::string_view socket);
 
 }  // namespace protocol
 

@@ -18,8 +18,7 @@ namespace fs = std::filesystem;
 
 constexpr const char* kFlag = "--take-over";
 
-// The inode of the socket that listens at the path; nothing when nobody does. To connect would
-// tell as well, but a listener takes every connection for a message.
+// The inode of the socket that listens at the path; nothing when nobody does.
 std::optional<std::string> ListenerAt(const std::string& path) {
     constexpr unsigned kAccepts = 0x10000;
     std::ifstream sockets("/proc/net/unix");
@@ -78,6 +77,10 @@ bool MayRemove(const struct stat& file, const std::string& path) {
 }
 
 }  // namespace
+
+bool IsListening(const std::string& path) {
+    return ListenerAt(path).has_value();
+}
 
 void AddTakeOverFlag(CLI::App& command, bool& target) {
     AddFlag(command, kFlag, target, "Take the events from a process that gets them now");

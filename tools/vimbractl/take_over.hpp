@@ -17,6 +17,10 @@ void AddTakeOverFlag(CLI::App& command, bool& target);
 // else's and stays so whatever is tried.
 void ExpectFree(const std::string& socket, bool takeOver);
 
+// Whether a process listens on a socket that was made under this name. To connect would tell as well,
+// but a listener takes every connection for a message.
+bool IsListening(const std::string& path);
+
 }  // namespace ctl
 
 #endif
