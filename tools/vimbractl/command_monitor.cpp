@@ -125,6 +125,11 @@ std::span<const std::byte> BodyOf(const std::vector<std::byte>& message) {
     return std::span(message).subspan(head);
 }
 
+// Whatever bytes somebody calls himself by.
+Json Plain(const protocol::Json& seen) {
+    return Json::Parse(seen.dump(-1, ' ', false, protocol::Json::error_handler_t::replace));
+}
+
 Json SeenIn(const Passed& passed) {
     IpcMsgHead head = {};
     std::memcpy(&head, passed.request.data(), std::min(passed.request.size(), sizeof(head)));
@@ -137,10 +142,18 @@ Json SeenIn(const Passed& passed) {
     if (passed.reply.empty()) {
         seen["reply"] = nullptr;
     }
-    return Json::Parse(seen.dump());
+    return Plain(seen);
 }
 
-// Requests of any daemon; what it tells its listeners goes past.
+Json ToldIn(const std::string& socket, const std::vector<std::byte>& message) {
+    IpcMsgHead head = {};
+    std::memcpy(&head, message.data(), std::min(message.size(), sizeof(head)));
+    protocol::Json seen = {{"time", Now()}, {"kind", "notification"}};
+    seen.update(protocol::TellNotification(socket, head.type, BodyOf(message)));
+    return Plain(seen);
+}
+
+// Of any daemon.
 void FollowProxy(Tool& tool, const Arguments& arguments) {
     Watch watch(tool);
     // Threads of the proxy may still see something when the command ends.
@@ -160,7 +173,14 @@ void FollowProxy(Tool& tool, const Arguments& arguments) {
         }
         TellOne(SeenIn(passed));
     };
-    const Proxy proxy(see);
+    static const auto hear = [](const std::string& socket, const std::vector<std::byte>& message) {
+        const std::lock_guard lock(mutex);
+        if (capture) {
+            capture->Add(2, message);
+        }
+        TellOne(ToldIn(socket, message));
+    };
+    const Proxy proxy(see, hear);
     TellOne(Json{{"kind", "watching"}});
     watch.ShowAll();
 }
@@ -187,9 +207,8 @@ void AddMonitorCommand(CLI::App& root, Tool& tool) {
     CLI::App& monitor = commands.Add(
         {"monitor",
          "Show what passes between applications and the network daemon, until Ctrl-C; with --json "
-         "a "
-         "line each. The companion daemon tells root; --proxy stands in front of any daemon, whose "
-         "notifications then go unseen.",
+         "a line each. The companion daemon tells root; --proxy stands in front of any daemon, and "
+         "of the listeners that it tells, whose sockets it may rename.",
          "monitor\nmonitor --proxy --pcap messages.pcap"},
         Follow);
     AddRunDirArgument(monitor, commands->runDir);

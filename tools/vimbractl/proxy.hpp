@@ -8,8 +8,12 @@
 #include <atomic>
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
+
+#include "relays.hpp"
+#include "stand_in.hpp"
 
 namespace ctl {
 
@@ -22,13 +26,12 @@ struct Passed {
     std::vector<std::byte> reply;
 };
 
-// The daemon's socket gets another name for as long as the object lives, which costs the daemon
-// nothing: it serves the socket, not the name. The destructor gives the name back.
+// Has the daemon's name, and its listeners' names, for as long as the object lives.
 class Proxy {
  public:
-    // `seen` is called from threads of the proxy. Throws CommandFailed when there is no daemon, or
-    // its socket cannot be renamed.
-    explicit Proxy(std::function<void(const Passed&)> seen);
+    // `seen` and `told` are called from threads of the proxy. Throws CommandFailed when there is no
+    // daemon, or its socket cannot be renamed.
+    Proxy(std::function<void(const Passed&)> seen, Relays::Seen told);
     ~Proxy();
     Proxy(const Proxy&) = delete;
     Proxy& operator=(const Proxy&) = delete;
@@ -38,7 +41,8 @@ class Proxy {
     void Carry(int client) const;
 
     std::function<void(const Passed&)> seen_;
-    int listener_;
+    const std::unique_ptr<StandIn> place_;
+    const Relays relays_;
 };
 
 }  // namespace ctl
