@@ -7,28 +7,6 @@
 namespace protocol {
 namespace {
 
-const char* NameOf(Kind kind) {
-    switch (kind) {
-        case Kind::kUnsigned:
-            return "unsigned";
-        case Kind::kSigned:
-            return "signed";
-        case Kind::kText:
-            return "text";
-        case Kind::kSecret:
-            return "secret";
-        case Kind::kBytes:
-            return "bytes";
-        case Kind::kAddress:
-            return "address";
-        case Kind::kMac:
-            return "mac";
-        case Kind::kRecord:
-            return "record";
-    }
-    return "";
-}
-
 Json Told(const Record& record) {
     Json fields = Json::array();
     for (const Field& field : record.fields) {
@@ -55,6 +33,28 @@ Json Told(const Body& body) {
 }
 
 }  // namespace
+
+const char* NameOf(Kind kind) {
+    switch (kind) {
+        case Kind::kUnsigned:
+            return "unsigned";
+        case Kind::kSigned:
+            return "signed";
+        case Kind::kText:
+            return "text";
+        case Kind::kSecret:
+            return "secret";
+        case Kind::kBytes:
+            return "bytes";
+        case Kind::kAddress:
+            return "address";
+        case Kind::kMac:
+            return "mac";
+        case Kind::kRecord:
+            return "record";
+    }
+    return "";
+}
 
 void WriteJson(std::ostream& out) {
     Json requests = Json::array();

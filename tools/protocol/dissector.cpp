@@ -132,25 +132,6 @@ end
 DissectorTable.get("wtap_encap"):add(wtap.USER0, vimbra)
 )lua";
 
-const char* KindOf(Kind kind) {
-    switch (kind) {
-        case Kind::kUnsigned:
-            return "unsigned";
-        case Kind::kSigned:
-            return "signed";
-        case Kind::kText:
-            return "text";
-        case Kind::kSecret:
-            return "secret";
-        case Kind::kAddress:
-            return "address";
-        case Kind::kRecord:
-            return "record";
-        default:
-            return "bytes";
-    }
-}
-
 class Writer {
  public:
     explicit Writer(std::ostream& out) : out_(out) {}
@@ -194,7 +175,7 @@ class Writer {
         }
         out_ << "records[\"" << KeyOf(*record) << "\"] = {\n";
         for (const Field& field : record->fields) {
-            out_ << "    { \"" << field.name << "\", \"" << KindOf(field.kind) << "\", "
+            out_ << "    { \"" << field.name << "\", \"" << NameOf(field.kind) << "\", "
                  << field.offset << ", " << field.size << ", " << field.count;
             if (field.record != nullptr) {
                 out_ << ", \"" << KeyOf(field.record()) << '"';

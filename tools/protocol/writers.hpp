@@ -4,12 +4,17 @@
 
 #include <ostream>
 
+#include "record.hpp"
+
 namespace protocol {
 
 void WriteMarkdown(std::ostream& out);
 // A dissector in Lua.
 void WriteDissector(std::ostream& out);
 void WriteJson(std::ostream& out);
+
+// What a kind of field is called there.
+const char* NameOf(Kind kind);
 
 }  // namespace protocol
 
