@@ -5,7 +5,6 @@
 #include <setjmp.h>
 #include <signal.h>
 #include <sys/mman.h>
-#include <sys/sem.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,74 +13,20 @@
 
 #include <algorithm>
 #include <cstring>
-#include <map>
-#include <optional>
-#include <regex>
 #include <span>
 #include <sstream>
 #include <vimbra/bed.hpp>
 
 #include "answers.hpp"
 #include "injector.hpp"
+#include "results.hpp"
+#include "traces.hpp"
 
 namespace vimbra::tests::torture {
 
 namespace {
 
 using bed::ScriptedDaemon;
-
-// ---- What the headers say -----------------------------------------------------------------------
-
-struct Told {
-    const char* function;
-    const char* header;
-    const char* results;
-};
-
-const Told kTold[] = {
-#include "results.inc"
-};
-
-const Told* Find(const std::string& function) {
-    for (const Told& told : kTold) {
-        if (function == told.function) {
-            return &told;
-        }
-    }
-    return nullptr;
-}
-
-// "other" is told in the head of its header: what the transport gives.
-bool Fits(long result, const std::string& told) {
-    if (told == ">0") {
-        return result > 0;
-    }
-    if (told == "0..255") {
-        return result >= 0 && result <= 255;
-    }
-    if (told == "other") {
-        return result == -1 || result == VIMBRA_ERR_SEND || result == VIMBRA_ERR_RECV_TIMEOUT ||
-               result > 0;
-    }
-    return std::to_string(result) == told;
-}
-
-bool IsListed(const Operation& operation, long result) {
-    for (const long other : operation.others) {
-        if (result == other) {
-            return true;
-        }
-    }
-    const Told* told =
-        operation.isEvent ? nullptr : Find(operation.name.substr(0, operation.name.find(':')));
-    std::istringstream results(told != nullptr ? told->results : "");
-    for (std::string one; results >> one;) {
-        if (Fits(result, one)) {
-            return true;
-        }
-    }
-    return result == operation.good;
-}
 
 // ---- What the child tells its parent ------------------------------------------------------------
 
@@ -108,52 +53,6 @@ void Complain(Shared& shared, const std::string& what) {
     if (strlen(shared.complaints) + line.size() < kTextMax) {
         strcat(shared.complaints, line.c_str());
     }
-}
-
-// ---- Files --------------------------------------------------------------------------------------
-
-constexpr const char* kFiles[] = {"/etc/passwd", "/etc/inetd.conf", "/etc/resolv.conf",
-                                  "/usr/config/system/inetd.conf"};
-
-using Contents = std::map<std::string, std::string>;
-
-// A hash has a salt of its own each time.
-std::string WithoutSalt(const std::string& text) {
-    static const std::regex kHash("\\$1\\$[^$:]*\\$[^:]*");
-    return text.find("$1$") != std::string::npos ? std::regex_replace(text, kHash, "$$1$$") : text;
-}
-
-Contents Files() {
-    Contents contents;
-    for (const char* path : kFiles) {
-        const bool isThere = access(path, F_OK) == 0;
-        contents[path] = isThere ? "=" + WithoutSalt(bed::ReadFile(path)) : "none";
-    }
-    return contents;
-}
-
-// The new content before a longer old one has been cut off.
-std::string Uncut(const std::string& path, const std::string& before, const std::string& after) {
-    if (before.size() <= after.size() || before == "none") {
-        return after;
-    }
-    std::string filler(before.size() - after.size(), path == kFiles[2] ? '\n' : '#');
-    if (after.size() > 1 && after.back() != '\n') {
-        filler.front() = '\n';
-    }
-    return after + filler;
-}
-
-// Those that keep starts apart are free when none is under way: taken, the next start would wait for
-// ever, above one, two would pass at a time.
-std::string WrongSemaphore() {
-    for (const key_t key : {7783, 7784}) {
-        const int value = semctl(semget(key, 1, 0), 0, GETVAL);
-        if (value >= 0 && value != 1) {
-            return "semaphore " + std::to_string(key) + " is at " + std::to_string(value);
-        }
-    }
-    return "";
 }
 
 // Of a process; nothing for a good end.
@@ -185,7 +84,7 @@ class Bench {
     void Work(size_t first) {
         if (operation_.isOnce) {
             InChild([this] { LearnWhatIsGood(1); });
-            before_ = after_ = Files();
+            before_ = after_ = FilesNow();
         } else {
             LearnWhatIsGood(3);
         }
@@ -266,7 +165,7 @@ class Bench {
         snprintf(shared_.now, sizeof(shared_.now), "%s, untouched", operation_.name.c_str());
         for (int round = 0; round < rounds; round++) {
             Prepare();
-            before_ = Files();
+            before_ = FilesNow();
             Forget();
             Injector::Arm();
             Expect(Call(), operation_.good, "the call");
@@ -274,7 +173,7 @@ class Bench {
             Injector::Disarm();
             Keep(Injector::Points());
             requests_ = CountRequests();
-            after_ = Files();
+            after_ = FilesNow();
             Prove();
             Undo();
         }
@@ -419,7 +318,7 @@ class Bench {
     }
 
     void JudgeFiles(bool isGood, bool forGood) const {
-        const Contents now = Files();
+        const Contents now = FilesNow();
         if (IsElsewhere(now)) {
             return;
         }
@@ -457,7 +356,7 @@ class Bench {
             Complain(shared_, "was not killed");
         }
         shared_.runs++;
-        const Contents now = Files();
+        const Contents now = FilesNow();
         for (const auto& [path, content] : now) {
             if (!IsElsewhere(now) && !IsOldOrNew(path, content, true)) {
                 Complain(shared_, path + " has neither content: " + content);
@@ -545,11 +444,6 @@ Outcome Torture(const Operation& operation, const Settings& settings) {
     const Outcome outcome = {shared.calls, shared.runs, shared.failures, Lines(shared.complaints)};
     munmap(memory, sizeof(Shared));
     return outcome;
-}
-
-std::string HeaderOf(const std::string& function) {
-    const Told* told = Find(function);
-    return told != nullptr ? told->header : "";
 }
 
 }  // namespace vimbra::tests::torture

@@ -24,9 +24,6 @@ struct Outcome {
 
 Outcome Torture(const Operation& operation, const Settings& settings);
 
-// The header that declares a function, or nothing.
-std::string HeaderOf(const std::string& function);
-
 }  // namespace vimbra::tests::torture
 
 #endif

@@ -12,6 +12,7 @@
 
 #include "ground.hpp"
 #include "harness.hpp"
+#include "results.hpp"
 #include "selftest.hpp"
 
 using namespace vimbra::tests::torture;
