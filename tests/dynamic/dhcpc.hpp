@@ -3,9 +3,7 @@
 #define VIMBRA_TESTS_DYNAMIC_DHCPC_HPP
 
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <spawn.h>
-#include <sys/wait.h>
 #include <vimbra/dhcpc.h>
 #include <vimbra/net_dhcpc.h>
 
@@ -14,6 +12,7 @@
 #include <vimbra/bed.hpp>
 
 #include "../ground/prepared.hpp"
+#include "../ground/processes.hpp"
 #include "../ground/recorder.hpp"
 
 namespace vimbra::tests {
@@ -94,7 +93,7 @@ inline u32 State(const char* name, u16 family) {
 }
 
 // A process whose command line is `words`, until it is signalled.
-class Process {
+class Process : public Child {
  public:
     explicit Process(std::vector<std::string> words) {
         words.push_back("1000");
@@ -110,25 +109,6 @@ class Process {
         const std::string path = "/proc/" + std::to_string(pid_) + "/cmdline";
         EXPECT_TRUE(bed::WaitFor([&] { return bed::ReadFile(path).starts_with(joined); }));
     }
-    ~Process() {
-        if (pid_ > 0) {
-            kill(pid_, SIGKILL);
-            waitpid(pid_, nullptr, 0);
-        }
-    }
-    Process(const Process&) = delete;
-
-    // The signal that it got.
-    int Wait() {
-        int status = 0;
-        EXPECT_EQ(pid_, waitpid(pid_, &status, 0));
-        pid_ = -1;
-        return WIFSIGNALED(status) ? WTERMSIG(status) : 0;
-    }
-    bool Lives() const { return waitpid(pid_, nullptr, WNOHANG) == 0; }
-
- private:
-    pid_t pid_ = -1;
 };
 
 using Dhcpc = Prepared;

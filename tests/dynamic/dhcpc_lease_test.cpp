@@ -58,10 +58,10 @@ TEST_F(Dhcpc, RenewSignalsTheFamilysProcess) {
     Process ipv4({"udhcpc", "-i", "eth0"});
     EXPECT_EQ(1108, VimbraDhcpcRenew("eth0", 10));
     EXPECT_EQ(0, VimbraDhcpcRenew("eth0", 2));
-    EXPECT_EQ(SIGUSR1, ipv4.Wait());
+    EXPECT_EQ(SIGUSR1, ipv4.EndedBy());
     Process ipv6({"udhcpc6", "-i", "eth0"});
     EXPECT_EQ(0, VimbraDhcpcRenew("eth0", 10));
-    EXPECT_EQ(SIGUSR1, ipv6.Wait());
+    EXPECT_EQ(SIGUSR1, ipv6.EndedBy());
     EXPECT_TRUE(other.Lives());
     EXPECT_EQ(2u, daemon_.Requests().size());
 }

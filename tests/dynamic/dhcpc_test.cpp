@@ -230,7 +230,7 @@ TEST_F(Dhcpc, SecondStartRenewsInsteadOfAsking) {
     EXPECT_EQ(0, VimbraDhcpcStart("eth0", 2, Take));
     log_.Clear();
     EXPECT_EQ(0, VimbraDhcpcStart("eth0", 2, Never));
-    EXPECT_EQ(SIGUSR1, client.Wait());
+    EXPECT_EQ(SIGUSR1, client.EndedBy());
     EXPECT_TRUE(log_.Has(Kind::kPrint, "VimbraDhcpcStart",
                          "interface eth0, family 2 dhcp has been started"));
     EXPECT_EQ(0, log_.Count(Kind::kPrint, "VimbraDhcpcStart", "leaving......"));

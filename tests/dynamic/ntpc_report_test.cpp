@@ -1,16 +1,15 @@
 // NTP client: what the daemon reports, and the listener.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <vimbra/ntpc.h>
 
-#include <chrono>
 #include <vector>
 #include <vimbra/bed.hpp>
 
 #include "../ground/prepared.hpp"
 #include "../ground/recorder.hpp"
+#include "failed_accept.hpp"
 #include "ntpc.hpp"
 
 namespace vimbra::tests {
@@ -139,7 +138,6 @@ TEST_F(Ntpc, ManyStartsAndStopsLeaveNothing) {
     EXPECT_EQ(1, SemaphoreValue());
 }
 
-// Want of descriptors passes, and is waited out.
 TEST_F(Ntpc, FailedAcceptGoesOn) {
     // A sanitizer wants descriptors for what it has not seen yet, such as the end of a thread of
     // the bed's.
@@ -153,19 +151,7 @@ TEST_F(Ntpc, FailedAcceptGoesOn) {
     EXPECT_EQ(0, Start(2));
     EXPECT_TRUE(Notify(kSocket, 1, {}, {.size = {}, .flag = 0, .wait = false}));
     ASSERT_TRUE(gate.WaitArrived());
-    Connection waiting(kSocket);
-    ASSERT_TRUE(waiting.Connected());
-    waiting.Send(Message(2, {}));
-    rlimit limit = {};
-    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &limit));
-    const rlimit none = {0, limit.rlim_max};
-    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
-    const auto begin = std::chrono::steady_clock::now();
-    gate.Open();
-    EXPECT_TRUE(WaitFor([&] { return log_.Count(Kind::kPerror, kThread, "accept error") >= 3; }));
-    EXPECT_LE(std::chrono::milliseconds(300), std::chrono::steady_clock::now() - begin);
-    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
-    EXPECT_TRUE(waiting.WaitPeerClosed());
+    ExpectFailedAcceptGoesOn(log_, kThread, kSocket, gate);
     EXPECT_THAT(g_events.Kinds(), ElementsAre(30001u, 30002u));
     EXPECT_EQ(0, VimbraNtpcStop(2));
 }

@@ -1,13 +1,12 @@
 // PPPoE: what the daemon reports, and the listener.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
-#include <chrono>
 #include <vimbra/bed.hpp>
 
 #include "../ground/prepared.hpp"
 #include "../ground/recorder.hpp"
+#include "failed_accept.hpp"
 #include "pppoe.hpp"
 
 namespace vimbra::tests {
@@ -110,7 +109,6 @@ TEST_F(Pppoe, ManyStartsAndStopsLeaveNothing) {
     EXPECT_EQ(descriptors, OpenDescriptors());
 }
 
-// Want of descriptors passes, and is waited out.
 TEST_F(Pppoe, FailedAcceptGoesOn) {
     // A sanitizer wants descriptors for what it has not seen yet, such as the end of a thread of
     // the bed's.
@@ -124,19 +122,7 @@ TEST_F(Pppoe, FailedAcceptGoesOn) {
     EXPECT_EQ(0, Start(2));
     EXPECT_TRUE(Notify(kSocket, 1, Addresses(), {.size = {}, .flag = 0, .wait = false}));
     ASSERT_TRUE(gate.WaitArrived());
-    Connection waiting(kSocket);
-    ASSERT_TRUE(waiting.Connected());
-    waiting.Send(Message(2, {}));
-    rlimit limit = {};
-    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &limit));
-    const rlimit none = {0, limit.rlim_max};
-    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
-    const auto begin = std::chrono::steady_clock::now();
-    gate.Open();
-    EXPECT_TRUE(WaitFor([&] { return log_.Count(Kind::kPerror, kThread, "accept error") >= 3; }));
-    EXPECT_LE(std::chrono::milliseconds(300), std::chrono::steady_clock::now() - begin);
-    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
-    EXPECT_TRUE(waiting.WaitPeerClosed());
+    ExpectFailedAcceptGoesOn(log_, kThread, kSocket, gate);
     EXPECT_THAT(g_events.Kinds(), ElementsAre(1u, 2u));
     EXPECT_EQ(0, Stop(2));
 }

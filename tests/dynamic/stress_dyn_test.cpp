@@ -147,12 +147,8 @@ void EndCallbacks() {
     EXPECT_TRUE(WaitFor([] { return g_running == 0; }));
 }
 
-void TakePppoe(u32, void*, u32) {
-    const Running running;
-    g_callbacks++;
-    if (g_isOver) {
-        return;
-    }
+// What a callback does at times.
+void DoSomething() {
     switch (Below(12)) {
         case 0:
             CallPppoe();
@@ -168,6 +164,15 @@ void TakePppoe(u32, void*, u32) {
     }
 }
 
+void TakePppoe(u32, void*, u32) {
+    const Running running;
+    g_callbacks++;
+    if (g_isOver) {
+        return;
+    }
+    DoSomething();
+}
+
 int TakeNtp(u32, void* report) {
     const Running running;
     g_callbacks++;
@@ -176,19 +181,7 @@ int TakeNtp(u32, void* report) {
     if (g_isOver) {
         return 0;
     }
-    switch (Below(12)) {
-        case 0:
-            CallPppoe();
-            break;
-        case 1:
-            CallNtp();
-            break;
-        case 2:
-            std::this_thread::sleep_for(milliseconds(Below(5)));
-            break;
-        default:
-            break;
-    }
+    DoSomething();
     return 0;
 }
 

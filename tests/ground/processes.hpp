@@ -12,29 +12,13 @@
 
 namespace vimbra::tests {
 
-// Sleeps under its name until a signal ends it.
-class FakeProcess {
+// A child that its owner ends at the latest.
+class Child {
  public:
-    explicit FakeProcess(const std::string& name) {
-        int ready[2];
-        EXPECT_EQ(0, pipe(ready));
-        pid_ = fork();
-        if (pid_ == 0) {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            prctl(PR_SET_NAME, name.c_str());
-            close(ready[0]);
-            close(ready[1]);
-            for (;;) {
-                pause();
-            }
-        }
-        close(ready[1]);
-        char none;
-        EXPECT_EQ(0, read(ready[0], &none, 1));  // ends when the child has closed its end
-        close(ready[0]);
-    }
-    FakeProcess(const FakeProcess&) = delete;
-    ~FakeProcess() {
+    Child() = default;
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+    ~Child() {
         if (pid_ > 0) {
             kill(pid_, SIGKILL);
             waitpid(pid_, nullptr, 0);
@@ -54,8 +38,31 @@ class FakeProcess {
     // Nothing has ended it so far.
     bool Lives() const { return waitpid(pid_, nullptr, WNOHANG) == 0; }
 
- private:
-    pid_t pid_;
+ protected:
+    pid_t pid_ = -1;
+};
+
+// Sleeps under its name until a signal ends it.
+class FakeProcess : public Child {
+ public:
+    explicit FakeProcess(const std::string& name) {
+        int ready[2];
+        EXPECT_EQ(0, pipe(ready));
+        pid_ = fork();
+        if (pid_ == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            prctl(PR_SET_NAME, name.c_str());
+            close(ready[0]);
+            close(ready[1]);
+            for (;;) {
+                pause();
+            }
+        }
+        close(ready[1]);
+        char none;
+        EXPECT_EQ(0, read(ready[0], &none, 1));  // ends when the child has closed its end
+        close(ready[0]);
+    }
 };
 
 // What a command prints.

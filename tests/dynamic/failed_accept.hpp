@@ -1,0 +1,35 @@
+// What a listener of the dynamic configuration does when accept(2) fails.
+#ifndef VIMBRA_TESTS_DYNAMIC_FAILED_ACCEPT_HPP
+#define VIMBRA_TESTS_DYNAMIC_FAILED_ACCEPT_HPP
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <chrono>
+#include <vimbra/bed.hpp>
+
+namespace vimbra::tests {
+
+// Want of descriptors passes, and is waited out: the listener on this socket, which holds its
+// callback back at the gate, finds none for the next connection until they may be had again.
+inline void ExpectFailedAcceptGoesOn(const bed::Capture& log, const char* thread,
+                                     const char* socket, const bed::Gate& gate) {
+    bed::Connection waiting(socket);
+    ASSERT_TRUE(waiting.Connected());
+    waiting.Send(bed::Message(2, {}));
+    rlimit limit = {};
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &limit));
+    const rlimit none = {0, limit.rlim_max};
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
+    const auto begin = std::chrono::steady_clock::now();
+    gate.Open();
+    EXPECT_TRUE(
+        bed::WaitFor([&] { return log.Count(bed::Kind::kPerror, thread, "accept error") >= 3; }));
+    EXPECT_LE(std::chrono::milliseconds(300), std::chrono::steady_clock::now() - begin);
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
+    EXPECT_TRUE(waiting.WaitPeerClosed());
+}
+
+}  // namespace vimbra::tests
+
+#endif
