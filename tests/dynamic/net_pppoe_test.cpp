@@ -41,7 +41,7 @@ TEST_F(NetPppoe, StartIsConverted) {
     TPppoeInitParam param = InitParam();
     param.bDebug = 1;
     EXPECT_EQ(0, NetPppoeStart(&param, Take));
-    Config config;
+    PppoeConfig config = Sent();
     config.device = "eth1";
     config.debug = 1;
     ASSERT_EQ(1u, daemon_.Requests().size());
@@ -115,7 +115,7 @@ TEST_F(NetPppoe, TextsAreBounded) {
     memset(param.abyPassword, 'p', 255);
     memset(param.abyServerName, 's', 255);
     EXPECT_EQ(0, NetPppoeStart(&param, Take));
-    Config config;
+    PppoeConfig config = Sent();
     config.user = std::string(254, 'u');
     config.password = std::string(254, 'p');
     config.device = "eth1";

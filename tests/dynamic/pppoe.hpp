@@ -12,6 +12,7 @@
 #include <vector>
 #include <vimbra/bed.hpp>
 
+#include "../ground/pppoe_config.hpp"
 #include "../ground/prepared.hpp"
 #include "../ground/recorder.hpp"
 
@@ -68,34 +69,16 @@ inline TVimbraPppoeParam Param() {
     return param;
 }
 
-struct Config {
-    std::string user = "user";
-    std::string password = "secret";
-    u32 autoDial = 1;
-    u32 defaultRoute = 2;
-    u32 debug = 0;
-    u32 retrySeconds = 30;
-    u32 echoInterval = 40;
-    u32 echoFailure = 6;
-    u32 maxFail = 5;
-    std::string device = "eth0";
-
-    [[nodiscard]] bed::Bytes Body(u16 family) const {
-        return bed::Pack()
-            .U16(family)
-            .Text(user, 255)
-            .Text(password, 255)
-            .Zeros(255)
-            .U32(autoDial)
-            .U32(defaultRoute)
-            .U32(debug)
-            .U32(retrySeconds)
-            .U32(echoInterval)
-            .U32(echoFailure)
-            .U32(maxFail)
-            .Text(device, 16);
-    }
-};
+// Param() as it is sent.
+inline PppoeConfig Sent() {
+    return {.user = "user",
+            .autoDial = 1,
+            .defaultRoute = 2,
+            .retrySeconds = 30,
+            .echoInterval = 40,
+            .echoFailure = 6,
+            .maxFail = 5};
+}
 
 inline bed::Bytes Addresses() {
     return bed::Pack()

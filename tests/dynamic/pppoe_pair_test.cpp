@@ -41,7 +41,7 @@ TEST_F(Pppoe, BothTogetherMarkAllThree) {
 TEST_F(Pppoe, BothTogetherStartTheHalfThatDoesNotRun) {
     EXPECT_EQ(0, Start(2));
     EXPECT_EQ(0, Start(11));
-    EXPECT_EQ(Config().Body(10), daemon_.Requests(kStart)[1].body);
+    EXPECT_EQ(Sent().Body(10), daemon_.Requests(kStart)[1].body);
     EXPECT_THAT(Started(), ElementsAre("2=1", "10=1", "11=0"));
     // One by one they are not what stopping both stops.
     EXPECT_EQ(0, Stop(11));
@@ -56,7 +56,7 @@ TEST_F(Pppoe, BothTogetherStartTheHalfThatDoesNotRun) {
 
     EXPECT_EQ(0, Start(10));
     EXPECT_EQ(0, Start(11));
-    EXPECT_EQ(Config().Body(2), daemon_.Requests(kStart)[3].body);
+    EXPECT_EQ(Sent().Body(2), daemon_.Requests(kStart)[3].body);
     EXPECT_EQ(0, Stop(10));
     EXPECT_EQ(0, Stop(11));
     EXPECT_EQ(Pack().U16(2), daemon_.Requests(kStop)[3].body);
@@ -68,7 +68,7 @@ TEST_F(Pppoe, BothTogetherMayBeStartedOverBothHalves) {
     EXPECT_EQ(0, Start(2));
     EXPECT_EQ(0, Start(10));
     EXPECT_EQ(0, Start(11));
-    EXPECT_EQ(Config().Body(11), daemon_.Requests(kStart)[2].body);
+    EXPECT_EQ(Sent().Body(11), daemon_.Requests(kStart)[2].body);
     EXPECT_THAT(Started(), ElementsAre("2=1", "10=1", "11=1"));
     EXPECT_EQ(0, Stop(11));
     // All are marked as stopped, and no thread is left that calls back.

@@ -36,7 +36,7 @@ TEST_F(Pppoe, StartSendsTheConfigurationOnceTheListenerStands) {
                Answer::Code(0).After([&](const Request&) { listening = HasListener(kSocket); }));
     EXPECT_EQ(0, Start(2));
     ASSERT_EQ(1u, daemon_.Requests().size());
-    EXPECT_EQ(Message(kStart, Config().Body(2)), daemon_.Requests()[0].raw);
+    EXPECT_EQ(Message(kStart, Sent().Body(2)), daemon_.Requests()[0].raw);
     EXPECT_EQ(811u, daemon_.Requests()[0].size);
     EXPECT_EQ(1u, daemon_.Requests()[0].reads);
     EXPECT_TRUE(listening);
@@ -50,12 +50,12 @@ TEST_F(Pppoe, OtherFamiliesListenOnTheOtherSocket) {
     EXPECT_EQ(0, Start(10));
     EXPECT_TRUE(HasListener(kSocket6));
     EXPECT_FALSE(HasListener(kSocket));
-    EXPECT_EQ(Config().Body(10), daemon_.Requests()[0].body);
+    EXPECT_EQ(Sent().Body(10), daemon_.Requests()[0].body);
     EXPECT_EQ(0, Stop(10));
     EXPECT_EQ(0, Start(11));
     EXPECT_TRUE(HasListener(kSocket6));
     EXPECT_FALSE(HasListener(kSocket));
-    EXPECT_EQ(Config().Body(11), daemon_.Requests(kStart)[1].body);
+    EXPECT_EQ(Sent().Body(11), daemon_.Requests(kStart)[1].body);
     EXPECT_TRUE(Notify(kSocket6, 2, {}));
     ASSERT_EQ(2u, g_events.Count());
     EXPECT_EQ(ThreadOf("VimbraPppoeCBThread6"), g_events.Events()[1].thread);
@@ -77,7 +77,7 @@ TEST_F(Pppoe, EchoCountsOutOfRangeBecomeTheDefaults) {
         param.wLcpEchoSendInterval = c.interval;
         param.wLcpEchoRetryTimes = c.times;
         EXPECT_EQ(0, VimbraPppoeStart(&param, 2, Take));
-        Config config;
+        PppoeConfig config = Sent();
         config.echoInterval = c.sentInterval;
         config.echoFailure = c.sentTimes;
         EXPECT_EQ(config.Body(2), daemon_.Requests().at(0).body);
@@ -97,7 +97,7 @@ TEST_F(Pppoe, EchoCountsOutOfRangeBecomeTheDefaults) {
 TEST_F(Pppoe, DebugStays) {
     TVimbraPppoeParam param = Param();
     param.bDebug = 7;
-    Config config;
+    PppoeConfig config = Sent();
     config.debug = 1;
     EXPECT_EQ(0, VimbraPppoeStart(&param, 2, Take));
     EXPECT_EQ(0, Stop(2));
@@ -107,7 +107,7 @@ TEST_F(Pppoe, DebugStays) {
     EXPECT_EQ(config.Body(2), daemon_.Requests(kStart)[1].body);
     // Each family has its own.
     EXPECT_EQ(0, VimbraPppoeStart(&param, 10, Take));
-    EXPECT_EQ(Config().Body(10), daemon_.Requests(kStart)[2].body);
+    EXPECT_EQ(Sent().Body(10), daemon_.Requests(kStart)[2].body);
     EXPECT_EQ(0, Stop(2));
     EXPECT_EQ(0, Stop(10));
 }
@@ -118,14 +118,14 @@ TEST_F(Pppoe, NothingOfAnEarlierStartIsSentAgain) {
     SetText(param.achPassword, std::string(254, 'p'));
     SetText(param.achDevName, std::string(15, 'd'));
     EXPECT_EQ(0, VimbraPppoeStart(&param, 2, Take));
-    Config config;
+    PppoeConfig config = Sent();
     config.user = std::string(254, 'u');
     config.password = std::string(254, 'p');
     config.device = std::string(15, 'd');
     EXPECT_EQ(config.Body(2), daemon_.Requests(kStart)[0].body);
     EXPECT_EQ(0, Stop(2));
     EXPECT_EQ(0, Start(2));
-    EXPECT_EQ(Config().Body(2), daemon_.Requests(kStart)[1].body);
+    EXPECT_EQ(Sent().Body(2), daemon_.Requests(kStart)[1].body);
     EXPECT_EQ(0, Stop(2));
 }
 
@@ -134,7 +134,7 @@ TEST_F(Pppoe, WhatStandsBehindATextIsNotSent) {
     memset(param.achUserName + 5, 'x', 250);
     memset(param.achServerName, 'x', 255);
     EXPECT_EQ(0, VimbraPppoeStart(&param, 2, Take));
-    EXPECT_EQ(Config().Body(2), daemon_.Requests()[0].body);
+    EXPECT_EQ(Sent().Body(2), daemon_.Requests()[0].body);
     EXPECT_EQ(0, Stop(2));
 }
 

@@ -158,6 +158,10 @@ int ShellStatus(const std::string& command) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
+std::string Directories() {
+    return Shell("ls -d /run/vimbrad/files.?????? 2>/dev/null || true");
+}
+
 Json Ip(const std::string& arguments) {
     const std::string text = Shell("ip -json " + arguments);
     // Nothing found is nothing written.

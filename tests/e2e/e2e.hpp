@@ -77,6 +77,9 @@ Json Ip(const std::string& arguments);
 // family (2 or 10), sorted.
 std::vector<std::string> KernelAddresses(const std::string& iface, int family);
 
+// The private directories of the daemons that run.
+std::string Directories();
+
 // Another host: a network namespace with a program in it that holds it open.
 class Host {
  public:

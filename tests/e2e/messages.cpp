@@ -24,6 +24,14 @@ s32 Ask(u32 type, const Bytes& body) {
     return reply.S32(12);
 }
 
+std::vector<u32> Types(const std::vector<Told>& messages) {
+    std::vector<u32> types;
+    for (const Told& each : messages) {
+        types.push_back(each.type);
+    }
+    return types;
+}
+
 Listener::Listener(const std::string& name)
     : socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     sockaddr_un address{};

@@ -25,6 +25,8 @@ struct Told {
     bed::Bytes body;
 };
 
+std::vector<u32> Types(const std::vector<Told>& messages);
+
 // Listens on /tmp/<name> as an application does, one connection after the other, and keeps what the
 // daemon sends in the order in which it was sent.
 class Listener {

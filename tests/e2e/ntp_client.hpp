@@ -109,10 +109,6 @@ inline size_t Asking() {
     return count;
 }
 
-inline std::string Directories() {
-    return Shell("ls -d /run/vimbrad/files.?????? 2>/dev/null || true");
-}
-
 inline bool NothingIsLeft() {
     return bed::WaitFor([] { return Asking() == 0 && Directories().empty(); });
 }

@@ -6,6 +6,7 @@
 
 #include <filesystem>
 
+#include "../ground/pppoe_config.hpp"
 #include "e2e.hpp"
 #include "messages.hpp"
 #include "pppd.hpp"
@@ -23,50 +24,12 @@ inline constexpr u32 kNoLink = 3;
 inline constexpr u32 kRefused = 4;
 inline constexpr u32 kOver = 5;
 
-// As it goes over the wire.
-struct Config {
-    std::string user = "me@isp";
-    std::string password = "secret";
-    u32 autoDial = 0;
-    u32 defaultRoute = 0;
-    u32 debug = 0;
-    u32 retrySeconds = 0;
-    u32 echoInterval = 20;
-    u32 echoFailure = 3;
-    u32 maxfail = 0;
-    std::string device = "eth0";
-
-    bed::Bytes Body(u16 family) const {
-        return bed::Pack()
-            .U16(family)
-            .Text(user, 255)
-            .Text(password, 255)
-            .Zeros(255)
-            .U32(autoDial)
-            .U32(defaultRoute)
-            .U32(debug)
-            .U32(retrySeconds)
-            .U32(echoInterval)
-            .U32(echoFailure)
-            .U32(maxfail)
-            .Text(device, 16);
-    }
-};
-
-inline s32 Start(u16 family, const Config& config = {}) {
+inline s32 Start(u16 family, const PppoeConfig& config = {}) {
     return Ask(kStart, config.Body(family));
 }
 
 inline s32 Stop(u16 family) {
     return Ask(kStop, bed::Pack().U16(family));
-}
-
-inline std::vector<u32> Types(const std::vector<Told>& messages) {
-    std::vector<u32> types;
-    for (const Told& each : messages) {
-        types.push_back(each.type);
-    }
-    return types;
 }
 
 inline bed::Bytes Addresses(u16 family, const char* our, const char* peer, const char* dns1,
@@ -76,11 +39,6 @@ inline bed::Bytes Addresses(u16 family, const char* our, const char* peer, const
         .Address(family, peer)
         .Address(family, dns1)
         .Address(family, dns2);
-}
-
-// The private directories of the daemon.
-inline std::string Directories() {
-    return Shell("ls -d /run/vimbrad/files.?????? 2>/dev/null || true");
 }
 
 inline size_t Descriptors(pid_t pid) {

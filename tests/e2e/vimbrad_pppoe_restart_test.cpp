@@ -7,6 +7,7 @@
 #include <fstream>
 #include <vimbra/bed.hpp>
 
+#include "../ground/pppoe_config.hpp"
 #include "e2e.hpp"
 #include "lives.hpp"
 #include "messages.hpp"
@@ -32,30 +33,16 @@ constexpr char kSocket[] = "ipc_pppoe";
 constexpr char kUp[] = "ip_up 198.51.100.7 198.51.100.1 192.0.2.53\n";
 
 s32 Start(u16 family = 2) {
-    return Ask(kStart, Pack()
-                           .U16(family)
-                           .Text("me@isp", 255)
-                           .Text("secret", 255)
-                           .Zeros(255)
-                           .U32(1)
-                           .Zeros(24)
-                           .Text("eth0", 16));
+    const PppoeConfig config = {.autoDial = 1, .echoInterval = 0, .echoFailure = 0};
+    return Ask(kStart, config.Body(family));
 }
 
 s32 Stop(u16 family = 2) {
     return Ask(kStop, Pack().U16(family));
 }
 
-std::vector<u32> Types(const std::vector<Told>& messages) {
-    std::vector<u32> types;
-    for (const Told& each : messages) {
-        types.push_back(each.type);
-    }
-    return types;
-}
-
 // Directories of links, each with its password.
-std::string Directories() {
+std::string LinkDirectories() {
     return Shell("ls -d /run/vimbrad/files.* 2>/dev/null || true");
 }
 
@@ -108,7 +95,7 @@ TEST_F(VimbradPppoeRestart, KeptLinkIsTakenUpAndToldAnew) {
     // It is ours again.
     EXPECT_EQ(0, Stop());
     ExpectNothingLeft(1);
-    EXPECT_EQ("", Directories());
+    EXPECT_EQ("", LinkDirectories());
 }
 
 TEST_F(VimbradPppoeRestart, KeptLinkOutlivesManyDaemons) {
@@ -204,7 +191,7 @@ TEST_F(VimbradPppoeRestart, EndWithoutKeepEndsWhatWasTakenUp) {
     ExpectNothingLeft(1);
     EXPECT_EQ(4u, listener.Wait(4).size());
     EXPECT_THAT(Types(listener.Messages()), ElementsAre(kConnected, kConnected, kLost, kOver));
-    EXPECT_EQ("", Directories());
+    EXPECT_EQ("", LinkDirectories());
 }
 
 TEST_F(VimbradPppoeRestart, ForgettingEndsAKeptLink) {
@@ -214,7 +201,7 @@ TEST_F(VimbradPppoeRestart, ForgettingEndsAKeptLink) {
     daemon.End();
     daemon.Begin({"--forget"});
     ExpectNothingLeft(1);
-    EXPECT_EQ("", Directories());
+    EXPECT_EQ("", LinkDirectories());
     EXPECT_THAT(Shown("pppoe_links"), IsEmpty());
 }
 
@@ -226,7 +213,7 @@ TEST_F(VimbradPppoeRestart, KeptLinkOfAStateThatCannotBeReadEnds) {
     WriteFile("/run/vimbrad/state.json", "{");
     daemon.Begin();
     ExpectNothingLeft(1);
-    EXPECT_EQ("", Directories());
+    EXPECT_EQ("", LinkDirectories());
 }
 
 TEST_F(VimbradPppoeRestart, KeptLinkThatDoesNotHangUpIsKilled) {

@@ -175,7 +175,7 @@ TEST_F(VimbradPppoe, DialsAgainUntilTheLinkIsUp) {
 TEST_F(VimbradPppoe, GivesUpAfterSoManyFailures) {
     const Listener listener(kSocket);
     Pppd::Plan("exit 8");
-    ASSERT_EQ(0, Start(2, {.autoDial = 1, .retrySeconds = 1, .maxfail = 2}));
+    ASSERT_EQ(0, Start(2, {.autoDial = 1, .retrySeconds = 1, .maxFail = 2}));
     EXPECT_THAT(Types(listener.Wait(3)), ElementsAre(kNoLink, kNoLink, kOver));
     EXPECT_EQ(2, Pppd::Dials());
     EXPECT_EQ(0, Stop(2));
@@ -184,7 +184,7 @@ TEST_F(VimbradPppoe, GivesUpAfterSoManyFailures) {
 TEST_F(VimbradPppoe, LinkThatWasUpIsNoFailure) {
     const Listener listener(kSocket);
     Pppd::Plan("[ $run = 3 ] && exit 8\n" + std::string(kUp) + "wait_for_test; exit 16");
-    ASSERT_EQ(0, Start(2, {.autoDial = 1, .maxfail = 1}));
+    ASSERT_EQ(0, Start(2, {.autoDial = 1, .maxFail = 1}));
     Pppd::LetGoOn();
     ASSERT_TRUE(Pppd::WaitDial(2));
     Pppd::LetGoOn();
@@ -196,7 +196,7 @@ TEST_F(VimbradPppoe, WaitsBeforeItDialsAgain) {
     const Listener listener(kSocket);
     Pppd::Plan("exit 8");
     const auto before = std::chrono::steady_clock::now();
-    ASSERT_EQ(0, Start(2, {.autoDial = 1, .retrySeconds = 2, .maxfail = 2}));
+    ASSERT_EQ(0, Start(2, {.autoDial = 1, .retrySeconds = 2, .maxFail = 2}));
     listener.Wait(2);
     EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::seconds(2));
 }
@@ -214,7 +214,7 @@ TEST_F(VimbradPppoe, StopBetweenTwoDials) {
 TEST_F(VimbradPppoe, DialThatCannotBeMadeIsAFailure) {
     const Listener listener(kSocket);
     Pppd::Plan("rm /tmp/bin/pppd; exit 8");
-    ASSERT_EQ(0, Start(2, {.autoDial = 1, .maxfail = 2}));
+    ASSERT_EQ(0, Start(2, {.autoDial = 1, .maxFail = 2}));
     EXPECT_THAT(Types(listener.Wait(3)), ElementsAre(kNoLink, kNoLink, kOver));
     EXPECT_TRUE(daemon_.WaitLog("not dialled: pppd is missing\n"));
 }
