@@ -149,7 +149,7 @@ TEST_P(ReportsEvery300Microseconds, StartsReportsAndStops) {
             return g_callbacks > calls;
         }));
     }
-    Settle({service});
+    EndAll({service});
     before.ExpectNoMore();
     const unsigned long calls = g_callbacks;
     EXPECT_EQ(0, service.start());

@@ -134,7 +134,7 @@ TEST_P(Crossing, LeavesTheServiceWhole) {
     }
     ScriptedDaemon daemon;
     daemon.On(kGetAddresses, NoAddresses());
-    Settle(ways_);
+    EndAll(ways_);
     EXPECT_TRUE(daemon.WaitIdle());
     before.ExpectNoMore();
     for (const Reporting& reporting : ways_) {

@@ -134,7 +134,7 @@ TEST(ForkUnderLoad, ChildrenBeginAnewAndTheParentGoesOn) {
     }
     EXPECT_EQ(0, bad);
     EXPECT_EQ(0, failures);
-    Settle(parents);
+    EndAll(parents);
     before.ExpectNoMore();
 }
 

@@ -292,7 +292,7 @@ bool Report(const Reporting& reporting, size_t length) {
 
 // Of traces and watches of advertisements several may have the same name. A DHCP client that fell
 // out of the list is ended by the start of another one.
-void Settle(const std::vector<Reporting>& all) {
+void EndAll(const std::vector<Reporting>& all) {
     constexpr int kMostOfOneName = 4;
     for (const Reporting& reporting : all) {
         for (int i = 0; i < kMostOfOneName; i++) {

@@ -52,7 +52,7 @@ bool Report(const Reporting& reporting, size_t length = SIZE_MAX);
 [[nodiscard]] int ConnectTo(const std::string& name);
 
 // Ends whatever runs of these, those included that no stop finds any more; the daemon must answer.
-void Settle(const std::vector<Reporting>& all);
+void EndAll(const std::vector<Reporting>& all);
 
 // The request that asks for an interface's addresses, and an answer that names none: the DHCP
 // server's start begins with it.
