@@ -1,4 +1,4 @@
-// What the wrappers in calls.cpp ask of the injector.
+// What the wrappers of calls.inc ask of the injector.
 #ifndef VIMBRA_TESTS_TORTURE_INSIDE_HPP
 #define VIMBRA_TESTS_TORTURE_INSIDE_HPP
 

@@ -55,10 +55,8 @@ std::vector<Operation> Searches() {
     };
 }
 
-}  // namespace
-
-std::vector<Operation> ProcessOperations() {
-    std::vector<Operation> all = {
+std::vector<Operation> Programs() {
+    return {
         {"VimbraExecShellProcess", [] { return VimbraExecShellProcess("true", g_argv, nullptr); }},
         {"VimbraExecShellPrcPipe",
          [] {
@@ -85,6 +83,11 @@ std::vector<Operation> ProcessOperations() {
              CloseInheritFatherProcessFd(1000);
              return 0;
          }},
+    };
+}
+
+std::vector<Operation> Conversions() {
+    return {
         {"VimbraBufToArgv",
          [] {
              char text[] = "one two three";
@@ -107,8 +110,14 @@ std::vector<Operation> ProcessOperations() {
              return MaskConvertIpv4(&g_mask, &g_bits, 0);
          }},
     };
-    for (const Operation& operation : Searches()) {
-        all.push_back(operation);
+}
+
+}  // namespace
+
+std::vector<Operation> ProcessOperations() {
+    std::vector<Operation> all;
+    for (const auto& some : {Programs(), Conversions(), Searches()}) {
+        all.insert(all.end(), some.begin(), some.end());
     }
     return all;
 }
