@@ -1,13 +1,14 @@
 # Tests that run each in a machine of its own.
 #
 #     vimbra_add_test(NAME SOURCES FILE... [LIBS TARGET...] [LABELS LABEL] [TIMEOUT SECONDS]
-#                     [STATIC | BED_ONLY] [JSON])
+#                     [STATIC | BED_ONLY] [JSON] [REPEATS])
 #
 # builds a GoogleTest executable and makes every TEST of it a test of ctest, started by
 # vimbra-sandbox in private namespaces with throw-away /tmp, /etc and /dev/log. It links the bed and
 # the shared library; with STATIC the archive instead, whose internal headers it may include; with
-# BED_ONLY neither; JSON is for tests that read or write it. TIMEOUT is 60 seconds unless given. A suite with "Slow" in its name is labelled
-# `slow` and has 300 seconds.
+# BED_ONLY neither; JSON is for tests that read or write it. TIMEOUT is 60 seconds unless given. A suite
+# with "Slow" in its name is labelled `slow` and has 300 seconds. REPEATS says that it does under load, or
+# for long, what others do once: it is not among the tests whose lines and branches are counted.
 include_guard()
 include(GoogleTest)
 
@@ -70,14 +71,20 @@ function(vimbra_add_test_program name)
 endfunction()
 
 function(vimbra_add_test name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "STATIC;BED_ONLY;JSON" "TIMEOUT;LABELS"
+    cmake_parse_arguments(PARSE_ARGV 1 arg "STATIC;BED_ONLY;JSON;REPEATS" "TIMEOUT;LABELS"
                           "SOURCES;LIBS")
     if(arg_UNPARSED_ARGUMENTS OR NOT arg_SOURCES)
         message(FATAL_ERROR "vimbra_add_test(${name}): SOURCES missing, or unknown: "
                             "${arg_UNPARSED_ARGUMENTS}")
     endif()
+    if(arg_REPEATS AND VIMBRA_COVERAGE_OF)
+        return()
+    endif()
     if(NOT arg_TIMEOUT)
         set(arg_TIMEOUT 60)
+    endif()
+    if(VIMBRA_COVERAGE_OF)
+        set(counted FIXTURES_REQUIRED coverage)
     endif()
 
     set(json)
@@ -102,7 +109,7 @@ function(vimbra_add_test name)
     # Asked for when ctest starts, not while building: a build needs no namespaces.
     set(common DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120 TEST_PREFIX "${VIMBRA_TEST_PREFIX}")
     gtest_discover_tests(${name} ${common} TEST_FILTER "-*Slow*.*" TEST_LIST ${name}_TESTS
-        PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
+        PROPERTIES ${counted} TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
     gtest_discover_tests(${name} ${common} TEST_FILTER "*Slow*.*" TEST_LIST ${name}_SLOW_TESTS
-        PROPERTIES TIMEOUT 300 LABELS slow)
+        PROPERTIES ${counted} TIMEOUT 300 LABELS slow)
 endfunction()

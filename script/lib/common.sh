@@ -25,6 +25,4 @@ build() {
         tail -n 60 "$log"
         return 1
     fi
-    # What an earlier run has counted.
-    find "build/$preset/src" -name '*.gcda' -delete
 }

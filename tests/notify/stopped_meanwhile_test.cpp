@@ -7,6 +7,7 @@
 #include <vimbra/ntpc.h>
 #include <vimbra/ping.h>
 #include <vimbra/pppoe.h>
+#include <vimbra/router_advertise.h>
 #include <vimbra/traceroute.h>
 
 #include <atomic>
@@ -99,6 +100,12 @@ s32 StartPppoe() {
     });
 }
 
+char g_eth0[] = "eth0";
+
+s32 StartAdvertisements() {
+    return VimbraRouterAdvertiseStart(g_eth0, [](TVimbraRouterAdCb*) { g_calls++; });
+}
+
 s32 StartNtp() {
     return VimbraNtpcStart(Address("192.0.2.1"), 60, [](u32, void*) { return int(++g_calls); });
 }
@@ -117,6 +124,8 @@ const Reporter kReporters[] = {
      {},
      StartPppoe,
      [] { return VimbraPppoeStop("eth0", 2); }},
+    {"RouterAdvertisement", Hold::kBeforeTheNextLock, "ipc_router_notify", 0, 480, Bytes(468),
+     StartAdvertisements, [] { return VimbraRouterAdvertiseStop(g_eth0); }},
     {"Ntp", Hold::kWhenRead, "ipc_ntp", 1, 40, Bytes(40), StartNtp,
      [] { return VimbraNtpcStop(2); }},
 };
