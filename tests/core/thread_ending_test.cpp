@@ -1,8 +1,9 @@
 // Threads that end while their handles are looked at, or given away while they are waited for.
-// Linked with -Wl,--wrap=syscall and -Wl,--wrap=pthread_join.
+// Linked with -Wl,--wrap= for syscall, pthread_join and pthread_getcpuclockid.
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/syscall.h>
+#include <time.h>
 #include <unistd.h>
 #include <vimbra/thread.h>
 
@@ -21,6 +22,8 @@ namespace {
 std::function<void()>& g_onLook = *new std::function<void()>;
 // When the library has waited for a thread and has not taken note of it yet.
 std::function<void()>& g_onJoined = *new std::function<void()>;
+// Every thread has a clock, as in a C library that does not look whether it still runs.
+bool g_hasClock = false;
 
 }  // namespace
 
@@ -46,6 +49,16 @@ int __wrap_pthread_join(pthread_t thread, void** result) {
         g_onJoined();
     }
     return error;
+}
+
+int __real_pthread_getcpuclockid(pthread_t thread, clockid_t* clock);
+int __wrap_pthread_getcpuclockid(pthread_t thread, clockid_t* clock) {
+    if (g_hasClock) {
+        constexpr clockid_t kOfAThread = 6;
+        *clock = ~0 * 8 + kOfAThread;  // of the thread with the number 0
+        return 0;
+    }
+    return __real_pthread_getcpuclockid(thread, clock);
 }
 }
 
@@ -117,6 +130,15 @@ TEST(ThreadEnding, HandleThatIsGivenAwayBeforeItsWaiterKnowsIsTheNextThreads) {
     held.gate.Open();
     EXPECT_EQ(nullptr, ThreadWait(next));
     EXPECT_EQ(-1, ThreadKill(next));
+}
+
+TEST(ThreadEnding, WhoHasAClockAndNoNumberIsNobody) {
+    const pthread_t gone = ThreadSpawn(
+        g_name, [](void*) {}, nullptr, kStack, 0, 5);
+    ThreadWait(gone);
+    g_hasClock = true;
+    EXPECT_EQ(-1, ThreadKill(gone));
+    EXPECT_EQ(-1, ThreadDetach(gone));
 }
 
 // What an application has bound to a thread ends after all that was started for it here.
