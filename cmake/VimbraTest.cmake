@@ -8,7 +8,8 @@
 # the shared library; with STATIC the archive instead, whose internal headers it may include; with
 # BED_ONLY neither; JSON is for tests that read or write it. TIMEOUT is 60 seconds unless given. A suite
 # with "Slow" in its name is labelled `slow` and has 300 seconds. REPEATS says that it does under load, or
-# for long, what others do once: it is not among the tests whose lines and branches are counted.
+# for long, what others do once. Neither those nor the slow ones are among the tests whose lines and
+# branches are counted.
 include_guard()
 include(GoogleTest)
 
@@ -110,6 +111,8 @@ function(vimbra_add_test name)
     set(common DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120 TEST_PREFIX "${VIMBRA_TEST_PREFIX}")
     gtest_discover_tests(${name} ${common} TEST_FILTER "-*Slow*.*" TEST_LIST ${name}_TESTS
         PROPERTIES ${counted} TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
-    gtest_discover_tests(${name} ${common} TEST_FILTER "*Slow*.*" TEST_LIST ${name}_SLOW_TESTS
-        PROPERTIES ${counted} TIMEOUT 300 LABELS slow)
+    if(NOT VIMBRA_COVERAGE_OF)
+        gtest_discover_tests(${name} ${common} TEST_FILTER "*Slow*.*" TEST_LIST ${name}_SLOW_TESTS
+            PROPERTIES TIMEOUT 300 LABELS slow)
+    endif()
 endfunction()

@@ -1,6 +1,7 @@
-// Answers to starts that come when the other start or a stop has had its own.
+// Answers to starts that come when another start or a stop has had its own, or before.
 #include <gtest/gtest.h>
 #include <vimbra/ip_conflict.h>
+#include <vimbra/router_advertise.h>
 #include <vimbra/stat.h>
 
 #include <thread>
@@ -25,8 +26,8 @@ class LateAnswer : public Prepared {
 
     static void ExpectReport(const NotifyService& service) {
         g_calls = 0;
-        EXPECT_TRUE(Notify(service.socket, service.type, Bytes(service.bodySize, 1)));
-        EXPECT_EQ(1, g_calls);
+        EXPECT_TRUE(Post(service.socket, GoodMessage(service)));
+        EXPECT_TRUE(WaitFor([] { return g_calls == 1; }));
     }
 };
 
@@ -35,6 +36,10 @@ void NoStat(TNetDevStat*, u32) {
 }
 
 void NoConflict(EVimbraConflictType, TVimbraIfaceMac*, TVimbraAddr*) {
+    ADD_FAILURE() << "the wrong callback";
+}
+
+void NoAdvertisement(TVimbraRouterAdCb*) {
     ADD_FAILURE() << "the wrong callback";
 }
 
@@ -48,6 +53,22 @@ TEST_F(LateAnswer, RefusalOfStatisticsThatHaveBeenStoppedChangesNothing) {
     EXPECT_EQ(0, stat.start());
     gate.Open();
     refused.join();
+    ExpectReport(stat);
+    EXPECT_EQ(0, stat.stop());
+}
+
+TEST_F(LateAnswer, AcceptanceOfStatisticsThatHaveBeenStoppedStartsNothing) {
+    const NotifyService& stat = kServices[0];
+    const Gate gate;
+    daemon_.Next(Answer::Code(0).Behind(gate));
+    std::thread late([] { EXPECT_EQ(0, VimbraStatNotifyCallbackReg(1, NoStat)); });
+    ASSERT_TRUE(gate.WaitArrived());
+    EXPECT_EQ(0, stat.start());
+    EXPECT_EQ(0, stat.stop());
+    gate.Open();
+    late.join();
+    EXPECT_TRUE(WaitForNoListener(stat.socket));
+    EXPECT_EQ(0, stat.start());
     ExpectReport(stat);
     EXPECT_EQ(0, stat.stop());
 }
@@ -78,6 +99,20 @@ TEST_F(LateAnswer, RefusalOfTheSecondStartLeavesTheFirstItsCallback) {
     gate.Open();
     first.join();
     EXPECT_EQ(0, conflict.stop());
+}
+
+TEST_F(LateAnswer, AWatchThatWaitsForItsAnswerKeepsItsPlace) {
+    const Gate gate;
+    daemon_.Next(Answer::Code(0).Behind(gate));
+    static char eth1[] = "eth1";
+    std::thread first([] { EXPECT_EQ(0, VimbraRouterAdvertiseStart(g_eth0, NoAdvertisement)); });
+    ASSERT_TRUE(gate.WaitArrived());
+    EXPECT_EQ(0, VimbraRouterAdvertiseStart(eth1, [](TVimbraRouterAdCb*) { g_calls++; }));
+    gate.Open();
+    first.join();
+    ExpectReport(kServices[3]);
+    EXPECT_EQ(0, VimbraRouterAdvertiseStop(eth1));
+    EXPECT_EQ(0, VimbraRouterAdvertiseStop(g_eth0));
 }
 
 }  // namespace

@@ -4,10 +4,12 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/socket.h>
+#include <vimbra/ip_conflict.h>
 #include <vimbra/ntpc.h>
 #include <vimbra/ping.h>
 #include <vimbra/pppoe.h>
 #include <vimbra/router_advertise.h>
+#include <vimbra/stat.h>
 #include <vimbra/traceroute.h>
 
 #include <atomic>
@@ -106,11 +108,24 @@ s32 StartAdvertisements() {
     return VimbraRouterAdvertiseStart(g_eth0, [](TVimbraRouterAdCb*) { g_calls++; });
 }
 
+s32 StartStatistics() {
+    return VimbraStatNotifyCallbackReg(1, [](TNetDevStat*, u32) { g_calls++; });
+}
+
+s32 StartConflicts() {
+    return VimbraIpConflictCheckStart(
+        2, [](EVimbraConflictType, TVimbraIfaceMac*, TVimbraAddr*) { g_calls++; });
+}
+
 s32 StartNtp() {
     return VimbraNtpcStart(Address("192.0.2.1"), 60, [](u32, void*) { return int(++g_calls); });
 }
 
 const Reporter kReporters[] = {
+    {"Statistics", Hold::kBeforeTheNextLock, "ipc_stat", 0, 84, Bytes(72, 1), StartStatistics,
+     [] { return VimbraStatStop(); }},
+    {"Conflict", Hold::kBeforeTheNextLock, "ipc_ip_conflict", 1, 54, Bytes(42), StartConflicts,
+     [] { return VimbraIpConflictCheckStop(2); }},
     {"Ping", Hold::kBeforeTheNextLock, "ipc_ping", 0, 32,
      Pack().U32(7).U32(64).U32(1).S32(1).S32(0), StartPing, [] { return VimbraPingStop(7); }},
     {"Traceroute", Hold::kBeforeTheNextLock, "ipc_traceroute", 101, 60,
