@@ -4,6 +4,7 @@
 
 #include <signal.h>
 
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <vector>

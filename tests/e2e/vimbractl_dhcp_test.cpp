@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <nlohmann/json.hpp>
 #include <vimbra/bed.hpp>
 
 #include "ctl.hpp"

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <nlohmann/json.hpp>
 #include <vimbra/bed.hpp>
 
 #include "ctl.hpp"

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <vimbra/bed.hpp>
 
 #include "ctl.hpp"

@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <sys/stat.h>
 
+#include <nlohmann/json.hpp>
 #include <vimbra/bed.hpp>
 
 #include "ctl.hpp"

@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <vimbra/bed.hpp>
 
 #include "e2e.hpp"

@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <nlohmann/json.hpp>
 #include <vimbra/bed.hpp>
 
 #include "../ground/address.hpp"

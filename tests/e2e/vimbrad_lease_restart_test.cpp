@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <vimbra/bed.hpp>
 
 #include "address_watch.hpp"

@@ -7,6 +7,7 @@
 #include <vimbra/route.h>
 
 #include <cstring>
+#include <nlohmann/json.hpp>
 #include <vimbra/bed.hpp>
 
 #include "../ground/address.hpp"

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <vimbra/iface.h>
 
+#include <nlohmann/json.hpp>
 #include <vimbra/bed.hpp>
 
 #include "e2e.hpp"

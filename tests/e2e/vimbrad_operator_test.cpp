@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <vimbra/bed.hpp>
 
 #include "e2e.hpp"

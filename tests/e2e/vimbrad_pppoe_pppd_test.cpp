@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
+
 #include "e2e.hpp"
 #include "messages.hpp"
 #include "pppd.hpp"

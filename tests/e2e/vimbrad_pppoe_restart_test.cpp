@@ -5,6 +5,7 @@
 #include <signal.h>
 
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <vimbra/bed.hpp>
 
 #include "../ground/pppoe_config.hpp"

@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <vimbra/bed.hpp>
 
 #include "../ground/address.hpp"

@@ -4,6 +4,7 @@
 #include <vimbra/route.h>
 
 #include <cerrno>
+#include <nlohmann/json.hpp>
 #include <vimbra/bed.hpp>
 
 #include "e2e.hpp"

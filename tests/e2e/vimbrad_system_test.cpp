@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <nlohmann/json.hpp>
 
 #include "e2e.hpp"
 #include "messages.hpp"
