@@ -1,6 +1,6 @@
 // What the tests of routes, gateways and rules share: records, their bytes, and the lines of a call.
-#ifndef VIMBRA_TESTS_ROUTE_ROUTE_HPP
-#define VIMBRA_TESTS_ROUTE_ROUTE_HPP
+#ifndef VIMBRA_TESTS_ROUTE_HPP
+#define VIMBRA_TESTS_ROUTE_HPP
 
 #include <gtest/gtest.h>
 #include <vimbra/route.h>
