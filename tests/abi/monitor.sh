@@ -76,6 +76,7 @@ daemon=$!
 until_socket
 chmod 600 /tmp/api_daemon
 before=$(stat -c %i /tmp/api_daemon)
+rm lines # not the first part's
 "$vimbractl" monitor --proxy --json --pcap messages >lines 2>errors &
 watcher=$!
 until_has lines '"watching"'

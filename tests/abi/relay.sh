@@ -53,7 +53,6 @@ until_true '[ -S /tmp/api_daemon ]'
 watcher=$!
 until_true 'grep -q conflict-start asked'
 chmod 640 /tmp/ipc_ip_conflict
-before=$(stat -c %i /tmp/ipc_ip_conflict /tmp/ipc_ipv6_conflict)
 monitor --pcap messages
 stands_in ipc_ip_conflict ipc_ipv6_conflict
 [ "$(stat -c %a /tmp/ipc_ip_conflict)" = 640 ] || fail "another mode than the listener's"

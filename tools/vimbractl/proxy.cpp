@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <thread>
+#include <mutex>
 
 #include "tool.hpp"
 
@@ -42,40 +42,65 @@ std::string NameOf(pid_t pid) {
 
 }  // namespace
 
+// What threads of connections still need when the proxy is gone.
+struct Proxy::Shared {
+    explicit Shared(std::function<void(const Passed&)> wanted) : seen(std::move(wanted)) {}
+
+    const std::unique_ptr<StandIn> place = Replace();
+    std::mutex mutex;
+    std::function<void(const Passed&)> seen;  // empty when nobody wants to know any more
+
+    void Carry(int client);
+    void Show(const Passed& passed);
+};
+
 Proxy::Proxy(std::function<void(const Passed&)> seen, Relays::Seen told)
-    : seen_(std::move(seen)), place_(Replace()), relays_(std::move(told)) {
-    std::thread([this] { Serve(); }).detach();
-}
+    : shared_(std::make_shared<Shared>(std::move(seen))),
+      relays_(std::move(told)),
+      thread_([this] { Serve(); }) {}
 
 // The process ends soon after: connections that are open are cut, as by a daemon that ends.
 Proxy::~Proxy() {
-    place_->GiveBack();
-    shutdown(place_->Listener(), SHUT_RDWR);
+    shared_->place->GiveBack();
+    shutdown(shared_->place->Listener(), SHUT_RDWR);
+    thread_.join();
+    const std::lock_guard lock(shared_->mutex);
+    shared_->seen = nullptr;
 }
 
-void Proxy::Serve() {
+void Proxy::Serve() const {
     while (true) {
-        const int client = accept4(place_->Listener(), nullptr, nullptr, SOCK_CLOEXEC);
+        const int client = accept4(shared_->place->Listener(), nullptr, nullptr, SOCK_CLOEXEC);
         if (client >= 0) {
-            std::thread([this, client] { Carry(client); }).detach();
+            std::thread([shared = shared_, client] { shared->Carry(client); }).detach();
         } else if (errno != EINTR && errno != ECONNABORTED && errno != EMFILE) {
             return;
         }
     }
 }
 
-void Proxy::Carry(int client) const {
+void Proxy::Shared::Carry(int client) {
     ucred peer = {};
     socklen_t size = sizeof(peer);
     getsockopt(client, SOL_SOCKET, SO_PEERCRED, &peer, &size);
     Passed passed{peer.pid, peer.uid, NameOf(peer.pid), ReadMessage(client), {}};
-    const vimbra::Fd daemon = place_->Original();
+    const vimbra::Fd daemon = place->Original();
     if (daemon && WriteMessage(daemon.Get(), passed.request)) {
         passed.reply = ReadMessage(daemon.Get());
+    }
+    // First: whoever has his answer finds it shown.
+    Show(passed);
+    if (!passed.reply.empty()) {
         WriteMessage(client, passed.reply);
     }
     close(client);
-    seen_(passed);
+}
+
+void Proxy::Shared::Show(const Passed& passed) {
+    const std::lock_guard lock(mutex);
+    if (seen) {
+        seen(passed);
+    }
 }
 
 }  // namespace ctl

@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "relays.hpp"
@@ -37,12 +38,13 @@ class Proxy {
     Proxy& operator=(const Proxy&) = delete;
 
  private:
-    void Serve();
-    void Carry(int client) const;
+    struct Shared;
 
-    std::function<void(const Passed&)> seen_;
-    const std::unique_ptr<StandIn> place_;
+    void Serve() const;
+
+    const std::shared_ptr<Shared> shared_;
     const Relays relays_;
+    std::thread thread_;
 };
 
 }  // namespace ctl
