@@ -132,6 +132,17 @@ TEST(ThreadEnding, HandleThatIsGivenAwayBeforeItsWaiterKnowsIsTheNextThreads) {
     EXPECT_EQ(-1, ThreadKill(next));
 }
 
+// A stack of that size the C library does not keep for the next thread.
+TEST(ThreadEnding, WhoseStackHasGoneIsNobody) {
+    constexpr int kLargeStack = 64 << 20;
+    const pthread_t gone = ThreadSpawn(
+        g_name, [](void*) {}, nullptr, kLargeStack, 0, 5);
+    ASSERT_NE(0u, gone);
+    ThreadWait(gone);
+    EXPECT_EQ(-1, ThreadKill(gone));
+    EXPECT_EQ(-1, ThreadDetach(gone));
+}
+
 TEST(ThreadEnding, WhoHasAClockAndNoNumberIsNobody) {
     const pthread_t gone = ThreadSpawn(
         g_name, [](void*) {}, nullptr, kStack, 0, 5);
