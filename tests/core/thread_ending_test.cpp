@@ -132,6 +132,9 @@ TEST(ThreadEnding, HandleThatIsGivenAwayBeforeItsWaiterKnowsIsTheNextThreads) {
     EXPECT_EQ(-1, ThreadKill(next));
 }
 
+// An emulator of programs keeps the place of what is unmapped, and msync(2) calls it mapped.
+#ifndef __arm__
+
 // A stack of that size the C library does not keep for the next thread.
 TEST(ThreadEnding, WhoseStackHasGoneIsNobody) {
     constexpr int kLargeStack = 64 << 20;
@@ -142,6 +145,8 @@ TEST(ThreadEnding, WhoseStackHasGoneIsNobody) {
     EXPECT_EQ(-1, ThreadKill(gone));
     EXPECT_EQ(-1, ThreadDetach(gone));
 }
+
+#endif
 
 TEST(ThreadEnding, WhoHasAClockAndNoNumberIsNobody) {
     const pthread_t gone = ThreadSpawn(
