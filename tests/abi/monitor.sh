@@ -44,7 +44,7 @@ done
 "$vimbractl" mtu show eth1 >/dev/null 2>&1 && fail "there is no eth1"
 echo "open sesame" | "$vimbractl" pppoe start eth0 --user me >/dev/null 2>&1 || true
 "$vimbractl" ping 127.0.0.1 --count 1 >/dev/null
-until_has lines '"kind":"notification"'
+until_has lines '"name":"echo"'
 kill $watcher
 wait $watcher || fail "the watch ended with $?"
 jq -se 'any(.[]; (.name == "mtu-set") and (.process == "vimbractl" and .pid > 0 and .uid == 0 and
