@@ -164,7 +164,11 @@ Reporting Traceroute(const char* name) {
             [] { return VimbraTracerouteStop(kUser); },
             "ipc_traceroute",
             101,
-            Pack().Zeros(24).U32(kUser).FillTo(48)};
+            Pack().Zeros(24).U32(kUser).FillTo(48),
+            nullptr,
+            false,
+            false,
+            true};
 }
 
 // Nothing but the file's end ends a watch of leases.

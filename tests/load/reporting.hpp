@@ -30,6 +30,8 @@ struct Reporting {
     bool isDear = false;
     // A stop leaves the thread to its next time-out of ten seconds.
     bool lingers = false;
+    // A real daemon comes to an end with it.
+    bool ends = false;
 };
 void PrintTo(const Reporting& reporting, std::ostream* out);
 
