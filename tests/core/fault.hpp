@@ -59,6 +59,11 @@ class FaultOfExchange : public testing::TestWithParam<Exchange> {
         return GetParam().call(1, "body", 4, &reply_, sizeof(reply_));
     }
     bool IsUntouched() const { return reply_ == 0xA5A5A5A5; }
+    void ExpectNothingLeft(const Injector& injector) const {
+        EXPECT_TRUE(IsUntouched());
+        EXPECT_TRUE(injector.Descriptors().empty());
+        EXPECT_EQ(0u, injector.Blocks());
+    }
 
     u32 reply_ = 0;
 };

@@ -234,9 +234,7 @@ TEST_P(FaultOfExchange, EveryStepOfTheSecondConnectMayFail) {
             EXPECT_TRUE(Wrote(log, {Perr("MakeAddrClient", "connect error", one.error),
                                     Err(GetParam().function, GetParam().connectText)}));
         }
-        EXPECT_TRUE(IsUntouched());
-        EXPECT_TRUE(injector.Descriptors().empty());
-        EXPECT_EQ(0u, injector.Blocks());
+        ExpectNothingLeft(injector);
     }
 }
 

@@ -92,9 +92,7 @@ TEST_P(FaultOfExchange, TimeOutForWritingIsZero) {
     injector.Stop();
     EXPECT_EQ((Calls{"socket", "connect", "calloc", "send", "select", "close"}), injector.Calls());
     EXPECT_TRUE(Wrote(log, {Err(GetParam().function, "wait time out for writing!")}));
-    EXPECT_TRUE(IsUntouched());
-    EXPECT_TRUE(injector.Descriptors().empty());
-    EXPECT_EQ(0u, injector.Blocks());
+    ExpectNothingLeft(injector);
 }
 
 // Nobody answers it, so nobody waits for it: the select is only a look.
@@ -124,9 +122,7 @@ TEST_P(FaultOfExchange, TimeOutForReadingIs1102) {
     EXPECT_EQ(1102, Call());
     injector.Stop();
     EXPECT_TRUE(Wrote(log, {Err(GetParam().function, "wait time out for reading!")}));
-    EXPECT_TRUE(IsUntouched());
-    EXPECT_TRUE(injector.Descriptors().empty());
-    EXPECT_EQ(0u, injector.Blocks());
+    ExpectNothingLeft(injector);
 }
 
 // ---- The services ----------------------------------------------------------------------------
