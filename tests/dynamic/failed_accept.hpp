@@ -1,11 +1,13 @@
-// What a listener of the dynamic configuration does when accept(2) fails.
+// What a listener of the dynamic configuration does when it cannot bind, or accept(2) fails.
 #ifndef VIMBRA_TESTS_DYNAMIC_FAILED_ACCEPT_HPP
 #define VIMBRA_TESTS_DYNAMIC_FAILED_ACCEPT_HPP
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <chrono>
+#include <string>
 #include <vimbra/bed.hpp>
 
 namespace vimbra::tests {
@@ -28,6 +30,19 @@ inline void ExpectFailedAcceptGoesOn(const bed::Capture& log, const char* thread
     EXPECT_LE(std::chrono::milliseconds(300), std::chrono::steady_clock::now() - begin);
     ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
     EXPECT_TRUE(waiting.WaitPeerClosed());
+}
+
+// A directory has the name of its socket below /tmp: the start succeeds, and the listener ends.
+template <class Start>
+void ExpectUnboundEnds(const bed::Capture& log, const char* thread, const char* socket,
+                       Start start) {
+    ASSERT_EQ(0, mkdir((std::string("/tmp/") + socket).c_str(), 0700));
+    const size_t threads = bed::Threads();
+    EXPECT_EQ(0, start());
+    EXPECT_TRUE(log.Has(bed::Kind::kPerror, "MakeAddrServer", "bind error"));
+    EXPECT_TRUE(log.WaitFor(bed::Kind::kPerror, thread, "accept error"));
+    EXPECT_TRUE(bed::WaitFor([&] { return bed::Threads() == threads; }));
+    EXPECT_EQ(1, log.Count(bed::Kind::kPerror, thread, "accept error"));
 }
 
 }  // namespace vimbra::tests

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/sem.h>
-#include <sys/stat.h>
 #include <vimbra/ntpc.h>
 
 #include <atomic>
@@ -12,6 +11,7 @@
 
 #include "../ground/prepared.hpp"
 #include "../ground/recorder.hpp"
+#include "failed_accept.hpp"
 #include "no_threads.hpp"
 #include "ntpc.hpp"
 
@@ -93,13 +93,7 @@ TEST_F(Ntpc, SemaphoreStaysTakenWithoutThread) {
 }
 
 TEST_F(Ntpc, ListenerThatCannotBindLetsTheStarterGoOn) {
-    ASSERT_EQ(0, mkdir("/tmp/ipc_ntp", 0700));
-    const size_t threads = Threads();
-    EXPECT_EQ(0, Start(2));
-    EXPECT_TRUE(log_.Has(Kind::kPerror, "MakeAddrServer", "bind error"));
-    EXPECT_TRUE(log_.WaitFor(Kind::kPerror, kThread, "accept error"));
-    EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
-    EXPECT_EQ(1, log_.Count(Kind::kPerror, kThread, "accept error"));
+    ExpectUnboundEnds(log_, kThread, "ipc_ntp", [] { return Start(2); });
     EXPECT_EQ(1, SemaphoreValue());
     EXPECT_EQ(0, VimbraNtpcStop(2));
     EXPECT_TRUE(log_.Has(Kind::kError, "VimbraNtpcStop", "ntpc ThreadKill error!"));

@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
-#include <sys/stat.h>
 #include <vimbra/common.h>
 #include <vimbra/net_pppoe.h>
 #include <vimbra/pppoe.h>
@@ -18,6 +17,7 @@
 
 #include "../ground/prepared.hpp"
 #include "../ground/recorder.hpp"
+#include "failed_accept.hpp"
 #include "no_threads.hpp"
 
 namespace vimbra::tests {
@@ -260,13 +260,7 @@ TEST_F(Pppoe, WithoutThreadStartFails) {
 }
 
 TEST_F(Pppoe, ListenerThatCannotBindEndsAndTheStartSucceeds) {
-    ASSERT_EQ(0, mkdir("/tmp/ipc_pppoe", 0700));
-    const size_t threads = Threads();
-    EXPECT_EQ(0, Start(2));
-    EXPECT_TRUE(log_.Has(Kind::kPerror, "MakeAddrServer", "bind error"));
-    EXPECT_TRUE(log_.WaitFor(Kind::kPerror, kThread, "accept error"));
-    EXPECT_TRUE(WaitFor([&] { return Threads() == threads; }));
-    EXPECT_EQ(1, log_.Count(Kind::kPerror, kThread, "accept error"));
+    ExpectUnboundEnds(log_, kThread, "ipc_pppoe", [] { return Start(2); });
     EXPECT_EQ(0, Stop(2));
     EXPECT_TRUE(log_.Has(Kind::kPerror, "VimbraPppoeStop", "pthread_cancel error"));
     EXPECT_THAT(g_events.Kinds(), ElementsAre(5u));
