@@ -16,11 +16,13 @@ include(GoogleTest)
 # Sanitized and cross-built tests need a GoogleTest that was built the same way: Debian brings its
 # sources.
 if(VIMBRA_SANITIZE OR CMAKE_CROSSCOMPILING)
+    # An emulator translates at each start what a test runs of it: the less that is, the better.
+    set(optimisation $<IF:$<BOOL:${CMAKE_CROSSCOMPILING}>,-Os,-O0>)
     set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
     set(BUILD_GMOCK ON CACHE BOOL "" FORCE)
     add_subdirectory(/usr/src/googletest ${PROJECT_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
     foreach(target IN ITEMS gtest gtest_main gmock gmock_main)
-        target_compile_options(${target} PRIVATE -w -O0 -g0)
+        target_compile_options(${target} PRIVATE -w ${optimisation} -g0)
         if(NOT TARGET GTest::${target})
             add_library(GTest::${target} ALIAS ${target})
         endif()
