@@ -26,3 +26,8 @@ build() {
         return 1
     fi
 }
+
+# run_tests COUNT OPTION...: the tests of script/test's list, so many at a time for each processor.
+run_tests() {
+    ctest --test-dir build/all --output-on-failure --parallel $(($(nproc) * $1)) "${@:2}"
+}
