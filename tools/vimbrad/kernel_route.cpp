@@ -34,49 +34,39 @@ Route MakeRoute(const RouteSpec& spec) {
     return route;
 }
 
-// What a dump brings. The library's callbacks are C: no exception may leave them.
-struct DumpTarget {
-    std::vector<Route> routes;
-    bool complete = true;
-};
-
-int TakeRoute(nl_msg* message, void* arg) noexcept {
-    auto* target = static_cast<DumpTarget*>(arg);
-    rtnl_route* raw = nullptr;
-    if (rtnl_route_parse(nlmsg_hdr(message), &raw) < 0) {
-        return NL_SKIP;
+// For all routes of a family, or for the way to one destination.
+NlMessage MakeQuestion(u16 family, const nl_addr* destination) {
+    const bool all = destination == nullptr;
+    auto question = Allocated<NlMessage>(nlmsg_alloc_simple(RTM_GETROUTE, all ? NLM_F_DUMP : 0));
+    rtmsg head{};
+    head.rtm_family = static_cast<u8>(family);
+    head.rtm_dst_len = static_cast<u8>(all ? 0 : nl_addr_get_prefixlen(destination));
+    if (nlmsg_append(question.get(), &head, sizeof(head), NLMSG_ALIGNTO) < 0 ||
+        (!all && nla_put_addr(question.get(), RTA_DST, const_cast<nl_addr*>(destination)) < 0)) {
+        throw std::bad_alloc();
     }
-    Route route(raw);
-    try {
-        target->routes.push_back(std::move(route));
-    } catch (const std::bad_alloc&) {
-        target->complete = false;
-    }
-    return NL_OK;
+    return question;
 }
 
-// Every route of a family. The library's own cache would not do: of several routes with one
-// destination and one metric it keeps the first.
+std::vector<Route> RoutesOf(Netlink::Answer answer) {
+    std::vector<Route> routes;
+    for (NlObject& each : answer.objects) {
+        routes.emplace_back(reinterpret_cast<rtnl_route*>(each.release()));
+    }
+    return routes;
+}
+
+// Every route of a family.
 std::vector<Route> Dump(u16 family) {
     CheckOneFamily(family);
     for (int attempt = 0; attempt < kDumpAttempts; ++attempt) {
-        Netlink kernel;
-        DumpTarget target;
-        const NlCallbacks callbacks = Allocated<NlCallbacks>(nl_cb_alloc(NL_CB_DEFAULT));
-        nl_cb_set(callbacks.get(), NL_CB_VALID, NL_CB_CUSTOM, TakeRoute, &target);
-        int result = nl_rtgen_request(kernel.Socket(), RTM_GETROUTE, family, NLM_F_DUMP);
-        if (result >= 0) {
-            result = nl_recvmsgs(kernel.Socket(), callbacks.get());
-        }
-        if (!target.complete) {
-            throw std::bad_alloc();
-        }
-        if (result >= 0) {
-            return std::move(target.routes);
+        Netlink::Answer answer = Netlink().Ask(MakeQuestion(family, nullptr));
+        if (answer.result >= 0) {
+            return RoutesOf(std::move(answer));
         }
         // The tables changed while they were read.
-        if (result != -NLE_DUMP_INTR) {
-            throw Refusal(Netlink::ErrnoOf(result), nl_geterror(result));
+        if (answer.result != -NLE_DUMP_INTR) {
+            throw Refusal(Netlink::ErrnoOf(answer.result), nl_geterror(answer.result));
         }
     }
     throw Refusal(EAGAIN, "the routes change faster than they can be read");
@@ -161,13 +151,11 @@ void DeleteRoute(rtnl_route* route) {
 
 int IfaceTowards(const TVimbraAddr& address) {
     const NlAddr destination = MakeNlAddr(address, FullPrefix(address.wSinFamily));
-    Netlink kernel;
-    rtnl_route* raw = nullptr;
-    if (rtnl_route_lookup(kernel.Socket(), destination.get(), &raw) < 0 || raw == nullptr) {
+    Netlink::Answer answer = Netlink().Ask(MakeQuestion(address.wSinFamily, destination.get()));
+    if (answer.result < 0 || answer.objects.empty()) {
         throw Refusal(ENETUNREACH);
     }
-    const Route route(raw);
-    return SpecOf(route.get()).iface;
+    return SpecOf(RoutesOf(std::move(answer)).front().get()).iface;
 }
 
 int IfaceNumber(const std::string& name) {

@@ -1,5 +1,6 @@
 #include "netlink.hpp"
 
+#include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <netlink/errno.h>
 
@@ -8,14 +9,84 @@
 #include <cstring>
 
 namespace vimbrad {
+namespace {
+
+// Each next hop says how long it is. The library goes by that without a look at it.
+bool AreSound(const nlattr* hops) {
+    const auto* bytes = static_cast<const u8*>(nla_data(hops));
+    auto left = static_cast<size_t>(nla_len(hops));
+    while (left >= sizeof(rtnexthop)) {
+        rtnexthop hop;
+        std::memcpy(&hop, bytes, sizeof(hop));
+        const size_t taken = RTNH_ALIGN(size_t{hop.rtnh_len});
+        if (hop.rtnh_len < sizeof(hop) || taken > left) {
+            return false;
+        }
+        bytes += taken;
+        left -= taken;
+    }
+    return true;
+}
+
+// That the library may read it. Of several attributes of a kind it takes the last.
+bool IsSound(nlmsghdr* message) {
+    if (message->nlmsg_type == RTM_NEWROUTE) {
+        nlattr* each;
+        int left;
+        nlmsg_for_each_attr(each, message, sizeof(rtmsg), left) {
+            if (nla_type(each) == RTA_MULTIPATH && !AreSound(each)) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+// What an answer brings. The library's callbacks are C: no exception may leave them.
+struct Taken {
+    u16 type;
+    std::vector<NlObject> objects;
+    bool complete = true;
+};
+
+void TakeObject(nl_object* object, void* arg) noexcept {
+    auto* taken = static_cast<Taken*>(arg);
+    try {
+        taken->objects.emplace_back();
+    } catch (const std::bad_alloc&) {
+        taken->complete = false;
+        return;
+    }
+    nl_object_get(object);
+    taken->objects.back().reset(object);
+}
+
+// A message that cannot be read is none.
+int TakeMessage(nl_msg* message, void* arg) noexcept {
+    nlmsghdr* head = nlmsg_hdr(message);
+    if (head->nlmsg_type == static_cast<Taken*>(arg)->type && IsSound(head)) {
+        nl_msg_parse(message, TakeObject, arg);
+    }
+    return NL_OK;
+}
+
+// New, delete, get and set follow each other in each kind.
+u16 TypeOfAnswer(u16 question) {
+    return static_cast<u16>(question - RTM_GETLINK + RTM_NEWLINK);
+}
+
+}  // namespace
 
 Netlink::Netlink() : socket_(Allocated<NlSocket>(nl_socket_alloc())) {
     if (const int result = nl_connect(socket_.get(), NETLINK_ROUTE); result < 0) {
         throw Refusal(ErrnoOf(result), nl_geterror(result));
     }
+    // The answer to a question is word enough.
+    nl_socket_disable_auto_ack(socket_.get());
 }
 
 void Netlink::Change(NlMessage message) {
+    nlmsg_hdr(message.get())->nlmsg_flags |= NLM_F_ACK;
     if (const int result = nl_send_auto(socket_.get(), message.get()); result < 0) {
         throw Refusal(ErrnoOf(result), nl_geterror(result));
     }
@@ -54,16 +125,34 @@ void Netlink::Change(NlMessage message) {
     }
 }
 
+// The library's own ways do not do: a cache keeps one of several routes with one destination and one
+// metric, and an object that was asked for alone is lost when a second one follows.
+Netlink::Answer Netlink::Ask(const NlMessage& question) {
+    Taken taken{TypeOfAnswer(nlmsg_hdr(question.get())->nlmsg_type), {}};
+    const auto callbacks = Allocated<NlCallbacks>(nl_cb_alloc(NL_CB_DEFAULT));
+    nl_cb_set(callbacks.get(), NL_CB_VALID, NL_CB_CUSTOM, TakeMessage, &taken);
+    int result = nl_send_auto(socket_.get(), question.get());
+    if (result >= 0) {
+        result = nl_recvmsgs(socket_.get(), callbacks.get());
+    }
+    if (!taken.complete) {
+        throw std::bad_alloc();
+    }
+    return {result, std::move(taken.objects)};
+}
+
 Link Netlink::FindLink(const std::string& name) {
     if (name.empty() || name.size() >= IFNAMSIZ) {
         throw Refusal(ENODEV, "no interface " + name);
     }
-    rtnl_link* raw = nullptr;
+    Answer answer = Ask(Build<NlMessage>([&name](nl_msg** question) {
+        return rtnl_link_build_get_request(0, name.c_str(), question);
+    }));
     // No error and no interface is what an answer that tells of neither becomes.
-    if (rtnl_link_get_kernel(socket_.get(), 0, name.c_str(), &raw) < 0 || raw == nullptr) {
+    if (answer.result < 0 || answer.objects.empty()) {
         throw Refusal(ENODEV, "no interface " + name);
     }
-    return Link(raw);
+    return Link(reinterpret_cast<rtnl_link*>(answer.objects.front().release()));
 }
 
 void Netlink::BringUp(const std::string& name) {

@@ -7,6 +7,7 @@
 #include <netlink/cache.h>
 #include <netlink/msg.h>
 #include <netlink/netlink.h>
+#include <netlink/object.h>
 #include <netlink/route/addr.h>
 #include <netlink/route/link.h>
 #include <vimbra/addr.h>
@@ -34,6 +35,7 @@ using NlSocket = std::unique_ptr<nl_sock, FreeWith<nl_socket_free>>;
 using NlCallbacks = std::unique_ptr<nl_cb, FreeWith<nl_cb_put>>;
 using NlMessage = std::unique_ptr<nl_msg, FreeWith<nlmsg_free>>;
 using NlCache = std::unique_ptr<nl_cache, FreeWith<nl_cache_free>>;
+using NlObject = std::unique_ptr<nl_object, FreeWith<nl_object_put>>;
 using NlAddr = std::unique_ptr<nl_addr, FreeWith<nl_addr_put>>;
 using Link = std::unique_ptr<rtnl_link, FreeWith<rtnl_link_put>>;
 using IfaceAddr = std::unique_ptr<rtnl_addr, FreeWith<rtnl_addr_put>>;
@@ -66,6 +68,15 @@ class Netlink {
 
     // Carries out a change and waits for the kernel's word. Throws Refusal.
     void Change(NlMessage message);
+
+    struct Answer {
+        // The library's.
+        int result = 0;
+        std::vector<NlObject> objects;
+    };
+    // What the kernel says to a question for one or for all: objects of the kind that is asked for,
+    // in its order.
+    Answer Ask(const NlMessage& question);
 
     // The interface of this name. Throws Refusal(ENODEV).
     Link FindLink(const std::string& name);
