@@ -119,13 +119,13 @@ Message AddressMessage(int index, u8 family, u8 prefix, const char* address) {
                          .Number(IFA_FLAGS, IFA_F_PERMANENT));
 }
 
-Message RouteMessage(u8 family, const char* gateway) {
+Message RouteMessage(u8 family, u16 flags, const char* gateway) {
     rtmsg head = {};
     head.rtm_family = family;
     head.rtm_table = RT_TABLE_MAIN;
     head.rtm_protocol = RTPROT_STATIC;
     head.rtm_type = RTN_UNICAST;
-    return std::move(Message(RTM_NEWROUTE, NLM_F_MULTI)
+    return std::move(Message(RTM_NEWROUTE, flags)
                          .Add(head)
                          .Number(RTA_TABLE, RT_TABLE_MAIN)
                          .Number(RTA_OIF, 2)
@@ -180,6 +180,19 @@ std::vector<Message> Links(const nlmsghdr& request) {
     return answer;
 }
 
+// The first is the way to any one destination.
+std::vector<Message> Routes(const nlmsghdr& request) {
+    const u8 family = *static_cast<const u8*>(nlmsg_data(&request));
+    const u16 flags = IsDump(request) ? NLM_F_MULTI : 0;
+    std::vector<Message> answer;
+    answer.push_back(RouteMessage(family, flags, family == AF_INET ? "192.168.1.1" : "fe80::1"));
+    if (IsDump(request)) {
+        answer.push_back(
+            RouteMessage(family, flags, family == AF_INET ? "192.168.1.3" : "fe80::3"));
+    }
+    return answer;
+}
+
 // What a machine answers that is well.
 std::vector<Message> UsualAnswer(const nlmsghdr& request) {
     std::vector<Message> answer;
@@ -194,8 +207,7 @@ std::vector<Message> UsualAnswer(const nlmsghdr& request) {
             answer.push_back(AddressMessage(2, AF_INET6, 64, "2001:db8::2"));
             break;
         case RTM_GETROUTE:
-            answer.push_back(RouteMessage(AF_INET, "192.168.1.1"));
-            answer.push_back(RouteMessage(AF_INET6, "fe80::1"));
+            answer = Routes(request);
             break;
         case RTM_GETRULE:
             answer.push_back(RuleMessage(AF_INET, 32766, RT_TABLE_MAIN));
@@ -215,14 +227,16 @@ std::vector<Message> UsualAnswer(const nlmsghdr& request) {
 std::vector<Message> MadeAnswer(const nlmsghdr& request) {
     const u16 type = request.nlmsg_type >= RTM_BASE ? static_cast<u16>(request.nlmsg_type & ~3)
                                                     : u16{RTM_NEWLINK};
-    const u16 flags = IsDump(request) ? NLM_F_MULTI : 0;
+    const u8 count = g_whims->Byte() % 8;
+    // Of several that are not marked as belonging together only the first is read.
+    const u16 flags = IsDump(request) || count > 1 ? NLM_F_MULTI : 0;
     std::vector<Message> answer;
-    for (u8 count = g_whims->Byte() % 8; count > 0; count--) {
+    for (u8 i = 0; i < count; i++) {
         const std::string content = g_whims->Block();
         answer.push_back(std::move(Message(type, flags).Append(content.data(), content.size())));
     }
-    answer.push_back(IsDump(request) ? std::move(Message(NLMSG_DONE, NLM_F_MULTI).Add(0))
-                                     : Verdict(request, 0));
+    answer.push_back(flags != 0 ? std::move(Message(NLMSG_DONE, NLM_F_MULTI).Add(0))
+                                : Verdict(request, 0));
     return answer;
 }
 
