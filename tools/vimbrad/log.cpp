@@ -49,8 +49,11 @@ void MakePrintable(char* text) {
 }
 
 void TellLost(Log& log) {
+    if (log.lost == 0) {
+        return;
+    }
     const std::string text = std::to_string(log.lost) + " log lines were lost: nobody took them";
-    if (log.lost != 0 && log.sink->Write(kWarning.priority, kWarning.word, text)) {
+    if (log.sink->Write(kWarning.priority, kWarning.word, text)) {
         log.lost = 0;
     }
 }
