@@ -96,6 +96,11 @@ void Daemon::Pass(u64 milliseconds) {
     Run();
 }
 
+void Daemon::Receive(Input& input) {
+    Deliver(&loop_, input);
+    Run();
+}
+
 void Daemon::End() {
     raise(SIGTERM);
     Run();

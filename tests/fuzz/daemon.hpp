@@ -1,5 +1,6 @@
-// A whole life of vimbrad under a fuzzer, from its start to its end, in this process. Its kernel and
-// its programs are the fuzzer's (kernel.hpp, programs.hpp), its sockets and files are real.
+// A whole life of vimbrad under a fuzzer, from its start to its end, in this process. Its kernel,
+// its network and its programs are the fuzzer's (kernel.hpp, network.hpp, programs.hpp), the sockets
+// of applications and its files are real.
 #ifndef VIMBRA_TESTS_FUZZ_DAEMON_HPP
 #define VIMBRA_TESTS_FUZZ_DAEMON_HPP
 
@@ -15,6 +16,7 @@
 #include "input.hpp"
 #include "kernel.hpp"
 #include "life.hpp"
+#include "network.hpp"
 #include "programs.hpp"
 
 namespace vimbra::tests {
@@ -39,6 +41,8 @@ class Daemon {
     // What is left to do before the daemon waits.
     void Run();
     void Pass(u64 milliseconds);
+    // From the network; see Deliver().
+    void Receive(Input& input);
     // By the signal that makes it take everything back.
     void End();
     // To links that a keeper keeps.
