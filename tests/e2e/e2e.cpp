@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,6 +13,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
@@ -101,6 +103,16 @@ int Daemon::Stop() {
     stopped_ = true;
     program_.Signal(SIGTERM);
     return program_.Wait();
+}
+
+void Pretend(const std::string& program, const std::string& script) {
+    const std::string path = "/tmp/bin/" + program;
+    bed::WriteFile(path, "#!/bin/sh\n" + script);
+    ASSERT_EQ(0, chmod(path.c_str(), 0755));
+    const std::string paths = getenv("PATH");
+    if (!paths.starts_with("/tmp/bin:")) {
+        ASSERT_EQ(0, setenv("PATH", ("/tmp/bin:" + paths).c_str(), 1));
+    }
 }
 
 Json AskOperators(const std::string& line) {

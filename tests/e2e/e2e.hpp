@@ -65,6 +65,9 @@ Json AskOperators(const std::string& line);
 // What operators are told of one thing.
 Json Shown(const std::string& what);
 
+// A program that is run in another's place by whoever is started from now on: lines for the shell.
+void Pretend(const std::string& program, const std::string& script);
+
 // Runs a shell command; its output. A command that fails throws std::runtime_error with what it
 // wrote.
 std::string Shell(const std::string& command);

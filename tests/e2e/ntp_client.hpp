@@ -3,7 +3,6 @@
 #define VIMBRA_TESTS_E2E_NTP_CLIENT_HPP
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <vimbra/ntpc_report.h>
 
 #include <algorithm>
@@ -111,13 +110,6 @@ inline size_t Asking() {
 
 inline bool NothingIsLeft() {
     return bed::WaitFor([] { return Asking() == 0 && Directories().empty(); });
-}
-
-// A program that is run in chronyd's place.
-inline void Pretend(const std::string& script) {
-    bed::WriteFile("/tmp/bin/chronyd", "#!/bin/sh\n" + script);
-    ASSERT_EQ(0, chmod("/tmp/bin/chronyd", 0755));
-    ASSERT_EQ(0, setenv("PATH", (std::string("/tmp/bin:") + getenv("PATH")).c_str(), 1));
 }
 
 }  // namespace vimbra::tests

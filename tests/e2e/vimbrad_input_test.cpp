@@ -26,14 +26,6 @@ constexpr u32 kDhcpStart = 0x501;
 constexpr u32 kNtpCheck = 0x903;
 constexpr char kRunDir[] = "/run/vimbrad";
 
-// A program that is run in another's place.
-void Pretend(const std::string& name, const std::string& script) {
-    const std::string path = "/tmp/bin/" + name;
-    WriteFile(path, "#!/bin/sh\n" + script);
-    ASSERT_EQ(0, chmod(path.c_str(), 0755));
-    ASSERT_EQ(0, setenv("PATH", "/tmp/bin:/usr/bin:/bin", 1));
-}
-
 // What an earlier life has left: the members of a JSON object.
 void LeaveState(const std::string& members) {
     std::string boot = ReadFile("/proc/sys/kernel/random/boot_id");

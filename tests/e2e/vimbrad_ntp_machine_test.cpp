@@ -31,6 +31,7 @@ namespace {
 
 TEST(VimbradNtpProgram, IsAskedForTheOffsetAlone) {
     Pretend(
+        "chronyd",
         "echo \"$0 $*\" >> /tmp/asked; echo 'System clock wrong by -0.000125 seconds (ignored)'");
     // Even if it were not for what the program is told, it could not set the clock.
     ASSERT_EQ(0, prctl(PR_CAPBSET_DROP, CAP_SYS_TIME));
@@ -60,9 +61,9 @@ TEST(VimbradNtpProgram, ThatIsNotThereRefusesTheStart) {
 
 // One that could not be replaced goes on.
 TEST(VimbradNtpProgram, ThatHasGoneLeavesWhatRuns) {
-    Pretend(
-        "touch /tmp/asking; while ! [ -e /tmp/go ]; do sleep 0.01; done;"
-        "echo 'System clock wrong by 0.5 seconds (ignored)'");
+    Pretend("chronyd",
+            "touch /tmp/asking; while ! [ -e /tmp/go ]; do sleep 0.01; done;"
+            "echo 'System clock wrong by 0.5 seconds (ignored)'");
     const std::string path = getenv("PATH");
     ASSERT_EQ(0, setenv("PATH", "/tmp/bin:/bin:/usr/bin", 1));
     const Daemon daemon;
@@ -83,7 +84,7 @@ TEST(VimbradNtpProgram, ThatFailsIsTold) {
     for (const char* script : {"echo 'Fatal error : no luck' >&2; exit 1",
                                "echo 'System clock wrong by 0.5 seconds (ignored)'; exit 1",
                                "echo 'System clock wrong by much'", "kill -9 $$", "exit 0"}) {
-        Pretend(script);
+        Pretend("chronyd", script);
         const Daemon daemon;
         const Listener listener(kSocket);
         ASSERT_EQ(0, Ask(kStart, StartBody("127.0.0.1")));
@@ -97,7 +98,7 @@ TEST(VimbradNtpProgram, ThatFailsIsTold) {
 }
 
 TEST(VimbradNtpProgram, ThatFailsHasItsLastWordInTheLog) {
-    Pretend("echo 'Fatal error : no luck' >&2; exit 3");
+    Pretend("chronyd", "echo 'Fatal error : no luck' >&2; exit 3");
     const Daemon daemon;
     EXPECT_EQ(EIO, Ask(kCheck, Server("127.0.0.1")));
     EXPECT_TRUE(
@@ -105,7 +106,7 @@ TEST(VimbradNtpProgram, ThatFailsHasItsLastWordInTheLog) {
 }
 
 TEST(VimbradNtpProgram, ThatDoesNotEndIsKilled) {
-    Pretend("exec sleep 1000");
+    Pretend("chronyd", "exec sleep 1000");
     const Daemon daemon;
     const Listener listener(kSocket);
     ASSERT_EQ(0, Ask(kStart, StartBody("127.0.0.1")));
