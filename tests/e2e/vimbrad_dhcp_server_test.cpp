@@ -41,6 +41,13 @@ TVimbraDhcpsInfo Pool(const char* start, const char* end, const char* router = "
     return pool;
 }
 
+Bytes StartBody(const std::string& name, u16 family, const TVimbraDhcpsInfo& pool) {
+    Bytes body = Pack().Text(name, 16).U16(family);
+    const auto* bytes = reinterpret_cast<const char*>(&pool);
+    body.insert(body.end(), bytes, bytes + sizeof(pool));
+    return body;
+}
+
 s32 Start(std::string name, TVimbraDhcpsInfo pool) {
     return VimbraDhcpsStart(name.data(), VIMBRA_FAMILY_IPV4, &pool);
 }
@@ -190,10 +197,7 @@ TEST_F(VimbradDhcpServer, EndOfTheDaemonEndsItsServers) {
 
 TEST_F(VimbradDhcpServer, Refusals) {
     const auto ask = [](const std::string& name, u16 family, const TVimbraDhcpsInfo& pool) {
-        Bytes body = Pack().Text(name, 16).U16(family);
-        const auto* bytes = reinterpret_cast<const char*>(&pool);
-        body.insert(body.end(), bytes, bytes + sizeof(pool));
-        return Ask(kStart, body);
+        return Ask(kStart, StartBody(name, family, pool));
     };
     const TVimbraDhcpsInfo pool = Pool("192.0.2.50", "192.0.2.60");
     EXPECT_EQ(ENODEV, ask("nowhere0", 2, pool));
@@ -215,6 +219,26 @@ TEST_F(VimbradDhcpServer, Refusals) {
     EXPECT_EQ(ENOTSUP, Ask(kStop, Pack().Text("eth0", 16).U16(10)));
     EXPECT_EQ(EINVAL, Ask(kStop, Pack().Text("eth0", 16).U16(3)));
     EXPECT_TRUE(Servers().empty());
+}
+
+// However long that takes.
+TEST(VimbradDhcpServerStart, IsAnsweredWhenTheServerServes) {
+    Pretend("busybox", "sleep 1\nPATH=${PATH#*:}\nexec busybox \"$@\"\n");
+    MakeIface("eth0");
+    Shell("ip address add 192.0.2.1/25 dev eth0");
+    Daemon daemon;
+    ASSERT_EQ(0, Start("eth0", Pool("192.0.2.50", "192.0.2.50"))) << daemon.Log();
+    EXPECT_THAT(ReadFile("/proc/net/udp"), HasSubstr(":0043 "));
+    EXPECT_EQ(0, Stop("eth0"));
+}
+
+TEST(VimbradDhcpServerStart, IsRefusedWhenTheServerEndsLate) {
+    Pretend("busybox", "sleep 1\nexit 1\n");
+    MakeIface("eth0");
+    Daemon daemon;
+    EXPECT_EQ(EIO, Ask(kStart, StartBody("eth0", 2, Pool("192.0.2.50", "192.0.2.50"))));
+    EXPECT_TRUE(daemon.WaitLog("the server ended before it served"));
+    EXPECT_EQ(0u, Runs("eth0"));
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <map>
@@ -20,6 +21,7 @@
 #include "private_dir.hpp"
 #include "record_text.hpp"
 #include "services/services.hpp"
+#include "udp_port.hpp"
 
 namespace vimbrad {
 namespace {
@@ -32,8 +34,12 @@ constexpr char kLeaseFile[] = "/usr/etc/udhcpd.leases";
 constexpr int kAutoTime = 2;
 // What the file may grow to; readers of the lease file see fewer.
 constexpr u32 kLeasesMax = 4096;
-// A server that cannot work ends within this time; after it a start is answered.
-constexpr u64 kSettleMs = 300;
+// A start is answered when the server has its port: one that cannot work ends before. The pauses
+// between the looks at it grow.
+constexpr u16 kServerPort = 67;
+constexpr u64 kLookMs = 5;
+constexpr u64 kLookMostMs = 80;
+constexpr u64 kServeMs = 20'000;
 constexpr u64 kKillMs = 2'000;
 
 u32 HostOrder(const TVimbraAddr& address) {
@@ -120,21 +126,13 @@ class DhcpServer {
                   },
                   [this](const ChildEnd& end) { HasEnded(end); }}) {}
 
-    // Answers when the server has had the time to find out that it cannot work.
+    // Answers when the server serves, or has found out that it cannot.
     void AnswerStart(const std::optional<Answer<wire::PlainResult>>& answer) {
         if (answer) {
             starting_.push_back(*answer);
         }
-        uv_timer_start(
-            timer_.get(),
-            [](uv_timer_t* timer) {
-                auto* self = static_cast<DhcpServer*>(timer->data);
-                LogInfo("DHCP server on %s: started", self->name_.c_str());
-                for (const auto& each : std::exchange(self->starting_, {})) {
-                    each({0});
-                }
-            },
-            kSettleMs, 0);
+        deadline_ = uv_now(timer_->loop) + kServeMs;
+        LookAfter(kLookMs);
     }
 
     void Stop() {
@@ -175,12 +173,33 @@ class DhcpServer {
     }
 
  private:
+    void LookAfter(u64 pause) {
+        pause_ = pause;
+        uv_timer_start(
+            timer_.get(), [](uv_timer_t* timer) { static_cast<DhcpServer*>(timer->data)->Look(); },
+            pause, 0);
+    }
+
+    void Look() {
+        if (HasUdpPort(child_.Pid(), kServerPort)) {
+            LogInfo("DHCP server on %s: started", name_.c_str());
+            for (const auto& each : std::exchange(starting_, {})) {
+                each({0});
+            }
+        } else if (uv_now(timer_->loop) < deadline_) {
+            LookAfter(std::min(2 * pause_, kLookMostMs));
+        } else {
+            LogWarning("DHCP server on %s: does not begin to serve", name_.c_str());
+            Stop();
+        }
+    }
+
     void HasEnded(const ChildEnd& end) {
         if (!stopping_) {
             LogWarning("DHCP server on %s: ended with %s", name_.c_str(), end.Text().c_str());
         }
         for (const auto& each : std::exchange(starting_, {})) {
-            each.Refuse(EIO, "the server ended at once");
+            each.Refuse(EIO, "the server ended before it served");
         }
         const Ended ended = std::move(ended_);
         ended();
@@ -192,6 +211,8 @@ class DhcpServer {
     Ended ended_;
     UvHandle<uv_timer_t> timer_;
     Child child_;
+    u64 pause_ = 0;
+    u64 deadline_ = 0;
     std::vector<Answer<wire::PlainResult>> starting_;
     bool stopping_ = false;
 };
