@@ -1,20 +1,26 @@
 // Very many requests, notifications, starts and stops, and what the process holds before and after:
 // level is a pass, anything else fails.
 //
-//     soak [--short] [--daemon PID]
+//     soak [--short] [--daemon PID] [--only NAME]... [--rounds NUMBER]
 //
 // Without --daemon a process of its own answers every request at once. With it the daemon that
-// serves is asked, and what that process holds is looked at too. Run it under vimbra-sandbox.
+// serves is asked, and what that process holds is looked at too. --only picks "requests",
+// "notifications" and services by the names that are printed, --rounds says how often each service
+// is started and stopped. Run it under vimbra-sandbox.
 #include <fcntl.h>
 #include <unistd.h>
 #include <vimbra/common.h>
 #include <vimbra/log.h>
 
+#include <algorithm>
+#include <charconv>
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -31,9 +37,18 @@ struct Amounts {
     unsigned long notifications = 1'000'000;
     unsigned long rounds = 10'000;
     // Of the services whose threads linger, so many at a time.
-    unsigned long batch = 1000;
+    unsigned long atOnce = 1000;
 };
 constexpr Amounts kShort = {40'000, 48'000, 400, 200};
+
+constexpr char kRequests[] = "requests";
+constexpr char kNotifications[] = "notifications";
+
+struct Options {
+    Amounts amounts;
+    std::string daemon;          // its process id, if it is not a process of our own
+    std::set<std::string> only;  // empty: everything
+};
 
 // What the C library may keep more of from one look to the next: a stack or two that threads which
 // met by chance have left in its store.
@@ -84,37 +99,41 @@ bool IsLevelWith(const Held& before, const Held& after) {
 
 class Soak {
  public:
-    Soak(const Amounts& amounts, std::string daemon)
-        : amounts_(amounts), daemon_(std::move(daemon)), out_(fdopen(dup(1), "w")) {
+    explicit Soak(Options options) : options_(std::move(options)), out_(fdopen(dup(1), "w")) {
         // A watch of leases tells what it sees, and that its file has gone.
         const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
         dup2(null, STDOUT_FILENO);
         dup2(null, STDERR_FILENO);
         close(null);
-        fprintf(out_, "%-45s %8s %17s %14s %18s\n", "", "times", "descriptors", "threads",
-                "private KB");
+        fprintf(out_, "%-45s %8s %7s %17s %14s %18s\n", "", "times", "seconds", "descriptors",
+                "threads", "private KB");
     }
     ~Soak() { fclose(out_); }
     Soak(const Soak&) = delete;
     Soak& operator=(const Soak&) = delete;
 
-    void Requests();
-    void Notifications();
-    void Rounds();
+    void Run();
     bool Passed() const { return passed_; }
 
  private:
+    bool Wants(const std::string& name) const {
+        return options_.only.empty() || options_.only.contains(name);
+    }
+    void Requests();
+    void Notifications();
+    void Rounds();
+    void RoundsOf(const std::string& service);
+
     // Does the work once for the C library to fill its stores, then looks, works, looks again.
     void Watch(const std::string& what, unsigned long times, const std::function<void()>& work,
                unsigned long lingerers = 0);
     void Print(const std::string& what, const std::string& times, const Held& before,
                const Held& after);
     void Count(unsigned long failed);
-    // How many rounds are had before their threads have to have ended.
-    unsigned long BatchOf(const Reporting& reporting) const;
+    // How many rounds' threads there may be at once.
+    unsigned long AtOnce(const Reporting& reporting) const;
 
-    const Amounts amounts_;
-    const std::string daemon_;
+    const Options options_;
     FILE* const out_;
     bool passed_ = true;
 };
@@ -123,7 +142,7 @@ void Soak::Print(const std::string& what, const std::string& times, const Held& 
                  const Held& after) {
     const bool isLevel = IsLevelWith(before, after);
     passed_ = passed_ && isLevel;
-    fprintf(out_, "%-45s %8s %8ld -> %5ld %5ld -> %5ld %7ld -> %7ld  %s\n", what.c_str(),
+    fprintf(out_, "%-45s %16s %8ld -> %5ld %5ld -> %5ld %7ld -> %7ld  %s\n", what.c_str(),
             times.c_str(), before.descriptors, after.descriptors, before.threads, after.threads,
             before.privateKb, after.privateKb, isLevel ? "level" : "NOT LEVEL");
     fflush(out_);
@@ -139,6 +158,8 @@ void WaitLevel(const std::string& process, const Held& before) {
 
 void Soak::Watch(const std::string& what, unsigned long times, const std::function<void()>& work,
                  unsigned long lingerers) {
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point begin = Clock::now();
     const Held first = HeldBy("self");
     work();
     WaitLevel("self", first);
@@ -149,13 +170,17 @@ void Soak::Watch(const std::string& what, unsigned long times, const std::functi
                 before.privateKb);
         passed_ = false;
     }
-    const Held daemonBefore = daemon_.empty() ? before : HeldBy(daemon_);
+    const std::string& daemon = options_.daemon;
+    const Held daemonBefore = daemon.empty() ? before : HeldBy(daemon);
     work();
     WaitLevel("self", before);
-    Print(what, std::to_string(times), before, HeldBy("self"));
-    if (!daemon_.empty()) {
-        WaitLevel(daemon_, daemonBefore);
-        Print("  the daemon", "", daemonBefore, HeldBy(daemon_));
+    char amount[32];
+    snprintf(amount, sizeof(amount), "%lu %7.1f", times,
+             std::chrono::duration<double>(Clock::now() - begin).count());
+    Print(what, amount, before, HeldBy("self"));
+    if (!daemon.empty()) {
+        WaitLevel(daemon, daemonBefore);
+        Print("  the daemon", "", daemonBefore, HeldBy(daemon));
     }
 }
 
@@ -166,19 +191,30 @@ void Soak::Count(unsigned long failed) {
     }
 }
 
-unsigned long Soak::BatchOf(const Reporting& reporting) const {
+unsigned long Soak::AtOnce(const Reporting& reporting) const {
     // A user has 128 inotify instances, all processes together.
     constexpr unsigned long kWatches = 40;
     if (!reporting.isDear) {
-        return amounts_.rounds;
+        return options_.amounts.rounds;
     }
-    return reporting.lingers ? amounts_.batch : kWatches;
+    return reporting.lingers ? options_.amounts.atOnce : kWatches;
+}
+
+void Soak::Run() {
+    if (Wants(kRequests)) {
+        Requests();
+    }
+    if (Wants(kNotifications)) {
+        Notifications();
+    }
+    Rounds();
 }
 
 void Soak::Requests() {
+    const unsigned long requests = options_.amounts.requests;
     unsigned long failed = 0;
-    Watch("requests", amounts_.requests, [&] {
-        for (unsigned long i = 0; i < amounts_.requests / 2; i++) {
+    Watch(kRequests, requests, [&] {
+        for (unsigned long i = 0; i < requests / 2; i++) {
             failed += VimbraLogSwitch(0) != 0;
         }
     });
@@ -199,7 +235,7 @@ bool IsReported(const Reporting& reporting) {
 void Soak::Notifications() {
     std::vector<Reporting> all = AllReporting();
     std::erase_if(all, [](const Reporting& reporting) { return reporting.socket.empty(); });
-    const unsigned long each = amounts_.notifications / all.size();
+    const unsigned long each = options_.amounts.notifications / all.size();
     for (const Reporting& reporting : all) {
         if (reporting.start() != 0) {
             fprintf(out_, "%-45s is not to be had from this daemon\n", reporting.name);
@@ -218,59 +254,111 @@ void Soak::Notifications() {
     }
 }
 
-// A round starts and stops the service in each of its ways.
 void Soak::Rounds() {
     for (const std::string& service : ReportingServices()) {
-        const std::vector<Reporting> ways = ReportingOf(service);
-        if (ways[0].start() != 0 || ways[0].stop() != 0) {
-            fprintf(out_, "%-45s is not to be had from this daemon\n", service.c_str());
-            continue;
+        if (Wants(service)) {
+            RoundsOf(service);
         }
-        const unsigned long batch = BatchOf(ways[0]);
-        unsigned long failed = 0;
-        const auto work = [&] {
-            const Held before = HeldBy("self");
-            for (unsigned long i = 1; i <= amounts_.rounds / 2; i++) {
-                for (const Reporting& way : ways) {
-                    failed += way.start() != 0;
-                    failed += way.stop() != 0;
-                }
-                if (i % batch == 0) {
-                    WaitLevel("self", before);
-                }
-            }
-        };
-        Watch("rounds of " + service, amounts_.rounds, work,
-              ways[0].lingers ? batch * ways.size() : 0);
-        Count(failed);
     }
+}
+
+// A round starts and stops the service in each of its ways.
+void Soak::RoundsOf(const std::string& service) {
+    const std::vector<Reporting> ways = ReportingOf(service);
+    if (ways[0].start() != 0 || ways[0].stop() != 0) {
+        fprintf(out_, "%-45s is not to be had from this daemon\n", service.c_str());
+        return;
+    }
+    const unsigned long rounds = options_.amounts.rounds;
+    const unsigned long atOnce = AtOnce(ways[0]);
+    // Not each round, since to look takes its time where there are many.
+    const unsigned long step = std::max(atOnce / 10, 1UL);
+    unsigned long failed = 0;
+    const auto work = [&] {
+        const long most = HeldBy("self").threads + static_cast<long>((atOnce - step) * ways.size());
+        for (unsigned long i = 1; i <= rounds / 2; i++) {
+            for (const Reporting& way : ways) {
+                failed += way.start() != 0;
+                failed += way.stop() != 0;
+            }
+            if (i % step == 0) {
+                bed::WaitFor([most] { return CountEntries("/proc/self/task") <= most; });
+            }
+        }
+    };
+    Watch("rounds of " + service, rounds, work, ways[0].lingers ? atOnce * ways.size() : 0);
+    Count(failed);
+}
+
+// ---- The command line --------------------------------------------------------------------------
+
+bool IsName(const std::string& name) {
+    const std::vector<std::string> services = ReportingServices();
+    return name == kRequests || name == kNotifications ||
+           std::find(services.begin(), services.end(), name) != services.end();
+}
+
+bool ReadNumber(std::string_view text, unsigned long& number) {
+    const char* const end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, number);
+    return result.ec == std::errc() && result.ptr == end && number > 0;
+}
+
+// A value goes with each option but --short.
+bool ReadOption(std::string_view name, const char* value, Options& options) {
+    if (value == nullptr) {
+        return false;
+    }
+    if (name == "--daemon") {
+        options.daemon = value;
+        return true;
+    }
+    if (name == "--only" && IsName(value)) {
+        options.only.insert(value);
+        return true;
+    }
+    return name == "--rounds" && ReadNumber(value, options.amounts.rounds);
+}
+
+bool ReadOptions(int argc, char** argv, Options& options) {
+    for (int i = 1; i < argc; i++) {
+        const std::string_view name = argv[i];
+        if (name == "--short") {
+            options.amounts = kShort;
+        } else if (!ReadOption(name, argv[++i], options)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void PrintUsage() {
+    fprintf(stderr,
+            "usage: soak [--short] [--daemon PID] [--only NAME]... [--rounds NUMBER]\n"
+            "names: %s %s",
+            kRequests, kNotifications);
+    for (const std::string& service : ReportingServices()) {
+        fprintf(stderr, " %s", service.c_str());
+    }
+    fprintf(stderr, "\n");
 }
 
 }  // namespace
 
 int RunSoak(int argc, char** argv) {
-    Amounts amounts;
-    std::string daemon;
-    for (int i = 1; i < argc; i++) {
-        if (std::string_view(argv[i]) == "--short") {
-            amounts = kShort;
-        } else if (std::string_view(argv[i]) == "--daemon" && i + 1 < argc) {
-            daemon = argv[++i];
-        } else {
-            fprintf(stderr, "usage: soak [--short] [--daemon PID]\n");
-            return 2;
-        }
+    Options options;
+    if (!ReadOptions(argc, argv, options)) {
+        PrintUsage();
+        return 2;
     }
     VimbraDebugLevelSet(0);
     const std::unique_ptr<bench::Answerer> answerer =
-        daemon.empty() ? std::make_unique<bench::Answerer>() : nullptr;
+        options.daemon.empty() ? std::make_unique<bench::Answerer>() : nullptr;
     if (VimbraInit() != 0) {
         return 1;
     }
-    Soak soak(amounts, daemon);
-    soak.Requests();
-    soak.Notifications();
-    soak.Rounds();
+    Soak soak(std::move(options));
+    soak.Run();
     return soak.Passed() ? 0 : 1;
 }
 
