@@ -6,6 +6,7 @@
 
 #include "child.hpp"
 #include "lines.hpp"
+#include "udp_port.hpp"
 
 namespace vimbra::tests {
 namespace {
@@ -39,6 +40,11 @@ class Program {
     pid_t pid_;
     std::string command_;
 };
+
+bool HasProgram(pid_t pid) {
+    return std::ranges::any_of(g_programs,
+                               [pid](const Program* each) { return each->Pid() == pid; });
+}
 
 }  // namespace
 
@@ -129,5 +135,10 @@ void Child::Kill(int) {}
 void Child::End(u64) {}
 
 void Child::EndsWithin(u64) {}
+
+// A server serves as soon as it runs.
+bool HasUdpPort(pid_t pid, u16) {
+    return vimbra::tests::HasProgram(pid);
+}
 
 }  // namespace vimbrad
