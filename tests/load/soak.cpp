@@ -21,6 +21,7 @@
 #include <functional>
 #include <memory>
 #include <set>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -53,10 +54,10 @@ struct Options {
 // What the C library may keep more of from one look to the next: a stack or two that threads which
 // met by chance have left in its store.
 constexpr long kSlack = 128;
-// What it may keep of a client whose thread lingered with others: the heap of all that ran at the
-// same time stays, with small holes that the next ones fill, as long as the table of threads knows
-// their handles.
-constexpr unsigned long kLingererKb = 4;
+// What it may keep of each thread that ran with others: the heap of all that ran at the same time
+// stays, with small holes that the next ones fill, as long as the table of threads knows their
+// handles.
+constexpr long kLingererKb = 4;
 // And of the first rounds of whatever kind: an arena for each of the threads that run at once.
 constexpr long kFirstKb = 2048;
 
@@ -66,7 +67,29 @@ struct Held {
     long descriptors;
     long threads;
     long privateKb;  // that nobody else has, written to
+    // Of our own process, else 0: the most threads that were seen at once so far.
+    long mostThreads;
 };
+
+long g_mostThreads = 0;
+
+// Of our own process, as the kernel counts them: one number, however many there are.
+long SeeThreads() {
+    constexpr int kBetween = 17;
+    std::ifstream file("/proc/self/stat");
+    std::string text;
+    std::getline(file, text);
+    // Behind the name.
+    std::istringstream words(text.substr(text.rfind(')') + 1));
+    std::string word;
+    for (int i = 0; i < kBetween; i++) {
+        words >> word;
+    }
+    long threads = 0;
+    words >> threads;
+    g_mostThreads = std::max(g_mostThreads, threads);
+    return threads;
+}
 
 long CountEntries(const std::string& path) {
     std::error_code gone;
@@ -80,7 +103,8 @@ long CountEntries(const std::string& path) {
 
 Held HeldBy(const std::string& process) {
     const std::string root = "/proc/" + process;
-    Held held = {CountEntries(root + "/fd"), CountEntries(root + "/task"), 0};
+    Held held = {CountEntries(root + "/fd"), CountEntries(root + "/task"), 0,
+                 process == "self" ? g_mostThreads : 0};
     std::ifstream maps(root + "/smaps_rollup");
     for (std::string line; std::getline(maps, line);) {
         if (line.starts_with("Private_Dirty:")) {
@@ -90,9 +114,14 @@ Held HeldBy(const std::string& process) {
     return held;
 }
 
+// What the C library may have kept of threads that ran with more others than any did before.
+long StoreBetween(const Held& before, const Held& after) {
+    return (after.mostThreads - before.mostThreads) * kLingererKb;
+}
+
 bool IsLevelWith(const Held& before, const Held& after) {
     return after.descriptors <= before.descriptors && after.threads <= before.threads &&
-           after.privateKb <= before.privateKb + kSlack;
+           after.privateKb <= before.privateKb + kSlack + StoreBetween(before, after);
 }
 
 // ------------------------------------------------------------------------------------------------
@@ -100,13 +129,14 @@ bool IsLevelWith(const Held& before, const Held& after) {
 class Soak {
  public:
     explicit Soak(Options options) : options_(std::move(options)), out_(fdopen(dup(1), "w")) {
+        SeeThreads();
         // A watch of leases tells what it sees, and that its file has gone.
         const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
         dup2(null, STDOUT_FILENO);
         dup2(null, STDERR_FILENO);
         close(null);
-        fprintf(out_, "%-45s %8s %7s %17s %14s %18s\n", "", "times", "seconds", "descriptors",
-                "threads", "private KB");
+        fprintf(out_, "%-45s %8s %7s %17s %14s %7s %18s\n", "", "times", "seconds", "descriptors",
+                "threads", "at most", "private KB");
     }
     ~Soak() { fclose(out_); }
     Soak(const Soak&) = delete;
@@ -125,10 +155,9 @@ class Soak {
     void RoundsOf(const std::string& service);
 
     // Does the work once for the C library to fill its stores, then looks, works, looks again.
-    void Watch(const std::string& what, unsigned long times, const std::function<void()>& work,
-               unsigned long lingerers = 0);
+    void Watch(const std::string& what, unsigned long times, const std::function<void()>& work);
     void Print(const std::string& what, const std::string& times, const Held& before,
-               const Held& after);
+               const Held& after, const std::string& most);
     void Count(unsigned long failed);
     // How many rounds' threads there may be at once.
     unsigned long AtOnce(const Reporting& reporting) const;
@@ -139,12 +168,12 @@ class Soak {
 };
 
 void Soak::Print(const std::string& what, const std::string& times, const Held& before,
-                 const Held& after) {
+                 const Held& after, const std::string& most) {
     const bool isLevel = IsLevelWith(before, after);
     passed_ = passed_ && isLevel;
-    fprintf(out_, "%-45s %16s %8ld -> %5ld %5ld -> %5ld %7ld -> %7ld  %s\n", what.c_str(),
+    fprintf(out_, "%-45s %16s %8ld -> %5ld %5ld -> %5ld %7s %7ld -> %7ld  %s\n", what.c_str(),
             times.c_str(), before.descriptors, after.descriptors, before.threads, after.threads,
-            before.privateKb, after.privateKb, isLevel ? "level" : "NOT LEVEL");
+            most.c_str(), before.privateKb, after.privateKb, isLevel ? "level" : "NOT LEVEL");
     fflush(out_);
 }
 
@@ -156,16 +185,14 @@ void WaitLevel(const std::string& process, const Held& before) {
     });
 }
 
-void Soak::Watch(const std::string& what, unsigned long times, const std::function<void()>& work,
-                 unsigned long lingerers) {
+void Soak::Watch(const std::string& what, unsigned long times, const std::function<void()>& work) {
     using Clock = std::chrono::steady_clock;
     const Clock::time_point begin = Clock::now();
     const Held first = HeldBy("self");
     work();
     WaitLevel("self", first);
     const Held before = HeldBy("self");
-    const long most = first.privateKb + kFirstKb + static_cast<long>(lingerers * kLingererKb);
-    if (before.privateKb > most) {
+    if (before.privateKb > first.privateKb + kFirstKb + StoreBetween(first, before)) {
         fprintf(out_, "%s: %ld KB, and then %ld\n", what.c_str(), first.privateKb,
                 before.privateKb);
         passed_ = false;
@@ -177,10 +204,11 @@ void Soak::Watch(const std::string& what, unsigned long times, const std::functi
     char amount[32];
     snprintf(amount, sizeof(amount), "%lu %7.1f", times,
              std::chrono::duration<double>(Clock::now() - begin).count());
-    Print(what, amount, before, HeldBy("self"));
+    const Held after = HeldBy("self");
+    Print(what, amount, before, after, std::to_string(after.mostThreads));
     if (!daemon.empty()) {
         WaitLevel(daemon, daemonBefore);
-        Print("  the daemon", "", daemonBefore, HeldBy(daemon));
+        Print("  the daemon", "", daemonBefore, HeldBy(daemon), "");
     }
 }
 
@@ -271,22 +299,18 @@ void Soak::RoundsOf(const std::string& service) {
     }
     const unsigned long rounds = options_.amounts.rounds;
     const unsigned long atOnce = AtOnce(ways[0]);
-    // Not each round, since to look takes its time where there are many.
-    const unsigned long step = std::max(atOnce / 10, 1UL);
     unsigned long failed = 0;
     const auto work = [&] {
-        const long most = HeldBy("self").threads + static_cast<long>((atOnce - step) * ways.size());
+        const long most = SeeThreads() + static_cast<long>((atOnce - 1) * ways.size());
         for (unsigned long i = 1; i <= rounds / 2; i++) {
             for (const Reporting& way : ways) {
                 failed += way.start() != 0;
                 failed += way.stop() != 0;
             }
-            if (i % step == 0) {
-                bed::WaitFor([most] { return CountEntries("/proc/self/task") <= most; });
-            }
+            bed::WaitFor([most] { return SeeThreads() <= most; });
         }
     };
-    Watch("rounds of " + service, rounds, work, ways[0].lingers ? atOnce * ways.size() : 0);
+    Watch("rounds of " + service, rounds, work);
     Count(failed);
 }
 
