@@ -50,6 +50,7 @@ NlMessage MakeQuestion(u16 family, const nl_addr* destination) {
 
 std::vector<Route> RoutesOf(Netlink::Answer answer) {
     std::vector<Route> routes;
+    routes.reserve(answer.objects.size());
     for (NlObject& each : answer.objects) {
         routes.emplace_back(reinterpret_cast<rtnl_route*>(each.release()));
     }
