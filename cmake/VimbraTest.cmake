@@ -6,8 +6,9 @@
 # builds a GoogleTest executable and makes every TEST of it a test of ctest, started by
 # vimbra-sandbox in private namespaces with throw-away /tmp, /etc and /dev/log. It links the bed and
 # the shared library; with STATIC the archive instead, whose internal headers it may include; with
-# BED_ONLY neither; JSON is for tests that read or write it. TIMEOUT is 60 seconds unless given. A suite
-# with "Slow" in its name is labelled `slow` and has 300 seconds. REPEATS says that it does under load, or
+# BED_ONLY neither; JSON is for tests that read or write it. TIMEOUT is 300 seconds unless given, for
+# a machine that is busy: whoever waits gives up before. A suite with "Slow" in its name is labelled
+# `slow` and has 600 seconds. REPEATS says that it does under load, or
 # for long, what others do once. Neither those nor the slow ones are among the tests whose lines and
 # branches are counted.
 include_guard()
@@ -84,7 +85,7 @@ function(vimbra_add_test name)
         return()
     endif()
     if(NOT arg_TIMEOUT)
-        set(arg_TIMEOUT 60)
+        set(arg_TIMEOUT 300)
     endif()
     if(VIMBRA_COVERAGE_OF)
         set(counted FIXTURES_REQUIRED coverage)
@@ -115,6 +116,6 @@ function(vimbra_add_test name)
         PROPERTIES ${counted} TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
     if(NOT VIMBRA_COVERAGE_OF)
         gtest_discover_tests(${name} ${common} TEST_FILTER "*Slow*.*" TEST_LIST ${name}_SLOW_TESTS
-            PROPERTIES TIMEOUT 300 LABELS slow)
+            PROPERTIES TIMEOUT 600 LABELS slow)
     endif()
 endfunction()

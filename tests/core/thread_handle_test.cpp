@@ -123,7 +123,7 @@ TEST(Thread, ThreadsThatWereJoinedByOtherMeansAreNotKept) {
         round();
     }
     const size_t before = mallinfo2().uordblks;
-    for (int i = 0; i < 2000; i++) {
+    for (int i = 0; i < 200; i++) {
         round();
     }
     EXPECT_LE(mallinfo2().uordblks, before + 1024);
