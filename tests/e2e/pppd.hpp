@@ -45,7 +45,8 @@ class Pppd {
     static std::string Options(int dial) { return ReadOf(dial, "options"); }
     static std::string Output(int dial) { return ReadOf(dial, "output"); }
     static pid_t Pid(int dial) { return std::atoi(ReadOf(dial, "pid").c_str()); }
-    static bool Runs(int dial) { return kill(Pid(dial), 0) == 0; }
+    // One that was ended before it noted its process does not.
+    static bool Runs(int dial) { return Pid(dial) > 0 && kill(Pid(dial), 0) == 0; }
 
  private:
     static std::string ReadOf(int dial, const char* what) {
