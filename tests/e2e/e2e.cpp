@@ -73,7 +73,9 @@ bool Sleeps(pid_t process) {
 
 void Program::Signal(int number) const {
 #ifdef __SANITIZE_THREAD__
-    bed::WaitFor([this] { return Sleeps(pid_); });
+    if (number != SIGKILL) {
+        bed::WaitFor([this] { return Sleeps(pid_); });
+    }
 #endif
     kill(pid_, number);
 }
