@@ -144,6 +144,11 @@ Bytes DeafServer::AcceptOne(const Bytes& reply) {
         return {};
     }
     const Descriptor client = internal::AcceptSocket(watched.fd);
+    // Who is to be answered may have got no further than to connect.
+    pollfd asked{client.Get(), POLLIN, 0};
+    if (!reply.empty()) {
+        poll(&asked, 1, static_cast<int>(kPatience.count()));
+    }
     Bytes request(4096);
     const ssize_t count = recv(client.Get(), request.data(), request.size(), MSG_DONTWAIT);
     request.resize(count > 0 ? static_cast<size_t>(count) : 0);

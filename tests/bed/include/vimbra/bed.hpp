@@ -336,7 +336,8 @@ class DeafServer {
     DeafServer& operator=(const DeafServer&) = delete;
 
     // Takes the connection that has waited longest, reads what it has sent so far, sends these
-    // bytes and closes it. What was read; empty when nobody waits.
+    // bytes and closes it. What was read; empty when nobody waits. A reply is to something: with one
+    // it is waited for.
     Bytes AcceptOne(const Bytes& reply = {});
     // Serves the name no more.
     void Close();
