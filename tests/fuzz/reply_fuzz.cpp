@@ -117,14 +117,17 @@ constexpr void (*kCalls[])() = {
     GetReport, GetParam,        GetParamAll, GetIp,       GetMac,         GetMtu, GetState,
     GetRoutes, GetLegacyRoutes, GetGateway,  GetPriority, GetServerState, SetMtu, Exchange};
 
-// What is sent next. Only looked at once a request has come, which was made after it.
+// What is sent next. Only looked at once a request has come, which was made after it, and before the
+// first piece is on its way: with the last one it may already be another.
 std::string g_answer;
 size_t g_piece;
 
 void Answer(std::span<const u8>, int client) {
-    for (size_t sent = 0; sent < g_answer.size();) {
-        const size_t count = std::min(g_piece, g_answer.size() - sent);
-        if (send(client, g_answer.data() + sent, count, MSG_NOSIGNAL) < 0) {
+    const std::string answer = g_answer;
+    const size_t piece = g_piece;
+    for (size_t sent = 0; sent < answer.size();) {
+        const size_t count = std::min(piece, answer.size() - sent);
+        if (send(client, answer.data() + sent, count, MSG_NOSIGNAL) < 0) {
             return;
         }
         sent += count;
