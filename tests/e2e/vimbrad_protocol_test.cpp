@@ -168,24 +168,50 @@ TEST(VimbradProtocol, SilentClientIsClosedAfterAWhile) {
     EXPECT_TRUE(daemon.WaitLog("a client sent no whole request in time: closed"));
 }
 
+// Clients that send far too much, one after the other, without a look at the reply.
+class Flood {
+ public:
+    Flood() {
+        for (int i = 0; i < 4; ++i) {
+            flooders_.emplace_back([this] {
+                while (!over_) {
+                    Connection connection("api_daemon");
+                    connection.Send(Bytes(200'000, 0xee));
+                }
+            });
+        }
+    }
+    ~Flood() {
+        over_ = true;
+        for (std::thread& each : flooders_) {
+            each.join();
+        }
+    }
+    Flood(const Flood&) = delete;
+    Flood& operator=(const Flood&) = delete;
+
+ private:
+    std::atomic<bool> over_ = false;
+    std::vector<std::thread> flooders_;
+};
+
 TEST(VimbradProtocol, FloodOfBytesHoldsUpNobody) {
     const Daemon daemon;
-    std::atomic<bool> over = false;
-    std::vector<std::thread> flooders;
-    for (int i = 0; i < 4; ++i) {
-        flooders.emplace_back([&over] {
-            while (!over) {
-                Connection connection("api_daemon");
-                connection.Send(Bytes(200'000, 0xee));
-            }
-        });
-    }
+    const Flood flood;
     for (int i = 0; i < 100; ++i) {
         ExpectServing();
     }
-    over = true;
-    for (std::thread& each : flooders) {
-        each.join();
+}
+
+// Who waits for a place in the daemon at that moment finds nobody.
+TEST(VimbradProtocol, EndsInTheMiddleOfAFlood) {
+    for (int i = 0; i < 10; ++i) {
+        Daemon daemon;
+        const Flood flood;
+        for (int k = 0; k < 10; ++k) {
+            ExpectServing();
+        }
+        EXPECT_EQ(0, daemon.Stop()) << daemon.Log();
     }
 }
 

@@ -212,6 +212,13 @@ Server::Server(uv_loop_t* loop, Registry& registry, int listeningSocket, const S
 
 Server::~Server() = default;
 
+// With the socket goes its queue: no place that becomes free is for anybody there.
+void Server::StopListening() {
+    clientWaits_ = false;
+    uv_idle_stop(next_.get());
+    listener_.reset();
+}
+
 // A client that is not accepted stays in the socket's queue, and the loop asks for no other.
 void Server::Accept() {
     clientWaits_ = !MakeRoom();

@@ -35,7 +35,7 @@ class Server {
 
     Registry& Requests() { return registry_; }
     // Who connects from now on finds nobody; who is connected is served.
-    void StopListening() { listener_.reset(); }
+    void StopListening();
     // Whether one more request may take its time.
     bool MayWait() const;
     size_t Connections() const { return connections_.size(); }
