@@ -3,6 +3,7 @@
 # scripts set VIMBRA_REQUIRE_ALL, so that a missing package never passes for a green suite.
 option(VIMBRA_TESTS "Build the tests" ${PROJECT_IS_TOP_LEVEL})
 option(VIMBRA_GTEST "Build those tests that need GoogleTest" ON)
+option(VIMBRA_LONG_TESTS "With VIMBRA_TESTS: those that compute for long and seldom find anything, too" ON)
 option(VIMBRA_TOOLS "Build the companion daemon and the command line" ${PROJECT_IS_TOP_LEVEL})
 option(VIMBRA_DAEMON "With VIMBRA_TOOLS: the companion daemon, too" ON)
 option(VIMBRA_EXAMPLES "Build the examples" ${PROJECT_IS_TOP_LEVEL})

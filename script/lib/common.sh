@@ -2,7 +2,8 @@
 
 heading() { printf '\n== %s\n' "$*"; }
 
-# build PRESET [TARGET...]: configures and builds quietly; shows the output only when it fails.
+# build PRESET [TARGET...]: configures and builds quietly; shows the output only when it fails. With
+# long_tests=OFF those tests are not in the build's list.
 build() {
     local preset=$1
     shift
@@ -19,7 +20,8 @@ build() {
         tools=(-DVIMBRA_TOOLS=ON)
     fi
     mkdir -p build
-    if ! { cmake --preset "$preset" -DVIMBRA_REQUIRE_ALL=ON "${launchers[@]}" "${tools[@]}" &&
+    if ! { cmake --preset "$preset" -DVIMBRA_REQUIRE_ALL=ON \
+               -DVIMBRA_LONG_TESTS="${long_tests:-ON}" "${launchers[@]}" "${tools[@]}" &&
            cmake --build --preset "$preset" ${1:+--target "$@"}; } >"$log" 2>&1; then
         echo "building $preset failed:"
         tail -n 60 "$log"
