@@ -29,6 +29,10 @@ build() {
     fi
 }
 
+# Of script/test's tests most wait for one another's processes, or for a time-out: with fewer at a time
+# for each processor they leave it idle, or to what else keeps the machine busy.
+tests_at_once=16
+
 # run_tests COUNT OPTION...: the tests of script/test's list, so many at a time for each processor.
 run_tests() {
     ctest --test-dir build/all --output-on-failure --parallel $(($(nproc) * $1)) "${@:2}"
