@@ -64,8 +64,9 @@ TEST(LargeDescriptors, WithoutMemoryForTheirSetsTheListenerEnds) {
     ASSERT_EQ(0, VimbraInit());
     const size_t threads = Threads();
     for (const NotifyService& service : kServices) {
-        // Nobody gives a small one back meanwhile.
+        // Nobody gives a small one back meanwhile: not the daemon, not the listener before.
         ASSERT_TRUE(daemon.WaitIdle());
+        ASSERT_TRUE(WaitFor([=] { return Threads() == threads; }));
         g_failSize = kSetSize;
         {
             const Taken taken;
