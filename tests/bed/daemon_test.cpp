@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <stdexcept>
 #include <thread>
 #include <vimbra/bed.hpp>
@@ -89,6 +90,21 @@ TEST(ScriptedDaemon, SeesARequestThatComesInPieces) {
     ASSERT_TRUE(daemon.WaitRequests(1));
     EXPECT_EQ(4u, daemon.Requests()[0].reads);
     EXPECT_TRUE(daemon.Requests()[0].complete);
+}
+
+TEST(Connection, TellsWhetherAPeerThatHasClosedReadAll) {
+    auto daemon = std::make_unique<ScriptedDaemon>();
+    daemon->Next(Answer::Close()).Next(Answer::LeaveUnread());
+    Connection read("api_daemon");
+    ASSERT_TRUE(read.Send(Message(7, {})));
+    ASSERT_TRUE(read.WaitPeerClosed());
+    EXPECT_TRUE(read.WaitRead());
+    Connection unread("api_daemon");
+    ASSERT_TRUE(unread.Send(Message(7, {})));
+    ASSERT_TRUE(WaitFor([&] { return daemon->Connections() == 2; }));
+    daemon.reset();
+    ASSERT_TRUE(unread.WaitPeerClosed());
+    EXPECT_FALSE(unread.WaitRead());
 }
 
 TEST(ScriptedDaemon, KeepsWhatAnInterruptedClientSent) {

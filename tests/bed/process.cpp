@@ -278,15 +278,18 @@ bool SendAll(int descriptor, const void* bytes, size_t size) {
 }
 
 bool AwaitRead(int descriptor, int stop) {
-    bool stopped = false;
     bool read = false;
     WaitFor([&] {
         int unread = 0;
         read = ioctl(descriptor, TIOCOUTQ, &unread) == 0 && unread == 0;
         pollfd watched[2] = {{descriptor, 0, 0}, {stop, POLLIN, 0}};
         poll(watched, stop >= 0 ? 2 : 1, 0);
-        stopped = (watched[0].revents & (POLLHUP | POLLERR)) != 0 || watched[1].revents != 0;
-        return read || stopped;
+        // Before it closed it may have read all: what it left unread is an error.
+        const bool closed = (watched[0].revents & (POLLHUP | POLLERR)) != 0;
+        if (closed) {
+            read = (watched[0].revents & POLLERR) == 0;
+        }
+        return read || closed || watched[1].revents != 0;
     });
     return read;
 }
