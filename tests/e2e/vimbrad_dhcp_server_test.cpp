@@ -12,6 +12,7 @@
 #include <mutex>
 
 #include "../ground/address.hpp"
+#include "../ground/lease_watches.hpp"
 #include "e2e.hpp"
 #include "messages.hpp"
 
@@ -149,6 +150,7 @@ TEST_F(VimbradDhcpServer, LegacyCallbackIsToldOfTheLease) {
     eth.dwIpPoolEnd = inet_addr("192.0.2.60");
     eth.dwRoutes = inet_addr("192.0.2.1");
     ASSERT_EQ(0, NetDhcpsStart(&configuration, Take));
+    ASSERT_TRUE(WaitFor([] { return LeaseWatches() == 1; }));
     TNetDhcpsState state{};
     EXPECT_EQ(0, NetDhcpsGetState(0, &state));
     EXPECT_EQ(1u, state.dwDhcpsIsRun);

@@ -4,9 +4,9 @@
 #include <unistd.h>
 #include <vimbra/net_dhcps.h>
 
-#include <algorithm>
 #include <cstdio>
 
+#include "../ground/lease_watches.hpp"
 #include "../ground/prepared.hpp"
 
 namespace vimbra::tests {
@@ -18,18 +18,11 @@ namespace {
 constexpr char kLeases[] = "/usr/etc/udhcpd.leases";
 constexpr char kOldLeases[] = "/usr/etc/udhcpd.leases.old";
 
-size_t Watches() {
-    const auto open = OpenDescriptors();
-    return static_cast<size_t>(std::count_if(open.begin(), open.end(), [](const auto& one) {
-        return one.second.find("inotify") != std::string::npos;
-    }));
-}
-
 void StartWatch() {
-    const size_t before = Watches();
+    const size_t before = LeaseWatches();
     TDhcpServerConfInfo config = {};
     NetDhcpsStart(&config, nullptr);  // The watch comes before the checks.
-    ASSERT_TRUE(WaitFor([&] { return Watches() == before + 1; }));
+    ASSERT_TRUE(WaitFor([&] { return LeaseWatches() == before + 1; }));
 }
 
 // Each belongs to the file that was there when it began, and is closed in a forked child as long as
@@ -45,10 +38,10 @@ TEST(LeaseWatch, TheFirstMayEndBeforeTheSecond) {
     StartWatch();
     ASSERT_EQ(0, unlink(kOldLeases));
     one.ExpectThreadsBack();
-    EXPECT_EQ(1u, Watches());
+    EXPECT_EQ(1u, LeaseWatches());
     const pid_t child = fork();
     if (child == 0) {
-        _exit(static_cast<int>(Watches()));
+        _exit(static_cast<int>(LeaseWatches()));
     }
     int status = -1;
     EXPECT_EQ(child, waitpid(child, &status, 0));

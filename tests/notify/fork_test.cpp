@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "../ground/address.hpp"
+#include "../ground/lease_watches.hpp"
 #include "../ground/prepared.hpp"
 #include "services.hpp"
 
@@ -274,7 +275,7 @@ TEST_F(Fork, WatcherOfLeasesIsTheParents) {
     WriteFile("/usr/etc/udhcpd.leases", "");
     TDhcpServerConfInfo config = {};
     NetDhcpsStart(&config, nullptr);  // The watcher comes before the checks.
-    ASSERT_TRUE(WaitFor([] { return Watches() == 1; }));
+    ASSERT_TRUE(WaitFor([] { return LeaseWatches() == 1; }));
     EXPECT_EQ(0, InAChild([] { return static_cast<int>(Watches()); }));
     unlink("/usr/etc/udhcpd.leases");
     EXPECT_TRUE(WaitFor([] { return Watches() == 0; }));
