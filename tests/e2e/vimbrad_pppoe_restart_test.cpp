@@ -231,6 +231,8 @@ TEST_F(VimbradPppoeRestart, LinkWhoseKeeperIsKilledEndsAndIsDialledAgain) {
     Lives daemon;
     const Listener listener(kSocket);
     StartAndWait(listener);
+    // Who started it may still be on the way out under its name.
+    ASSERT_TRUE(WaitFor([] { return Keepers() == "link-keeper\n"; }));
     Shell("kill -9 $(grep -l link-keeper /proc/[0-9]*/comm | cut -d/ -f3)");
     EXPECT_THAT(Types(listener.Wait(3)), ElementsAre(kConnected, kLost, kConnected));
     EXPECT_TRUE(WaitFor([] { return IsGone(Pppd::Pid(1)); }));
