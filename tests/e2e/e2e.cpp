@@ -113,6 +113,12 @@ Daemon::~Daemon() {
     }
 }
 
+void KillDaemon(Program& daemon) {
+    daemon.Signal(SIGKILL);
+    EXPECT_EQ(128 + SIGKILL, daemon.Wait());
+    EXPECT_TRUE(bed::WaitForNoListener("api_daemon"));
+}
+
 int Daemon::Stop() {
     stopped_ = true;
     program_.Signal(SIGTERM);

@@ -38,6 +38,10 @@ class Program {
     int status_ = -1;
 };
 
+// Ends a daemon at once. When this returns, nobody answers in its place either: a program that it was
+// just beginning has its sockets until it is one.
+void KillDaemon(Program& daemon);
+
 // The daemon, serving when the constructor returns.
 class Daemon {
  public:

@@ -33,8 +33,7 @@ class Lives {
         EXPECT_TRUE(daemon_->WaitOutput("listening on")) << daemon_->Output();
     }
     void Kill() {
-        daemon_->Signal(SIGKILL);
-        EXPECT_EQ(128 + SIGKILL, daemon_->Wait());
+        KillDaemon(*daemon_);
         daemon_.reset();
     }
     void KillAndBegin(const std::vector<std::string>& more = {}) {

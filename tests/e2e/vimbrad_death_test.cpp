@@ -1,6 +1,5 @@
 // A daemon that is killed takes its programs with it, at whatever stage they are.
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/mount.h>
 #include <vimbra/dhcps.h>
 
@@ -70,10 +69,7 @@ class Mortal {
         return children;
     }
 
-    void Kill() {
-        daemon_.Signal(SIGKILL);
-        EXPECT_EQ(128 + SIGKILL, daemon_.Wait());
-    }
+    void Kill() { KillDaemon(daemon_); }
 
     const Program& Process() const { return daemon_; }
 

@@ -77,8 +77,7 @@ TEST(VimbradLife, StaleSocketIsReplaced) {
     {
         Program first(DaemonCommand(), "/tmp/first.log");
         ASSERT_TRUE(WaitForListener("api_daemon"));
-        first.Signal(SIGKILL);
-        EXPECT_EQ(128 + SIGKILL, first.Wait());
+        KillDaemon(first);
     }
     ASSERT_TRUE(Exists(kSocket));
     const Daemon daemon;
