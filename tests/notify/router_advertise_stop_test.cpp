@@ -147,10 +147,14 @@ TEST_F(RouterAdvertise, CallbackMayStopItsOwnWatchAndStartAnother) {
     ExpectLevel();
 }
 
-// Two callbacks at once, each of which stops the other's watch: nobody may wait for the other.
+// Two callbacks at once, each of which stops the other's watch: nobody may wait for the other. The
+// daemon keeps both stops until it has both: the orders go to the newest watch, which ends with its
+// callback, and a stop that comes after that finds nothing to stop.
 TEST_F(RouterAdvertise, CallbacksMayStopEachOther) {
     static Gate both;
     static std::atomic<int> stopped;
+    const Gate asked;
+    daemon_.On(kStop, Answer::Code(0).Behind(asked));
     ASSERT_EQ(0, Start("eth0", [](TVimbraRouterAdCb*) {
                   both.Pass();
                   EXPECT_EQ(0, Stop("eth1"));
@@ -167,6 +171,8 @@ TEST_F(RouterAdvertise, CallbacksMayStopEachOther) {
     ASSERT_TRUE(Post(kept, 0, Change()));
     ASSERT_TRUE(both.WaitArrived(2));
     both.Open();
+    EXPECT_TRUE(asked.WaitArrived(2));
+    asked.Open();
     EXPECT_TRUE(WaitFor([] { return stopped == 2; }));
     kept.clear();
     ExpectLevel();
