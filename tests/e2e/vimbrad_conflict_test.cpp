@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 
 #include "e2e.hpp"
 #include "messages.hpp"
@@ -132,12 +133,15 @@ TEST_F(VimbradConflict, LastingConflictIsToldOfOnceInAWhile) {
     other_.Shell("ip address add 192.0.2.1/32 dev eth0");
     Daemon daemon;
     Listener listener(kSocket);
+    const auto before = std::chrono::steady_clock::now();
     ASSERT_EQ(0, Start(2));
     listener.Wait(1);
     for (int i = 0; i < 5; ++i) {
         other_.ShellStatus("arping -q -c 1 -w 1 -U -I eth0 192.0.2.1");
     }
-    EXPECT_EQ(1u, listener.Messages().size());
+    // That is ten seconds.
+    const auto whiles = (std::chrono::steady_clock::now() - before) / std::chrono::seconds(10);
+    EXPECT_LE(listener.Messages().size(), 1u + static_cast<size_t>(whiles));
 }
 
 TEST_F(VimbradConflict, SilentHostWithOurV6AddressIsFound) {
