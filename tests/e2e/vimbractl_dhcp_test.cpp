@@ -35,10 +35,10 @@ class CtlDhcp : public testing::Test {
                          "option lease 3600\n");
     }
 
-    // On the other host: a client that asks once.
-    std::string Ask() const {
-        return Shell(host_.Prefix() +
-                     "busybox udhcpc -f -q -n -t 5 -T 1 -i eth0 -s /tmp/client 2>&1 || true");
+    // On the other host: a client that asks until it has something.
+    std::string Ask(int tries = 30) const {
+        return Shell(host_.Prefix() + "busybox udhcpc -f -q -n -t " + std::to_string(tries) +
+                     " -T 1 -i eth0 -s /tmp/client 2>&1 || true");
     }
 
     std::string MacThere() const {
@@ -171,7 +171,7 @@ TEST_F(CtlDhcpServer, ServerFromStartToStop) {
 
     EXPECT_EQ(0, RunCtl("dhcp-server stop eth0").status);
     EXPECT_EQ("stopped\n", RunCtl("dhcp-server state eth0").out);
-    EXPECT_THAT(Ask(), Not(HasSubstr("ip=")));
+    EXPECT_THAT(Ask(5), Not(HasSubstr("ip=")));
     EXPECT_EQ(0, RunCtl("dhcp-server start eth0 192.0.2.50/25 192.0.2.60").status);
     EXPECT_EQ(0, RunCtl("dhcp-server stop").status);
     EXPECT_EQ("stopped\n", RunCtl("dhcp-server state eth0").out);
@@ -192,11 +192,14 @@ TEST_F(CtlDhcpServer, LeasesAreShownAsTheyChange) {
 TEST_F(CtlDhcpServer, LeasesInJson) {
     ASSERT_EQ(0, RunCtl("dhcp-server start eth0 192.0.2.50/25 192.0.2.50").status);
     EXPECT_THAT(Ask(), HasSubstr("ip=192.0.2.50\n"));
-    const Done done = RunCtl("dhcp-server leases --json");
-    EXPECT_EQ(0, done.status) << done.err;
-    EXPECT_EQ((Json{{"leases", {{{"address", "192.0.2.50"}, {"mac", MacThere()}}}}}),
-              done.lines.at(0))
-        << done.out;
+    // The client has its lease before the server's file does.
+    const Json wanted{{"leases", {{{"address", "192.0.2.50"}, {"mac", MacThere()}}}}};
+    Done done;
+    EXPECT_TRUE(WaitFor([&] {
+        done = RunCtl("dhcp-server leases --json");
+        return done.status == 0 && done.lines.at(0) == wanted;
+    })) << done.out
+        << done.err;
 }
 
 TEST_F(CtlDhcpServer, ServerRefusals) {
