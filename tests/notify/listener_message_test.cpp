@@ -49,10 +49,10 @@ TEST_F(Engine, FailureOfAcceptThatPassesIsWaitedOut) {
         log_.Clear();
         const int before = g_accepts;
         g_acceptError = error;
+        const auto begin = std::chrono::steady_clock::now();
         Connection connection(kSocket);
         ASSERT_TRUE(connection.Send(bed::Message(1, kBody)));
         // It tries again, but not all the time.
-        const auto begin = std::chrono::steady_clock::now();
         EXPECT_TRUE(WaitFor([=] { return g_accepts >= before + 3; }));
         EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(300));
         g_acceptError = 0;
@@ -169,9 +169,9 @@ TEST_F(Engine, HeadThenBodyEndsOnAShortBody) {
 
 TEST_F(Engine, PeerThatSaysNothingKeepsNobodyWaitingForGood) {
     Start();
+    const auto begin = std::chrono::steady_clock::now();
     Connection silent(kSocket);
     ASSERT_TRUE(silent.Connected());
-    const auto begin = std::chrono::steady_clock::now();
     EXPECT_TRUE(Notify(kSocket, 1, kBody));
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(4500));
     EXPECT_TRUE(silent.WaitPeerClosed());
