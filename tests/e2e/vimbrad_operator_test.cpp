@@ -149,9 +149,7 @@ class Rude {
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         strcpy(address.sun_path, "/run/vimbrad/status");
-        EXPECT_TRUE(WaitFor([&] {
-            return connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
-        }));
+        EXPECT_EQ(0, connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)));
         static_cast<void>(send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL));
     }
     ~Rude() { close(fd_); }

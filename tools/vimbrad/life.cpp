@@ -46,6 +46,8 @@ Life::Life(uv_loop_t* loop, const Options& options)
       nextStep_(MakeTimer(loop, this)),
       readiness_(options.readyFd),
       runDir_(options.runDir),
+      operators_(std::in_place, loop, runDir_,
+                 [this](const Json& question) { return overview_->Answer(question); }),
       rendezvous_(options.group),
       services_(AllServices(
           {loop, runDir_, registry_, options.webRoot, options.webUser, options.setClock})),
@@ -63,8 +65,6 @@ Life::Life(uv_loop_t* loop, const Options& options)
     registry_.OnChange([this] { state_.Save(); });
     server_.emplace(loop, registry_, rendezvous_.TakeSocket(), LimitsFor(RaiseDescriptorLimit()));
     overview_.emplace(services_, registry_, *server_);
-    operators_.emplace(loop, runDir_,
-                       [this](const Json& question) { return overview_->Answer(question); });
 }
 
 // Who answers or ends from now on changes nothing that a later life is to know.

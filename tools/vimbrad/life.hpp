@@ -48,6 +48,8 @@ class Life {
     UvHandle<uv_timer_t> nextStep_;
     Readiness readiness_;
     RunDirectory runDir_;
+    // Before the socket of applications: whom they find, operators find too. Questions wait for Run().
+    std::optional<Operators> operators_;
     Rendezvous rendezvous_;
     Registry registry_;
     // Its connections outlive the services, which answer what they still owe.
@@ -55,7 +57,6 @@ class Life {
     State::Services services_;
     State state_;
     std::optional<Overview> overview_;
-    std::optional<Operators> operators_;
     bool ending_ = false;
 };
 
