@@ -86,6 +86,8 @@ TEST_F(PppoeCrossing, StopOfBothLeavesAHalfThatIsBeingStopped) {
     std::thread stopper([] { EXPECT_EQ(0, Stop(2)); });
     EXPECT_TRUE(WaitForNoListener(kSocket));
     EXPECT_EQ(0, Stop(11));
+    // The stop would take the new listener for its own, or mark it as stopped for good.
+    EXPECT_EQ(-1, Start(2, Ignore));
     calling.Open();
     stopper.join();
     before.ExpectBack();

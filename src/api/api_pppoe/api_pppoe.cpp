@@ -310,7 +310,8 @@ s32 VimbraPppoeStart(TVimbraPppoeParam* ptPppoeParam, u16 wSinFamily,
         VLOG_ERROR("FamilyMapPppoeInfo error!");
         return VIMBRA_ERR_GENERAL;
     }
-    if (IsStarted(link->info) || link->isStarting) {
+    // A stop of both may have marked one as stopped whose own stop is under way.
+    if (IsStarted(link->info) || link->isStarting || link->isStopping) {
         VLOG_ERROR("the wSinFamily %d ppppe has been started!", wSinFamily);
         return VIMBRA_ERR_GENERAL;
     }
