@@ -1,4 +1,4 @@
-// DHCP servers on another host: the real ones, and one that says no when a test says so.
+// DHCP on another host: real servers, one that says no when a test says so, and a real client.
 #ifndef VIMBRA_TESTS_E2E_DHCP_SERVER_HPP
 #define VIMBRA_TESTS_E2E_DHCP_SERVER_HPP
 
@@ -37,6 +37,20 @@ inline std::unique_ptr<Program> RunUdhcpd(const Host& host, const std::string& s
         "/tmp/server.log");
     EXPECT_TRUE(server->WaitOutput("started"));
     return server;
+}
+
+// busybox udhcpc, which asks so often, a second apart, until it has a lease: what it is handed out, a
+// "name=value" a line, or what it complains of.
+inline std::string RunUdhcpc(const Host& host, int tries = 30) {
+    bed::WriteFile("/tmp/client", "#!/bin/sh\nenv | grep -E \"^(ip|mask|router|dns|lease)=\"\n");
+    Shell("chmod 755 /tmp/client");
+    return host.Shell("busybox udhcpc -f -q -n -t " + std::to_string(tries) +
+                      " -T 1 -i eth0 -s /tmp/client 2>&1 || true");
+}
+
+// The hardware address of its eth0, as "ip" and leases write it.
+inline std::string MacOf(const Host& host) {
+    return host.Shell("ip -o link show eth0 | sed \"s/.*ether //; s/ .*//\"").substr(0, 17);
 }
 
 // dnsmasq for IPv6, with 2001:db8::100 for two minutes, and these DNS servers.

@@ -13,6 +13,7 @@
 
 #include "../ground/address.hpp"
 #include "../ground/lease_watches.hpp"
+#include "dhcp_server.hpp"
 #include "e2e.hpp"
 #include "messages.hpp"
 
@@ -107,18 +108,6 @@ class VimbradDhcpServer : public testing::Test {
         VimbraInit();
         Connect("eth0", host_);
         Shell("ip address add 192.0.2.1/25 dev eth0");
-        WriteFile("/tmp/client", "#!/bin/sh\nenv | grep -E \"^(ip|mask|router|dns|lease)=\"\n");
-        Shell("chmod 755 /tmp/client");
-    }
-
-    // What a client on the other host is handed out; what it complains of when it gets nothing.
-    std::string Lease(const Host& host, int tries = 30) const {
-        return Shell(host.Prefix() + "busybox udhcpc -f -q -n -t " + std::to_string(tries) +
-                     " -T 1 -i eth0 -s /tmp/client 2>&1 || true");
-    }
-    std::string Mac() const {
-        return Shell(host_.Prefix() + "ip -o link show eth0 | sed \"s/.*ether //; s/ .*//\"")
-            .substr(0, 17);
     }
 
     Host host_;
@@ -130,7 +119,7 @@ TEST_F(VimbradDhcpServer, HandsOutWhatItWasGiven) {
     ASSERT_EQ(0, Start("eth0", Pool("192.0.2.50", "192.0.2.50", "192.0.2.1",
                                     {"192.0.2.53", "192.0.2.54"})));
     EXPECT_EQ(1u, Runs("eth0"));
-    const std::string told = Lease(host_);
+    const std::string told = RunUdhcpc(host_);
     EXPECT_THAT(told, HasSubstr("ip=192.0.2.50\n")) << daemon_.Log();
     EXPECT_THAT(told, HasSubstr("mask=25\n"));
     EXPECT_THAT(told, HasSubstr("router=192.0.2.1\n"));
@@ -138,7 +127,7 @@ TEST_F(VimbradDhcpServer, HandsOutWhatItWasGiven) {
     EXPECT_EQ(0, Stop("eth0"));
     EXPECT_EQ(0u, Runs("eth0"));
     EXPECT_TRUE(Servers().empty());
-    EXPECT_THAT(Lease(host_, 5), Not(HasSubstr("ip=")));
+    EXPECT_THAT(RunUdhcpc(host_, 5), Not(HasSubstr("ip=")));
     EXPECT_EQ(0, Stop("eth0"));
 }
 
@@ -154,9 +143,9 @@ TEST_F(VimbradDhcpServer, LegacyCallbackIsToldOfTheLease) {
     TNetDhcpsState state{};
     EXPECT_EQ(0, NetDhcpsGetState(0, &state));
     EXPECT_EQ(1u, state.dwDhcpsIsRun);
-    EXPECT_THAT(Lease(host_), HasSubstr("ip=192.0.2.60\n"));
+    EXPECT_THAT(RunUdhcpc(host_), HasSubstr("ip=192.0.2.60\n"));
     EXPECT_TRUE(WaitFor([] { return !Leases().empty(); })) << daemon_.Log();
-    EXPECT_THAT(Leases(), Contains("192.0.2.60 " + Mac()));
+    EXPECT_THAT(Leases(), Contains("192.0.2.60 " + MacOf(host_)));
     EXPECT_EQ(0, NetDhcpsStopOneEth(0));
     EXPECT_EQ(0u, Runs("eth0"));
 }
@@ -168,8 +157,8 @@ TEST_F(VimbradDhcpServer, EachInterfaceHasItsOwn) {
     ASSERT_EQ(0, Start("eth0", Pool("192.0.2.50", "192.0.2.51")));
     ASSERT_EQ(0, Start("eth1", Pool("192.0.2.150", "192.0.2.151")));
     EXPECT_EQ(2u, Servers().size());
-    EXPECT_THAT(Lease(host_), HasSubstr("ip=192.0.2.5"));
-    EXPECT_THAT(Lease(other), HasSubstr("ip=192.0.2.15"));
+    EXPECT_THAT(RunUdhcpc(host_), HasSubstr("ip=192.0.2.5"));
+    EXPECT_THAT(RunUdhcpc(other), HasSubstr("ip=192.0.2.15"));
     EXPECT_TRUE(WaitFor([] { return ReadFile(kLeases).size() == 8 + 36; }));
     EXPECT_TRUE(WaitFor([] { return ReadFile(std::string(kLeases) + ".eth1").size() == 8 + 36; }));
     EXPECT_EQ(0, Stop("eth0"));
@@ -187,7 +176,7 @@ TEST_F(VimbradDhcpServer, AnotherPoolTakesThePlaceOfTheFirst) {
     ASSERT_EQ(0, Start("eth0", Pool("192.0.2.50", "192.0.2.50")));
     ASSERT_EQ(0, Start("eth0", Pool("192.0.2.70", "192.0.2.70")));
     EXPECT_EQ(1u, Servers().size());
-    EXPECT_THAT(Lease(host_), HasSubstr("ip=192.0.2.70\n"));
+    EXPECT_THAT(RunUdhcpc(host_), HasSubstr("ip=192.0.2.70\n"));
 }
 
 TEST_F(VimbradDhcpServer, EndOfTheDaemonEndsItsServers) {
