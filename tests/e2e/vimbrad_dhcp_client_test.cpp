@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vimbra/dhcpc.h>
 #include <vimbra/dns.h>
@@ -13,7 +14,6 @@
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <mutex>
 
@@ -87,8 +87,7 @@ std::map<pid_t, std::string> Clients() {
     std::map<pid_t, std::string> found;
     for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
         const pid_t pid = std::atoi(entry.path().filename().c_str());
-        std::ifstream file(entry.path() / "cmdline");
-        std::string line((std::istreambuf_iterator<char>(file)), {});
+        std::string line = ReadFile(entry.path() / "cmdline");
         std::ranges::replace(line, '\0', ' ');
         if (pid != 0 && (line.find("udhcpc -f") != std::string::npos ||
                          line.starts_with("udhcpc6 ") || line.starts_with("dhclient "))) {
@@ -161,6 +160,22 @@ TEST_F(VimbradDhcpClient, ApplicationIsToldWhatTheServerHandsOut) {
     EXPECT_EQ(kNoServers, ReadFile(kResolvConf));
     // The log is the daemon's own.
     EXPECT_THAT(daemon_.Log(), Not(HasSubstr("VIMBRA_")));
+}
+
+// All but the DNS servers is set and told.
+TEST_F(VimbradDhcpClient, ResolverConfigurationThatCannotBeRead) {
+    Serve();
+    ASSERT_EQ(0, unlink(kResolvConf));
+    ASSERT_EQ(0, mkdir(kResolvConf, 0755));
+    Listener listener(kSocket);
+    ASSERT_EQ(0, Ask(kStart, Body("eth0")));
+    EXPECT_EQ(kLease, listener.Wait(1)[0].type);
+    EXPECT_TRUE(daemon_.WaitLog("the DNS servers cannot be set")) << daemon_.Log();
+    EXPECT_THAT(daemon_.Log(), HasSubstr("/etc/resolv.conf cannot be read: Is a directory"));
+    EXPECT_THAT(KernelAddresses("eth0", 2), ElementsAre("192.0.2.100/25 global"));
+    EXPECT_THAT(DefaultRoute(), HasSubstr("default via 192.0.2.1 dev eth0"));
+    EXPECT_EQ(0, Ask(kStop, Body("eth0")));
+    EXPECT_THAT(KernelAddresses("eth0", 2), IsEmpty());
 }
 
 TEST_F(VimbradDhcpClient, ClientIsFoundByItsCommandLine) {

@@ -325,6 +325,23 @@ TEST_F(VimbradRestart, StateThatCannotBeReadIsForgotten) {
     }
 }
 
+// What stands in its place is left alone, and changes are not kept meanwhile.
+TEST_F(VimbradRestart, StateThatIsADirectoryIsForgotten) {
+    Lives daemon;
+    ASSERT_EQ(0, Ask(kTableAdd, Pack().U32(100)));
+    daemon.Kill();
+    Shell(std::string("rm ") + kState + " && mkdir " + kState);
+    daemon.Begin();
+    EXPECT_EQ(0, Ask(kTableAdd, Pack().U32(100)));
+    daemon.KillAndBegin();
+    EXPECT_EQ(0, Ask(kTableAdd, Pack().U32(100)));
+    Shell(std::string("rmdir ") + kState);
+    daemon.KillAndBegin();
+    ASSERT_EQ(0, Ask(kTableAdd, Pack().U32(100)));
+    daemon.KillAndBegin();
+    EXPECT_EQ(EEXIST, Ask(kTableAdd, Pack().U32(100)));
+}
+
 // However soon after a reply it dies, what was told as done is known to the next one.
 TEST_F(VimbradRestart, WhatWasAnsweredIsNotForgotten) {
     Lives daemon;

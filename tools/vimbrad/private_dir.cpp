@@ -4,12 +4,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
 
 #include "lib/base/fd.hpp"
+#include "log.hpp"
 #include "refusal.hpp"
 #include "run_dir.hpp"
 
@@ -18,6 +20,7 @@ namespace vimbrad {
 namespace {
 
 constexpr char kPrefix[] = "files.";
+constexpr size_t kPartSize = 4096;
 
 }  // namespace
 
@@ -51,6 +54,26 @@ std::string PrivateDir::Write(const std::string& name, std::string_view text, mo
     const std::string path = PathOf(name);
     WriteWholeFile(path, text, mode);
     return path;
+}
+
+std::string ReadWholeFile(const std::string& path) {
+    const vimbra::Fd file(open, path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (!file && errno == ENOENT) {
+        return {};
+    }
+    std::string text;
+    std::array<char, kPartSize> part;
+    while (true) {
+        const ssize_t count = file ? read(file.Get(), part.data(), part.size()) : -1;
+        if (count < 0) {
+            LogWarning("%s cannot be read: %s", path.c_str(), std::strerror(errno));
+            return {};
+        }
+        if (count == 0) {
+            return text;
+        }
+        text.append(part.data(), static_cast<size_t>(count));
+    }
 }
 
 void WriteWholeFile(const std::string& path, std::string_view text, mode_t mode) {

@@ -36,6 +36,8 @@ class PrivateDir {
     bool left_ = false;
 };
 
+// Empty for a file that is not there, and for one that cannot be read, of which the log tells.
+std::string ReadWholeFile(const std::string& path);
 // Writes a file anew. Throws Refusal.
 void WriteWholeFile(const std::string& path, std::string_view text, mode_t mode);
 

@@ -1,7 +1,5 @@
 #include "resolver_memory.hpp"
 
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "log.hpp"
@@ -14,11 +12,6 @@ namespace {
 
 constexpr char kPath[] = "/etc/resolv.conf";
 
-std::string Configuration() {
-    std::ifstream file(kPath);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 bool HasServers(const std::string& text) {
     return text.starts_with("nameserver") || text.find("\nnameserver") != std::string::npos;
 }
@@ -26,7 +19,7 @@ bool HasServers(const std::string& text) {
 }  // namespace
 
 void NoteResolver(const RunDirectory& runDir) {
-    const std::string text = Configuration();
+    const std::string text = ReadWholeFile(kPath);
     if (!HasServers(text) || !runDir.Read(kResolverName).empty()) {
         return;
     }
@@ -39,7 +32,7 @@ void NoteResolver(const RunDirectory& runDir) {
 
 void PutResolverBack(const RunDirectory& runDir) {
     const std::string before = runDir.Read(kResolverName);
-    if (before.empty() || HasServers(Configuration())) {
+    if (before.empty() || HasServers(ReadWholeFile(kPath))) {
         return;
     }
     try {

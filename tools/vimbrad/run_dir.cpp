@@ -8,8 +8,6 @@
 #include <cerrno>
 #include <chrono>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
 #include <system_error>
 #include <thread>
@@ -104,8 +102,7 @@ void RunDirectory::Replace(const std::string& name, std::string_view text, mode_
 }
 
 std::string RunDirectory::Read(const std::string& name) const {
-    std::ifstream file(PathOf(name));
-    return {std::istreambuf_iterator<char>(file), {}};
+    return ReadWholeFile(PathOf(name));
 }
 
 void RunDirectory::Remove(const std::string& name) const {

@@ -30,7 +30,7 @@ class RunDirectory {
 
     // The whole file under this name is the old or the new one, never a part. Throws Refusal.
     void Replace(const std::string& name, std::string_view text, mode_t mode) const;
-    // Empty for a file that is not there.
+    // Empty for a file that is not there or cannot be read.
     std::string Read(const std::string& name) const;
     void Remove(const std::string& name) const;
 
