@@ -4,7 +4,6 @@
 #include <vimbra/dhcps.h>
 
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <memory>
 #include <sstream>
@@ -36,8 +35,7 @@ std::vector<pid_t> ChildrenOf(pid_t pid) {
 
 // A zombie that nobody has waited for yet is as good as gone.
 bool Lives(pid_t pid) {
-    std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-    std::string text((std::istreambuf_iterator<char>(file)), {});
+    const std::string text = ReadFile("/proc/" + std::to_string(pid) + "/stat");
     const size_t state = text.rfind(") ");
     return state != std::string::npos && text[state + 2] != 'Z';
 }
