@@ -193,7 +193,11 @@ std::string Directories() {
 }
 
 Json Ip(const std::string& arguments) {
-    const std::string text = Shell("ip -json " + arguments);
+    std::string text;
+    do {
+        text = Shell("ip -json " + arguments);
+        // Something changed while it was read, and ip has told us on the way.
+    } while (text.find("Dump was interrupted") != std::string::npos);
     // Nothing found is nothing written.
     return text.find_first_not_of(" \n") == std::string::npos ? Json::array() : Json::parse(text);
 }

@@ -231,7 +231,8 @@ TEST_F(VimbradPing, ManyStartsAndStopsLeaveNothingBehind) {
         ASSERT_EQ(0, Ping(i % 7 + 1, i % 2 == 0 ? "10.2.0.1" : "fd02::1", {}));
         ASSERT_EQ(0, PingStop(i % 7 + 1));
     }
-    EXPECT_TRUE(WaitFor([&] { return open() == before; })) << open() << " was " << before;
+    // What answered the first may not have been closed yet when it was counted.
+    EXPECT_TRUE(WaitFor([&] { return open() <= before; })) << open() << " was " << before;
 }
 
 }  // namespace

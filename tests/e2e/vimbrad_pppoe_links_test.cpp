@@ -154,7 +154,8 @@ TEST_F(VimbradPppoe, RepeatedStartsLeaveNothing) {
         }
         ASSERT_EQ(0, Stop(11));
     }
-    EXPECT_TRUE(WaitFor([&] { return Descriptors(daemon_.Process().Pid()) == before; }));
+    // What the first left on its way out may have been counted, too.
+    EXPECT_TRUE(WaitFor([&] { return Descriptors(daemon_.Process().Pid()) <= before; }));
     EXPECT_EQ("", Directories());
     // The last keeper is still on its way out when its descriptors are gone.
     const std::string children =

@@ -120,7 +120,7 @@ TEST_F(VimbradRestart, DnsServersFromBeforeTheLeaseComeBack) {
 }
 
 TEST_F(VimbradRestart, LeaseThatNoServerConfirmsEndsWithItsTime) {
-    Serve("10");
+    Serve("20");
     Lives daemon;
     const Listener listener("ipc_dhcpc_eth0");
     ASSERT_EQ(0, Ask(kDhcpStart, Dhcp()));
